@@ -1,0 +1,80 @@
+/*
+ * calcut: cuts the EEPROM dump of a depth camera module into the files of the camera stack.
+ *
+ * Conventions of this header
+ *  1. Plain C11 (also valid C++17/20), C linkage, no global state of its own.
+ *  2. Paths are zero-terminated byte strings in the encoding of the file system.
+ *  3. The caller owns every pointer it passes in; nothing is kept after the call.
+ *  4. Both functions return 0 for success and 1 for failure and let no C++ exception out.
+ *  5. Different threads may call at the same time; two cuts into one directory overwrite each
+ *     other's files.
+ */
+#ifndef CALCUT_CUTTER_H
+#define CALCUT_CUTTER_H
+
+#include <stdint.h>
+
+#include "calcut/export.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/** Layout numbers of cutEEPROMContent and readLensParameters. */
+#define CALCUT_LAYOUT_V7 0        /**< 67-byte header, magic "QOVRIN" */
+#define CALCUT_LAYOUT_KORVELINE 1 /**< 104-byte header, magic "KORVELINE" */
+
+/** Number of floats that readLensParameters writes. */
+#define CALCUT_LENS_PARAMETER_COUNT 10
+
+/** What a cut says about the module: 38 bytes, no padding. */
+typedef struct EEPROMMetaInformation {
+    uint8_t reserved[36];    /**< zero at present; not to be interpreted */
+    uint16_t zeroMaskCount;  /**< zero entries among the first 38,528 (224 x 172) of the pixel mask,
+                                  in host byte order */
+} EEPROMMetaInformation;
+
+/**
+ * Cuts an EEPROM dump into its output files.
+ *
+ * Reads the dump, checks header and CRC-32 of its first record, and writes into outputPath:
+ * "qov.spc" (the packed calibration), "lensdata.dat" (nine floats: fx, fy, cx, cy, k1, k2, p1, p2,
+ * k3) and, for a Korveline record that carries a signature area, "signature.bin". Files written
+ * before a step fails stay on disk.
+ *
+ * @param layout          CALCUT_LAYOUT_V7 or CALCUT_LAYOUT_KORVELINE; any other value returns 1.
+ * @param inputFile       path of the dump. A missing, unreadable or empty dump ENDS THE PROCESS
+ *                        (std::terminate): check the file before the call. A directory, pipe or
+ *                        socket counts as unreadable. A null path returns 1.
+ * @param outputPath      existing output directory, without a trailing separator ("/" and the file
+ *                        name are appended). A null path returns 1.
+ * @param metaInformation caller's record. It is overwritten when the image itself was accepted,
+ *                        also when a file could not be written afterwards (zeroMaskCount is then 0
+ *                        if the mask was not reached); it stays untouched when the image was
+ *                        refused. Null is allowed and receives nothing.
+ * @return 0 when every file was written; 1 otherwise.
+ */
+CALCUT_EXPORT int cutEEPROMContent(int layout, const char* inputFile, const char* outputPath,
+                                   EEPROMMetaInformation* metaInformation);
+
+/**
+ * Reads the lens parameter file "lensdata.dat" of an earlier cut.
+ *
+ * The lens model is Brown's (D. C. Brown, "Close-range camera calibration", 1971): radial k1, k2,
+ * k3 and tangential p1, p2; focal lengths and principal point in pixels.
+ *
+ * @param layout     layout number of the cut (0 or 1, no difference between them); above 1 returns
+ *                   1 and nothing is opened.
+ * @param path       full path of the lens parameter file. Null counts as a missing file.
+ * @param parameters caller's array of 10 floats, written only on success, in the order
+ *                   cx, cy, fx, fy, p1, p2, k1, k2, k3, 0.0.
+ * @return 0 on success; 1 when the file is missing, empty, not a multiple of 4 bytes long or
+ *         shorter than 36 bytes. Bytes after the ninth value are ignored.
+ */
+CALCUT_EXPORT int readLensParameters(unsigned int layout, const char* path, float* parameters);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
