@@ -29,9 +29,9 @@ extern "C" {
 
 /** What a cut says about the module: 38 bytes, no padding. */
 typedef struct EEPROMMetaInformation {
-    uint8_t reserved[36];    /**< zero at present; not to be interpreted */
-    uint16_t zeroMaskCount;  /**< zero entries among the first 38,528 (224 x 172) of the pixel mask,
-                                  in host byte order */
+    uint8_t reserved[36];   /**< zero at present; not to be interpreted */
+    uint16_t zeroMaskCount; /**< zero entries among the first 38,528 (224 x 172) of the pixel mask,
+                                 in host byte order */
 } EEPROMMetaInformation;
 
 /**

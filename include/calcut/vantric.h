@@ -58,15 +58,15 @@ extern "C" {
 
 /* -------------------------------------------------------------------------------- capacities -- */
 
-#define VANTRIC_TEXT_BYTES 65          /**< bytes of a text buffer, terminator included */
-#define VANTRIC_ID_BYTES 32            /**< bytes of idBytes */
-#define VANTRIC_LENS_PARAMETERS 9      /**< floats of lensParameters */
-#define VANTRIC_STRAYLIGHT_POINTS 13   /**< profile points of a calibration, without the origin */
-#define VANTRIC_FREQUENCIES 8          /**< frequency records of a calibration record */
-#define VANTRIC_FREQUENCY_VALUES 4     /**< floats of valuesA and of valuesB */
-#define VANTRIC_WIGGLING_ENTRIES 5     /**< entries of each wiggling array */
-#define VANTRIC_CUSTOM_FIELDS 5        /**< custom fields of a calibration record */
-#define VANTRIC_HANDLERS 5             /**< handlers the registry can hold */
+#define VANTRIC_TEXT_BYTES 65        /**< bytes of a text buffer, terminator included */
+#define VANTRIC_ID_BYTES 32          /**< bytes of idBytes */
+#define VANTRIC_LENS_PARAMETERS 9    /**< floats of lensParameters */
+#define VANTRIC_STRAYLIGHT_POINTS 13 /**< profile points of a calibration, without the origin */
+#define VANTRIC_FREQUENCIES 8        /**< frequency records of a calibration record */
+#define VANTRIC_FREQUENCY_VALUES 4   /**< floats of valuesA and of valuesB */
+#define VANTRIC_WIGGLING_ENTRIES 5   /**< entries of each wiggling array */
+#define VANTRIC_CUSTOM_FIELDS 5      /**< custom fields of a calibration record */
+#define VANTRIC_HANDLERS 5           /**< handlers the registry can hold */
 #define VANTRIC_MAX_PSF_ELEMENTS 67108864u /**< 2^26: a larger PSF is refused, not allocated */
 
 /* ----------------------------------------------------------------------------------- records -- */
@@ -81,30 +81,30 @@ typedef struct VantricImagerArea {
 
 /** Table of a periodic distance error ("wiggling"); the arrays hold 5 values each. */
 typedef struct VantricWigglingTable {
-    uint8_t capacity;  /**< 5; the number of entries in use once the table was read */
-    float* first;      /**< owned */
-    uint32_t* second;  /**< owned */
-    float* third;      /**< owned */
-    uint32_t header;   /**< bits of the block's first word */
+    uint8_t capacity; /**< 5; the number of entries in use once the table was read */
+    float* first;     /**< owned */
+    uint32_t* second; /**< owned */
+    float* third;     /**< owned */
+    uint32_t header;  /**< bits of the block's first word */
 } VantricWigglingTable;
 
 /** Calibration of one modulation frequency. */
 typedef struct VantricFrequencyRecord {
     uint32_t frequencyId;
-    float* pixelTable;  /**< owned; one float per pixel */
-    uint8_t countA;     /**< entries of valuesA */
-    float* valuesA;     /**< owned; 4 floats */
-    uint8_t countB;     /**< entries of valuesB */
-    float* valuesB;     /**< owned; 4 floats */
-    float scalar;       /**< NaN when the calibration has none */
+    float* pixelTable; /**< owned; one float per pixel */
+    uint8_t countA;    /**< entries of valuesA */
+    float* valuesA;    /**< owned; 4 floats */
+    uint8_t countB;    /**< entries of valuesB */
+    float* valuesB;    /**< owned; 4 floats */
+    float scalar;      /**< NaN when the calibration has none */
     VantricWigglingTable wigglingA;
     VantricWigglingTable wigglingB;
 } VantricFrequencyRecord;
 
 /** A raw block that the library does not interpret. */
 typedef struct VantricCustomField {
-    uint8_t* data;  /**< owned; null until vantric_readCustomFields */
-    uint8_t size;   /**< bytes */
+    uint8_t* data; /**< owned; null until vantric_readCustomFields */
+    uint8_t size;  /**< bytes */
 } VantricCustomField;
 
 /**
@@ -112,36 +112,36 @@ typedef struct VantricCustomField {
  * has its final capacity from creation on, except directions and psf, which start null.
  */
 typedef struct VantricCalibration {
-    uint16_t version;            /**< 1; the field functions refuse any other value */
-    uint16_t calibrationType;    /**< 2 when created; 3 for a packed calibration */
-    char* text0;                 /**< owned; 65 bytes, zero-terminated */
-    char* text1;                 /**< owned; 65 bytes, zero-terminated; field 1 */
-    char* text2;                 /**< owned; 65 bytes, zero-terminated; field 2 */
-    uint8_t* idBytes;            /**< owned; 32 bytes; field 4 */
-    uint8_t idBytesSize;         /**< bytes in use of idBytes */
+    uint16_t version;             /**< 1; the field functions refuse any other value */
+    uint16_t calibrationType;     /**< 2 when created; 3 for a packed calibration */
+    char* text0;                  /**< owned; 65 bytes, zero-terminated */
+    char* text1;                  /**< owned; 65 bytes, zero-terminated; field 1 */
+    char* text2;                  /**< owned; 65 bytes, zero-terminated; field 2 */
+    uint8_t* idBytes;             /**< owned; 32 bytes; field 4 */
+    uint8_t idBytesSize;          /**< bytes in use of idBytes */
     VantricImagerArea imagerArea; /**< field 3; columns x rows is the number of pixels */
-    float* directions;           /**< owned; 3 floats (x, y, z; unit vector) per pixel, or null */
-    uint8_t lensParameterCount;  /**< 9 */
-    float* lensParameters;       /**< owned; fx, fy, cx, cy (pixels), k1, k2, p1, p2, k3; field 0 */
-    uint16_t idCode0;            /**< 0xFFFF: unset; field 5 together with idCode1 */
-    uint16_t idCode1;            /**< 0xFFFF: unset */
-    float straylightScale;       /**< amplitude; NaN: no straylight model */
+    float* directions;            /**< owned; 3 floats (x, y, z; unit vector) per pixel, or null */
+    uint8_t lensParameterCount;   /**< 9 */
+    float* lensParameters; /**< owned; fx, fy, cx, cy (pixels), k1, k2, p1, p2, k3; field 0 */
+    uint16_t idCode0;      /**< 0xFFFF: unset; field 5 together with idCode1 */
+    uint16_t idCode1;      /**< 0xFFFF: unset */
+    float straylightScale; /**< amplitude; NaN: no straylight model */
     float straylightRadius[VANTRIC_STRAYLIGHT_POINTS + 1]; /**< profile radii, PSF elements */
     float straylightValue[VANTRIC_STRAYLIGHT_POINTS + 1];  /**< exponents at those radii */
-    float straylightExponent;    /**< p of the distance norm */
-    float straylightOffset;      /**< added to every PSF element */
-    float straylightCentre;      /**< value of PSF element 0 */
-    uint32_t psfWidth;           /**< 0xFFFFFFFF: unset */
-    uint32_t psfHeight;          /**< 0xFFFFFFFF: unset */
+    float straylightExponent;                              /**< p of the distance norm */
+    float straylightOffset;                                /**< added to every PSF element */
+    float straylightCentre;                                /**< value of PSF element 0 */
+    uint32_t psfWidth;                                     /**< 0xFFFFFFFF: unset */
+    uint32_t psfHeight;                                    /**< 0xFFFFFFFF: unset */
     uint8_t straylightPointCount; /**< points in use; grows by the origin when the PSF is made */
-    float* psf;                  /**< owned; psfWidth x psfHeight floats, or null */
-    uint8_t auxFlag;             /**< stored, not interpreted */
-    uint8_t* pixelMask;          /**< owned; one byte per pixel */
-    float* pixelValues;          /**< owned; one float per pixel */
-    uint8_t frequencyCount;      /**< entries in use of frequencies */
+    float* psf;                   /**< owned; psfWidth x psfHeight floats, or null */
+    uint8_t auxFlag;              /**< stored, not interpreted */
+    uint8_t* pixelMask;           /**< owned; one byte per pixel */
+    float* pixelValues;           /**< owned; one float per pixel */
+    uint8_t frequencyCount;       /**< entries in use of frequencies */
     VantricFrequencyRecord* frequencies; /**< owned; always 8 entries */
-    uint8_t customFieldCount;    /**< entries in use of customFields */
-    VantricCustomField* customFields; /**< owned; always 5 entries */
+    uint8_t customFieldCount;            /**< entries in use of customFields */
+    VantricCustomField* customFields;    /**< owned; always 5 entries */
     uint8_t firstCustomFieldId;  /**< field id of customFields[0]; 255 when none were read */
     uint8_t customFieldReserved; /**< stored, not interpreted */
 } VantricCalibration;
@@ -216,8 +216,7 @@ CALCUT_EXPORT VantricCalibration* vantric_copyCalibration(const VantricCalibrati
 CALCUT_EXPORT uint32_t vantric_getCalibrationType(const uint8_t* data, size_t size);
 
 /** calibrationType of a record; 0 for null. */
-CALCUT_EXPORT uint32_t
-vantric_getCalibrationTypeFromHandle(const VantricCalibration* calibration);
+CALCUT_EXPORT uint32_t vantric_getCalibrationTypeFromHandle(const VantricCalibration* calibration);
 
 /** Returns its argument unchanged. */
 CALCUT_EXPORT uint32_t vantric_getStatusFromCode(uint32_t code);
@@ -276,7 +275,8 @@ CALCUT_EXPORT uint32_t vantric_dispatchCalcPsfAndDirections(const uint8_t* data,
                                                             VantricCalibration* record,
                                                             uint32_t numPixels);
 
-/** Size or status: the chosen handler's getNumPixels; VANTRIC_ERR_NOT_SUPPORTED when none accepts. */
+/** Size or status: the chosen handler's getNumPixels; VANTRIC_ERR_NOT_SUPPORTED when none accepts.
+ */
 CALCUT_EXPORT int32_t vantric_dispatchGetNumPixels(const uint8_t* data, size_t size);
 
 /* ------------------------------------------------------------------------------------ fields -- */

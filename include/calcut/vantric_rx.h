@@ -168,8 +168,8 @@ typedef struct RXBlockExpectation {
     uint32_t required; /**< 1: the block must occur */
     uint32_t kindA;    /**< the two acceptable kinds */
     uint32_t kindB;
-    uint32_t seen;     /**< times the block was met */
-    uint32_t status;   /**< VANTRIC_OK, or VANTRIC_ERR_INVALID_DATA once a kind was not acceptable */
+    uint32_t seen;   /**< times the block was met */
+    uint32_t status; /**< VANTRIC_OK, or VANTRIC_ERR_INVALID_DATA once a kind was not acceptable */
 } RXBlockExpectation;
 
 /**

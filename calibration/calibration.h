@@ -1,0 +1,23 @@
+#pragma once
+
+#include <cstdint>
+
+#include "calcut/vantric.h"
+
+namespace vantric {
+
+/// A new record with every default set, made for numPixels pixels; buffers are zero-filled. Never
+/// null: out of memory for the record, its texts, idBytes or customFields aborts the process. Any
+/// other buffer that cannot be allocated is null and counts as a place of size 0.
+VantricCalibration* allocateCalibration(std::uint32_t numPixels);
+
+/// columns x rows, wide enough for any image.
+std::uint64_t pixelsOf(const VantricImagerArea& area);
+
+/// Elements of a PSF of the record's size, at least 1; 0 when its size is unset or too large.
+std::uint64_t psfElementsOf(const VantricCalibration& record);
+
+/// Entries of customFields in use, never more than there are.
+std::uint32_t customFieldsInUse(const VantricCalibration& record);
+
+}  // namespace vantric

@@ -1,0 +1,135 @@
+#include "calibration/cubicinterpol.h"
+
+#include <cmath>
+#include <cstdlib>
+#include <limits>
+
+#include "calibration/memory.h"
+
+namespace vantric {
+
+namespace {
+
+// Below this a secant counts as flat and a spacing as equal.
+constexpr float negligible = 1e-8F;  // bits 0x322BCC77
+
+bool differInSign(float a, float b) {
+    return (a > 0.0F && b < 0.0F) || (a < 0.0F && b >= 0.0F);
+}
+
+// Three-point end condition; h and del are spacing and secant of the end segment, hNext and delNext
+// those of its neighbour. Kept shape-preserving by the two corrections.
+float endSlope(float h, float hNext, float del, float delNext) {
+    const float d = ((2.0F * h + hNext) * del - hNext * delNext) / (h + hNext);
+    if (differInSign(d, del)) {
+        return 0.0F;
+    }
+    if (differInSign(del, delNext) && std::fabs(d) > std::fabs(3.0F * del)) {
+        return 3.0F * del;
+    }
+    return d;
+}
+
+// Weighted harmonic mean of the secants on both sides; 0 at an extremum or a flat stretch.
+float innerSlope(float a, float b, float dp, float dn) {
+    if (std::fabs(dn) < negligible || std::fabs(dp) < negligible || (dn < 0.0F) != (dp < 0.0F)) {
+        return 0.0F;
+    }
+    if (std::fabs(b - a) >= negligible) {
+        const float w1 = 2.0F * b + a;
+        const float w2 = b + 2.0F * a;
+        return (w1 + w2) / (w1 / dp + w2 / dn);
+    }
+    return 1.0F / ((1.0F / dn + 1.0F / dp) * 0.5F);
+}
+
+void computeSlopes(const float* x, const float* y, std::uint32_t n, float* slope) {
+    const auto h = [&](std::uint32_t k) { return x[k + 1] - x[k]; };
+    const auto del = [&](std::uint32_t k) { return (y[k + 1] - y[k]) / h(k); };
+    if (n < 3) {
+        const float secant = n == 2 ? del(0) : 0.0F;
+        for (std::uint32_t k = 0; k < n; ++k) {
+            slope[k] = secant;
+        }
+        return;
+    }
+    slope[0] = endSlope(h(0), h(1), del(0), del(1));
+    for (std::uint32_t k = 1; k < n - 1; ++k) {
+        slope[k] = innerSlope(h(k - 1), h(k), del(k - 1), del(k));
+    }
+    slope[n - 1] = endSlope(h(n - 2), h(n - 3), del(n - 2), del(n - 3));
+}
+
+template <class T>
+T* orAbort(T* memory) {
+    if (memory == nullptr) {
+        std::abort();
+    }
+    return memory;
+}
+
+}  // namespace
+
+HermiteSegment hermiteSegment(const VantricPoly& poly, std::uint32_t k) {
+    const float h = poly.x[k + 1] - poly.x[k];
+    const float y0 = poly.y[k];
+    const float y1 = poly.y[k + 1];
+    const float d0 = poly.slope[k];
+    const float d1 = poly.slope[k + 1];
+    const float h2 = h * h;
+    const float y0h2 = y0 / h2;
+    const float y1h2 = y1 / h2;
+    const float d0h2 = d0 / h2;
+    const float d1h2 = d1 / h2;
+    const float quadratic = 3.0F * y1h2 - 3.0F * y0h2 - d1 / h - 2.0F * (d0 / h);
+    const float cubic = d0h2 + (d1h2 + (2.0F * (y0h2 / h) - 2.0F * (y1h2 / h)));
+    return {poly.x[k], y0, d0, quadratic, cubic};
+}
+
+std::uint32_t segmentsOf(const VantricPoly& poly) {
+    const bool hasNodes = poly.x != nullptr && poly.y != nullptr && poly.slope != nullptr;
+    return hasNodes && poly.count >= 2 ? poly.count - 1 : 0;
+}
+
+}  // namespace vantric
+
+using namespace vantric;
+
+VantricPoly* vantric_createPolyHandle(const float* x, const float* y, uint32_t n) {
+    const std::uint32_t nodes = static_cast<std::int32_t>(n) < 1 ? 0 : n;
+    auto* handle = orAbort(allocateZeroed<VantricPoly>(1));
+    handle->count = n;
+    if (nodes != 0) {
+        handle->x = allocate<float>(nodes);
+        handle->y = allocate<float>(nodes);
+        handle->slope = orAbort(allocate<float>(nodes));
+        copyElements(handle->x, x, nodes);
+        copyElements(handle->y, y, nodes);
+        computeSlopes(x, y, nodes, handle->slope);
+    }
+    return handle;
+}
+
+void vantric_freePoly(VantricPoly* handle) {
+    if (handle == nullptr) {
+        return;
+    }
+    std::free(handle->x);
+    std::free(handle->y);
+    std::free(handle->slope);
+    std::free(handle);
+}
+
+float vantric_cinterpol(const VantricPoly* handle, float t) {
+    return vantric_cinterpol_def(handle, t, std::numeric_limits<float>::quiet_NaN());
+}
+
+float vantric_cinterpol_def(const VantricPoly* handle, float t, float fallback) {
+    const std::uint32_t segments = segmentsOf(*handle);
+    for (std::uint32_t k = 0; k < segments; ++k) {
+        if (handle->x[k] <= t && handle->x[k + 1] >= t) {
+            return evaluate(hermiteSegment(*handle, k), t);
+        }
+    }
+    return fallback;
+}

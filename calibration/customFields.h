@@ -1,0 +1,4 @@
+#pragma once
+
+// Fields by number; declared in the public header.
+#include "calcut/vantric.h"

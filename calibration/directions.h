@@ -1,0 +1,13 @@
+#pragma once
+
+#include <cstdint>
+
+#include "calcut/vantric.h"
+
+namespace vantric {
+
+/// vantric_updateDirections without its size tests: writes columns x rows x 3 floats.
+void computeDirections(float* directions, const float* lensParameters, std::uint32_t columns,
+                       std::uint32_t rows);
+
+}  // namespace vantric

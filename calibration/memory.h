@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <memory>
+
+#include "calcut/vantric.h"
+
+// malloc and free with the sizes that come out of a file: 64 bits wide, checked, never 0.
+
+namespace vantric {
+
+struct FreeDeleter {
+    void operator()(void* memory) const noexcept { std::free(memory); }
+};
+
+/// Memory from malloc until it is handed to a record.
+template <class T>
+using Owned = std::unique_ptr<T, FreeDeleter>;
+
+/// count elements, not initialised, or null.
+template <class T>
+T* allocate(std::uint64_t count) {
+    if (count > std::numeric_limits<std::ptrdiff_t>::max() / sizeof(T)) {
+        return nullptr;
+    }
+    const auto bytes = static_cast<std::size_t>(count) * sizeof(T);
+    return static_cast<T*>(std::malloc(bytes == 0 ? 1 : bytes));
+}
+
+/// count elements of zero bytes, or null. Large blocks come untouched from the system.
+template <class T>
+T* allocateZeroed(std::uint64_t count) {
+    if (count > std::numeric_limits<std::ptrdiff_t>::max() / sizeof(T)) {
+        return nullptr;
+    }
+    return static_cast<T*>(
+        std::calloc(count == 0 ? 1 : static_cast<std::size_t>(count), sizeof(T)));
+}
+
+/// Copies count elements when both sides exist.
+template <class T>
+void copyElements(T* to, const T* from, std::uint64_t count) {
+    if (to != nullptr && from != nullptr && count != 0) {
+        std::memcpy(to, from, static_cast<std::size_t>(count) * sizeof(T));
+    }
+}
+
+}  // namespace vantric

@@ -1,0 +1,69 @@
+#include "calibration/packed/IdTable.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+
+#include "calibration/memory.h"
+
+using namespace vantric;
+
+RXBlockTable* vantric_createTable(uint64_t capacity, uint64_t expectationSize) {
+    if (capacity == 0) {
+        return nullptr;
+    }
+    auto* table = allocateZeroed<RXBlockTable>(1);
+    if (table == nullptr) {
+        std::abort();
+    }
+    table->capacity = capacity;
+    table->entries = allocateZeroed<RXTableEntry>(capacity);
+    table->expectationSize = expectationSize;
+    if (expectationSize != 0 &&
+        capacity <= std::numeric_limits<std::uint64_t>::max() / expectationSize) {
+        table->expectations = allocateZeroed<std::uint8_t>(capacity * expectationSize);
+    }
+    return table;
+}
+
+uint32_t vantric_addRXTableEntry(uint8_t id, void* destination, uint64_t destinationSize,
+                                 uint8_t* countField, int32_t expectedCount, RXCopyFunction copy,
+                                 const void* expectationTemplate, RXBlockTable* table) {
+    if (table->count >= table->capacity || table->entries == nullptr) {
+        return VANTRIC_ERR_BUFFER_TOO_SMALL;
+    }
+    std::uint8_t* expectation = nullptr;
+    if (expectationTemplate != nullptr) {
+        if (table->expectations == nullptr) {
+            return VANTRIC_ERR_INVALID_ARGUMENT;
+        }
+        expectation = table->expectations + table->count * table->expectationSize;
+        std::memcpy(expectation, expectationTemplate, table->expectationSize);
+    }
+    table->entries[table->count] = {id,
+                                    destination,
+                                    destinationSize,
+                                    countField,
+                                    expectedCount,
+                                    copy,
+                                    reinterpret_cast<RXBlockExpectation*>(expectation)};
+    ++table->count;
+    return VANTRIC_OK;
+}
+
+RXTableEntry* vantric_findRXTableEntry(uint8_t id, const RXBlockTable* table) {
+    RXTableEntry* end = table->entries + table->count;
+    RXTableEntry* found = std::find_if(table->entries, end,
+                                       [&](const RXTableEntry& entry) { return entry.id == id; });
+    return found == end ? nullptr : found;
+}
+
+void vantric_freeRXTable(RXBlockTable* table) {
+    if (table == nullptr) {
+        return;
+    }
+    std::free(table->entries);
+    std::free(table->expectations);
+    std::free(table);
+}

@@ -1,0 +1,245 @@
+#include "calibration/packed/Reader.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdlib>
+#include <limits>
+#include <memory>
+
+#include "calibration/calibration.h"
+#include "calibration/memory.h"
+#include "calibration/packed/Block.h"
+#include "calibration/packed/CalibrationStream.h"
+#include "calibration/packed/IdTable.h"
+
+using namespace vantric;
+
+namespace {
+
+constexpr std::uint32_t noBlock = 255;
+constexpr std::uint16_t packedCalibrationType = 3;
+constexpr std::uint16_t recordVersion = 1;
+
+// Room for the decoded block in front, and for the packed words and integers of it behind.
+constexpr std::uint64_t scratchBytesPerPixel = 12;
+constexpr std::uint64_t decodedBytesPerPixel = 4;
+
+// Coding of RXTableEntry::expectedCount.
+constexpr std::int32_t perPixelCount = 0;
+constexpr std::int32_t firstLiteralCount = 2;
+constexpr std::int32_t lastLiteralCount = 249;
+
+struct TableRelease {
+    void operator()(RXBlockTable* table) const { vantric_freeRXTable(table); }
+};
+
+// The walk that fills a record.
+class BlockWalk {
+  public:
+    BlockWalk(VantricStream& stream, const RXBlockTable& table)
+        : stream_(stream), table_(table), record_(*table.context) {}
+
+    RXReadResult run() {
+        RXReadResult result = {VANTRIC_OK, noBlock};
+        result.status = begin();
+        if (result.status != VANTRIC_OK) {
+            return result;
+        }
+        std::int32_t previousId = -1;
+        for (;;) {
+            result.status = vantric_readRXBlockHeader(&stream_, &header_, &block_);
+            if (result.status != VANTRIC_OK) {
+                return result;
+            }
+            if (block_.id == VANTRIC_RX_END_MARKER) {
+                break;
+            }
+            const auto id = static_cast<std::int32_t>(block_.id);
+            result.status = id > previousId ? readBlock() : VANTRIC_ERR_INVALID_DATA;
+            if (result.status != VANTRIC_OK) {
+                result.failedBlockId = block_.id;
+                return result;
+            }
+            previousId = id;
+        }
+        const std::uint32_t status = table_.validateWholeCalibration(&table_, &result);
+        if (status == VANTRIC_OK) {
+            storeCounts();
+        }
+        result.status = status;
+        return result;
+    }
+
+  private:
+    std::uint32_t begin() {
+        const std::uint32_t status = vantric_readRXHeader(&stream_, &header_);
+        if (status != VANTRIC_OK) {
+            return status;
+        }
+        numPixels_ = std::uint64_t{header_.columns} * header_.rows;
+        scratchSize_ = numPixels_ * scratchBytesPerPixel;
+        // Zero-filled: a mask block with fewer values than pixels leaves zeros for the rest.
+        scratch_.reset(allocateZeroed<std::uint8_t>(scratchSize_));
+        record_.imagerArea = {0, 0, header_.columns, header_.rows};
+        record_.version = recordVersion;
+        record_.calibrationType = packedCalibrationType;
+        return scratch_ ? VANTRIC_OK : VANTRIC_ERR_BUFFER_TOO_SMALL;
+    }
+
+    std::uint32_t readBlock() {
+        const RXTableEntry* entry =
+            vantric_findRXTableEntry(static_cast<std::uint8_t>(block_.id), &table_);
+        if (entry == nullptr) {
+            // Below the custom ids the payload is not skipped: the format has no such blocks.
+            return block_.id >= table_.firstCustomBlockId ? measureCustomBlock() : VANTRIC_OK;
+        }
+        std::uint32_t status = table_.validateBlock(&block_, entry->expectation);
+        status = entry->copy != nullptr ? copyBlock(*entry, status) : placeBlock(*entry, status);
+        if (status == VANTRIC_OK && table_.isFrequencyBlock(&block_) != 0) {
+            ++frequencyBlockCount_;
+        }
+        return status;
+    }
+
+    // Through the scratch and the entry's copy function.
+    std::uint32_t copyBlock(const RXTableEntry& entry, std::uint32_t status) {
+        const std::uint64_t decodedSize = numPixels_ * decodedBytesPerPixel;
+        if (status == VANTRIC_OK) {
+            status = vantric_decodeRXBlock(&stream_, &block_, scratch_.get() + decodedSize,
+                                           scratchSize_ - decodedSize, scratch_.get(), decodedSize);
+        }
+        if (status == VANTRIC_OK) {
+            status = entry.copy(scratch_.get(), vantric_getRXUnpackedBlockSize(&block_),
+                                entry.destination, entry.destinationSize, entry.countField);
+        }
+        return status;
+    }
+
+    // Straight into its place.
+    std::uint32_t placeBlock(const RXTableEntry& entry, std::uint32_t status) {
+        if (static_cast<std::int32_t>(block_.count) < minimumCount(entry.expectedCount)) {
+            status = VANTRIC_ERR_COUNT_TOO_SMALL;
+        }
+        if (status == VANTRIC_OK) {
+            status = vantric_decodeRXBlock(&stream_, &block_, scratch_.get(), scratchSize_,
+                                           static_cast<std::uint8_t*>(entry.destination),
+                                           entry.destinationSize);
+        }
+        if (entry.countField != nullptr) {
+            *entry.countField = static_cast<std::uint8_t>(block_.count);
+        }
+        return status;
+    }
+
+    [[nodiscard]] std::int32_t minimumCount(std::int32_t expectedCount) const {
+        const auto pixels = static_cast<std::uint32_t>(numPixels_);
+        if (expectedCount < 0) {
+            return std::numeric_limits<std::int32_t>::min();  // counts are compared as signed too
+        }
+        if (expectedCount == perPixelCount) {
+            return static_cast<std::int32_t>(pixels);
+        }
+        if (expectedCount >= firstLiteralCount && expectedCount <= lastLiteralCount) {
+            return expectedCount;
+        }
+        return static_cast<std::int32_t>(
+            pixels * static_cast<std::uint32_t>(expectedCount - lastLiteralCount));
+    }
+
+    std::uint32_t measureCustomBlock() {
+        const std::uint64_t size = vantric_getRXPackedBlockSize(&block_);
+        const std::uint32_t status = vantric_canRead(&stream_, size);
+        stream_.position += size;
+        if (customBlockCount_ == customBlockSizes_.size()) {
+            return VANTRIC_ERR_BUFFER_TOO_SMALL;
+        }
+        customBlockSizes_[customBlockCount_] = size;
+        ++customBlockCount_;
+        return status;
+    }
+
+    void storeCounts() {
+        record_.frequencyCount = frequencyBlockCount_;
+        record_.customFieldCount = static_cast<std::uint8_t>(customBlockCount_);
+        record_.firstCustomFieldId = table_.firstCustomBlockId;
+        for (std::size_t i = 0; i < customBlockCount_; ++i) {
+            record_.customFields[i].size = static_cast<std::uint8_t>(customBlockSizes_[i]);
+        }
+    }
+
+    VantricStream& stream_;
+    const RXBlockTable& table_;
+    VantricCalibration& record_;
+    RXHeader header_ = {};
+    RXBlockHeader block_ = {};
+    std::uint64_t numPixels_ = 0;
+    Owned<std::uint8_t> scratch_;
+    std::uint64_t scratchSize_ = 0;
+    std::uint8_t frequencyBlockCount_ = 0;
+    std::size_t customBlockCount_ = 0;
+    std::array<std::uint64_t, VANTRIC_CUSTOM_FIELDS> customBlockSizes_ = {};
+};
+
+bool usable(const RXBlockTable& table) {
+    return table.context != nullptr && table.isFrequencyBlock != nullptr &&
+           table.validateBlock != nullptr && table.validateWholeCalibration != nullptr;
+}
+
+// The custom field of a block, or null.
+const VantricCustomField* customFieldOf(std::uint32_t id, const VantricCalibration& record) {
+    const std::uint32_t index = id - record.firstCustomFieldId;
+    return index < customFieldsInUse(record) ? record.customFields + index : nullptr;
+}
+
+std::uint32_t readCustomBlock(VantricStream& stream, const RXBlockHeader& block,
+                              const VantricCalibration& record) {
+    const VantricCustomField* field = customFieldOf(block.id, record);
+    if (field == nullptr) {
+        return VANTRIC_ERR_INVALID_DATA;
+    }
+    return vantric_decodeRXBlock(&stream, &block, nullptr, 0, field->data,
+                                 field->data == nullptr ? 0 : field->size);
+}
+
+std::uint32_t skipBlock(VantricStream& stream, const RXBlockHeader& block) {
+    const std::uint64_t size = vantric_getRXPackedBlockSize(&block);
+    const std::uint32_t status = vantric_canRead(&stream, size);
+    stream.position += size;
+    return status;
+}
+
+}  // namespace
+
+RXReadResult vantric_readRXCalibration(VantricStream* stream, RXBlockTable* table) {
+    const std::unique_ptr<RXBlockTable, TableRelease> owned(table);
+    if (table == nullptr) {
+        return {VANTRIC_ERR_BUFFER_TOO_SMALL, noBlock};
+    }
+    if (!usable(*table)) {
+        return {VANTRIC_ERR_INVALID_ARGUMENT, noBlock};
+    }
+    return BlockWalk(*stream, *table).run();
+}
+
+uint32_t vantric_readRXCustomData(VantricStream* stream, VantricCalibration* calibration) {
+    RXHeader header = {};
+    std::uint32_t status = vantric_readRXHeader(stream, &header);
+    RXBlockHeader block = {};
+    std::int32_t previousId = -1;
+    while (status == VANTRIC_OK) {
+        status = vantric_readRXBlockHeader(stream, &header, &block);
+        if (status != VANTRIC_OK || block.id == VANTRIC_RX_END_MARKER) {
+            break;
+        }
+        const auto id = static_cast<std::int32_t>(block.id);
+        if (id <= previousId) {
+            return VANTRIC_ERR_INVALID_DATA;
+        }
+        previousId = id;
+        status = block.id >= calibration->firstCustomFieldId
+                     ? readCustomBlock(*stream, block, *calibration)
+                     : skipBlock(*stream, block);
+    }
+    return status;
+}

@@ -1,0 +1,158 @@
+#include "calibration/psf.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstddef>
+#include <memory>
+
+#include "calibration/calibration.h"
+#include "calibration/cubicinterpol.h"
+#include "calibration/memory.h"
+
+using namespace vantric;
+
+namespace {
+
+constexpr float outsideProfile = 1e20F;  // bits 0x60AD78EC: exp(-1e20) is 0
+
+// The profile as a curve, with what is the same for every element of a segment computed once.
+class Profile {
+  public:
+    explicit Profile(const VantricCalibration& record)
+        : poly_(vantric_createPolyHandle(record.straylightRadius, record.straylightValue,
+                                         record.straylightPointCount)),
+          segments_(segmentsOf(*poly_)),
+          last_(record.straylightRadius[record.straylightPointCount - 1]),
+          scale_(record.straylightScale) {
+        for (std::uint32_t k = 0; k < segments_; ++k) {
+            segment_[k] = hermiteSegment(*poly_, k);
+        }
+    }
+
+    /// PSF element at distance r, without the offset.
+    [[nodiscard]] float element(float r) const {
+        return r > last_ ? 0.0F : scale_ * std::exp(-exponent(r));
+    }
+
+  private:
+    struct PolyRelease {
+        void operator()(VantricPoly* poly) const { vantric_freePoly(poly); }
+    };
+
+    [[nodiscard]] float exponent(float r) const {
+        for (std::uint32_t k = 0; k < segments_; ++k) {
+            if (poly_->x[k] <= r && poly_->x[k + 1] >= r) {
+                return evaluate(segment_[k], r);
+            }
+        }
+        return outsideProfile;
+    }
+
+    std::unique_ptr<VantricPoly, PolyRelease> poly_;
+    std::uint32_t segments_;
+    float last_;
+    float scale_;
+    std::array<HermiteSegment, VANTRIC_STRAYLIGHT_POINTS> segment_{};
+};
+
+// Offsets wrap around the edges, so an axis has only this many different distances, and element i
+// of it lies at distance size - i from there on.
+std::uint32_t distancesOf(std::uint32_t size) {
+    return size / 2 + 1;
+}
+
+// powf(0), powf(1), ... up to the largest distance of either axis.
+Owned<float> powersOfDistances(std::uint32_t count, float exponent) {
+    Owned<float> powers(allocate<float>(count));
+    for (std::uint32_t i = 0; powers && i < count; ++i) {
+        powers.get()[i] = std::pow(static_cast<float>(i), exponent);
+    }
+    return powers;
+}
+
+void mirrorRow(float* row, std::uint32_t width) {
+    std::reverse_copy(row + 1, row + (width - distancesOf(width)) + 1, row + distancesOf(width));
+}
+
+void fillPsf(float* psf, std::uint32_t width, std::uint32_t height, const float* powers,
+             float inverseExponent, const Profile& profile) {
+    const std::uint32_t columns = std::min(distancesOf(width), width);
+    const std::uint32_t rows = std::min(distancesOf(height), height);
+    const auto row = [&](std::uint32_t y) { return psf + std::size_t{y} * width; };
+    for (std::uint32_t y = 0; y < rows; ++y) {
+        // Swapping the offsets does not change the sum of their powers, so element (x, y) is
+        // element (y, x), which stands in an earlier row while x < y.
+        const std::uint32_t known = y < columns ? y : 0;
+        for (std::uint32_t x = 0; x < known; ++x) {
+            row(y)[x] = row(x)[y];
+        }
+        for (std::uint32_t x = known; x < columns; ++x) {
+            row(y)[x] = profile.element(std::pow(powers[y] + powers[x], inverseExponent));
+        }
+        mirrorRow(row(y), width);
+    }
+    for (std::uint32_t y = rows; y < height; ++y) {
+        std::copy_n(row(height - y), width, row(y));
+    }
+}
+
+// The profile starts with a point at the origin.
+void insertOrigin(VantricCalibration& record) {
+    const std::uint8_t m = record.straylightPointCount;
+    std::copy_backward(record.straylightRadius, record.straylightRadius + m,
+                       record.straylightRadius + m + 1);
+    std::copy_backward(record.straylightValue, record.straylightValue + m,
+                       record.straylightValue + m + 1);
+    record.straylightRadius[0] = 0.0F;
+    record.straylightValue[0] = 0.0F;
+    ++record.straylightPointCount;
+}
+
+}  // namespace
+
+uint32_t vantric_allocateAndCalculatePsf(VantricCalibration* record) {
+    if (record == nullptr || vantric_validFloatField(record->straylightScale) == 0) {
+        return VANTRIC_ERR_INVALID_ARGUMENT;
+    }
+    if (record->psf != nullptr) {
+        return VANTRIC_ERR_ALREADY_SET;
+    }
+    if (record->straylightPointCount == 0) {
+        return VANTRIC_ERR_INVALID_ARGUMENT;
+    }
+    if (record->straylightPointCount > VANTRIC_STRAYLIGHT_POINTS) {
+        return VANTRIC_ERR_BUFFER_TOO_SMALL;
+    }
+
+    const std::uint32_t width = record->psfWidth;
+    const std::uint32_t height = record->psfHeight;
+    const std::uint64_t elements = std::uint64_t{width} * height;
+    if (elements > VANTRIC_MAX_PSF_ELEMENTS) {
+        return VANTRIC_ERR_BUFFER_TOO_SMALL;
+    }
+    Owned<float> psf(allocate<float>(std::max<std::uint64_t>(elements, 1)));
+    if (!psf) {
+        return VANTRIC_ERR_BUFFER_TOO_SMALL;
+    }
+    if (elements != 0) {
+        const Owned<float> powers =
+            powersOfDistances(distancesOf(std::max(width, height)), record->straylightExponent);
+        if (!powers) {
+            return VANTRIC_ERR_BUFFER_TOO_SMALL;
+        }
+        insertOrigin(*record);
+        fillPsf(psf.get(), width, height, powers.get(), 1.0F / record->straylightExponent,
+                Profile(*record));
+    } else {
+        insertOrigin(*record);
+    }
+
+    const float offset = record->straylightOffset;
+    if (offset != 0.0F) {
+        std::for_each(psf.get(), psf.get() + elements, [&](float& element) { element += offset; });
+    }
+    *psf = record->straylightCentre;
+    record->psf = psf.release();
+    return VANTRIC_OK;
+}

@@ -1,0 +1,4 @@
+#pragma once
+
+// The straylight point-spread function; declared in the public header.
+#include "calcut/vantric.h"

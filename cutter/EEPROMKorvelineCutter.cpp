@@ -1,0 +1,84 @@
+#include "cutter/EEPROMKorvelineCutter.h"
+
+#include <cstddef>
+#include <stdexcept>
+
+#include "cutter/EEPROMKorvelineReader.h"
+#include "cutter/FileAccess.h"
+#include "cutter/LensData.h"
+
+namespace {
+
+constexpr unsigned int plainBlockId = 7;
+constexpr unsigned int signedBlockId = 37;
+
+// A signed payload ends with
+//     +--------+-----------------------------+
+//     | length | signature, up to 127 bytes  |
+//     +--------+-----------------------------+
+constexpr std::size_t signatureLengthSize = 1;
+constexpr std::size_t maxSignatureSize = 127;
+constexpr std::size_t signatureAreaSize = signatureLengthSize + maxSignatureSize;
+
+constexpr const char* signatureFileName = "/signature.bin";
+
+}  // namespace
+
+EEPROMKorvelineCutter::EEPROMKorvelineCutter() = default;
+
+EEPROMKorvelineCutter::~EEPROMKorvelineCutter() = default;
+
+bool EEPROMKorvelineCutter::execute() {
+    metaInformation_ = newMetaInformation();
+    EEPROMKorvelineReader reader;
+    reader.loadFile(inputFile_);
+    const DataBlock block = reader.getNextDataBlock();
+    return writeFile(block.id, block.data);
+}
+
+EEPROMMetaInformation* EEPROMKorvelineCutter::getMetaInformation() {
+    return metaInformation_;
+}
+
+bool EEPROMKorvelineCutter::writeFile(unsigned int blockId, const ByteBuffer& data) {
+    if (blockId != signedBlockId && blockId != plainBlockId) {
+        throw;  // deliberate end of the process: no reader yields another id
+    }
+    const std::string path = startCalibrationFile(blockId, data.size());
+    std::size_t size = data.size();
+    if (blockId == signedBlockId) {
+        if (size < signatureAreaSize) {
+            throw std::length_error("signed payload shorter than its signature area");
+        }
+        size -= signatureAreaSize;
+    }
+    const bool opened = writeWholeFile(path, data.data(), size);
+    if (!opened || size == 0) {
+        return fail("Could not write tango.bin");  // the wording hosts look for
+    }
+    if (!writeIntrinsics(data)) {
+        return fail("Could not write intrinsics");
+    }
+    if (blockId == signedBlockId && !writeSignature(data)) {
+        return fail("Could not write signature");
+    }
+    return true;
+}
+
+bool EEPROMKorvelineCutter::writeIntrinsics(const ByteBuffer& data) {
+    return writeLensData(data, outputPath_, *metaInformation_);
+}
+
+bool EEPROMKorvelineCutter::writeSignature(const ByteBuffer& data) {
+    if (data.size() < signatureAreaSize) {
+        throw std::out_of_range("payload shorter than a signature area");
+    }
+    const std::uint8_t* area = data.data() + (data.size() - signatureAreaSize);
+    const std::size_t length = area[0];
+    if (length > maxSignatureSize) {
+        return false;
+    }
+    const bool opened =
+        writeWholeFile(outputPath_ + signatureFileName, area + signatureLengthSize, length);
+    return opened && length != 0;
+}
