@@ -1,0 +1,152 @@
+#include "fixtures.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+namespace fixtures {
+
+namespace writer = calcut::writer;
+
+TempDir::TempDir() {
+    std::string name = (std::filesystem::temp_directory_path() / "calcut-test-XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr) {
+        throw std::runtime_error("no temporary directory");
+    }
+    path_ = name;
+}
+
+TempDir::~TempDir() {
+    std::error_code ignored;
+    std::filesystem::permissions(path_, std::filesystem::perms::owner_all, ignored);
+    std::filesystem::remove_all(path_, ignored);
+}
+
+std::vector<std::string> TempDir::names() const {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(path_)) {
+        names.push_back(entry.path().filename().string());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+void writeBytes(const std::string& path, const Bytes& bytes) {
+    std::ofstream file(path, std::ios::binary);
+    file.write(reinterpret_cast<const char*>(bytes.data()),
+               static_cast<std::streamsize>(bytes.size()));
+    if (!file) {
+        throw std::runtime_error("cannot write " + path);
+    }
+}
+
+Bytes readBytes(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file) {
+        throw std::runtime_error("cannot read " + path);
+    }
+    return Bytes(std::istreambuf_iterator<char>(file), {});
+}
+
+namespace {
+
+Record readWith(const Bytes& calibration, std::uint32_t* status, int withPsfAndDirections) {
+    VantricCalibration* record = nullptr;
+    const std::uint32_t result = vantric_readCalibrationExt(calibration.data(), calibration.size(),
+                                                            &record, withPsfAndDirections);
+    if (status != nullptr) {
+        *status = result;
+    }
+    return Record(record);
+}
+
+}  // namespace
+
+Record read(const Bytes& calibration, std::uint32_t* status) {
+    return readWith(calibration, status, 1);
+}
+
+Record readPlain(const Bytes& calibration, std::uint32_t* status) {
+    return readWith(calibration, status, 0);
+}
+
+writer::Calibration smallCalibration() {
+    writer::CalibrationOptions options;
+    options.columns = 8;
+    options.rows = 4;
+    options.frequencies = 2;
+    options.custom = 2;
+    return writer::makeCalibration(options);
+}
+
+Bytes smallPacked() {
+    return writer::packCalibration(smallCalibration());
+}
+
+Bytes minimalPacked() {
+    const Bytes one = {0x40, 0, 0, 0};  // 1.0
+    Bytes out = bytes("QOVRXF", 1, 0, 4, 0, 1);
+    const auto floats = [&](int id, int count) {
+        out.insert(out.end(), {static_cast<std::uint8_t>(id), 4, static_cast<std::uint8_t>(count)});
+        for (int i = 0; i < count; ++i) {
+            out.insert(out.end(), one.begin(), one.end());
+        }
+    };
+    out.insert(out.end(), {0, 0, 1, 5});                         // auxFlag 5
+    floats(1, 9);                                                // lens
+    out.insert(out.end(), {2, 5, 0, 1, 0, 0, 0, 0x0D});          // mask 1, 0, 1, 1
+    floats(3, 4);                                                // pixelValues
+    out.insert(out.end(), {16, 2, 1, 0, 0, 0, 80});              // frequency 80
+    floats(17, 4);
+    floats(18, 4);
+    floats(19, 4);
+    floats(21, 4);
+    floats(22, 4);
+    out.push_back(255);
+    return out;
+}
+
+std::uint32_t slowCrc32(const std::uint8_t* data, std::size_t size) {
+    std::uint32_t crc = 0xFFFFFFFFU;
+    for (std::size_t i = 0; i < size; ++i) {
+        crc ^= data[i];
+        for (int bit = 0; bit < 8; ++bit) {
+            crc = (crc & 1U) != 0 ? (crc >> 1) ^ 0xEDB88320U : crc >> 1;
+        }
+    }
+    return ~crc;
+}
+
+void putLittle32(Bytes& image, std::size_t offset, std::uint32_t value) {
+    for (unsigned i = 0; i < 4; ++i) {
+        image[offset + i] = static_cast<std::uint8_t>(value >> (8 * i));
+    }
+}
+
+Bytes v7Image(const Bytes& payload) {
+    Bytes image = bytes("QOVRIN", 7, 0);
+    image.resize(67, 0xA5);
+    putLittle32(image, 8, slowCrc32(payload.data(), payload.size()));
+    putLittle32(image, 12, static_cast<std::uint32_t>(payload.size()));
+    image.insert(image.end(), payload.begin(), payload.end());
+    return image;
+}
+
+Bytes korvelineImage(const Bytes& payload, std::uint8_t type, std::uint32_t address) {
+    Bytes image = bytes("KORVELINE", 1, 2, 3, 4, 0x47, 1, 0);
+    image.resize(104, 0x5A);
+    image[41] = type;
+    putLittle32(image, 52, address);
+    putLittle32(image, 58, slowCrc32(payload.data(), payload.size()));
+    image[56] = static_cast<std::uint8_t>(payload.size());
+    image[57] = static_cast<std::uint8_t>(payload.size() >> 8);
+    const std::size_t begin = address - 0x2000;
+    image.resize(std::max(image.size(), begin + payload.size()), 0);
+    std::copy(payload.begin(), payload.end(), image.begin() + static_cast<std::ptrdiff_t>(begin));
+    return image;
+}
+
+}  // namespace fixtures
