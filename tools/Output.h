@@ -21,12 +21,16 @@ void printError(const std::string& subject, const std::string& reason);
 /// As printError, for something that is odd but no failure: "calcut: warning: SUBJECT: REASON".
 void printWarning(const std::string& subject, const std::string& reason);
 
-/// Writes a file, or standard output for "-". False with a printed error naming the path when that
-/// fails; a file of that name is then removed again.
+/// Writes a file, or standard output for "-". A regular file gets its name only when it is
+/// complete. False, with a printed error that names the path, when that fails.
 bool writeOutput(const std::string& path, std::span<const std::uint8_t> bytes);
 
-/// Flushes standard output; false (with a printed error unless the reader merely went away) when
-/// not everything could be written. Call it last, before a successful exit.
+/// Why no file of this path can be written, as far as its folder tells; empty when nothing stands
+/// against it. For work that would be lost if that came out at its end.
+std::string whyNotWritable(const std::string& path);
+
+/// Flushes standard output. False, with a printed error, when not everything could be written; a
+/// reader that merely went away (as head does) is no error. main calls it for every subcommand.
 bool finishStdout();
 
 }  // namespace calcut::tools
