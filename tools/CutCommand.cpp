@@ -88,6 +88,12 @@ int cutOne(const CutOptions& options) {
     for (const WrittenFile& file : result.files) {
         fmt::print("wrote {}/{:<{}}  {:>7} bytes\n", directory, file.name, width, file.size);
     }
+    const std::string signature = directory + "/" + signatureFile;
+    if (std::none_of(result.files.begin(), result.files.end(),
+                     [](const WrittenFile& file) { return file.name == signatureFile; }) &&
+        fs::exists(signature)) {
+        printWarning(signature, "left from an earlier cut; this dump has no signature");
+    }
     fmt::print("masked pixels: {}\nlens parameters:\n", result.maskedPixels);
     for (std::size_t i = 0; i < lensNames.size(); ++i) {
         fmt::print("  {:<8}  {}\n", lensNames[i], result.lens[i]);
@@ -266,7 +272,7 @@ Examples:
         ->add_option("--layout", options->layout,
                      "Layout of the dumps: v7, korveline, or auto to go by their magic")
         ->check(CLI::IsMember({"v7", "korveline", "auto"}))
-        ->type_name("")
+        ->type_name("LAYOUT")
         ->capture_default_str();
     CLI::Option* out =
         command->add_option("--out", options->out, "Existing directory for many dumps")

@@ -164,7 +164,8 @@ std::string describe(const Fault& fault) {
     if (!fault.found.empty()) {
         line += (fault.expected.empty() ? ": found " : ", found ") + fault.found;
     }
-    if (fault.status != VANTRIC_OK) {
+    // A sensor of 2^31 pixels or more is refused with its pixel count, which is no status.
+    if (fault.status != VANTRIC_OK && fault.status <= VANTRIC_WARN_PARTIAL) {
         line += " [" + statusName(fault.status) + "]";
     }
     return line;
@@ -283,13 +284,13 @@ void checkPayload(Image& image, std::size_t lengthOffset, std::size_t crcOffset,
     }
     if (!image.payloadInside) {
         const std::int64_t begin = *image.payloadOffset;
-        image.fault = Fault{"payload outside the file", fmt::format("bytes 0 to {}", fileSize),
-                            fmt::format("{} bytes from byte {} on", image.payloadLength, begin),
-                            lengthOffset};
+        image.fault = Fault{
+            "payload outside the file", fmt::format("it inside the file's {}", byteCount(fileSize)),
+            fmt::format("{} from byte {} on", byteCount(image.payloadLength), begin), lengthOffset};
     } else if (image.computedCrc != image.storedCrc) {
         image.fault =
-            Fault{"CRC-32 mismatch", "the stored " + crcText(*image.storedCrc),
-                  "computed " + crcText(*image.computedCrc) + " over the payload", crcOffset};
+            Fault{"CRC-32 mismatch", crcText(*image.computedCrc) + " (computed over the payload)",
+                  crcText(*image.storedCrc) + " (stored)", crcOffset};
     } else if (image.payloadLength == 0) {
         image.fault = Fault{"empty payload", "a calibration", byteCount(0), lengthOffset};
     }

@@ -198,6 +198,7 @@ Examples:
     CLI::Option* layout =
         command->add_option("--layout", options->layout, "Layout of the dump: v7 or korveline")
             ->check(CLI::IsMember({"v7", "korveline"}))
+            ->type_name("LAYOUT")
             ->capture_default_str();
     command
         ->add_option("--signature", options->signature,
@@ -206,8 +207,8 @@ Examples:
         ->check(CLI::Range(0U, static_cast<unsigned>(image::korveline::maxSignature)))
         ->type_name("N");
     command->add_option("--size", options->size, "Columns and rows of the sensor")
-        ->check(CLI::Validator(checkSize, "WxH"))
-        ->type_name("")
+        ->check(CLI::Validator(checkSize, ""))
+        ->type_name("WxH")
         ->capture_default_str();
     command->add_option("--frequencies", options->frequencies, "Modulation frequencies")
         ->check(CLI::Range(1U, 8U))

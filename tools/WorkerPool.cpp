@@ -1,6 +1,9 @@
 #include "WorkerPool.h"
 
 #include <fcntl.h>
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -30,6 +33,8 @@ using ResultLength = std::uint64_t;
 
 // Told apart from every other end of a worker, whose exit statuses are 0 and signals.
 constexpr int terminatedExit = 86;
+
+constexpr int keptBytes = 32 << 20;
 
 volatile std::sig_atomic_t interrupted = 0;
 
@@ -107,6 +112,12 @@ struct Worker {
     std::set_terminate([] { _exit(terminatedExit); });
     const rlimit noCore{0, 0};
     setrlimit(RLIMIT_CORE, &noCore);
+#ifdef __GLIBC__
+    // Every item takes and returns the same megabytes; giving them back to the system in between
+    // would cost more than the work itself.
+    mallopt(M_MMAP_THRESHOLD, keptBytes);
+    mallopt(M_TRIM_THRESHOLD, keptBytes);
+#endif
     ItemNumber item = 0;
     while (readAll(requests, &item, sizeof item)) {
         const std::string result = work(static_cast<std::size_t>(item));

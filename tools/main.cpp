@@ -4,7 +4,10 @@
 #include <exception>
 #include <iostream>
 #include <new>
+#include <string>
 #include <system_error>
+
+#include <fmt/format.h>
 
 #include "commands.h"
 #include "Output.h"
@@ -48,7 +51,13 @@ int run(int argc, char** argv) {
             std::cout.flush();
             return exitOk;
         }
-        printError("", std::string(error.what()) + " (calcut --help shows how)");
+        const auto parsed = app.get_subcommands();
+        const auto unknown = app.remaining();
+        printError("", fmt::format("{} (calcut {}--help shows how)",
+                                   parsed.empty() && !unknown.empty()
+                                       ? "no such subcommand: " + unknown.front()
+                                       : error.what(),
+                                   parsed.empty() ? "" : parsed.front()->get_name() + " "));
         return exitUsage;
     }
     return exitCode;
