@@ -12,26 +12,16 @@ namespace vantric {
 
 namespace {
 
-constexpr std::uint16_t recordVersion = 1;
 constexpr std::uint16_t defaultCalibrationType = 2;
 constexpr std::uint16_t unset16 = 0xFFFF;
 constexpr std::uint32_t unset32 = 0xFFFFFFFFU;
 constexpr std::uint8_t noCustomFieldId = 255;
-constexpr std::uint32_t floatsPerDirection = 3;
 
 // The floats from straylightScale to straylightCentre lie behind each other without a gap.
 constexpr std::size_t straylightFloats = 32;
 static_assert(offsetof(VantricCalibration, straylightCentre) -
                   offsetof(VantricCalibration, straylightScale) ==
               (straylightFloats - 1) * sizeof(float));
-
-template <class T>
-T* orAbort(T* memory) {
-    if (memory == nullptr) {
-        std::abort();
-    }
-    return memory;
-}
 
 // The text, its terminator, and one spare byte stay zero: a text is terminated from the start.
 char* allocateText() {
@@ -113,7 +103,7 @@ void copyCustomFields(VantricCalibration& to, const VantricCalibration& from) {
             copyElements(to.customFields[k].data, field.data, field.size);
         }
     }
-    // firstCustomFieldId stays 255 in a copy; hosts tell copies from originals by it.
+    // firstCustomFieldId deliberately stays 255 in a copy.
     to.customFieldReserved = from.customFieldReserved;
 }
 

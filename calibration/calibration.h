@@ -6,6 +6,11 @@
 
 namespace vantric {
 
+/// Layout marker of records; the field functions refuse any other.
+constexpr std::uint16_t recordVersion = 1;
+
+constexpr std::uint32_t floatsPerDirection = 3;
+
 /// A new record with every default set, made for numPixels pixels; buffers are zero-filled. Never
 /// null: out of memory for the record, its texts, idBytes or customFields aborts the process. Any
 /// other buffer that cannot be allocated is null and counts as a place of size 0.

@@ -20,7 +20,7 @@ bool differInSign(float a, float b) {
 // Three-point end condition; h and del are spacing and secant of the end segment, hNext and delNext
 // those of its neighbour. Kept shape-preserving by the two corrections.
 float endSlope(float h, float hNext, float del, float delNext) {
-    const float d = ((2.0F * h + hNext) * del - hNext * delNext) / (h + hNext);
+    const float d = ((2.0F * h + hNext) * del - h * delNext) / (h + hNext);
     if (differInSign(d, del)) {
         return 0.0F;
     }
@@ -58,14 +58,6 @@ void computeSlopes(const float* x, const float* y, std::uint32_t n, float* slope
         slope[k] = innerSlope(h(k - 1), h(k), del(k - 1), del(k));
     }
     slope[n - 1] = endSlope(h(n - 2), h(n - 3), del(n - 2), del(n - 3));
-}
-
-template <class T>
-T* orAbort(T* memory) {
-    if (memory == nullptr) {
-        std::abort();
-    }
-    return memory;
 }
 
 }  // namespace

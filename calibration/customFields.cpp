@@ -10,8 +10,6 @@ using namespace vantric;
 
 namespace {
 
-constexpr std::uint16_t recordVersion = 1;
-
 enum BuiltInField : std::uint32_t {
     fieldLensParameters = 0,
     fieldText1 = 1,

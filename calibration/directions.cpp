@@ -11,12 +11,12 @@ namespace vantric {
 
 namespace {
 
-constexpr int rounds = 15;
-constexpr std::size_t floatsPerDirection = 3;
+// 15 rounds: one, then pairs.
+constexpr int pairsOfRounds = 7;
 
 // Rays are independent, so a group of pixels is worked on lane by lane in arrays that the compiler
 // keeps in vector registers. Every lane does exactly the operations of the plain formula.
-constexpr std::size_t lanes = 16;
+constexpr std::size_t lanes = 32;
 
 struct Lens {
     float ifx, ify, cx, cy, k1, k2, k3, p1, p2;
@@ -31,17 +31,23 @@ Lens lensOf(const float* parameters) {
             parameters[5],        parameters[8],        parameters[6], parameters[7]};
 }
 
-std::uint32_t bitsOf(float value) {
-    std::uint32_t bits;
-    std::memcpy(&bits, &value, sizeof bits);
-    return bits;
+// Pixels without distortion; lanes behind the last column are worked on and dropped.
+Group startOf(const Lens& lens, std::uint32_t column, float y) {
+    Group start;
+    for (std::size_t i = 0; i < lanes; ++i) {
+        // As signed number: that conversion is one vector instruction.
+        const auto u = static_cast<std::int32_t>(column + static_cast<std::uint32_t>(i));
+        start.x[i] = lens.ifx * (static_cast<float>(u) - lens.cx);
+        start.y[i] = y;
+    }
+    return start;
 }
 
-// One round of the fixed-point inversion. Returns the bits that it changed.
-std::uint32_t undistortRound(const Lens& lens, const Group& start, Group& ray) {
+// One round of the fixed-point inversion.
+Group undistortRound(const Lens& lens, const Group& start, const Group& ray) {
     const float twoP1 = 2.0F * lens.p1;
     const float twoP2 = 2.0F * lens.p2;
-    std::uint32_t changed = 0;
+    Group next;
     for (std::size_t i = 0; i < lanes; ++i) {
         const float x = ray.x[i];
         const float y = ray.y[i];
@@ -49,13 +55,39 @@ std::uint32_t undistortRound(const Lens& lens, const Group& start, Group& ray) {
         const float q = 1.0F / (1.0F + r2 * (lens.k1 + r2 * (lens.k2 + lens.k3 * r2)));
         const float dx = twoP1 * x * y + lens.p2 * (r2 + 2.0F * (x * x));
         const float dy = twoP2 * x * y + lens.p1 * (r2 + 2.0F * (y * y));
-        const float nextX = (start.x[i] - dx) * q;
-        const float nextY = (start.y[i] - dy) * q;
-        changed |= (bitsOf(nextX) ^ bitsOf(x)) | (bitsOf(nextY) ^ bitsOf(y));
-        ray.x[i] = nextX;
-        ray.y[i] = nextY;
+        next.x[i] = (start.x[i] - dx) * q;
+        next.y[i] = (start.y[i] - dy) * q;
     }
-    return changed;
+    return next;
+}
+
+std::uint32_t bitsOf(float value) {
+    std::uint32_t bits;
+    std::memcpy(&bits, &value, sizeof bits);
+    return bits;
+}
+
+bool sameBits(const Group& a, const Group& b) {
+    std::uint32_t different = 0;
+    for (std::size_t i = 0; i < lanes; ++i) {
+        different |= (bitsOf(a.x[i]) ^ bitsOf(b.x[i])) | (bitsOf(a.y[i]) ^ bitsOf(b.y[i]));
+    }
+    return different == 0;
+}
+
+// All 15 rounds, or as many as change anything: a pair of rounds that leads back to the bits it
+// started from would only be repeated by the pairs after it. Lanes at rest are such a case, and so
+// are those that go on swinging between two neighbouring numbers.
+Group undistort(const Lens& lens, const Group& start) {
+    Group ray = undistortRound(lens, start, start);
+    for (int pair = 0; pair < pairsOfRounds; ++pair) {
+        const Group before = ray;
+        ray = undistortRound(lens, start, undistortRound(lens, start, before));
+        if (sameBits(ray, before)) {
+            break;
+        }
+    }
+    return ray;
 }
 
 // Unit vectors, interleaved.
@@ -82,19 +114,7 @@ void computeDirections(float* directions, const float* lensParameters, std::uint
         const float y0 = lens.ify * (static_cast<float>(v) - lens.cy);
         for (std::uint32_t u = 0; u < columns;) {
             const std::size_t count = std::min<std::size_t>(lanes, columns - u);
-            Group start;
-            for (std::size_t i = 0; i < lanes; ++i) {
-                const auto column = static_cast<float>(u + static_cast<std::uint32_t>(i));
-                start.x[i] = lens.ifx * (column - lens.cx);
-                start.y[i] = y0;
-            }
-            Group ray = start;
-            // A round that changes no bit would only be repeated by those after it.
-            for (int round = 0; round < rounds; ++round) {
-                if (undistortRound(lens, start, ray) == 0) {
-                    break;
-                }
-            }
+            const Group ray = undistort(lens, startOf(lens, u, y0));
             storeDirections(ray, count, directions);
             directions += count * floatsPerDirection;
             u += static_cast<std::uint32_t>(count);
@@ -112,6 +132,9 @@ uint32_t vantric_updateDirections(float* directions, uint32_t count, const float
     if (pixels > count || pixels * vantric::floatsPerDirection != count ||
         area.areaX > area.columns || area.areaY > area.rows) {
         return VANTRIC_ERR_ALREADY_SET;
+    }
+    if (pixels == 0) {
+        return VANTRIC_OK;  // without a look at the lens
     }
     vantric::computeDirections(directions, lensParameters, area.columns, area.rows);
     return VANTRIC_OK;

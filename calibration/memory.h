@@ -41,6 +41,15 @@ T* allocateZeroed(std::uint64_t count) {
         std::calloc(count == 0 ? 1 : static_cast<std::size_t>(count), sizeof(T)));
 }
 
+/// Memory without which the library cannot go on: aborts for null.
+template <class T>
+T* orAbort(T* memory) {
+    if (memory == nullptr) {
+        std::abort();
+    }
+    return memory;
+}
+
 /// Copies count elements when both sides exist.
 template <class T>
 void copyElements(T* to, const T* from, std::uint64_t count) {

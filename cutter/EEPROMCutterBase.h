@@ -18,11 +18,12 @@ class CALCUT_EXPORT EEPROMCutterBase : public IEEPROMCutter {
 
   protected:
     /// A zero-filled record. Nobody releases it: it belongs to nobody once the cut is over.
-    static EEPROMMetaInformation* newMetaInformation();
+    CALCUT_INTERNAL static EEPROMMetaInformation* newMetaInformation();
     /// Composes a log line of type error; always false.
-    static bool fail(const char* message);
+    CALCUT_INTERNAL static bool fail(const char* message);
     /// Path of the calibration file, with the progress line about the block that goes there.
-    [[nodiscard]] std::string startCalibrationFile(unsigned int blockId, std::size_t bytes) const;
+    [[nodiscard]] CALCUT_INTERNAL std::string startCalibrationFile(unsigned int blockId,
+                                                                   std::size_t bytes) const;
 
     std::string inputFile_;
     std::string outputPath_;

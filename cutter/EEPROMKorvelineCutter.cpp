@@ -54,7 +54,7 @@ bool EEPROMKorvelineCutter::writeFile(unsigned int blockId, const ByteBuffer& da
     }
     const bool opened = writeWholeFile(path, data.data(), size);
     if (!opened || size == 0) {
-        return fail("Could not write tango.bin");  // the wording hosts look for
+        return fail("Could not write tango.bin");  // kept word for word
     }
     if (!writeIntrinsics(data)) {
         return fail("Could not write intrinsics");

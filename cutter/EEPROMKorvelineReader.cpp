@@ -131,7 +131,9 @@ DataBlock EEPROMKorvelineReader::getNextDataBlock() {
         refuse("File is corrupted");
     }
 
-    cursor_ += headerSize + header_->payloadLength;
+    // A payload that overlaps the header would put the cursor behind the end.
+    cursor_ =
+        data_.data() + std::min(size, position + static_cast<std::int64_t>(headerSize) + length);
     DataBlock block{hasSignature(*header_) ? signedBlockId : plainBlockId, {}};
     if (length != 0) {
         block.data.assign(data_.begin() + begin, data_.begin() + end);

@@ -18,7 +18,7 @@ class CALCUT_EXPORT EEPROMReaderBase : public IEEPROMReader {
     ~EEPROMReaderBase();
 
     /// Composes a log line of type error and throws a bool of value false.
-    [[noreturn]] static void refuse(const char* message);
+    [[noreturn]] CALCUT_INTERNAL static void refuse(const char* message);
 
     ByteBuffer data_;                       ///< the dump
     const std::uint8_t* cursor_ = nullptr;  ///< next record in data_

@@ -58,7 +58,8 @@ int cutEEPROMContent(int layout, const char* inputFile, const char* outputPath,
     if (layout != CALCUT_LAYOUT_V7 && layout != CALCUT_LAYOUT_KORVELINE) {
         return 1;
     }
-    return cut(layout, inputFile, outputPath, metaInformation) ? 0 : 1;
+    const bool hasPaths = inputFile != nullptr && outputPath != nullptr;
+    return hasPaths && cut(layout, inputFile, outputPath, metaInformation) ? 0 : 1;
 }
 
 int readLensParameters(unsigned int layout, const char* path, float* parameters) {

@@ -16,7 +16,7 @@ class CALCUT_EXPORT IEEPROMCutter {
     virtual void setInputFile(std::string inputFile) = 0;
     /// Directory without a trailing separator.
     virtual void setOutputPath(std::string outputPath) = 0;
-    /// True when every file was written. Readers' exceptions pass through.
+    /// True when every file could be opened and had content. Readers' exceptions pass through.
     virtual bool execute() = 0;
     virtual EEPROMMetaInformation* getMetaInformation() = 0;
 };

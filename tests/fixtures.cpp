@@ -87,26 +87,20 @@ Bytes smallPacked() {
 }
 
 Bytes minimalPacked() {
-    const Bytes one = {0x40, 0, 0, 0};  // 1.0
-    Bytes out = bytes("QOVRXF", 1, 0, 4, 0, 1);
-    const auto floats = [&](int id, int count) {
-        out.insert(out.end(), {static_cast<std::uint8_t>(id), 4, static_cast<std::uint8_t>(count)});
+    const auto floats = [](int id, int count) {
+        Bytes block = bytes(id, 4, count);
         for (int i = 0; i < count; ++i) {
-            out.insert(out.end(), one.begin(), one.end());
+            block = bytes(block, 0x40, 0, 0, 0);  // 1.0
         }
+        return block;
     };
-    out.insert(out.end(), {0, 0, 1, 5});                         // auxFlag 5
-    floats(1, 9);                                                // lens
-    out.insert(out.end(), {2, 5, 0, 1, 0, 0, 0, 0x0D});          // mask 1, 0, 1, 1
-    floats(3, 4);                                                // pixelValues
-    out.insert(out.end(), {16, 2, 1, 0, 0, 0, 80});              // frequency 80
-    floats(17, 4);
-    floats(18, 4);
-    floats(19, 4);
-    floats(21, 4);
-    floats(22, 4);
-    out.push_back(255);
-    return out;
+    return bytes("QOVRXF", 1, 0, 4, 0, 1,    //
+                 0, 0, 1, 5,                 // auxFlag 5
+                 floats(1, 9),               // lens
+                 2, 5, 0, 1, 0, 0, 0, 0x0D,  // mask 1, 0, 1, 1
+                 floats(3, 4),               // pixelValues
+                 16, 2, 1, 0, 0, 0, 80,      // frequency 80
+                 floats(17, 4), floats(18, 4), floats(19, 4), floats(21, 4), floats(22, 4), 255);
 }
 
 std::uint32_t slowCrc32(const std::uint8_t* data, std::size_t size) {
@@ -143,9 +137,8 @@ Bytes korvelineImage(const Bytes& payload, std::uint8_t type, std::uint32_t addr
     putLittle32(image, 58, slowCrc32(payload.data(), payload.size()));
     image[56] = static_cast<std::uint8_t>(payload.size());
     image[57] = static_cast<std::uint8_t>(payload.size() >> 8);
-    const std::size_t begin = address - 0x2000;
-    image.resize(std::max(image.size(), begin + payload.size()), 0);
-    std::copy(payload.begin(), payload.end(), image.begin() + static_cast<std::ptrdiff_t>(begin));
+    image.resize(std::max<std::size_t>(image.size(), address - 0x2000), 0);
+    image.insert(image.end(), payload.begin(), payload.end());
     return image;
 }
 

@@ -41,13 +41,16 @@ template <class... Parts>
 Bytes bytes(const Parts&... parts) {
     Bytes out;
     const auto add = [&](const auto& part) {
-        if constexpr (std::is_convertible_v<decltype(part), std::string>) {
-            const std::string text = part;
-            out.insert(out.end(), text.begin(), text.end());
-        } else if constexpr (std::is_integral_v<std::decay_t<decltype(part)>>) {
+        if constexpr (std::is_integral_v<std::decay_t<decltype(part)>>) {
             out.push_back(static_cast<std::uint8_t>(part));
+        } else if constexpr (std::is_convertible_v<decltype(part), std::string>) {
+            for (const char c : std::string(part)) {
+                out.push_back(static_cast<std::uint8_t>(c));
+            }
         } else {
-            out.insert(out.end(), part.begin(), part.end());
+            for (const auto byte : part) {
+                out.push_back(static_cast<std::uint8_t>(byte));
+            }
         }
     };
     (add(parts), ...);

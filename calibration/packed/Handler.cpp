@@ -15,8 +15,6 @@ using namespace vantric;
 namespace {
 
 constexpr std::uint32_t supportedVersion = 1;
-constexpr std::uint32_t packedCalibrationType = 3;
-constexpr std::uint64_t floatsPerDirection = 3;
 
 bool readsHeader(const std::uint8_t* data, std::size_t size, RXHeader& header) {
     VantricStream stream = vantric_createStreamFromData(data, size);
@@ -53,7 +51,7 @@ RXReadResult vantric_readRXHandlerCalibration(const uint8_t* data, size_t size,
                                               VantricCalibration* calibration) {
     RXHeader header = {};
     if (!readsHeader(data, size, header)) {
-        return {VANTRIC_ERR_NOT_SUPPORTED, VANTRIC_RX_END_MARKER};
+        return {VANTRIC_ERR_NOT_SUPPORTED, noFailedBlock};
     }
     const std::uint64_t numPixels = std::uint64_t{header.columns} * header.rows;
     VantricStream stream = vantric_createStreamFromData(data, size);
@@ -71,7 +69,7 @@ uint32_t vantric_readRXCustomFields(const uint8_t* data, size_t size,
 }
 
 uint32_t vantric_calcRXPsfAndDirections(VantricCalibration* calibration, uint32_t numPixels) {
-    const std::uint64_t count = numPixels * floatsPerDirection;
+    const std::uint64_t count = std::uint64_t{numPixels} * floatsPerDirection;
     if (count > UINT32_MAX) {
         return VANTRIC_ERR_BUFFER_TOO_SMALL;  // no direction buffer has that many floats
     }

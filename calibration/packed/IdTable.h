@@ -1,4 +1,16 @@
 #pragma once
 
 // The generic block table; declared in the public header.
+#include <cstdint>
+
 #include "calcut/vantric_rx.h"
+
+namespace vantric {
+
+// Coding of RXTableEntry::expectedCount; what is left means pixels x (code - lastLiteralCount).
+constexpr std::int32_t anyCount = -1;  // as every negative code
+constexpr std::int32_t perPixelCount = 0;
+constexpr std::int32_t firstLiteralCount = 2;
+constexpr std::int32_t lastLiteralCount = 249;
+
+}  // namespace vantric

@@ -17,18 +17,9 @@ using namespace vantric;
 
 namespace {
 
-constexpr std::uint32_t noBlock = 255;
-constexpr std::uint16_t packedCalibrationType = 3;
-constexpr std::uint16_t recordVersion = 1;
-
 // Room for the decoded block in front, and for the packed words and integers of it behind.
 constexpr std::uint64_t scratchBytesPerPixel = 12;
 constexpr std::uint64_t decodedBytesPerPixel = 4;
-
-// Coding of RXTableEntry::expectedCount.
-constexpr std::int32_t perPixelCount = 0;
-constexpr std::int32_t firstLiteralCount = 2;
-constexpr std::int32_t lastLiteralCount = 249;
 
 struct TableRelease {
     void operator()(RXBlockTable* table) const { vantric_freeRXTable(table); }
@@ -41,7 +32,7 @@ class BlockWalk {
         : stream_(stream), table_(table), record_(*table.context) {}
 
     RXReadResult run() {
-        RXReadResult result = {VANTRIC_OK, noBlock};
+        RXReadResult result = {VANTRIC_OK, noFailedBlock};
         result.status = begin();
         if (result.status != VANTRIC_OK) {
             return result;
@@ -80,11 +71,27 @@ class BlockWalk {
         numPixels_ = std::uint64_t{header_.columns} * header_.rows;
         scratchSize_ = numPixels_ * scratchBytesPerPixel;
         // Zero-filled: a mask block with fewer values than pixels leaves zeros for the rest.
-        scratch_.reset(allocateZeroed<std::uint8_t>(scratchSize_));
+        scratch_.reset(
+            allocateZeroed<std::uint8_t>(std::max(scratchSize_, bytesThatCopiesReach())));
         record_.imagerArea = {0, 0, header_.columns, header_.rows};
         record_.version = recordVersion;
         record_.calibrationType = packedCalibrationType;
+        // A PSF of an earlier read would not have the size that this one may bring.
+        std::free(record_.psf);
+        record_.psf = nullptr;
         return scratch_ ? VANTRIC_OK : VANTRIC_ERR_BUFFER_TOO_SMALL;
+    }
+
+    // A mask is copied over its whole destination; a table made for another image size must not
+    // make that reach beyond the scratch.
+    [[nodiscard]] std::uint64_t bytesThatCopiesReach() const {
+        std::uint64_t entries = 0;
+        for (std::uint64_t i = 0; i < table_.count; ++i) {
+            if (table_.entries[i].copy != nullptr) {
+                entries = std::max(entries, table_.entries[i].destinationSize);
+            }
+        }
+        return entries * decodedBytesPerPixel;
     }
 
     std::uint32_t readBlock() {
@@ -164,7 +171,9 @@ class BlockWalk {
         record_.customFieldCount = static_cast<std::uint8_t>(customBlockCount_);
         record_.firstCustomFieldId = table_.firstCustomBlockId;
         for (std::size_t i = 0; i < customBlockCount_; ++i) {
-            record_.customFields[i].size = static_cast<std::uint8_t>(customBlockSizes_[i]);
+            VantricCustomField& field = record_.customFields[i];
+            std::free(field.data);  // of an earlier read into this record
+            field = {nullptr, static_cast<std::uint8_t>(customBlockSizes_[i])};
         }
     }
 
@@ -214,10 +223,10 @@ std::uint32_t skipBlock(VantricStream& stream, const RXBlockHeader& block) {
 RXReadResult vantric_readRXCalibration(VantricStream* stream, RXBlockTable* table) {
     const std::unique_ptr<RXBlockTable, TableRelease> owned(table);
     if (table == nullptr) {
-        return {VANTRIC_ERR_BUFFER_TOO_SMALL, noBlock};
+        return {VANTRIC_ERR_BUFFER_TOO_SMALL, noFailedBlock};
     }
     if (!usable(*table)) {
-        return {VANTRIC_ERR_INVALID_ARGUMENT, noBlock};
+        return {VANTRIC_ERR_INVALID_ARGUMENT, noFailedBlock};
     }
     return BlockWalk(*stream, *table).run();
 }

@@ -9,6 +9,7 @@
 #include <limits>
 
 #include "calibration/memory.h"
+#include "calibration/packed/IdTable.h"
 
 namespace vantric {
 
@@ -316,9 +317,6 @@ std::uint32_t copyWiggling(const void* source, std::uint64_t sourceSize, void* d
 }
 
 namespace {
-
-constexpr std::int32_t anyCount = -1;
-constexpr std::int32_t perPixelCount = 0;
 
 enum Need : std::uint32_t { optional = 0, required = 1 };
 

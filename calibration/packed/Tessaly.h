@@ -13,7 +13,8 @@ int isFrequencyBlock(const RXBlockHeader* block);
 std::uint32_t validateBlock(const RXBlockHeader* block, RXBlockExpectation* expectation);
 std::uint32_t validateWholeCalibration(const RXBlockTable* table, RXReadResult* result);
 
-// Copy functions: each writes nothing when it fails.
+// Copy functions: each checks sizes first and writes nothing when it fails (the date alone puts a
+// terminator at the end of its target before it looks for room).
 
 /// One byte per entry of the target, the low byte of a source word. destinationSize counts entries:
 /// all of them are copied, however many words the block had.

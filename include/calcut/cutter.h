@@ -44,15 +44,19 @@ typedef struct EEPROMMetaInformation {
  *
  * @param layout          CALCUT_LAYOUT_V7 or CALCUT_LAYOUT_KORVELINE; any other value returns 1.
  * @param inputFile       path of the dump. A missing, unreadable or empty dump ENDS THE PROCESS
- *                        (std::terminate): check the file before the call. A directory, pipe or
- *                        socket counts as unreadable. A null path returns 1.
+ *                        (std::terminate, by a rethrow with no exception in flight; a host that
+ *                        calls from inside a catch block gets 1 instead): check the file before the
+ *                        call. A directory, pipe or socket counts as unreadable. A null path
+ *                        returns 1.
  * @param outputPath      existing output directory, without a trailing separator ("/" and the file
  *                        name are appended). A null path returns 1.
  * @param metaInformation caller's record. It is overwritten when the image itself was accepted,
  *                        also when a file could not be written afterwards (zeroMaskCount is then 0
- *                        if the mask was not reached); it stays untouched when the image was
- *                        refused. Null is allowed and receives nothing.
- * @return 0 when every file was written; 1 otherwise.
+ *                        if the mask was not reached). It stays untouched when the image was
+ *                        refused, when a record with a signature is shorter than its signature
+ *                        area, and when memory runs out. Null is allowed and receives nothing.
+ * @return 0 when every file could be opened, had content and the calibration reads (a device that
+ *         fills up while a file is written is not noticed); 1 otherwise.
  */
 CALCUT_EXPORT int cutEEPROMContent(int layout, const char* inputFile, const char* outputPath,
                                    EEPROMMetaInformation* metaInformation);

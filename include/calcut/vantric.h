@@ -85,7 +85,7 @@ typedef struct VantricWigglingTable {
     float* first;     /**< owned */
     uint32_t* second; /**< owned */
     float* third;     /**< owned */
-    uint32_t header;  /**< bits of the block's first word */
+    uint32_t header;  /**< bits of the block's first float, as decoded */
 } VantricWigglingTable;
 
 /** Calibration of one modulation frequency. */
@@ -154,7 +154,8 @@ typedef struct RXReadResult {
 
 /**
  * The six functions by which a calibration format plugs into the library. data and size are the
- * whole calibration in memory. getCalibrationType is also the handler's identity.
+ * whole calibration in memory. getCalibrationType is also the handler's identity. The functions
+ * must not throw, and getNumPixels must give the same answer for the same data.
  */
 typedef struct VantricCalibrationHandler {
     /** nonzero when this handler reads this data */
@@ -187,8 +188,8 @@ typedef struct VantricCalibrationHandler {
  *         handler accepts the data; VANTRIC_ERR_INVALID_DATA when it has no pixels; otherwise the
  *         handler's status, for packed data any of VANTRIC_ERR_END_OF_DATA, _VALUE_UNSET,
  *         _BUFFER_TOO_SMALL (also when memory runs out), _COUNT_TOO_SMALL, _INVALID_DATA,
- *         _FIELD_EMPTY, and _INVALID_ARGUMENT from the PSF. A pixel count of 2^31 or more is
- *         negative and comes back as it stands. Out of memory for the record's main parts aborts.
+ *         _FIELD_EMPTY. A pixel count of 2^31 or more is negative and comes back as it stands. Out
+ *         of memory for the record's main parts, the table of blocks or the PSF's curve aborts.
  */
 CALCUT_EXPORT uint32_t vantric_readCalibration(const uint8_t* data, size_t size,
                                                VantricCalibration** out);
@@ -206,7 +207,8 @@ CALCUT_EXPORT void vantric_freeCalibration(VantricCalibration* calibration);
 
 /**
  * Deep copy of a record, owned by the caller; null for null. Directions, PSF and custom data are
- * copied when the source has them (a PSF only when psfWidth and psfHeight are set).
+ * copied when the source has them (a PSF only when psfWidth and psfHeight are set and name at most
+ * VANTRIC_MAX_PSF_ELEMENTS).
  * firstCustomFieldId is deliberately not copied: a copy has 255 there. A part whose buffer cannot
  * be allocated stays null; out of memory for the record's main parts aborts.
  */
@@ -297,8 +299,9 @@ CALCUT_EXPORT int32_t vantric_dispatchGetNumPixels(const uint8_t* data, size_t s
  * @param data, size  the bytes from which the record was read
  * @return the handler's status, for packed data VANTRIC_OK, VANTRIC_ERR_NOT_SUPPORTED,
  *         VANTRIC_ERR_END_OF_DATA, VANTRIC_ERR_BUFFER_TOO_SMALL (packed kinds, a block above 255
- *         bytes, or no memory) or VANTRIC_ERR_INVALID_DATA (ids not ascending, or an id without a
- *         custom field); VANTRIC_ERR_INVALID_ARGUMENT for a null record and when they were read
+ *         bytes, or no memory) or VANTRIC_ERR_INVALID_DATA (ids not ascending, a kind above 6, bad
+ *         bits, or an id without a custom field); VANTRIC_OK when no handler reads custom fields;
+ *         VANTRIC_ERR_INVALID_ARGUMENT for a null record and when they were read
  *         before
  */
 CALCUT_EXPORT uint32_t vantric_readCustomFields(const uint8_t* data, size_t size,
@@ -396,7 +399,7 @@ CALCUT_EXPORT uint32_t vantric_updateDirections(float* directions, uint32_t coun
  * @return VANTRIC_OK; VANTRIC_ERR_INVALID_ARGUMENT for a null record, without straylight model or
  *         without points; VANTRIC_ERR_ALREADY_SET when there is a PSF; VANTRIC_ERR_BUFFER_TOO_SMALL
  *         for more than 13 points, more than VANTRIC_MAX_PSF_ELEMENTS elements, or no memory.
- *         Failures leave the record unchanged.
+ *         Failures leave the record unchanged. Out of memory for the curve aborts.
  */
 CALCUT_EXPORT uint32_t vantric_allocateAndCalculatePsf(VantricCalibration* record);
 

@@ -239,7 +239,8 @@ CALCUT_EXPORT void vantric_freeRXTable(RXBlockTable* table);
 /**
  * The table of the packed calibrations that this library reads ("Tessaly"), bound to a record.
  * @param numPixels  pixels for which the record was made
- * @return the table with its 66 entries; null when memory for them runs out
+ * @return the table with its 66 entries; null when memory for them, or for the record's
+ * frequencies, ran out. Aborts when the table record cannot be allocated.
  */
 CALCUT_EXPORT RXBlockTable* vantric_createTessalyTable(VantricCalibration* calibration,
                                                        uint64_t numPixels);
@@ -247,7 +248,8 @@ CALCUT_EXPORT RXBlockTable* vantric_createTessalyTable(VantricCalibration* calib
 /* ------------------------------------------------------------------------ reader and handler -- */
 
 /**
- * Walks the blocks once and fills table->context. Always frees the table.
+ * Walks the blocks once and fills table->context. Always frees the table. A PSF and custom data of
+ * an earlier read into the same record are released.
  * @param stream  at the file header
  * @param table   null gives VANTRIC_ERR_BUFFER_TOO_SMALL, one without context or callbacks
  *                VANTRIC_ERR_INVALID_ARGUMENT
@@ -262,8 +264,8 @@ CALCUT_EXPORT RXReadResult vantric_readRXCalibration(VantricStream* stream, RXBl
  * Walks the blocks a second time and copies the custom blocks into calibration->customFields, whose
  * data must have been allocated. Custom blocks must be of kinds 0 to 4.
  * @return VANTRIC_OK; VANTRIC_ERR_NOT_SUPPORTED, VANTRIC_ERR_END_OF_DATA,
- *         VANTRIC_ERR_BUFFER_TOO_SMALL; VANTRIC_ERR_INVALID_DATA for ids that do not ascend and for
- *         a custom id without a custom field
+ *         VANTRIC_ERR_BUFFER_TOO_SMALL; VANTRIC_ERR_INVALID_DATA for ids that do not ascend, kinds
+ *         above 6, bad bits, and a custom id without a custom field
  */
 CALCUT_EXPORT uint32_t vantric_readRXCustomData(VantricStream* stream,
                                                 VantricCalibration* calibration);
@@ -282,8 +284,8 @@ CALCUT_EXPORT uint32_t vantric_getRXCalibrationType(void);
 
 /**
  * Reads a packed calibration into a record that was made for its number of pixels.
- * @return as vantric_readRXCalibration; VANTRIC_ERR_NOT_SUPPORTED when the header does not read or
- *         its version is not 1
+ * @return as vantric_readRXCalibration (aborts as vantric_createTessalyTable);
+ * VANTRIC_ERR_NOT_SUPPORTED when the header does not read or its version is not 1
  */
 CALCUT_EXPORT RXReadResult vantric_readRXHandlerCalibration(const uint8_t* data, size_t size,
                                                             VantricCalibration* calibration);
@@ -293,8 +295,8 @@ CALCUT_EXPORT uint32_t vantric_readRXCustomFields(const uint8_t* data, size_t si
                                                   VantricCalibration* calibration);
 
 /**
- * Computes directions (replacing earlier ones) and, when the record has a straylight model, the
- * PSF.
+ * Computes directions (replacing earlier ones; a failure leaves these in place) and, when the
+ * record has a straylight model, the PSF.
  * @param numPixels  columns x rows of the record
  * @return VANTRIC_OK; VANTRIC_ERR_BUFFER_TOO_SMALL when memory runs out or there are no lens
  *         parameters; the statuses of vantric_updateDirections and vantric_allocateAndCalculatePsf

@@ -1,0 +1,240 @@
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cmath>
+#include <limits>
+#include <numeric>
+
+#include "calibration/calibration.h"
+#include "fixtures.h"
+
+using namespace fixtures;
+using namespace vantric;
+
+namespace {
+
+struct ReleasePoly {
+    void operator()(VantricPoly* poly) const { vantric_freePoly(poly); }
+};
+using Poly = std::unique_ptr<VantricPoly, ReleasePoly>;
+
+Poly poly(const std::vector<float>& x, const std::vector<float>& y) {
+    return Poly(vantric_createPolyHandle(x.data(), y.data(), static_cast<std::uint32_t>(x.size())));
+}
+
+std::vector<float> slopes(const std::vector<float>& x, const std::vector<float>& y) {
+    const Poly handle = poly(x, y);
+    return {handle->slope, handle->slope + x.size()};
+}
+
+// A record with a profile of three points over a PSF of that size.
+Record straylight(std::uint32_t width, std::uint32_t height) {
+    Record record(allocateCalibration(1));
+    record->straylightScale = 2.0F;
+    record->straylightPointCount = 3;
+    for (int i = 0; i < 3; ++i) {
+        record->straylightRadius[i] = static_cast<float>(i + 1);
+        record->straylightValue[i] = static_cast<float>(i + 1);
+    }
+    record->straylightExponent = 2.0F;
+    record->straylightOffset = 0.0F;
+    record->straylightCentre = 9.0F;
+    record->psfWidth = width;
+    record->psfHeight = height;
+    return record;
+}
+
+}  // namespace
+
+TEST(Interpolation, SlopesPreserveShape) {
+    using F = std::vector<float>;
+    EXPECT_EQ(slopes({0, 1, 2}, {0, 1, 4})[1], 1.5F);       // harmonic mean of 1 and 3
+    EXPECT_EQ(slopes({0, 1, 2}, {0, 2, 0})[1], 0.0F);       // extremum
+    EXPECT_EQ(slopes({0, 1, 2}, {0, 0, 5})[1], 0.0F);       // flat side
+    EXPECT_EQ(slopes({0, 1, 3}, {0, 1, 3}), (F{1, 1, 1}));  // a line keeps its slope
+    EXPECT_EQ(slopes({0, 1, 2}, {0, 1, 4}),
+              (F{0, 1.5F, 4}));                         // ends: (3 * 1 - 3) / 2, (3 * 3 - 1) / 2
+    EXPECT_EQ(slopes({0, 1, 2}, {0, 1, 5})[0], 0.0F);   // an end that would turn back: 0
+    EXPECT_EQ(slopes({0, 1, 2}, {0, 1, -9})[0], 3.0F);  // an end too steep: three secants
+    EXPECT_EQ(slopes({0, 1, 2}, {-9, 1, 0})[2], -3.0F);
+    EXPECT_EQ(slopes({0, 1, 2}, {0, 0, 4})[0], 0.0F);  // d below zero, secant zero
+    // Weighted: h 1 and 2, secants 1 and 3: w1 = 5, w2 = 4, 9 / (5 + 4 / 3).
+    EXPECT_EQ(slopes({0, 1, 3}, {0, 1, 7})[1], 9.0F / (5.0F / 1.0F + 4.0F / 3.0F));
+    EXPECT_EQ(slopes({1, 3}, {1, 7}), (F{3, 3}));
+    EXPECT_EQ(slopes({1}, {7}), (F{0}));
+}
+
+TEST(Interpolation, EvaluatesInsideAndFallsBackOutside) {
+    const std::vector<float> x = {0, 1, 2, 4};
+    const std::vector<float> y = {0, 1, 4, 20};
+    const Poly handle = poly(x, y);
+    EXPECT_EQ(handle->count, 4U);
+    EXPECT_NE(handle->x, x.data());
+    for (std::size_t i = 0; i < x.size(); ++i) {
+        EXPECT_EQ(vantric_cinterpol(handle.get(), x[i]), y[i]);
+    }
+    float previous = -1.0F;
+    for (int i = 0; i <= 400; ++i) {  // monotone data, monotone curve
+        const float value = vantric_cinterpol(handle.get(), static_cast<float>(i) / 100.0F);
+        EXPECT_GE(value, previous);
+        previous = value;
+    }
+    EXPECT_NEAR(vantric_cinterpol(poly({0, 2}, {0, 4}).get(), 0.5F), 1.0F, 1e-6F);
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    for (const float t : {-0.001F, 4.001F, nan, std::numeric_limits<float>::infinity()}) {
+        EXPECT_TRUE(std::isnan(vantric_cinterpol(handle.get(), t)));
+        EXPECT_EQ(vantric_cinterpol_def(handle.get(), t, 7.0F), 7.0F);
+    }
+    // A jump between two nodes of the same place: the lower segment holds the node.
+    EXPECT_EQ(vantric_cinterpol(poly({0, 1, 1.5F, 2}, {5, 6, 8, 9}).get(), 1.0F), 6.0F);
+}
+
+TEST(Interpolation, HandlesWithoutASegmentFallBack) {
+    vantric_freePoly(nullptr);
+    const float one = 1.0F;
+    for (const std::uint32_t n : {0U, 1U, 0x80000000U, 0xFFFFFFFFU}) {
+        const Poly handle(vantric_createPolyHandle(&one, &one, n));
+        EXPECT_EQ(handle->count, n);
+        EXPECT_EQ(handle->slope == nullptr, n != 1);
+        EXPECT_TRUE(std::isnan(vantric_cinterpol(handle.get(), 1.0F)));
+        EXPECT_EQ(vantric_cinterpol_def(handle.get(), 1.0F, -2.0F), -2.0F);
+    }
+}
+
+TEST(Directions, ChecksTheSizesBeforeItWrites) {
+    std::array<float, 9> lens = {1, 1, 0, 0, 0, 0, 0, 0, 0};
+    struct Case {
+        VantricImagerArea area;
+        std::uint32_t count;
+        std::uint32_t status;
+    };
+    for (const Case& item :
+         {Case{{0, 0, 2, 1}, 6, VANTRIC_OK}, Case{{0, 0, 2, 1}, 5, VANTRIC_ERR_ALREADY_SET},
+          Case{{0, 0, 2, 1}, 7, VANTRIC_ERR_ALREADY_SET}, Case{{2, 1, 2, 1}, 6, VANTRIC_OK},
+          Case{{3, 0, 2, 1}, 6, VANTRIC_ERR_ALREADY_SET},
+          Case{{0, 2, 2, 1}, 6, VANTRIC_ERR_ALREADY_SET}, Case{{0, 0, 0, 9}, 0, VANTRIC_OK},
+          Case{{0, 0, 9, 0}, 0, VANTRIC_OK}, Case{{0, 0, 65536, 65536}, 0, VANTRIC_ERR_ALREADY_SET},
+          Case{{0, 0, 0xFFFFFFFF, 0xFFFFFFFF}, 3, VANTRIC_ERR_ALREADY_SET}}) {
+        std::array<float, 7> directions;
+        directions.fill(-7.0F);
+        EXPECT_EQ(vantric_updateDirections(directions.data(), item.count, lens.data(), &item.area),
+                  item.status);
+        const bool written = item.status == VANTRIC_OK && item.count != 0;
+        EXPECT_EQ(directions[0] != -7.0F, written);
+        EXPECT_EQ(directions[6], -7.0F);
+    }
+}
+
+TEST(Directions, FollowTheLens) {
+    const VantricImagerArea area = {0, 0, 5, 3};
+    const std::array<float, 9> pinhole = {2.0F, 4.0F, 2.0F, 1.0F, 0, 0, 0, 0, 0};
+    std::array<float, 45> d;
+    ASSERT_EQ(vantric_updateDirections(d.data(), 45, pinhole.data(), &area), VANTRIC_OK);
+    const float* axis = d.data() + 3 * (1 * 5 + 2);
+    EXPECT_EQ(axis[0], 0.0F);
+    EXPECT_EQ(axis[1], 0.0F);
+    EXPECT_EQ(axis[2], 1.0F);
+    const float* right = axis + 6;  // x = 1 at the same row
+    EXPECT_FLOAT_EQ(right[0], std::sqrt(0.5F));
+    EXPECT_EQ(right[1], 0.0F);
+    const float* below = axis + 15;  // y = 0.25
+    EXPECT_EQ(below[0], 0.0F);
+    EXPECT_FLOAT_EQ(below[1] / below[2], 0.25F);
+
+    // Distorting the computed ray must lead back to the pixel.
+    const std::array<float, 9> lens = {200, 210, 112, 86, -0.2F, 0.05F, 1e-3F, -5e-4F, 1e-3F};
+    const VantricImagerArea sensor = {0, 0, 224, 172};
+    std::vector<float> rays(224 * 172 * 3);
+    ASSERT_EQ(vantric_updateDirections(rays.data(), 224 * 172 * 3, lens.data(), &sensor),
+              VANTRIC_OK);
+    for (int v = 0; v < 172; v += 19) {
+        for (int u = 0; u < 224; u += 17) {
+            const float* ray = rays.data() + 3 * (v * 224 + u);
+            const double x = ray[0] / ray[2];
+            const double y = ray[1] / ray[2];
+            const double r2 = x * x + y * y;
+            const double radial = 1 + r2 * (-0.2 + r2 * (0.05 + 1e-3 * r2));
+            const double xd = x * radial + 2 * 1e-3 * x * y - 5e-4 * (r2 + 2 * x * x);
+            const double yd = y * radial - 2 * 5e-4 * x * y + 1e-3 * (r2 + 2 * y * y);
+            EXPECT_NEAR(xd * 200 + 112, u, 0.01);
+            EXPECT_NEAR(yd * 210 + 86, v, 0.01);
+        }
+    }
+}
+
+TEST(Psf, RefusesBeforeItTouchesTheRecord) {
+    EXPECT_EQ(vantric_allocateAndCalculatePsf(nullptr), VANTRIC_ERR_INVALID_ARGUMENT);
+    struct Case {
+        std::function<void(VantricCalibration&)> change;
+        std::uint32_t status;
+    };
+    for (const Case& item : {
+             Case{[](auto& r) { r.straylightScale = NAN; }, VANTRIC_ERR_INVALID_ARGUMENT},
+             Case{[](auto& r) { r.straylightPointCount = 0; }, VANTRIC_ERR_INVALID_ARGUMENT},
+             Case{[](auto& r) { r.straylightPointCount = 14; }, VANTRIC_ERR_BUFFER_TOO_SMALL},
+             Case{[](auto& r) { r.psfWidth = 1U << 26; }, VANTRIC_ERR_BUFFER_TOO_SMALL},
+             Case{[](auto& r) { r.psfWidth = r.psfHeight = 0xFFFFFFFFU; },
+                  VANTRIC_ERR_BUFFER_TOO_SMALL},
+             Case{[](auto& r) { r.psfWidth = r.psfHeight = 0x10000U; },
+                  VANTRIC_ERR_BUFFER_TOO_SMALL},
+         }) {
+        const Record record = straylight(4, 4);
+        item.change(*record);
+        const std::uint8_t points = record->straylightPointCount;
+        EXPECT_EQ(vantric_allocateAndCalculatePsf(record.get()), item.status);
+        EXPECT_EQ(record->psf, nullptr);
+        EXPECT_EQ(record->straylightPointCount, points);
+        EXPECT_EQ(record->straylightRadius[0], 1.0F);
+    }
+}
+
+TEST(Psf, WrapsAroundTheEdges) {
+    const Record record = straylight(4, 4);
+    ASSERT_EQ(vantric_allocateAndCalculatePsf(record.get()), VANTRIC_OK);
+    EXPECT_EQ(record->straylightPointCount, 4);
+    EXPECT_EQ(record->straylightRadius[0], 0.0F);
+    EXPECT_EQ(record->straylightValue[0], 0.0F);
+    EXPECT_EQ(record->straylightRadius[3], 3.0F);
+    const float distances[] = {0, 1, 2, 1};
+    for (int y = 0; y < 4; ++y) {
+        for (int x = 0; x < 4; ++x) {
+            const float r = std::sqrt(distances[x] * distances[x] + distances[y] * distances[y]);
+            const float expected =
+                x + y == 0 ? 9.0F : 2.0F * std::exp(-r);  // the profile is a line
+            EXPECT_NEAR(record->psf[y * 4 + x], expected, 1e-5F);
+        }
+    }
+    EXPECT_EQ(vantric_allocateAndCalculatePsf(record.get()), VANTRIC_ERR_ALREADY_SET);
+    EXPECT_EQ(record->straylightPointCount, 4);
+}
+
+TEST(Psf, IsZeroBeyondTheProfileAndShiftedByTheOffset) {
+    const Record flat = straylight(20, 1);
+    ASSERT_EQ(vantric_allocateAndCalculatePsf(flat.get()), VANTRIC_OK);
+    const Record shifted = straylight(20, 1);
+    shifted->straylightOffset = 0.25F;
+    ASSERT_EQ(vantric_allocateAndCalculatePsf(shifted.get()), VANTRIC_OK);
+    EXPECT_EQ(flat->psf[0], 9.0F);
+    EXPECT_EQ(shifted->psf[0], 9.0F);  // the centre comes after the offset
+    for (int x = 1; x < 20; ++x) {
+        const int distance = std::min(x, 20 - x);
+        EXPECT_EQ(flat->psf[x] == 0.0F, distance > 3) << x;
+        EXPECT_EQ(shifted->psf[x], flat->psf[x] + 0.25F);
+    }
+    // A profile whose segments leave out the radius: exp(-1e20) is 0.
+    const Record gap = straylight(3, 1);
+    gap->straylightRadius[0] = std::numeric_limits<float>::quiet_NaN();
+    gap->straylightRadius[1] = std::numeric_limits<float>::quiet_NaN();
+    ASSERT_EQ(vantric_allocateAndCalculatePsf(gap.get()), VANTRIC_OK);
+    EXPECT_EQ(gap->psf[1], 0.0F);
+}
+
+TEST(Psf, WithoutElementsHoldsTheCentre) {
+    for (const auto& [width, height] : {std::pair(0U, 0U), {0U, 5U}, {0xFFFFFFFFU, 0U}}) {
+        const Record record = straylight(width, height);
+        record->straylightOffset = 1.0F;
+        ASSERT_EQ(vantric_allocateAndCalculatePsf(record.get()), VANTRIC_OK);
+        EXPECT_EQ(record->psf[0], 9.0F);
+        EXPECT_EQ(record->straylightPointCount, 4);
+    }
+}

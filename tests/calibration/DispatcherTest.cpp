@@ -1,0 +1,172 @@
+#include <gtest/gtest.h>
+
+#include "calibration/calibration.h"
+#include "fixtures.h"
+
+using namespace fixtures;
+
+namespace {
+
+// A format of one byte: 'A' plus the number of its handler.
+std::uint32_t readStatus;
+std::int32_t pixelCount;
+int asked;
+
+template <int N>
+VantricCalibrationHandler handler() {
+    return {[](const std::uint8_t* data, std::size_t size) {
+                asked = asked * 10 + N;
+                return size == 1 && data[0] == 'A' + N ? 2 : 0;
+            },
+            [](const std::uint8_t*, std::size_t, VantricCalibration* record) {
+                record->calibrationType = 100 + N;
+                return RXReadResult{readStatus, 3};
+            },
+            nullptr,
+            nullptr,
+            []() -> std::uint32_t { return 100 + N; },
+            [](const std::uint8_t*, std::size_t) { return pixelCount; }};
+}
+
+class Dispatch : public testing::Test {
+  protected:
+    void SetUp() override {
+        vantric_clearCalibrationHandlers();
+        readStatus = VANTRIC_OK;
+        pixelCount = 4;
+        asked = 0;
+    }
+    void TearDown() override { vantric_clearCalibrationHandlers(); }
+
+    static int add(const VantricCalibrationHandler& one) {
+        return vantric_registerCalibrationHandler(&one);
+    }
+};
+
+}  // namespace
+
+TEST_F(Dispatch, KeepsFiveDistinctHandlers) {
+    EXPECT_EQ(vantric_registerCalibrationHandler(nullptr), 0);
+    EXPECT_EQ(add(handler<1>()), 1);
+    EXPECT_EQ(add(handler<1>()), 0);
+    VantricCalibrationHandler alias = handler<2>();
+    alias.getCalibrationType = handler<1>().getCalibrationType;  // the identity
+    EXPECT_EQ(add(alias), 0);
+    EXPECT_EQ(add(handler<2>()) + add(handler<3>()) + add(handler<4>()) + add(handler<5>()), 4);
+    EXPECT_EQ(add(handler<6>()), 0);
+    // The table is full: the packed format finds no room any more, for good.
+    const Bytes packed = minimalPacked();
+    EXPECT_EQ(vantric_getCalibrationType(packed.data(), packed.size()), 0U);
+    EXPECT_EQ(asked, 12345);
+    VantricCalibration* out = nullptr;
+    EXPECT_EQ(vantric_readCalibration(packed.data(), packed.size(), &out),
+              VANTRIC_ERR_NOT_SUPPORTED);
+    EXPECT_EQ(out, nullptr);
+    vantric_clearCalibrationHandlers();
+    EXPECT_EQ(vantric_getCalibrationType(packed.data(), packed.size()), 3U);
+}
+
+TEST_F(Dispatch, AsksInOrderOfRegistrationAndStopsAtTheFirst) {
+    const std::uint8_t c = 'C';
+    add(handler<1>());
+    add(handler<2>());
+    add(handler<3>());
+    EXPECT_EQ(vantric_dispatchGetCalibrationType(&c, 1), 102U);
+    EXPECT_EQ(asked, 12);
+    // The library's own was added behind them.
+    const VantricCalibrationHandler own = vantric_getRXCalibrationHandler();
+    EXPECT_EQ(add(own), 0);
+    EXPECT_EQ(add(handler<4>()), 1);
+    EXPECT_EQ(add(handler<5>()), 0);
+}
+
+TEST_F(Dispatch, OwnHandlerRegisteredByHandIsNotAddedTwice) {
+    EXPECT_EQ(add(vantric_getRXCalibrationHandler()), 1);
+    const Bytes packed = minimalPacked();
+    EXPECT_EQ(vantric_getCalibrationType(packed.data(), packed.size()), 3U);
+    EXPECT_EQ(add(handler<1>()) + add(handler<2>()) + add(handler<3>()) + add(handler<4>()), 4);
+    EXPECT_EQ(add(handler<5>()), 0);
+}
+
+TEST_F(Dispatch, AnswersWithoutAHandler) {
+    const std::uint8_t data = 'Z';
+    VantricCalibration* out = nullptr;
+    EXPECT_EQ(vantric_dispatchGetCalibrationType(&data, 1), 0U);
+    EXPECT_EQ(vantric_dispatchReadCalibration(&data, 1, nullptr), VANTRIC_ERR_NOT_SUPPORTED);
+    EXPECT_EQ(vantric_dispatchReadCustomFields(&data, 1, nullptr), VANTRIC_OK);
+    EXPECT_EQ(vantric_dispatchCalcPsfAndDirections(&data, 1, nullptr, 1), VANTRIC_OK);
+    EXPECT_EQ(static_cast<std::uint32_t>(vantric_dispatchGetNumPixels(&data, 1)),
+              VANTRIC_ERR_NOT_SUPPORTED);
+    EXPECT_EQ(vantric_readCalibration(&data, 1, &out), VANTRIC_ERR_NOT_SUPPORTED);
+    EXPECT_EQ(vantric_readCalibrationExt(nullptr, 0, &out, 1), VANTRIC_ERR_NOT_SUPPORTED);
+    EXPECT_EQ(out, nullptr);
+}
+
+TEST_F(Dispatch, NullSlotsCountAsSuccess) {
+    const std::uint8_t b = 'B';
+    add(handler<1>());
+    EXPECT_EQ(vantric_dispatchReadCustomFields(&b, 1, nullptr), VANTRIC_OK);
+    EXPECT_EQ(vantric_dispatchCalcPsfAndDirections(&b, 1, nullptr, 4), VANTRIC_OK);
+}
+
+TEST_F(Dispatch, HandsOutARecordOnSuccessAndOnPartialReads) {
+    struct Case {
+        std::int32_t pixels;
+        std::uint32_t readStatus, result;
+        bool handedOut;
+    };
+    add(handler<1>());
+    const std::uint8_t b = 'B';
+    for (const Case& item : {
+             Case{4, VANTRIC_OK, VANTRIC_OK, true},
+             Case{4, VANTRIC_WARN_PARTIAL, VANTRIC_WARN_PARTIAL, true},
+             Case{4, 5, 5, false},
+             Case{4, VANTRIC_ERR_INVALID_DATA, VANTRIC_ERR_INVALID_DATA, false},
+             Case{0, VANTRIC_OK, VANTRIC_ERR_INVALID_DATA, false},
+             Case{static_cast<std::int32_t>(VANTRIC_ERR_FIELD_EMPTY), VANTRIC_OK,
+                  VANTRIC_ERR_FIELD_EMPTY, false},
+             Case{-131071, VANTRIC_OK, static_cast<std::uint32_t>(-131071), false},
+         }) {
+        for (const bool withPsf : {false, true}) {
+            pixelCount = item.pixels;
+            readStatus = item.readStatus;
+            VantricCalibration* out = nullptr;
+            EXPECT_EQ(withPsf ? vantric_readCalibration(&b, 1, &out)
+                              : vantric_readCalibrationExt(&b, 1, &out, 0),
+                      item.result);
+            const Record record(out);
+            EXPECT_EQ(out != nullptr, item.handedOut);
+            EXPECT_EQ(vantric_getCalibrationTypeFromHandle(out), item.handedOut ? 101U : 0U);
+        }
+    }
+}
+
+TEST_F(Dispatch, ReadsWithAndWithoutComputation) {
+    const Bytes packed = smallPacked();
+    const Record full = read(packed);
+    EXPECT_NE(full->directions, nullptr);
+    EXPECT_NE(full->psf, nullptr);
+    const Record plain = readPlain(packed);
+    EXPECT_EQ(plain->directions, nullptr);
+    EXPECT_EQ(plain->psf, nullptr);
+    EXPECT_EQ(vantric_dispatchGetNumPixels(packed.data(), packed.size()), 32);
+    EXPECT_EQ(vantric_dispatchCalcPsfAndDirections(packed.data(), packed.size(), plain.get(), 32),
+              VANTRIC_OK);
+    EXPECT_NE(plain->psf, nullptr);
+    EXPECT_EQ(vantric_dispatchReadCalibration(packed.data(), packed.size(), plain.get()),
+              VANTRIC_OK);
+}
+
+// A handler may register another one while it is asked.
+TEST_F(Dispatch, HandlersMayUseTheRegistry) {
+    VantricCalibrationHandler nested = handler<1>();
+    nested.supports = [](const std::uint8_t*, std::size_t) {
+        const VantricCalibrationHandler other = handler<2>();
+        vantric_registerCalibrationHandler(&other);
+        return 0;
+    };
+    add(nested);
+    const std::uint8_t c = 'C';
+    EXPECT_EQ(vantric_dispatchGetCalibrationType(&c, 1), 0U);
+    EXPECT_EQ(vantric_dispatchGetCalibrationType(&c, 1), 102U);
+}
