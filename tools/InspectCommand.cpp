@@ -177,7 +177,7 @@ void printWiggling(const std::string& name, const std::optional<WigglingReport>&
     if (!wiggling) {
         return;
     }
-    item(name, fmt::format("header 0x{:08x} ({}), {} entries", wiggling->header,
+    item(name, fmt::format("header 0x{:08x} ({}), entries: {}", wiggling->header,
                            std::bit_cast<float>(wiggling->header), wiggling->third.size()));
     item("    first", listText(wiggling->first));
     item("    second", listText(wiggling->second));
