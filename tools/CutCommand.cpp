@@ -136,6 +136,7 @@ class Progress {
             return;
         }
         drawn_ = now;
+        visible_ = true;
         const double seconds = std::chrono::duration<double>(now - start_).count();
         const double rate = seconds > 0 ? static_cast<double>(done_) / seconds : 0.0;
         const auto left =
@@ -148,10 +149,9 @@ class Progress {
         put(line);
     }
 
-    void clear() {
-        if (shown_ && drawn_ != Clock::time_point()) {
+    void clear() const {
+        if (visible_) {
             put("\r\x1b[K");
-            shown_ = false;
         }
     }
 
@@ -164,8 +164,9 @@ class Progress {
     std::size_t total_;
     std::size_t done_ = 0;
     bool shown_;
+    bool visible_ = false;
     Clock::time_point start_ = Clock::now();
-    Clock::time_point drawn_{};
+    Clock::time_point drawn_ = start_;
 };
 
 std::optional<ReportFormat> reportFormat(const std::string& path) {
@@ -207,7 +208,7 @@ int cutMany(const CutOptions& options) {
     std::vector<CutRow> rows(options.paths.size());
     for (std::size_t i = 0; i < rows.size(); ++i) {
         rows[i].dump = options.paths[i];
-        rows[i].result.reason = "not reached: interrupted";
+        rows[i].result.reason = "interrupted";
     }
     const unsigned jobs =
         options.jobs != 0 ? options.jobs : std::max(1U, std::thread::hardware_concurrency());
@@ -222,6 +223,7 @@ int cutMany(const CutOptions& options) {
                                                 directory(item), temporary(item)));
             },
             [&](std::size_t item, const std::string& bytes, const std::string& death) {
+                rows[item].reached = true;
                 if (death.empty()) {
                     rows[item].result = deserialise(bytes);
                 } else {

@@ -27,8 +27,11 @@ constexpr std::size_t lensFy = 3;
 using Json = nlohmann::basic_json<nlohmann::ordered_map, std::vector, std::string, bool,
                                   std::int64_t, std::uint64_t, float>;
 
-const char* resultText(const CutResult& result) {
-    return result.cut() ? "cut" : "failed";
+const char* resultText(const CutRow& row) {
+    if (!row.reached) {
+        return "not reached";
+    }
+    return row.result.cut() ? "cut" : "failed";
 }
 
 std::string csvField(const std::string& text) {
@@ -50,7 +53,7 @@ std::string renderCsv(const std::vector<CutRow>& rows) {
     for (const CutRow& row : rows) {
         const CutResult& result = row.result;
         csv += fmt::format("{},{},{},{},", csvField(row.dump), layoutName(result.layout),
-                           resultText(result), csvField(result.reason));
+                           resultText(row), csvField(result.reason));
         csv += result.cut()
                    ? fmt::format("{},{},{},{},{}\r\n", result.maskedPixels, result.lens[lensFx],
                                  result.lens[lensFy], result.lens[lensCx], result.lens[lensCy])
@@ -67,7 +70,7 @@ std::string renderJson(const std::vector<CutRow>& rows) {
         Json entry;
         entry["file"] = row.dump;
         entry["layout"] = layoutName(result.layout);
-        entry["result"] = resultText(result);
+        entry["result"] = resultText(row);
         entry["reason"] = result.cut() ? Json() : Json(result.reason);
         entry["maskedPixels"] = result.cut() ? Json(result.maskedPixels) : Json();
         entry["fx"] = result.cut() ? Json(result.lens[lensFx]) : Json();
@@ -91,7 +94,7 @@ using Line = std::array<std::string, columns>;
 
 Line tableLine(const CutRow& row) {
     const CutResult& result = row.result;
-    Line line{row.dump, layoutName(result.layout), resultText(result)};
+    Line line{row.dump, layoutName(result.layout), resultText(row)};
     if (result.cut()) {
         line[3] = fmt::format("{}", result.maskedPixels);
         line[4] = fmt::format("{}", result.lens[lensFx]);
@@ -114,7 +117,7 @@ std::string renderSummary(const std::vector<CutRow>& rows, double seconds) {
     std::size_t failed = 0;
     for (const CutRow& row : rows) {
         failed += row.result.cut() ? 0 : 1;
-        if (rows.size() <= listAll || !row.result.cut()) {
+        if (rows.size() <= listAll || (row.reached && !row.result.cut())) {
             listed.push_back(&row);
         }
     }
@@ -152,9 +155,13 @@ std::string renderSummary(const std::vector<CutRow>& rows, double seconds) {
     for (const CutRow* row : listed) {
         add(tableLine(*row), row->result.reason, false);
     }
-    text += fmt::format("{} dump{}: {} cut, {} failed, in {:.2f} s ({:.1f} dumps/s)\n", rows.size(),
-                        rows.size() == 1 ? "" : "s", rows.size() - failed, failed, seconds,
-                        seconds > 0 ? static_cast<double>(rows.size()) / seconds : 0.0);
+    const auto reached = static_cast<std::size_t>(
+        std::count_if(rows.begin(), rows.end(), [](const CutRow& row) { return row.reached; }));
+    const std::size_t left = rows.size() - reached;
+    text += fmt::format("{} dump{}: {} cut, {} failed{}, in {:.2f} s ({:.1f} dumps/s)\n",
+                        rows.size(), rows.size() == 1 ? "" : "s", rows.size() - failed,
+                        failed - left, left == 0 ? "" : fmt::format(", {} not reached", left),
+                        seconds, seconds > 0 ? static_cast<double>(reached) / seconds : 0.0);
     return text;
 }
 

@@ -13,6 +13,7 @@ namespace calcut::tools {
 struct CutRow {
     std::string dump;
     CutResult result;
+    bool reached = false;  ///< false for those that an interrupt left over
 };
 
 enum class ReportFormat { Csv, Json };

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -105,14 +106,12 @@ void cutLoaded(CutResult& result, ByteView bytes, const std::string& dump,
 
 // True when the directory holds nothing but what a cut writes.
 bool isEarlierCut(const fs::path& directory) {
-    for (const fs::directory_entry& entry : fs::directory_iterator(directory)) {
+    const fs::directory_iterator entries(directory);
+    return std::all_of(fs::begin(entries), fs::end(entries), [](const fs::directory_entry& entry) {
         const fs::path name = entry.path().filename();
-        if (!entry.is_regular_file() ||
-            (name != calibrationFile && name != lensFile && name != signatureFile)) {
-            return false;
-        }
-    }
-    return true;
+        return entry.is_regular_file() &&
+               (name == calibrationFile || name == lensFile || name == signatureFile);
+    });
 }
 
 // Throws fs::filesystem_error.

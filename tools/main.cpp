@@ -36,12 +36,8 @@ int run(int argc, char** argv) {
     int exitCode = exitOk;
     addMakeCommand(app, exitCode);
     addCutCommand(app, exitCode);
-#ifdef CALCUT_HAVE_INSPECTCOMMAND
     addInspectCommand(app, exitCode);
-#endif
-#ifdef CALCUT_HAVE_PLOTCOMMAND
     addPlotCommand(app, exitCode);
-#endif
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
