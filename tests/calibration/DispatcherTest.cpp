@@ -10,12 +10,12 @@ namespace {
 // A format of one byte: 'A' plus the number of its handler.
 std::uint32_t readStatus;
 std::int32_t pixelCount;
-int asked;
+std::string asked;  // numbers of the handlers, in order
 
 template <int N>
 VantricCalibrationHandler handler() {
     return {[](const std::uint8_t* data, std::size_t size) {
-                asked = asked * 10 + N;
+                asked += static_cast<char>('0' + N);
                 return size == 1 && data[0] == 'A' + N ? 2 : 0;
             },
             [](const std::uint8_t*, std::size_t, VantricCalibration* record) {
@@ -34,7 +34,7 @@ class Dispatch : public testing::Test {
         vantric_clearCalibrationHandlers();
         readStatus = VANTRIC_OK;
         pixelCount = 4;
-        asked = 0;
+        asked.clear();
     }
     void TearDown() override { vantric_clearCalibrationHandlers(); }
 
@@ -57,7 +57,7 @@ TEST_F(Dispatch, KeepsFiveDistinctHandlers) {
     // The table is full: the packed format finds no room any more, for good.
     const Bytes packed = minimalPacked();
     EXPECT_EQ(vantric_getCalibrationType(packed.data(), packed.size()), 0U);
-    EXPECT_EQ(asked, 12345);
+    EXPECT_EQ(asked, "12345");
     VantricCalibration* out = nullptr;
     EXPECT_EQ(vantric_readCalibration(packed.data(), packed.size(), &out),
               VANTRIC_ERR_NOT_SUPPORTED);
@@ -72,7 +72,7 @@ TEST_F(Dispatch, AsksInOrderOfRegistrationAndStopsAtTheFirst) {
     add(handler<2>());
     add(handler<3>());
     EXPECT_EQ(vantric_dispatchGetCalibrationType(&c, 1), 102U);
-    EXPECT_EQ(asked, 12);
+    EXPECT_EQ(asked, "12");
     // The library's own was added behind them.
     const VantricCalibrationHandler own = vantric_getRXCalibrationHandler();
     EXPECT_EQ(add(own), 0);
