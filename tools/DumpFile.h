@@ -1,21 +1,16 @@
 // A file as the command sees it: its layout, the image header field by field, checksum and payload,
-// the blocks of the calibration, the read's status, and the first fault in terms a person can act
-// on. The library answers 0 or 1; this finds out why, without changing any result.
+// and the first fault. The library answers 0 or 1; this finds out why, without changing any result.
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <optional>
-#include <span>
 #include <string>
 #include <vector>
 
-#include "calcut/vantric.h"
-#include "calcut/vantric_rx.h"
+#include "Fault.h"
+#include "PackedFile.h"
 
 namespace calcut::tools {
-
-using ByteView = std::span<const std::uint8_t>;
 
 enum class Layout { V7, Korveline, Packed, Unknown };
 
@@ -39,21 +34,6 @@ struct LoadedFile {
     std::string error;  ///< empty on success
 };
 LoadedFile loadFile(const std::string& path, Source source);
-
-// --------------------------------------------------------------------------------------- fault --
-
-/// The first thing that keeps a file from being cut or read.
-struct Fault {
-    std::string what;                        ///< short name, for instance "CRC-32 mismatch"
-    std::string expected;                    ///< empty when nothing particular was expected
-    std::string found;                       ///< empty when there is nothing to show
-    std::uint64_t offset = 0;                ///< byte offset in the file
-    std::uint32_t status = VANTRIC_OK;       ///< of the calibration library, when that refused
-    std::optional<std::uint32_t> blockId{};  ///< the block that failed or is missing
-};
-
-/// One line: "CRC-32 mismatch at byte 8 (0x8): expected 0x1234abcd, found 0x00000000".
-std::string describe(const Fault& fault);
 
 // --------------------------------------------------------------------------------------- image --
 
@@ -113,52 +93,6 @@ Image parseImage(ByteView file, Layout layout);
 /// What is left over once the calibration reads: a signature area without signature or with an
 /// impossible length.
 std::optional<Fault> signatureFault(const Image& image);
-
-// --------------------------------------------------------------------------------- calibration --
-
-/// A block as it lies in the file.
-struct BlockPosition {
-    std::uint64_t offset = 0;         ///< of the block header, from the calibration's start
-    std::uint64_t payloadOffset = 0;  ///< likewise
-    std::uint64_t packedSize = 0;     ///< payload bytes in the file
-    RXBlockHeader header{};
-    bool known = false;   ///< the reader has a table entry for this id
-    bool custom = false;  ///< id 128 or above: skipped as custom block
-};
-
-/// The walk over the block headers, without decoding.
-struct BlockWalk {
-    std::uint32_t headerStatus =
-        VANTRIC_OK;  ///< of the file header; nothing else is set on failure
-    RXHeader header{};
-    std::vector<BlockPosition> blocks;  ///< in file order, up to the end marker or the fault
-    std::uint64_t endOffset = 0;        ///< of the end marker, or where the walk had to stop
-    bool endMarker = false;             ///< the walk reached it
-    std::uint32_t status = VANTRIC_OK;  ///< why the walk stopped when it did not
-};
-BlockWalk walkBlocks(ByteView calibration);
-
-struct CalibrationDeleter {
-    void operator()(VantricCalibration* record) const { vantric_freeCalibration(record); }
-};
-using CalibrationPtr = std::unique_ptr<VantricCalibration, CalibrationDeleter>;
-
-/// A read with the block that stopped it.
-struct CalibrationRead {
-    std::uint32_t status = VANTRIC_OK;
-    std::uint32_t failedBlockId = 255;  ///< 255: no block
-    /// The record, complete with status 0. After a failure it is the partly filled one when there
-    /// is one: only what the blocks before the fault carry is set, everything else (counts, lens
-    /// parameters, tables) is undefined or at its defaults.
-    CalibrationPtr record;
-    std::optional<Fault> fault;  ///< set when status is not VANTRIC_OK
-};
-
-/// Reads a packed calibration. offset is where it starts in the file (for the fault's offset).
-/// Replaces the registered calibration handlers for the time of the call, so no other thread may
-/// read calibrations meanwhile.
-CalibrationRead readCalibration(ByteView calibration, std::uint64_t offset,
-                                bool withPsfAndDirections);
 
 /// The first fault of a whole dump: image, calibration, signature; none when it can be cut.
 std::optional<Fault> diagnose(ByteView file, Layout layout);
