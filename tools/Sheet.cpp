@@ -72,7 +72,8 @@ struct FiniteRange {
             high = std::max(high, value);
         }
     }
-    [[nodiscard]] Scale scale() const { return low <= high ? scaleAround(low, high) : Scale{}; }
+    [[nodiscard]] bool empty() const { return low > high; }
+    [[nodiscard]] Scale scale() const { return empty() ? Scale{} : scaleAround(low, high); }
 };
 
 /// A plain factor at most limit: one digit times a power of ten.
@@ -104,7 +105,9 @@ Plot Sheet::drawSensorMap(const Rect& cell, PlotFrame frame, const std::string& 
         }
     }
     const Scale scale = range.scale();
-    frame.colour = {scale, colourLabel};
+    if (!range.empty()) {
+        frame.colour = {scale, colourLabel};
+    }
     if (record_.maskedPixels > 0) {
         frame.legend.push_back({maskedColour, "masked"});
     }
@@ -318,11 +321,13 @@ void Sheet::drawPsf(const Rect& cell) {
     }
     // Distances wrap around the edges, the origin is element (0, 0): element x up to width / 2
     // stands for the offset x, those behind it count back from the end.
-    const std::uint32_t behindX = width - 1 - width / 2;
-    const std::uint32_t behindY = height - 1 - height / 2;
-    frame.x = {{-static_cast<double>(behindX) - 0.5, width / 2 + 0.5, false, true},
+    const std::uint32_t aheadX = width / 2;
+    const std::uint32_t aheadY = height / 2;
+    const std::uint32_t behindX = width - 1 - aheadX;
+    const std::uint32_t behindY = height - 1 - aheadY;
+    frame.x = {{-static_cast<double>(behindX) - 0.5, aheadX + 0.5, false, true},
                "offset x (pixels)"};
-    frame.y = {{-static_cast<double>(behindY) - 0.5, height / 2 + 0.5, false, true},
+    frame.y = {{-static_cast<double>(behindY) - 0.5, aheadY + 0.5, false, true},
                "offset y (pixels)"};
     frame.yDownwards = true;
     frame.squareUnits = true;
@@ -447,7 +452,8 @@ void Sheet::drawText(const Rect& cell) {
                      report_.file.size()),
          body);
     for (const Fault& fault : report_.faults) {
-        line(describe(fault), {.size = 13.0, .bold = true, .colour = faultColour});
+        line(fmt::format("{} at byte {}", fault.what, fault.offset),
+             {.size = 13.0, .bold = true, .colour = faultColour});
     }
     const std::uint64_t pixels = std::uint64_t{record_.columns} * record_.rows;
     line(fmt::format(
@@ -537,9 +543,11 @@ std::vector<std::uint8_t> drawSheet(const CalibrationReport& report, SheetFormat
         format == SheetFormat::Png ? makePngCanvas(width, height) : makeSvgCanvas(width, height);
     Sheet sheet(report, *canvas);
     for (std::size_t i = 0; i < panels.size(); ++i) {
-        panels[i](sheet, {grid.cellWidth * static_cast<double>(i % grid.columns),
-                          grid.cellHeight * static_cast<double>(i / grid.columns), grid.cellWidth,
-                          grid.cellHeight});
+        const std::size_t column = i % grid.columns;
+        const std::size_t row = i / grid.columns;
+        panels[i](sheet,
+                  {grid.cellWidth * static_cast<double>(column),
+                   grid.cellHeight * static_cast<double>(row), grid.cellWidth, grid.cellHeight});
     }
     return canvas->finish();
 }

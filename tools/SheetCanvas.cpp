@@ -76,7 +76,7 @@ double advance(cairo_t* context, const std::string& text, const TextStyle& style
 
 // ------------------------------------------------------------------------------------------ PNG --
 
-class PngCanvas : public Canvas {
+class PngCanvas final : public Canvas {
   public:
     PngCanvas(double width, double height)
         : Canvas(width, height),
@@ -210,7 +210,7 @@ std::string base64(std::span<const std::uint8_t> bytes) {
     return text;
 }
 
-class SvgCanvas : public Canvas {
+class SvgCanvas final : public Canvas {
   public:
     SvgCanvas(double width, double height)
         : Canvas(width, height),

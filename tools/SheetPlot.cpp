@@ -61,23 +61,45 @@ std::vector<Tick> linearTicks(const Scale& scale, int count) {
     std::vector<Tick> ticks;
     const double first = std::ceil((scale.low - slack) / step);
     const double last = std::floor((scale.high + slack) / step);
-    for (double k = first; k <= last && ticks.size() < 100; k += 1.0) {
-        const double value = k == 0.0 ? 0.0 : k * step;
+    constexpr double mostTicks = 100.0;
+    const int steps = static_cast<int>(std::min(last - first, mostTicks));
+    for (int i = 0; i <= steps; ++i) {
+        const double value = first + i == 0.0 ? 0.0 : (first + i) * step;
         ticks.push_back({value, tickLabel(value, step, largest)});
     }
     return ticks;
 }
 
-/// Powers of ten, thinned out to the wanted number; round values below two decades.
+/// One, two and five times the powers of ten; fewer than two of them say nothing, then round
+/// values.
+std::vector<Tick> denseLogarithmicTicks(const Scale& scale, int count) {
+    std::vector<Tick> ticks;
+    const int lowest = static_cast<int>(std::floor(std::log10(scale.low)));
+    const int highest = static_cast<int>(std::floor(std::log10(scale.high)));
+    for (int power = lowest; power <= highest; ++power) {
+        for (const double factor : {1.0, 2.0, 5.0}) {
+            const double value = factor * std::pow(10.0, power);
+            if (value >= scale.low * (1.0 - 1e-9) && value <= scale.high * (1.0 + 1e-9)) {
+                ticks.push_back({value, fmt::format("{:.3g}", value)});
+            }
+        }
+    }
+    return ticks.size() < 2 ? linearTicks({scale.low, scale.high}, count) : ticks;
+}
+
+/// Powers of ten, thinned out to the wanted number.
 std::vector<Tick> logarithmicTicks(const Scale& scale, int count) {
     const double first = std::ceil(std::log10(scale.low) - 1e-6);
     const double last = std::floor(std::log10(scale.high) + 1e-6);
-    if (last - first < 1.0) {
-        return linearTicks({scale.low, scale.high}, count);
+    if (last - first < 2.0) {
+        return denseLogarithmicTicks(scale, count);
     }
     const double step = std::max(1.0, roundStep((last - first) / std::max(count, 1)));
     std::vector<Tick> ticks;
-    for (double power = std::ceil(first / step) * step; power <= last; power += step) {
+    const double start = std::ceil(first / step) * step;
+    const int steps = static_cast<int>(std::floor((last - start) / step));
+    for (int i = 0; i <= steps; ++i) {
+        const double power = start + i * step;
         const double value = std::pow(10.0, power);
         ticks.push_back({value, power > -3 && power < 4 ? fmt::format("{:g}", value)
                                                         : fmt::format("1e{:g}", power)});
