@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <cmath>
 #include <cstring>
-#include <functional>
+#include <fstream>
 #include <set>
+#include <sstream>
 
 #include "calcut/vantric_rx.h"
 #include "calibration/calibration.h"
@@ -103,6 +105,42 @@ TEST(Reader, FillsTheRecordFromLiteralBytes) {
     EXPECT_TRUE(std::isnan(r.straylightScale));
 }
 
+// docs/formats.md lists a calibration byte by byte: offset in columns 0 to 3, bytes up to
+// column 39.
+TEST(Reader, ReadsTheExampleOfTheDocument) {
+    std::ifstream document(CALCUT_SOURCE_DIR "/docs/formats.md");
+    Bytes data;
+    std::string line;
+    while (std::getline(document, line) && line.rfind("### 4.10 A complete example", 0) != 0) {
+    }
+    while (std::getline(document, line) && line.rfind("As the payload", 0) != 0) {
+        std::istringstream words(line.size() > 4 ? line.substr(4, 35) : "");
+        const std::string offset = line.substr(0, 4);
+        const std::size_t digit = offset.find_first_not_of(' ');
+        if (digit == std::string::npos || std::isdigit(offset[digit]) == 0 ||
+            std::stoul(offset) != data.size()) {
+            continue;
+        }
+        for (std::string word; words >> word;) {
+            data.push_back(static_cast<std::uint8_t>(std::stoul(word, nullptr, 16)));
+        }
+    }
+    ASSERT_EQ(data.size(), 181U);
+    std::uint32_t status = 1;
+    const Record record = read(data, &status);
+    ASSERT_EQ(status, VANTRIC_OK);
+    EXPECT_EQ(record->lensParameters[4], -0.25F);
+    EXPECT_EQ(Bytes(record->pixelMask, record->pixelMask + 4), (Bytes{1, 0, 1, 1}));
+    const float values[] = {-1, 0, 1, 3};
+    const float table[] = {0.5F, 0.75F, 1.0F, 1.5F};
+    EXPECT_EQ(std::memcmp(record->pixelValues, values, sizeof values), 0);
+    EXPECT_EQ(std::memcmp(record->frequencies[0].pixelTable, table, sizeof table), 0);
+    EXPECT_EQ(record->frequencies[0].frequencyId, 60000000U);
+    EXPECT_EQ(record->frequencies[0].wigglingB.third[0], 0.25F);
+    EXPECT_EQ(record->frequencies[0].wigglingB.first[0], 2.0F);
+    EXPECT_EQ(record->frequencies[0].wigglingB.second[0], 3U);
+}
+
 TEST(Reader, NamesTheStatusAndTheBlock) {
     struct Case {
         const char* name;
@@ -197,9 +235,10 @@ TEST(Reader, KeepsWhatWasDecodedBeforeAFailure) {
 }
 
 TEST(Reader, CustomBlocksKeepTheirSizesInOneByte) {
-    const Bytes data = withBlock(
-        128, bytes(customBlocks({128}, 40), bytes(129, 2, 2, 1, 2, 3, 4, 5, 6, 7, 8),
-                   bytes(133, 0, 249, 0, 0, 0, 0), bytes(140, 0, 249, 0, 0, 1, 44), std::string(300, 'x')));
+    const Bytes data =
+        withBlock(128, bytes(customBlocks({128}, 40), bytes(129, 2, 2, 1, 2, 3, 4, 5, 6, 7, 8),
+                             bytes(133, 0, 249, 0, 0, 0, 0), bytes(140, 0, 249, 0, 0, 1, 44),
+                             std::string(300, 'x')));
     std::uint32_t status = 1;
     const Record record = readPlain(data, &status);
     ASSERT_EQ(status, VANTRIC_OK);
