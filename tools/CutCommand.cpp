@@ -10,6 +10,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -186,6 +187,9 @@ bool writeReport(const std::string& path, const std::vector<CutRow>& rows) {
 }
 
 int cutMany(const CutOptions& options) {
+    // Only the last step of the path: a mistyped parent is still an error.
+    std::error_code ignored;
+    std::filesystem::create_directory(options.out, ignored);
     std::string reason = whyNoOutput(options.out);
     if (!reason.empty()) {
         printError(options.out, reason);
@@ -276,9 +280,10 @@ Examples:
         ->check(CLI::IsMember({"v7", "korveline", "auto"}))
         ->type_name("LAYOUT")
         ->capture_default_str();
-    CLI::Option* out =
-        command->add_option("--out", options->out, "Existing directory for many dumps")
-            ->type_name("DIR");
+    CLI::Option* out = command
+                           ->add_option("--out", options->out,
+                                        "Directory for many dumps, made when it is not there")
+                           ->type_name("DIR");
     command->add_option("--jobs", options->jobs, "Dumps cut at once (one for each processor)")
         ->check(CLI::Range(1U, 1024U))
         ->type_name("N")

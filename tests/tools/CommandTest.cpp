@@ -68,6 +68,7 @@ TEST(Command, OneLineForEachMistake) {
              Case{"cut empty out", 1, "empty: .*empty"},
              Case{"cut out out", 1, "out: .*directory"},
              Case{"cut good nowhere", 1, "nowhere: No such file"},
+             Case{"cut good --out no/where", 1, "no/where: No such file"},
              Case{"cut good empty", 1, "empty: .*directory"},
              Case{"cut noise out", 1, "noise: unknown magic at byte 0.*QOVRIN.*KORVELINE"},
              Case{"cut --layout korveline good out", 1, "good: .*magic.*KORVELINE"},
@@ -163,7 +164,6 @@ TEST(Command, CutsManyAndNamesTheBadOnes) {
     const std::string dumps = "one.bin empty.bin two.bin 'short,\"er.bin' more/one.bin missing.bin";
     for (const char* jobs : {"1", "3"}) {
         std::filesystem::remove_all(dir / "out");
-        std::filesystem::create_directory(dir / "out");
         const Outcome result =
             run(dir, "cut " + dumps + " --out out --jobs " + jobs + " --report report.json");
         EXPECT_EQ(result.status, 1);
@@ -188,7 +188,6 @@ TEST(Command, CutsManyAndNamesTheBadOnes) {
         }
         EXPECT_EQ(rows[2].at("layout"), "korveline");
     }
-    std::filesystem::create_directory(dir / "csv");
     const Outcome csv = run(dir, "cut 'short,\"er.bin' one.bin --out csv --report report.csv");
     EXPECT_EQ(csv.status, 1);
     const std::string table = text(dir / "report.csv");
