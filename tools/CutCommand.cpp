@@ -188,8 +188,8 @@ bool writeReport(const std::string& path, const std::vector<CutRow>& rows) {
 
 int cutMany(const CutOptions& options) {
     // Only the last step of the path: a mistyped parent is still an error.
-    std::error_code ignored;
-    std::filesystem::create_directory(options.out, ignored);
+    std::error_code exists;
+    std::filesystem::create_directory(options.out, exists);
     std::string reason = whyNoOutput(options.out);
     if (!reason.empty()) {
         printError(options.out, reason);
