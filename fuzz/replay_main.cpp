@@ -1,0 +1,80 @@
+// Runs fuzz targets without a fuzzer.
+//
+//   fuzz_replay                    every target over its seeds
+//   fuzz_replay --write DIRECTORY  writes the seeds to DIRECTORY/<target>/<number>
+//   fuzz_replay TARGET FILE...     one target over given inputs, to look into a finding
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+
+#include "targets.h"
+
+namespace {
+
+void replaySeeds() {
+    for (const fuzz::Target& target : fuzz::targets) {
+        const std::vector<fuzz::Bytes> seeds = fuzz::seeds(target.name);
+        for (const fuzz::Bytes& seed : seeds) {
+            target.run(seed.data(), seed.size());
+        }
+        std::printf("%s: %zu seeds\n", target.name.data(), seeds.size());
+    }
+}
+
+void writeSeeds(const std::filesystem::path& directory) {
+    for (const fuzz::Target& target : fuzz::targets) {
+        const std::filesystem::path place = directory / target.name;
+        std::filesystem::create_directories(place);
+        int number = 0;
+        for (const fuzz::Bytes& seed : fuzz::seeds(target.name)) {
+            std::ofstream file(place / std::to_string(number), std::ios::binary);
+            file.write(reinterpret_cast<const char*>(seed.data()),
+                       static_cast<std::streamsize>(seed.size()));
+            file.close();
+            if (!file) {
+                throw std::runtime_error("cannot write into " + place.string());
+            }
+            ++number;
+        }
+    }
+}
+
+void replayFile(std::string_view name, const char* path) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file) {
+        throw std::runtime_error(std::string("cannot read ") + path);
+    }
+    const fuzz::Bytes input(std::istreambuf_iterator<char>(file), {});
+    for (const fuzz::Target& target : fuzz::targets) {
+        if (target.name == name) {
+            target.run(input.data(), input.size());
+            return;
+        }
+    }
+    throw std::runtime_error("no target of the name " + std::string(name));
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        if (argc == 1) {
+            replaySeeds();
+        } else if (argc == 3 && std::string(argv[1]) == "--write") {
+            writeSeeds(argv[2]);
+        } else if (argc < 3) {
+            throw std::runtime_error("usage: fuzz_replay [--write DIRECTORY | TARGET FILE...]");
+        }
+        for (int i = 2; i < argc && std::string(argv[1]) != "--write"; ++i) {
+            replayFile(argv[1], argv[i]);
+        }
+    } catch (const std::exception& failure) {
+        static_cast<void>(std::fprintf(stderr, "fuzz_replay: %s\n", failure.what()));
+        return 1;
+    }
+    return 0;
+}

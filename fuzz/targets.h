@@ -1,0 +1,47 @@
+// The fuzz targets as plain functions: libFuzzer drives them in the fuzz build, replay_main.cpp in
+// every build.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+#include <vector>
+
+namespace fuzz {
+
+using Bytes = std::vector<std::uint8_t>;
+
+/// Arbitrary bytes through the whole calibration interface.
+void calibration(const std::uint8_t* data, std::size_t size);
+/// Arbitrary bytes as an image of either layout, through reader and cutter. The first byte says
+/// which layout and whether magic and checksum are put right first.
+void images(const std::uint8_t* data, std::size_t size);
+/// A well-formed calibration whose blocks are changed as the input says.
+void structured(const std::uint8_t* data, std::size_t size);
+/// A calibration with the input's content: what the writer makes must read back equal.
+void roundtrip(const std::uint8_t* data, std::size_t size);
+
+struct Target {
+    std::string_view name;
+    void (*run)(const std::uint8_t* data, std::size_t size);
+};
+constexpr std::array<Target, 4> targets = {{{"calibration", calibration},
+                                            {"images", images},
+                                            {"structured", structured},
+                                            {"roundtrip", roundtrip}}};
+
+/// Inputs to start from, made anew each time, and everything that fuzzing once found.
+std::vector<Bytes> seeds(std::string_view target);
+
+/// A broken invariant ends the process, which is what both drivers report.
+inline void require(bool holds, const char* invariant) {
+    if (!holds) {
+        static_cast<void>(std::fprintf(stderr, "broken invariant: %s\n", invariant));
+        std::abort();
+    }
+}
+
+}  // namespace fuzz
