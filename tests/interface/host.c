@@ -1,0 +1,152 @@
+// A host in C: cuts a dump into a directory, reads the calibration back with libcalcut.so, and uses
+// every group of functions once.
+//
+//   c_host DUMP DIRECTORY
+#include <calcut/cutter.h>
+#include <calcut/vantric.h>
+#include <calcut/vantric_rx.h>
+#include <math.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+static int failures = 0;
+
+#define EXPECT(condition)                                                   \
+    do {                                                                    \
+        if (!(condition)) {                                                 \
+            fprintf(stderr, "%s:%d: %s\n", __FILE__, __LINE__, #condition); \
+            ++failures;                                                     \
+        }                                                                   \
+    } while (0)
+
+static uint8_t* readFile(const char* directory, const char* name, size_t* size) {
+    char path[4096];
+    snprintf(path, sizeof path, "%s/%s", directory, name);
+    FILE* file = fopen(path, "rb");
+    if (file == NULL) {
+        perror(path);
+        exit(1);
+    }
+    fseek(file, 0, SEEK_END);
+    *size = (size_t)ftell(file);
+    rewind(file);
+    uint8_t* data = malloc(*size);
+    if (data == NULL || fread(data, 1, *size, file) != *size) {
+        perror(path);
+        exit(1);
+    }
+    fclose(file);
+    return data;
+}
+
+static int ownSupports(const uint8_t* data, size_t size) {
+    return size == 3 && memcmp(data, "own", 3) == 0;
+}
+
+static RXReadResult ownRead(const uint8_t* data, size_t size, VantricCalibration* record) {
+    const RXReadResult result = {VANTRIC_WARN_PARTIAL, VANTRIC_RX_END_MARKER};
+    record->pixelValues[1] = (float)(data[0] + size);
+    return result;
+}
+
+static uint32_t ownType(void) {
+    return 7;
+}
+
+static int32_t ownPixels(const uint8_t* data, size_t size) {
+    (void)data;
+    return (int32_t)size;
+}
+
+static void useOwnHandler(void) {
+    const uint8_t data[3] = {'o', 'w', 'n'};
+    const VantricCalibrationHandler handler = {ownSupports, ownRead, NULL,
+                                               NULL,        ownType, ownPixels};
+    VantricCalibration* record = NULL;
+    EXPECT(vantric_registerCalibrationHandler(&handler) == 1);
+    EXPECT(vantric_registerCalibrationHandler(&handler) == 0);
+    EXPECT(vantric_getCalibrationType(data, sizeof data) == 7);
+    EXPECT(vantric_readCalibration(data, sizeof data, &record) == VANTRIC_WARN_PARTIAL);
+    EXPECT(record != NULL && record->pixelValues[1] == (float)('o' + 3));
+    vantric_freeCalibration(record);
+}
+
+static void useRecord(const uint8_t* data, size_t size) {
+    VantricCalibration* record = NULL;
+    EXPECT(vantric_readCalibration(data, size, &record) == VANTRIC_OK);
+    if (record == NULL) {
+        return;
+    }
+    const size_t pixels = (size_t)record->imagerArea.columns * record->imagerArea.rows;
+    EXPECT((int32_t)pixels == vantric_getRXNumPixels(data, size));
+    for (size_t i = 0; i < pixels; ++i) {
+        const float* ray = record->directions + 3 * i;
+        EXPECT(fabsf(ray[0] * ray[0] + ray[1] * ray[1] + ray[2] * ray[2] - 1.0F) < 1e-5F);
+    }
+    EXPECT(record->psf != NULL && record->psf[0] == record->straylightCentre);
+
+    float lens[VANTRIC_LENS_PARAMETERS];
+    EXPECT(vantric_getFieldSize(0, record) == (int32_t)sizeof lens);
+    EXPECT(vantric_getField(0, record, lens) == VANTRIC_OK);
+    for (int i = 0; i < VANTRIC_LENS_PARAMETERS; ++i) {
+        EXPECT(lens[i] == record->lensParameters[i]);
+    }
+    EXPECT(vantric_readCustomFields(data, size, record) == VANTRIC_OK);
+    for (uint32_t k = 0; k < vantric_getNumCustomFields(record); ++k) {
+        uint8_t value[255];
+        const uint32_t id = record->firstCustomFieldId + k;
+        EXPECT(vantric_getFieldSize(id, record) == record->customFields[k].size);
+        EXPECT(vantric_getField(id, record, value) == VANTRIC_OK);
+        EXPECT(memcmp(value, record->customFields[k].data, record->customFields[k].size) == 0);
+    }
+    VantricCalibration* copy = vantric_copyCalibration(record);
+    EXPECT(copy != NULL && copy->directions != NULL && copy->directions != record->directions);
+    for (size_t i = 0; copy != NULL && i < 3 * pixels; ++i) {
+        EXPECT(copy->directions[i] == record->directions[i]);
+    }
+    vantric_freeCalibration(copy);
+    vantric_freeCalibration(record);
+}
+
+static void useBlocks(const uint8_t* data, size_t size) {
+    VantricStream stream = vantric_createStreamFromData(data, size);
+    RXHeader header;
+    RXBlockHeader block = {0, RX_KIND_RAW, 0, 0, 0.0F, 0.0F};
+    unsigned blocks = 0;
+    EXPECT(vantric_readRXHeader(&stream, &header) == VANTRIC_OK);
+    while (vantric_readRXBlockHeader(&stream, &header, &block) == VANTRIC_OK &&
+           block.id != VANTRIC_RX_END_MARKER) {
+        stream.position += vantric_getRXPackedBlockSize(&block);
+        ++blocks;
+    }
+    EXPECT(blocks > 10 && stream.position == size);
+}
+
+int main(int argc, char** argv) {
+    if (argc != 3) {
+        fprintf(stderr, "usage: c_host DUMP DIRECTORY\n");
+        return 2;
+    }
+    EEPROMMetaInformation meta;
+    EXPECT(cutEEPROMContent(CALCUT_LAYOUT_V7, argv[1], argv[2], &meta) == 0);
+    EXPECT(meta.reserved[0] == 0);
+    char path[4096];
+    float parameters[CALCUT_LENS_PARAMETER_COUNT];
+    snprintf(path, sizeof path, "%s/lensdata.dat", argv[2]);
+    EXPECT(readLensParameters(CALCUT_LAYOUT_V7, path, parameters) == 0);
+    EXPECT(parameters[2] > 0.0F && parameters[9] == 0.0F);
+
+    size_t size = 0;
+    uint8_t* data = readFile(argv[2], "qov.spc", &size);
+    EXPECT(vantric_getCalibrationType(data, size) == 3);
+    useRecord(data, size);
+    useBlocks(data, size);
+    useOwnHandler();
+    const float nodes[3] = {0.0F, 1.0F, 2.0F};
+    VantricPoly* line = vantric_createPolyHandle(nodes, nodes, 3);
+    EXPECT(vantric_cinterpol(line, 1.5F) == 1.5F && isnan(vantric_cinterpol(line, 3.0F)));
+    vantric_freePoly(line);
+    free(data);
+    return failures == 0 ? 0 : 1;
+}
