@@ -12,11 +12,33 @@
 #include <fstream>
 #include <stdexcept>
 
+#if defined(CALCUT_COVERAGE)
+extern "C" void __gcov_dump();
+#endif
+
 namespace reliability {
 
 namespace {
 
+// A child that does not return from main keeps its counts to itself otherwise.
+void writeCoverage() {
+#if defined(CALCUT_COVERAGE)
+    __gcov_dump();
+#endif
+}
+
+#if defined(CALCUT_COVERAGE)
+void onAbort(int signal) {
+    writeCoverage();
+    std::signal(signal, SIG_DFL);
+    std::raise(signal);
+}
+#endif
+
 void prepare(unsigned seconds) {
+#if defined(CALCUT_COVERAGE)
+    std::signal(SIGABRT, onAbort);
+#endif
     const rlimit noCore = {0, 0};
     ::setrlimit(RLIMIT_CORE, &noCore);
     const int null = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
@@ -58,6 +80,7 @@ Outcome inChild(const std::function<std::string()>& work, unsigned seconds) {
         prepare(seconds);
         const std::string message = messageOf(work);
         static_cast<void>(std::fflush(stdout));
+        writeCoverage();
         const ssize_t written = ::write(ends[1], message.data(), message.size());
         ::_exit(written == static_cast<ssize_t>(message.size()) ? 0 : 1);
     }

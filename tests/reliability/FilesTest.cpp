@@ -14,6 +14,8 @@
 
 #include "calcut/cutter.h"
 #include "Child.h"
+#include "cutter/EEPROMKorvelineCutter.h"
+#include "cutter/EEPROMv7Cutter.h"
 #include "fixtures.h"
 
 using namespace reliability;
@@ -152,6 +154,7 @@ TEST_F(Files, DumpsThatCannotBeRead) {
     struct Case {
         const char* name;
         std::function<void()> make;
+        bool asAnotherUser = false;
     };
     const std::vector<Case> cases = {
         {"missing", [] {}},
@@ -162,12 +165,14 @@ TEST_F(Files, DumpsThatCannotBeRead) {
          [&] {
              fixtures::writeBytes(odd, image());
              fs::permissions(odd, fs::perms::none);
-         }},
+         },
+         true},
         {"in an unreadable directory",
          [&] {
              fs::create_directory(odd);
              fs::permissions(odd, fs::perms::none);
-         }},
+         },
+         true},
         {"endless loop of links", [&] { fs::create_symlink(odd, odd); }},
         {"character device", [&] { fs::create_symlink("/dev/zero", odd); }},
         {"socket",
@@ -185,14 +190,18 @@ TEST_F(Files, DumpsThatCannotBeRead) {
             std::string(each.name) == "in an unreadable directory" ? odd + "/dump" : odd;
         const Outcome cutting = inChild(
             [&]() -> std::string {
-                dropPrivileges();
+                if (each.asAnotherUser) {
+                    dropPrivileges();
+                }
                 return "result " + std::to_string(cut(path, out));
             },
             20);
         EXPECT_TRUE(cutting.aborted()) << each.name << ": " << cutting.message << cutting.signal;
         const Outcome reading = inChild(
             [&]() -> std::string {
-                dropPrivileges();
+                if (each.asAnotherUser) {
+                    dropPrivileges();
+                }
                 float parameters[CALCUT_LENS_PARAMETER_COUNT];
                 return readLensParameters(0, path.c_str(), parameters) == 1 ? ""
                                                                             : "lens file was read";
@@ -205,6 +214,29 @@ TEST_F(Files, DumpsThatCannotBeRead) {
         fs::remove_all(odd);
         EXPECT_TRUE(fs::is_empty(out));
     }
+}
+
+// The deliberate end of the process for a block that no reader of this library yields.
+TEST_F(Files, BlocksOfUnknownId) {
+    for (const unsigned id : {0U, 6U, 8U, 36U, 38U}) {
+        const Outcome v7 = inChild(
+            [&]() -> std::string {
+                EEPROMv7Cutter cutter;
+                cutter.setOutputPath(out);
+                return cutter.writeFile(id, image()) ? "was written" : "was refused";
+            },
+            20);
+        const Outcome korveline = inChild(
+            [&]() -> std::string {
+                EEPROMKorvelineCutter cutter;
+                cutter.setOutputPath(out);
+                return cutter.writeFile(id, image()) ? "was written" : "was refused";
+            },
+            20);
+        EXPECT_TRUE(v7.aborted()) << id << v7.message;
+        EXPECT_TRUE(korveline.aborted()) << id << korveline.message;
+    }
+    EXPECT_TRUE(fs::is_empty(out));
 }
 
 TEST_F(Files, DumpLargerThanMemoryAllows) {
