@@ -101,7 +101,9 @@ uint32_t vantric_readCustomFields(const uint8_t* data, size_t size, VantricCalib
     const std::uint32_t count = customFieldsInUse(*record);
     for (std::uint32_t k = 0; k < count; ++k) {
         VantricCustomField& field = record->customFields[k];
-        field.data = allocateZeroed<std::uint8_t>(field.size);
+        if (field.data == nullptr) {  // an earlier pass may have had memory for some of them
+            field.data = allocateZeroed<std::uint8_t>(field.size);
+        }
     }
     return vantric_dispatchReadCustomFields(data, size, record);
 }
