@@ -11,18 +11,24 @@ namespace vantric {
 
 namespace {
 
-// 15 rounds: one, then pairs.
-constexpr int pairsOfRounds = 7;
+constexpr int rounds = 15;
 
-// Rays are independent, so a group of pixels is worked on lane by lane in arrays that the compiler
-// keeps in vector registers. Every lane does exactly the operations of the plain formula.
-constexpr std::size_t lanes = 32;
+// Hardly a ray rests before this many rounds are done, and looking for the rest is not free.
+constexpr int unwatchedRounds = 5;
+
+// Rays are independent, so a tile of pixels is worked on lane by lane in arrays that the compiler
+// turns into vector code. Every lane does exactly the operations of the plain formula. Rays near
+// each other need about the same number of rounds, hence tiles and not rows; this size gives the
+// processor enough independent work to hide the latency of a round.
+constexpr std::size_t tileColumns = 16;
+constexpr std::size_t tileRows = 4;
+constexpr std::size_t lanes = tileColumns * tileRows;
 
 struct Lens {
     float ifx, ify, cx, cy, k1, k2, k3, p1, p2;
 };
 
-struct Group {
+struct Tile {
     float x[lanes], y[lanes];
 };
 
@@ -31,34 +37,19 @@ Lens lensOf(const float* parameters) {
             parameters[5],        parameters[8],        parameters[6], parameters[7]};
 }
 
-// Pixels without distortion; lanes behind the last column are worked on and dropped.
-Group startOf(const Lens& lens, std::uint32_t column, float y) {
-    Group start;
-    for (std::size_t i = 0; i < lanes; ++i) {
-        // As signed number: that conversion is one vector instruction.
-        const auto u = static_cast<std::int32_t>(column + static_cast<std::uint32_t>(i));
-        start.x[i] = lens.ifx * (static_cast<float>(u) - lens.cx);
-        start.y[i] = y;
-    }
-    return start;
+// A pixel coordinate; fewer than 2^31, and a signed conversion is one vector instruction.
+float coordinate(std::uint32_t first, std::size_t step) {
+    return static_cast<float>(static_cast<std::int32_t>(first + static_cast<std::uint32_t>(step)));
 }
 
-// One round of the fixed-point inversion.
-Group undistortRound(const Lens& lens, const Group& start, const Group& ray) {
-    const float twoP1 = 2.0F * lens.p1;
-    const float twoP2 = 2.0F * lens.p2;
-    Group next;
+// Pixels without distortion; lanes outside the image are worked on and dropped.
+Tile startOf(const Lens& lens, std::uint32_t column, std::uint32_t row) {
+    Tile start;
     for (std::size_t i = 0; i < lanes; ++i) {
-        const float x = ray.x[i];
-        const float y = ray.y[i];
-        const float r2 = x * x + y * y;
-        const float q = 1.0F / (1.0F + r2 * (lens.k1 + r2 * (lens.k2 + lens.k3 * r2)));
-        const float dx = twoP1 * x * y + lens.p2 * (r2 + 2.0F * (x * x));
-        const float dy = twoP2 * x * y + lens.p1 * (r2 + 2.0F * (y * y));
-        next.x[i] = (start.x[i] - dx) * q;
-        next.y[i] = (start.y[i] - dy) * q;
+        start.x[i] = lens.ifx * (coordinate(column, i % tileColumns) - lens.cx);
+        start.y[i] = lens.ify * (coordinate(row, i / tileColumns) - lens.cy);
     }
-    return next;
+    return start;
 }
 
 std::uint32_t bitsOf(float value) {
@@ -67,42 +58,66 @@ std::uint32_t bitsOf(float value) {
     return bits;
 }
 
-bool sameBits(const Group& a, const Group& b) {
-    std::uint32_t different = 0;
+// One round of the fixed-point inversion. Returns the bits that it changed. The division stands in
+// a loop of its own: shorter chains of operations leave the processor more of them to overlap.
+inline std::uint32_t undistortRound(const Lens& lens, const Tile& start, Tile& ray) {
+    const float twoP1 = 2.0F * lens.p1;
+    const float twoP2 = 2.0F * lens.p2;
+    Tile shifted;
+    float divisor[lanes];
     for (std::size_t i = 0; i < lanes; ++i) {
-        different |= (bitsOf(a.x[i]) ^ bitsOf(b.x[i])) | (bitsOf(a.y[i]) ^ bitsOf(b.y[i]));
+        const float x = ray.x[i];
+        const float y = ray.y[i];
+        const float r2 = x * x + y * y;
+        divisor[i] = 1.0F + r2 * (lens.k1 + r2 * (lens.k2 + lens.k3 * r2));
+        const float dx = twoP1 * x * y + lens.p2 * (r2 + 2.0F * (x * x));
+        const float dy = twoP2 * x * y + lens.p1 * (r2 + 2.0F * (y * y));
+        shifted.x[i] = start.x[i] - dx;
+        shifted.y[i] = start.y[i] - dy;
     }
-    return different == 0;
+    std::uint32_t changed = 0;
+    for (std::size_t i = 0; i < lanes; ++i) {
+        const float q = 1.0F / divisor[i];
+        const float x = shifted.x[i] * q;
+        const float y = shifted.y[i] * q;
+        changed |= (bitsOf(x) ^ bitsOf(ray.x[i])) | (bitsOf(y) ^ bitsOf(ray.y[i]));
+        ray.x[i] = x;
+        ray.y[i] = y;
+    }
+    return changed;
 }
 
-// All 15 rounds, or as many as change anything: a pair of rounds that leads back to the bits it
-// started from would only be repeated by the pairs after it. Lanes at rest are such a case, and so
-// are those that go on swinging between two neighbouring numbers.
-Group undistort(const Lens& lens, const Group& start) {
-    Group ray = undistortRound(lens, start, start);
-    for (int pair = 0; pair < pairsOfRounds; ++pair) {
-        const Group before = ray;
-        ray = undistortRound(lens, start, undistortRound(lens, start, before));
-        if (sameBits(ray, before)) {
+// All rounds, or fewer: one that changes no bit would only be repeated by those after it.
+Tile undistort(const Lens& lens, const Tile& start) {
+    Tile ray = start;
+    for (int round = 0; round < unwatchedRounds; ++round) {
+        undistortRound(lens, start, ray);
+    }
+    for (int round = unwatchedRounds; round < rounds; ++round) {
+        if (undistortRound(lens, start, ray) == 0) {
             break;
         }
     }
     return ray;
 }
 
-// Unit vectors, interleaved.
-void storeDirections(const Group& ray, std::size_t count, float* out) {
-    float directions[lanes * floatsPerDirection];
-    for (std::size_t i = 0; i < lanes; ++i) {
-        const float r2 = ray.x[i] * ray.x[i] + ray.y[i] * ray.y[i];
+// Unit vectors of the first count lanes of a tile's row, interleaved.
+void storeDirections(const float* rayX, const float* rayY, std::size_t count, float* out) {
+    float x[tileColumns];
+    float y[tileColumns];
+    float z[tileColumns];
+    for (std::size_t i = 0; i < tileColumns; ++i) {
+        const float r2 = rayX[i] * rayX[i] + rayY[i] * rayY[i];
         const float m = std::sqrt(r2 + 1.0F);
-        const float x = ray.x[i] / m;
-        const float y = ray.y[i] / m;
-        directions[floatsPerDirection * i] = x;
-        directions[floatsPerDirection * i + 1] = y;
-        directions[floatsPerDirection * i + 2] = std::sqrt(1.0F - (x * x + y * y));
+        x[i] = rayX[i] / m;
+        y[i] = rayY[i] / m;
+        z[i] = std::sqrt(1.0F - (x[i] * x[i] + y[i] * y[i]));
     }
-    std::memcpy(out, directions, count * floatsPerDirection * sizeof(float));
+    for (std::size_t i = 0; i < count; ++i) {
+        out[floatsPerDirection * i] = x[i];
+        out[floatsPerDirection * i + 1] = y[i];
+        out[floatsPerDirection * i + 2] = z[i];
+    }
 }
 
 }  // namespace
@@ -110,14 +125,16 @@ void storeDirections(const Group& ray, std::size_t count, float* out) {
 void computeDirections(float* directions, const float* lensParameters, std::uint32_t columns,
                        std::uint32_t rows) {
     const Lens lens = lensOf(lensParameters);
-    for (std::uint32_t v = 0; v < rows; ++v) {
-        const float y0 = lens.ify * (static_cast<float>(v) - lens.cy);
-        for (std::uint32_t u = 0; u < columns;) {
-            const std::size_t count = std::min<std::size_t>(lanes, columns - u);
-            const Group ray = undistort(lens, startOf(lens, u, y0));
-            storeDirections(ray, count, directions);
-            directions += count * floatsPerDirection;
-            u += static_cast<std::uint32_t>(count);
+    for (std::uint32_t v = 0; v < rows; v += tileRows) {
+        const std::size_t rowsLeft = std::min<std::size_t>(tileRows, rows - v);
+        for (std::uint32_t u = 0; u < columns; u += tileColumns) {
+            const std::size_t count = std::min<std::size_t>(tileColumns, columns - u);
+            const Tile ray = undistort(lens, startOf(lens, u, v));
+            for (std::size_t r = 0; r < rowsLeft; ++r) {
+                storeDirections(
+                    ray.x + r * tileColumns, ray.y + r * tileColumns, count,
+                    directions + ((v + r) * std::size_t{columns} + u) * floatsPerDirection);
+            }
         }
     }
 }

@@ -20,7 +20,11 @@ constexpr unsigned wordBits = 32;
 // and constants once the width is a template argument.
 constexpr std::size_t group = 32;
 
-// Value i of the group that starts at words: the low part from the word where it begins, the rest
+// Values that are converted at once: enough to be worth it, few enough to stay in the nearest
+// cache.
+constexpr std::size_t chunk = 32 * group;
+
+// Value I of the group that starts at words: the low part from the word where it begins, the rest
 // from the next one.
 template <unsigned Bits, unsigned I>
 std::uint32_t valueAt(const std::uint32_t* words) {
@@ -34,41 +38,48 @@ std::uint32_t valueAt(const std::uint32_t* words) {
     return value & mask;
 }
 
+constexpr std::array<std::uint32_t, group> singleBits = [] {
+    std::array<std::uint32_t, group> bits{};
+    for (std::size_t i = 0; i < group; ++i) {
+        bits[i] = 1U << i;
+    }
+    return bits;
+}();
+
 template <unsigned Bits>
 void unpackGroup(const std::uint32_t* words, std::uint32_t* values) {
-    [&]<unsigned... I>(std::integer_sequence<unsigned, I...>) {
-        ((values[I] = valueAt<Bits, I>(words)), ...);
+    if constexpr (Bits == 1) {
+        // Testing bits is vector code; shifting each by another amount is not everywhere.
+        const std::uint32_t word = *words;
+        for (std::size_t i = 0; i < group; ++i) {
+            values[i] = (word & singleBits[i]) != 0 ? 1 : 0;
+        }
+    } else {
+        [&]<unsigned... I>(std::integer_sequence<unsigned, I...>) {
+            ((values[I] = valueAt<Bits, I>(words)), ...);
+        }
+        (std::make_integer_sequence<unsigned, group>());
     }
-    (std::make_integer_sequence<unsigned, group>());
 }
 
-using UnpackGroup = void (*)(const std::uint32_t* words, std::uint32_t* values);
+template <unsigned Bits>
+void unpackGroups(const std::uint32_t* words, std::size_t groups, std::uint32_t* values) {
+    for (std::size_t g = 0; g < groups; ++g) {
+        unpackGroup<Bits>(words + g * Bits, values + g * group);
+    }
+}
+
+using UnpackGroups = void (*)(const std::uint32_t* words, std::size_t groups,
+                              std::uint32_t* values);
 
 template <unsigned... Widths>
-constexpr std::array<UnpackGroup, sizeof...(Widths)> unpackersOf(
+constexpr std::array<UnpackGroups, sizeof...(Widths)> unpackersOf(
     std::integer_sequence<unsigned, Widths...> /*widths*/) {
-    return {unpackGroup<Widths + 1>...};
+    return {unpackGroups<Widths + 1>...};
 }
 
 // Entry b - 1 unpacks values of b bits.
 constexpr auto unpackers = unpackersOf(std::make_integer_sequence<unsigned, maxPackedBits>());
-
-struct HostWords {
-    const std::uint32_t* words;
-    void load(std::uint64_t first, std::size_t count, std::uint32_t* to) const {
-        std::memcpy(to, words + first, count * sizeof *to);
-    }
-};
-
-struct BigEndianWords {
-    const std::uint8_t* bytes;
-    void load(std::uint64_t first, std::size_t count, std::uint32_t* to) const {
-        const std::uint8_t* from = bytes + first * sizeof *to;
-        for (std::size_t i = 0; i < count; ++i) {
-            to[i] = bigEndian32(from + i * sizeof *to);
-        }
-    }
-};
 
 // Values that are whole within the words, at most valueCount.
 std::uint64_t wholeValues(std::uint64_t wordCount, std::uint64_t valueCount, unsigned bits) {
@@ -76,27 +87,48 @@ std::uint64_t wholeValues(std::uint64_t wordCount, std::uint64_t valueCount, uns
     return countable ? std::min(valueCount, wordCount * wordBits / bits) : valueCount;
 }
 
-// Hands the values to store(first, count, values) in groups.
-template <class Words, class Store>
-void unpack(const Words& words, std::uint64_t wordCount, std::uint64_t valueCount, unsigned bits,
-            const Store& store) {
-    const UnpackGroup unpackOne = unpackers[bits - 1];
-    for (std::uint64_t done = 0; done < valueCount; done += group) {
-        const std::uint64_t firstWord = done / group * bits;
+// Unpacks count values, all of which lie within the words.
+void unpack(const std::uint32_t* words, std::size_t count, unsigned bits, std::uint32_t* values) {
+    const UnpackGroups unpackWhole = unpackers[bits - 1];
+    const std::size_t groups = count / group;
+    const std::size_t rest = count % group;
+    unpackWhole(words, groups, values);
+    if (rest != 0) {
         std::uint32_t packed[maxPackedBits] = {};
-        words.load(firstWord, std::min<std::uint64_t>(bits, wordCount - firstWord), packed);
-        std::uint32_t values[group];
-        unpackOne(packed, values);
-        store(done, std::min<std::uint64_t>(group, valueCount - done), values);
+        std::uint32_t unpacked[group];
+        std::memcpy(packed, words + groups * bits,
+                    (rest * bits + wordBits - 1) / wordBits * sizeof *packed);
+        unpackWhole(packed, 1, unpacked);
+        std::memcpy(values + groups * group, unpacked, rest * sizeof *unpacked);
     }
 }
 
-// Unpacked values have at most 31 bits, so a signed conversion gives the same float and maps to
-// one vector instruction.
-void toFixedPoint(const std::uint32_t* values, float scale, float offset, float* out) {
-    for (std::size_t i = 0; i < group; ++i) {
-        out[i] = offset + scale * static_cast<float>(static_cast<std::int32_t>(values[i]));
+// Calls use(first, count) for the chunks of valueCount values.
+template <class Use>
+void forEachChunk(std::uint64_t valueCount, const Use& use) {
+    for (std::uint64_t first = 0; first < valueCount; first += chunk) {
+        use(first, static_cast<std::size_t>(std::min<std::uint64_t>(chunk, valueCount - first)));
     }
+}
+
+// Calls store(i, value) with each value as a float. Unpacked values have at most 31 bits, so a
+// signed conversion gives the same float and maps to one vector instruction.
+template <class Store>
+void toFixedPoint(const std::uint32_t* values, std::size_t count, float scale, float offset,
+                  const Store& store) {
+    for (std::size_t i = 0; i < count; ++i) {
+        store(i, offset + scale * static_cast<float>(static_cast<std::int32_t>(values[i])));
+    }
+}
+
+// The chunk of values that starts with value first.
+void unpackBigEndian(const std::uint8_t* words, std::uint64_t first, std::size_t count,
+                     unsigned bits, std::uint32_t* values) {
+    std::uint32_t hostWords[chunk];
+    decodeRXUint32s(words + first / group * bits * sizeof *hostWords,
+                    (count * bits + wordBits - 1) / wordBits,
+                    reinterpret_cast<std::uint8_t*>(hostWords));
+    unpack(hostWords, count, bits, values);
 }
 
 std::uint32_t statusOf(std::uint64_t whole, std::uint64_t valueCount) {
@@ -108,10 +140,11 @@ std::uint32_t statusOf(std::uint64_t whole, std::uint64_t valueCount) {
 std::uint32_t decodePackedUints(const std::uint8_t* words, std::uint64_t wordCount,
                                 std::uint64_t valueCount, unsigned bits, std::uint8_t* dest) {
     const std::uint64_t whole = wholeValues(wordCount, valueCount, bits);
-    unpack(BigEndianWords{words}, wordCount, whole, bits,
-           [&](std::uint64_t first, std::size_t count, const std::uint32_t* values) {
-               std::memcpy(dest + first * sizeof *values, values, count * sizeof *values);
-           });
+    forEachChunk(whole, [&](std::uint64_t first, std::size_t count) {
+        std::uint32_t values[chunk];
+        unpackBigEndian(words, first, count, bits, values);
+        std::memcpy(dest + first * sizeof *values, values, count * sizeof *values);
+    });
     return statusOf(whole, valueCount);
 }
 
@@ -120,13 +153,14 @@ std::uint32_t decodePackedFloats(const std::uint8_t* words, std::uint64_t wordCo
                                  std::uint8_t* dest) {
     const std::uint64_t whole = wholeValues(wordCount, valueCount, bits);
     if (whole == valueCount) {
-        unpack(BigEndianWords{words}, wordCount, whole, bits,
-               [&](std::uint64_t first, std::size_t count, const std::uint32_t* values) {
-                   float converted[group];
-                   toFixedPoint(values, scale, offset, converted);
-                   std::memcpy(dest + first * sizeof *converted, converted,
-                               count * sizeof *converted);
-               });
+        forEachChunk(whole, [&](std::uint64_t first, std::size_t count) {
+            std::uint32_t values[chunk];
+            unpackBigEndian(words, first, count, bits, values);
+            std::uint8_t* floats = dest + first * sizeof(float);
+            toFixedPoint(values, count, scale, offset, [&](std::size_t i, float value) {
+                std::memcpy(floats + i * sizeof value, &value, sizeof value);
+            });
+        });
     }
     return statusOf(whole, valueCount);
 }
@@ -146,10 +180,7 @@ uint32_t vantric_unpackRXUint(const uint32_t* words, uint64_t wordCount, uint64_
         return VANTRIC_ERR_INVALID_DATA;
     }
     const std::uint64_t whole = wholeValues(wordCount, valueCount, bits);
-    unpack(HostWords{words}, wordCount, whole, bits,
-           [&](std::uint64_t first, std::size_t count, const std::uint32_t* values) {
-               std::memcpy(out + first, values, count * sizeof *values);
-           });
+    unpack(words, whole, bits, out);
     return statusOf(whole, valueCount);
 }
 
@@ -161,14 +192,12 @@ uint32_t vantric_unpackRXFloat(const uint32_t* words, uint64_t wordCount, uint64
     }
     const std::uint64_t whole = wholeValues(wordCount, valueCount, bits);
     const bool complete = whole == valueCount;
-    unpack(HostWords{words}, wordCount, whole, bits,
-           [&](std::uint64_t first, std::size_t count, const std::uint32_t* values) {
-               std::memcpy(scratch + first, values, count * sizeof *values);
-               if (complete) {
-                   float converted[group];
-                   toFixedPoint(values, scale, offset, converted);
-                   std::memcpy(out + first, converted, count * sizeof *converted);
-               }
-           });
+    forEachChunk(whole, [&](std::uint64_t first, std::size_t count) {
+        unpack(words + first / group * bits, count, bits, scratch + first);
+        if (complete) {
+            toFixedPoint(scratch + first, count, scale, offset,
+                         [floats = out + first](std::size_t i, float value) { floats[i] = value; });
+        }
+    });
     return statusOf(whole, valueCount);
 }
