@@ -14,6 +14,7 @@ namespace {
 constexpr std::size_t fileHeaderSize = 11;
 constexpr std::uint8_t endMarker = 255;
 constexpr std::uint8_t longCount = 249;
+constexpr std::size_t largestPayload = 4096;  // changes on changes must not grow without end
 
 struct Block {
     std::uint8_t id = 0;
@@ -115,7 +116,7 @@ void changeCount(Block& block, Input& input) {
 
 void changePayload(Block& block, Input& input) {
     if (input.flag()) {
-        block.payload.resize((block.payload.size() * input.byte()) >> 6);
+        block.payload.resize(std::min((block.payload.size() * input.byte()) >> 6, largestPayload));
     } else if (!block.payload.empty()) {
         const std::size_t first = input.word() % block.payload.size();
         const std::size_t count =
