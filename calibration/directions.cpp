@@ -21,15 +21,19 @@ constexpr int unwatchedRounds = 5;
 // each other need about the same number of rounds, hence tiles and not rows; this size gives the
 // processor enough independent work to hide the latency of a round.
 constexpr std::size_t tileColumns = 16;
-constexpr std::size_t tileRows = 4;
+constexpr std::size_t tileRows = 3;
 constexpr std::size_t lanes = tileColumns * tileRows;
 
 struct Lens {
     float ifx, ify, cx, cy, k1, k2, k3, p1, p2;
 };
 
+// One record, so that one index reaches all of it.
 struct Tile {
-    float x[lanes], y[lanes];
+    float startX[lanes], startY[lanes];  // without distortion
+    float x[lanes], y[lanes];            // the rays so far
+    float shiftX[lanes], shiftY[lanes];  // start less the tangential part
+    float divisor[lanes];                // the radial part
 };
 
 Lens lensOf(const float* parameters) {
@@ -42,14 +46,14 @@ float coordinate(std::uint32_t first, std::size_t step) {
     return static_cast<float>(static_cast<std::int32_t>(first + static_cast<std::uint32_t>(step)));
 }
 
-// Pixels without distortion; lanes outside the image are worked on and dropped.
-Tile startOf(const Lens& lens, std::uint32_t column, std::uint32_t row) {
-    Tile start;
+// Lanes outside the image are worked on and dropped.
+void startTile(const Lens& lens, std::uint32_t column, std::uint32_t row, Tile& tile) {
     for (std::size_t i = 0; i < lanes; ++i) {
-        start.x[i] = lens.ifx * (coordinate(column, i % tileColumns) - lens.cx);
-        start.y[i] = lens.ify * (coordinate(row, i / tileColumns) - lens.cy);
+        tile.startX[i] = lens.ifx * (coordinate(column, i % tileColumns) - lens.cx);
+        tile.startY[i] = lens.ify * (coordinate(row, i / tileColumns) - lens.cy);
+        tile.x[i] = tile.startX[i];
+        tile.y[i] = tile.startY[i];
     }
-    return start;
 }
 
 std::uint32_t bitsOf(float value) {
@@ -60,45 +64,42 @@ std::uint32_t bitsOf(float value) {
 
 // One round of the fixed-point inversion. Returns the bits that it changed. The division stands in
 // a loop of its own: shorter chains of operations leave the processor more of them to overlap.
-inline std::uint32_t undistortRound(const Lens& lens, const Tile& start, Tile& ray) {
+inline std::uint32_t undistortRound(const Lens& lens, Tile& tile) {
     const float twoP1 = 2.0F * lens.p1;
     const float twoP2 = 2.0F * lens.p2;
-    Tile shifted;
-    float divisor[lanes];
     for (std::size_t i = 0; i < lanes; ++i) {
-        const float x = ray.x[i];
-        const float y = ray.y[i];
+        const float x = tile.x[i];
+        const float y = tile.y[i];
         const float r2 = x * x + y * y;
-        divisor[i] = 1.0F + r2 * (lens.k1 + r2 * (lens.k2 + lens.k3 * r2));
         const float dx = twoP1 * x * y + lens.p2 * (r2 + 2.0F * (x * x));
         const float dy = twoP2 * x * y + lens.p1 * (r2 + 2.0F * (y * y));
-        shifted.x[i] = start.x[i] - dx;
-        shifted.y[i] = start.y[i] - dy;
+        tile.shiftX[i] = tile.startX[i] - dx;
+        tile.shiftY[i] = tile.startY[i] - dy;
+        // Last, since the longest chain of operations keeps fewer others waiting there.
+        tile.divisor[i] = 1.0F + r2 * (lens.k1 + r2 * (lens.k2 + lens.k3 * r2));
     }
     std::uint32_t changed = 0;
     for (std::size_t i = 0; i < lanes; ++i) {
-        const float q = 1.0F / divisor[i];
-        const float x = shifted.x[i] * q;
-        const float y = shifted.y[i] * q;
-        changed |= (bitsOf(x) ^ bitsOf(ray.x[i])) | (bitsOf(y) ^ bitsOf(ray.y[i]));
-        ray.x[i] = x;
-        ray.y[i] = y;
+        const float q = 1.0F / tile.divisor[i];
+        const float x = tile.shiftX[i] * q;
+        const float y = tile.shiftY[i] * q;
+        changed |= (bitsOf(x) ^ bitsOf(tile.x[i])) | (bitsOf(y) ^ bitsOf(tile.y[i]));
+        tile.x[i] = x;
+        tile.y[i] = y;
     }
     return changed;
 }
 
 // All rounds, or fewer: one that changes no bit would only be repeated by those after it.
-Tile undistort(const Lens& lens, const Tile& start) {
-    Tile ray = start;
+void undistort(const Lens& lens, Tile& tile) {
     for (int round = 0; round < unwatchedRounds; ++round) {
-        undistortRound(lens, start, ray);
+        undistortRound(lens, tile);
     }
     for (int round = unwatchedRounds; round < rounds; ++round) {
-        if (undistortRound(lens, start, ray) == 0) {
+        if (undistortRound(lens, tile) == 0) {
             break;
         }
     }
-    return ray;
 }
 
 // Unit vectors of the first count lanes of a tile's row, interleaved.
@@ -129,10 +130,12 @@ void computeDirections(float* directions, const float* lensParameters, std::uint
         const std::size_t rowsLeft = std::min<std::size_t>(tileRows, rows - v);
         for (std::uint32_t u = 0; u < columns; u += tileColumns) {
             const std::size_t count = std::min<std::size_t>(tileColumns, columns - u);
-            const Tile ray = undistort(lens, startOf(lens, u, v));
+            Tile tile;
+            startTile(lens, u, v, tile);
+            undistort(lens, tile);
             for (std::size_t r = 0; r < rowsLeft; ++r) {
                 storeDirections(
-                    ray.x + r * tileColumns, ray.y + r * tileColumns, count,
+                    tile.x + r * tileColumns, tile.y + r * tileColumns, count,
                     directions + ((v + r) * std::size_t{columns} + u) * floatsPerDirection);
             }
         }

@@ -1,0 +1,276 @@
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <numeric>
+#include <random>
+
+#include <benchmark/benchmark.h>
+
+#include "calcut/vantric.h"
+#include "calcut/vantric_rx.h"
+#include "cutter/CRC32.h"
+#include "plain/plain.h"
+#include "work.h"
+#include "writer/writer.h"
+
+namespace calcut::bench {
+
+namespace {
+
+constexpr std::uint32_t columns = 224;
+constexpr std::uint32_t rows = 172;
+constexpr std::uint32_t pixels = columns * rows;
+constexpr std::size_t crcBytes = 65536;
+
+// Inputs and outputs, kept for the whole run.
+struct Data {
+    writer::Calibration calibration = writer::makeCalibration({});
+    std::vector<float> lens{calibration.lens.begin(), calibration.lens.end()};
+    VantricImagerArea area{0, 0, columns, rows};
+    std::vector<float> floats = std::vector<float>(std::size_t{pixels} * 3);
+    std::vector<std::uint32_t> integers = std::vector<std::uint32_t>(pixels);
+    std::vector<std::uint32_t> words = std::vector<std::uint32_t>(pixels);
+    std::vector<std::uint8_t> bytes = std::vector<std::uint8_t>(crcBytes);
+    std::vector<std::uint8_t> rxFloats;
+    std::vector<float> profileX, profileY, at;
+
+    Data() {
+        std::mt19937 random(7);
+        for (std::uint32_t& word : words) {
+            word = static_cast<std::uint32_t>(random());
+        }
+        for (std::uint8_t& byte : bytes) {
+            byte = static_cast<std::uint8_t>(random());
+        }
+        for (const float value : calibration.pixelValues) {
+            const std::uint32_t word = writer::encodeRXFloat(value);
+            for (unsigned shift = 32; shift > 0; shift -= 8) {
+                rxFloats.push_back(static_cast<std::uint8_t>(word >> (shift - 8)));
+            }
+        }
+        const writer::Straylight& profile = *calibration.straylight;
+        profileX = {0.0F};
+        profileY = {0.0F};
+        profileX.insert(profileX.end(), profile.radius.begin(), profile.radius.end());
+        profileY.insert(profileY.end(), profile.value.begin(), profile.value.end());
+        for (std::uint32_t i = 0; i < pixels; ++i) {
+            at.push_back(profileX.back() * static_cast<float>(i) / static_cast<float>(pixels));
+        }
+    }
+};
+
+Data& data() {
+    static Data instance;
+    return instance;
+}
+
+Work directions() {
+    Data& d = data();
+    return {"directions 224 x 172",
+            [&] {
+                plain::updateDirections(d.floats.data(), d.lens.data(), columns, rows);
+                benchmark::ClobberMemory();
+            },
+            [&] {
+                vantric_updateDirections(d.floats.data(), pixels * 3, d.lens.data(), &d.area);
+                benchmark::ClobberMemory();
+            },
+            16.0,
+            "OpenCV undistortPoints",
+            opencvUndistortPoints(d.lens, columns, rows),
+            20.0,
+            [&] {
+                std::memset(d.floats.data(), 1, d.floats.size() * sizeof(float));
+                benchmark::ClobberMemory();
+            }};
+}
+
+VantricCalibration straylightRecord(float exponent) {
+    const writer::Straylight& profile = *data().calibration.straylight;
+    VantricCalibration record = {};
+    record.straylightScale = profile.scale;
+    std::memcpy(record.straylightRadius, profile.radius.data(), sizeof profile.radius);
+    std::memcpy(record.straylightValue, profile.value.data(), sizeof profile.value);
+    record.straylightExponent = exponent;
+    record.straylightOffset = profile.offset;
+    record.straylightCentre = profile.centre;
+    record.straylightPointCount = VANTRIC_STRAYLIGHT_POINTS;
+    record.psfWidth = columns;
+    record.psfHeight = rows;
+    return record;
+}
+
+Work psf(const char* name, float exponent) {
+    const VantricCalibration record = straylightRecord(exponent);
+    return {name,
+            [=] {
+                VantricCalibration copy = record;
+                plain::allocateAndCalculatePsf(copy);
+                benchmark::DoNotOptimize(copy.psf);
+                std::free(copy.psf);
+            },
+            [=] {
+                VantricCalibration copy = record;
+                vantric_allocateAndCalculatePsf(&copy);
+                benchmark::DoNotOptimize(copy.psf);
+                std::free(copy.psf);
+            },
+            5.0,
+            {},
+            {},
+            0.0,
+            [] {
+                void* memory = std::malloc(pixels * sizeof(float));
+                benchmark::DoNotOptimize(memory);
+                std::memset(memory, 1, pixels * sizeof(float));
+                benchmark::ClobberMemory();
+                std::free(memory);
+            }};
+}
+
+Work interpolation() {
+    Data& d = data();
+    const auto n = static_cast<std::uint32_t>(d.profileX.size());
+    return {"interpolation, 38528 points",
+            [&, n] {
+                VantricPoly* poly = plain::createPoly(d.profileX.data(), d.profileY.data(), n);
+                for (std::size_t i = 0; i < pixels; ++i) {
+                    d.floats[i] = plain::interpolate(*poly, d.at[i], 0.0F);
+                }
+                benchmark::ClobberMemory();
+                vantric_freePoly(poly);
+            },
+            [&, n] {
+                VantricPoly* poly =
+                    vantric_createPolyHandle(d.profileX.data(), d.profileY.data(), n);
+                for (std::size_t i = 0; i < pixels; ++i) {
+                    d.floats[i] = vantric_cinterpol_def(poly, d.at[i], 0.0F);
+                }
+                benchmark::ClobberMemory();
+                vantric_freePoly(poly);
+            },
+            0.0,
+            "Boost pchip",
+            boostPchip(d.profileX, d.profileY, d.at, d.floats),
+            0.0,
+            [&] {
+                std::memcpy(d.floats.data(), d.at.data(), pixels * sizeof(float));
+                benchmark::ClobberMemory();
+            }};
+}
+
+// Reads bytes and writes a value for each pixel.
+void touch(std::size_t read) {
+    Data& d = data();
+    std::memcpy(d.floats.data(), d.words.data(), read);
+    std::memset(reinterpret_cast<char*>(d.floats.data()) + read, 1, pixels * sizeof(float) - read);
+    benchmark::ClobberMemory();
+}
+
+Work unpackUint(std::uint8_t bits) {
+    Data& d = data();
+    const std::uint64_t words = vantric_getRXPackedSize(pixels, bits) / 4;
+    return {"unpackRXUint, " + std::to_string(bits) + (bits == 1 ? " bit" : " bits"),
+            [&d, words, bits] {
+                plain::unpackUint(d.words.data(), words, pixels, bits, d.integers.data());
+                benchmark::ClobberMemory();
+            },
+            [&d, words, bits] {
+                vantric_unpackRXUint(d.words.data(), words, pixels, bits, d.integers.data());
+                benchmark::ClobberMemory();
+            },
+            4.0,
+            {},
+            {},
+            0.0,
+            [words] { touch(words * 4); }};
+}
+
+Work unpackFloat() {
+    Data& d = data();
+    const std::uint8_t bits = 12;
+    const std::uint64_t words = vantric_getRXPackedSize(pixels, bits) / 4;
+    return {"unpackRXFloat, 12 bits",
+            [&, words] {
+                plain::unpackFloat(d.words.data(), words, pixels, bits, d.integers.data(),
+                                   d.floats.data(), 0.5F, 1.0F);
+                benchmark::ClobberMemory();
+            },
+            [&, words] {
+                vantric_unpackRXFloat(d.words.data(), words, pixels, bits, d.integers.data(),
+                                      d.floats.data(), 0.5F, 1.0F);
+                benchmark::ClobberMemory();
+            },
+            4.0,
+            {},
+            {},
+            0.0,
+            [&d, words] {
+                touch(words * 4);
+                std::memset(d.integers.data(), 1, pixels * sizeof(std::uint32_t));
+                benchmark::ClobberMemory();
+            }};
+}
+
+Work floatBlock() {
+    Data& d = data();
+    RXBlockHeader block = {};
+    block.kind = RX_KIND_FLOAT;
+    block.count = pixels;
+    const auto decode = [&d, block](const auto& decodeBlock) {
+        VantricStream stream = vantric_createStreamFromData(d.rxFloats.data(), d.rxFloats.size());
+        decodeBlock(stream, block, reinterpret_cast<std::uint8_t*>(d.floats.data()));
+        benchmark::ClobberMemory();
+    };
+    return {"float block, 38528 values",
+            [=] {
+                decode([](VantricStream& stream, const RXBlockHeader& header, std::uint8_t* dest) {
+                    plain::decodeBlock(stream, header, nullptr, 0, dest, pixels * sizeof(float));
+                });
+            },
+            [=] {
+                decode([](VantricStream& stream, const RXBlockHeader& header, std::uint8_t* dest) {
+                    vantric_decodeRXBlock(&stream, &header, nullptr, 0, dest,
+                                          pixels * sizeof(float));
+                });
+            },
+            5.0,
+            {},
+            {},
+            0.0,
+            [&] {
+                std::memcpy(d.floats.data(), d.rxFloats.data(), d.rxFloats.size());
+                benchmark::ClobberMemory();
+            }};
+}
+
+Work checksum() {
+    Data& d = data();
+    return {"calc_crc32, 64 KiB",
+            [&] { benchmark::DoNotOptimize(plain::crc32(d.bytes.data(), d.bytes.size())); },
+            [&] { benchmark::DoNotOptimize(calc_crc32(d.bytes.data(), d.bytes.size())); },
+            3.0,
+            "zlib crc32",
+            zlibCrc32(d.bytes),
+            0.0,
+            [&] {
+                benchmark::DoNotOptimize(
+                    std::accumulate(d.bytes.begin(), d.bytes.end(), std::uint32_t{0}));
+            }};
+}
+
+}  // namespace
+
+std::vector<Work> kernelWork() {
+    std::vector<Work> work = {directions(), psf("PSF 224 x 172, exponent 2.0", 2.0F),
+                              psf("PSF 224 x 172, exponent 2.1", 2.1F), interpolation()};
+    for (const std::uint8_t bits : std::initializer_list<std::uint8_t>{1, 8, 12, 13}) {
+        work.push_back(unpackUint(bits));
+    }
+    work.push_back(unpackFloat());
+    work.push_back(floatBlock());
+    work.push_back(checksum());
+    return work;
+}
+
+}  // namespace calcut::bench

@@ -1,0 +1,35 @@
+#include <cstdio>
+#include <exception>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+#include <unistd.h>
+
+#include "work.h"
+
+namespace {
+
+constexpr int repetitions = 15;
+constexpr double secondsPerRun = 0.04;
+
+}  // namespace
+
+// Takes the options of Google Benchmark, of which --benchmark_filter is the useful one. Ends with 1
+// when a target was missed.
+int main(int argc, char** argv) {
+    char interleave[] = "--benchmark_enable_random_interleaving=true";
+    std::vector<char*> arguments(argv, argv + argc);
+    arguments.push_back(interleave);
+    int count = static_cast<int>(arguments.size());
+    benchmark::Initialize(&count, arguments.data());
+    try {
+        std::vector<calcut::bench::Work> work = calcut::bench::kernelWork();
+        for (calcut::bench::Work& item : calcut::bench::readingWork()) {
+            work.push_back(std::move(item));
+        }
+        return calcut::bench::measureAndReport(work, repetitions, secondsPerRun) ? 0 : 1;
+    } catch (const std::exception& failure) {
+        std::fprintf(stderr, "%s\n", failure.what());
+        return 2;
+    }
+}

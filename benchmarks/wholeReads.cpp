@@ -1,0 +1,157 @@
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <stdexcept>
+
+#include <benchmark/benchmark.h>
+#include <unistd.h>
+
+#include "calcut/cutter.h"
+#include "calcut/vantric.h"
+#include "calibration/calibration.h"
+#include "plain/plain.h"
+#include "work.h"
+#include "writer/writer.h"
+
+namespace calcut::bench {
+
+namespace {
+
+constexpr std::size_t pixels = std::size_t{224} * 172;
+constexpr std::size_t frequencies = 3;
+constexpr std::size_t customBlockBytes = 40;
+
+// valueBits 0: plain float tables.
+writer::Bytes standardCalibration(float exponent, unsigned valueBits) {
+    writer::CalibrationOptions options;
+    options.straylightExponent = exponent;
+    writer::Calibration calibration = writer::makeCalibration(options);
+    calibration.custom.assign(2, std::vector<std::uint8_t>(customBlockBytes, 0x5A));
+    writer::PackOptions pack;
+    pack.valueBits = valueBits;
+    return writer::packCalibration(calibration, pack);
+}
+
+void check(bool done) {
+    if (!done) {
+        throw std::runtime_error("the standard work could not be done");
+    }
+}
+
+// A record whose buffers of a read are written once; the input is read once.
+void touchRecord(const writer::Bytes& input) {
+    VantricCalibration* record = vantric::allocateCalibration(pixels);
+    record->directions = static_cast<float*>(std::malloc(pixels * 3 * sizeof(float)));
+    record->psf = static_cast<float*>(std::malloc(pixels * sizeof(float)));
+    const auto write = [](void* memory, std::size_t size) {
+        std::memset(memory, 1, size);
+        benchmark::DoNotOptimize(memory);
+    };
+    write(record->directions, pixels * 3 * sizeof(float));
+    write(record->psf, pixels * sizeof(float));
+    write(record->pixelMask, pixels);
+    std::size_t read = 0;
+    const auto fill = [&](float* table) {
+        const std::size_t part = std::min(input.size() - read, pixels * sizeof(float));
+        std::memcpy(table, input.data() + read, part);
+        write(reinterpret_cast<char*>(table) + part, pixels * sizeof(float) - part);
+        read += part;
+    };
+    fill(record->pixelValues);
+    for (std::size_t k = 0; k < frequencies; ++k) {
+        fill(record->frequencies[k].pixelTable);
+    }
+    benchmark::ClobberMemory();
+    vantric_freeCalibration(record);
+}
+
+Work wholeRead(const char* name, float exponent, unsigned valueBits, double target) {
+    const auto input =
+        std::make_shared<const writer::Bytes>(standardCalibration(exponent, valueBits));
+    return {name,
+            [=] {
+                VantricCalibration* record = nullptr;
+                check(plain::readCalibration(input->data(), input->size(), &record) == VANTRIC_OK);
+                vantric_freeCalibration(record);
+            },
+            [=] {
+                VantricCalibration* record = nullptr;
+                check(vantric_readCalibration(input->data(), input->size(), &record) == VANTRIC_OK);
+                vantric_freeCalibration(record);
+            },
+            target,
+            {},
+            {},
+            0.0,
+            [=] { touchRecord(*input); }};
+}
+
+// A directory of its own in a memory file system, gone with the process.
+class CutDirectory {
+  public:
+    explicit CutDirectory(const writer::Bytes& dump)
+        : path_(std::filesystem::exists("/dev/shm") ? std::filesystem::path("/dev/shm")
+                                                    : std::filesystem::temp_directory_path()) {
+        path_ /= "calcut-benchmark-" + std::to_string(::getpid());
+        std::filesystem::create_directories(path_);
+        std::ofstream(dumpFile(), std::ios::binary)
+            .write(reinterpret_cast<const char*>(dump.data()),
+                   static_cast<std::streamsize>(dump.size()));
+    }
+    CutDirectory(const CutDirectory&) = delete;
+    CutDirectory& operator=(const CutDirectory&) = delete;
+    ~CutDirectory() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+
+    [[nodiscard]] std::string dumpFile() const { return (path_ / "dump.bin").string(); }
+    [[nodiscard]] std::string directory() const { return path_.string(); }
+
+  private:
+    std::filesystem::path path_;
+};
+
+void copyFile(const std::string& from, const std::string& to) {
+    std::ifstream input(from, std::ios::binary | std::ios::ate);
+    std::vector<char> content(static_cast<std::size_t>(input.tellg()));
+    input.seekg(0);
+    input.read(content.data(), static_cast<std::streamsize>(content.size()));
+    std::ofstream(to, std::ios::binary)
+        .write(content.data(), static_cast<std::streamsize>(content.size()));
+}
+
+Work wholeCut() {
+    const auto payload = std::make_shared<const writer::Bytes>(standardCalibration(2.0F, 12));
+    const auto files = std::make_shared<const CutDirectory>(writer::makeV7Image(*payload));
+    return {"cutEEPROMContent, v7 dump",
+            [=] {
+                EEPROMMetaInformation meta;
+                check(plain::cutV7(files->dumpFile(), files->directory(), meta));
+            },
+            [=] {
+                EEPROMMetaInformation meta;
+                check(cutEEPROMContent(CALCUT_LAYOUT_V7, files->dumpFile().c_str(),
+                                       files->directory().c_str(), &meta) == 0);
+            },
+            5.0,
+            {},
+            {},
+            0.0,
+            [=] {
+                copyFile(files->dumpFile(), files->directory() + "/copy");
+                touchRecord(*payload);
+            }};
+}
+
+}  // namespace
+
+std::vector<Work> readingWork() {
+    return {wholeRead("readCalibration, 12 bits, exp. 2.0", 2.0F, 12, 8.0),
+            wholeRead("readCalibration, 12 bits, exp. 2.1", 2.1F, 12, 8.0),
+            wholeRead("readCalibration, floats, exp. 2.0", 2.0F, 0, 8.0), wholeCut()};
+}
+
+}  // namespace calcut::bench
