@@ -7,6 +7,8 @@
 #include <iterator>
 #include <stdexcept>
 
+#include "cutter/CRC32.h"
+
 namespace fixtures {
 
 namespace writer = calcut::writer;
@@ -103,15 +105,13 @@ Bytes minimalPacked() {
                  floats(17, 4), floats(18, 4), floats(19, 4), floats(21, 4), floats(22, 4), 255);
 }
 
-std::uint32_t slowCrc32(const std::uint8_t* data, std::size_t size) {
-    std::uint32_t crc = 0xFFFFFFFFU;
-    for (std::size_t i = 0; i < size; ++i) {
-        crc ^= data[i];
-        for (int bit = 0; bit < 8; ++bit) {
-            crc = (crc & 1U) != 0 ? (crc >> 1) ^ 0xEDB88320U : crc >> 1;
-        }
-    }
-    return ~crc;
+Bytes prefix(const Bytes& bytes, std::size_t size) {
+    return {bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(size)};
+}
+
+Bytes flipped(Bytes bytes, std::size_t bit) {
+    bytes[bit / 8] = static_cast<std::uint8_t>(bytes[bit / 8] ^ (1U << (bit % 8)));
+    return bytes;
 }
 
 void putLittle32(Bytes& image, std::size_t offset, std::uint32_t value) {
@@ -120,26 +120,20 @@ void putLittle32(Bytes& image, std::size_t offset, std::uint32_t value) {
     }
 }
 
-Bytes v7Image(const Bytes& payload) {
-    Bytes image = bytes("QOVRIN", 7, 0);
-    image.resize(67, 0xA5);
-    putLittle32(image, 8, slowCrc32(payload.data(), payload.size()));
+Bytes v7Image(Bytes payload) {
+    Bytes image = bytes("QOVRIN", 7, 0, Bytes(59, 0xA5));
+    putLittle32(image, 8, calc_crc32(payload.data(), payload.size()));
     putLittle32(image, 12, static_cast<std::uint32_t>(payload.size()));
-    image.insert(image.end(), payload.begin(), payload.end());
-    return image;
+    return bytes(image, payload);
 }
 
-Bytes korvelineImage(const Bytes& payload, std::uint8_t type, std::uint32_t address) {
-    Bytes image = bytes("KORVELINE", 1, 2, 3, 4, 0x47, 1, 0);
-    image.resize(104, 0x5A);
-    image[41] = type;
+Bytes korvelineImage(Bytes payload, std::uint8_t type, std::uint32_t address) {
+    Bytes image = bytes("KORVELINE", 1, 2, 3, 4, 0x47, 1, 0, Bytes(25, 0x5A), type, Bytes(14, 0x5A),
+                        payload.size(), payload.size() >> 8, Bytes(46, 0x5A));
     putLittle32(image, 52, address);
-    putLittle32(image, 58, slowCrc32(payload.data(), payload.size()));
-    image[56] = static_cast<std::uint8_t>(payload.size());
-    image[57] = static_cast<std::uint8_t>(payload.size() >> 8);
+    putLittle32(image, 58, calc_crc32(payload.data(), payload.size()));
     image.resize(std::max<std::size_t>(image.size(), address - 0x2000), 0);
-    image.insert(image.end(), payload.begin(), payload.end());
-    return image;
+    return bytes(image, payload);
 }
 
 }  // namespace fixtures

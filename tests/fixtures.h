@@ -15,6 +15,17 @@ namespace fixtures {
 
 using Bytes = calcut::writer::Bytes;
 
+inline constexpr std::uint32_t ok = VANTRIC_OK;
+inline constexpr std::uint32_t notSupported = VANTRIC_ERR_NOT_SUPPORTED;
+inline constexpr std::uint32_t endOfData = VANTRIC_ERR_END_OF_DATA;
+inline constexpr std::uint32_t invalidArgument = VANTRIC_ERR_INVALID_ARGUMENT;
+inline constexpr std::uint32_t valueUnset = VANTRIC_ERR_VALUE_UNSET;
+inline constexpr std::uint32_t tooSmall = VANTRIC_ERR_BUFFER_TOO_SMALL;
+inline constexpr std::uint32_t countTooSmall = VANTRIC_ERR_COUNT_TOO_SMALL;
+inline constexpr std::uint32_t invalidData = VANTRIC_ERR_INVALID_DATA;
+inline constexpr std::uint32_t fieldEmpty = VANTRIC_ERR_FIELD_EMPTY;
+inline constexpr std::uint32_t alreadySet = VANTRIC_ERR_ALREADY_SET;
+
 /// An empty directory that goes away with the object.
 class TempDir {
   public:
@@ -75,12 +86,14 @@ Bytes smallPacked();
 /// The smallest calibration that reads (4 x 1 pixels, required blocks only), byte by byte.
 Bytes minimalPacked();
 
-/// CRC-32 bit by bit, without a table.
-std::uint32_t slowCrc32(const std::uint8_t* data, std::size_t size);
+/// The first size bytes, in a buffer of exactly that size.
+Bytes prefix(const Bytes& bytes, std::size_t size);
+/// With one bit changed.
+Bytes flipped(Bytes bytes, std::size_t bit);
 
 /// A v7 or Korveline image with the payload's checksum, made byte by byte.
-Bytes v7Image(const Bytes& payload);
-Bytes korvelineImage(const Bytes& payload, std::uint8_t type, std::uint32_t address = 0x2068);
+Bytes v7Image(Bytes payload);
+Bytes korvelineImage(Bytes payload, std::uint8_t type, std::uint32_t address = 0x2068);
 
 /// Puts 32 bits, least significant byte first.
 void putLittle32(Bytes& image, std::size_t offset, std::uint32_t value);

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <numeric>
 #include <stdexcept>
 
 #include "cutter/EEPROMKorvelineCutter.h"
@@ -17,6 +18,17 @@ struct Cut {
     int result = -1;
     EEPROMMetaInformation meta = {};
     std::vector<recording::Line> lines;
+
+    // The error lines, without their line ends.
+    [[nodiscard]] std::vector<std::string> errors() const {
+        std::vector<std::string> texts;
+        for (const auto& [type, text] : lines) {
+            if (type == skarbo::error) {
+                texts.push_back(text.substr(0, text.size() - 1));
+            }
+        }
+        return texts;
+    }
 };
 
 Cut cut(int layout, const std::string& dump, const std::string& outputPath) {
@@ -34,18 +46,10 @@ Cut cutImage(int layout, const Bytes& image, const TempDir& out) {
     return cut(layout, in / "dump", out.path());
 }
 
-std::string progress(int id, const TempDir& out, std::size_t bytes) {
-    return "Writing block id " + std::to_string(id) + " to " + out.path() + "/qov.spc (" +
-           std::to_string(bytes) + " bytes).\n";
-}
-
 Bytes signedPayload(const Bytes& calibration, int length) {
-    Bytes payload = calibration;
-    payload.push_back(static_cast<std::uint8_t>(length));
-    for (int i = 0; i < 127; ++i) {
-        payload.push_back(static_cast<std::uint8_t>(0x80 + i));
-    }
-    return payload;
+    Bytes area(127);
+    std::iota(area.begin(), area.end(), std::uint8_t{0x80});
+    return bytes(calibration, length, area);
 }
 
 using Names = std::vector<std::string>;
@@ -66,130 +70,83 @@ TEST(Cut, RefusesUnknownLayoutsBeforeAnythingElse) {
 
 TEST(Cut, WritesTheFilesOfBothLayouts) {
     const Bytes calibration = minimalPacked();
-    const Bytes lens = bytes(0, 0, 0x80, 0x3F);  // 1.0, nine times
     Bytes lensFile;
     for (int i = 0; i < 9; ++i) {
-        lensFile.insert(lensFile.end(), lens.begin(), lens.end());
+        lensFile = bytes(lensFile, 0, 0, 0x80, 0x3F);  // 1.0
     }
     struct Case {
         int layout;
         Bytes image;
-        int id;
-        std::size_t payload;
         Bytes signature;
     };
     const Bytes area = signedPayload(calibration, 127);
-    const std::vector<Case> cases = {
-        {0, v7Image(calibration), 7, calibration.size(), {}},
-        {0, bytes(v7Image(calibration), "trailing"), 7, calibration.size(), {}},
-        {1, korvelineImage(calibration, 0), 7, calibration.size(), {}},
-        {1, korvelineImage(calibration, 23, 0x3000), 7, calibration.size(), {}},
-        {1,
-         korvelineImage(signedPayload(calibration, 1), 22),
-         37,
-         calibration.size() + 128,
-         {0x80}},
-        {1, korvelineImage(area, 28), 37, calibration.size() + 128,
-         Bytes(area.end() - 127, area.end())},
-    };
-    for (const Case& item : cases) {
+    const Bytes shortSignature = signedPayload(calibration, 1);
+    for (const auto& [layout, image, signature] :
+         {Case{0, v7Image(calibration), {}}, Case{0, bytes(v7Image(calibration), "trailing"), {}},
+          Case{1, korvelineImage(calibration, 0), {}},
+          Case{1, korvelineImage(calibration, 23, 0x3000), {}},
+          Case{1, korvelineImage(shortSignature, 22), {0x80}},
+          Case{1, korvelineImage(area, 28), Bytes(area.end() - 127, area.end())}}) {
         const TempDir out;
-        const Cut result = cutImage(item.layout, item.image, out);
+        const Cut result = cutImage(layout, image, out);
         EXPECT_EQ(result.result, 0);
         EXPECT_EQ(result.meta.zeroMaskCount, 1);
         EXPECT_EQ(Bytes(result.meta.reserved, result.meta.reserved + 36), Bytes(36));
-        ASSERT_EQ(result.lines.size(), 1U);
-        EXPECT_EQ(result.lines[0].first, skarbo::info);
-        EXPECT_EQ(result.lines[0].second, progress(item.id, out, item.payload));
+        const bool isSigned = !signature.empty();
+        const std::size_t size = calibration.size() + (isSigned ? 128 : 0);
+        const std::string line = "Writing block id " + std::string(isSigned ? "37" : "7") + " to " +
+                                 out.path() + "/qov.spc (" + std::to_string(size) + " bytes).\n";
+        EXPECT_EQ(result.lines, (std::vector<recording::Line>{{skarbo::info, line}}));
         EXPECT_EQ(readBytes(out / "qov.spc"), calibration);
         EXPECT_EQ(readBytes(out / "lensdata.dat"), lensFile);
-        if (item.signature.empty()) {
-            EXPECT_EQ(out.names(), (Names{"lensdata.dat", "qov.spc"}));
-        } else {
-            EXPECT_EQ(readBytes(out / "signature.bin"), item.signature);
-        }
+        EXPECT_EQ(out.names().size(), isSigned ? 3U : 2U);
+        EXPECT_TRUE(!isSigned || readBytes(out / "signature.bin") == signature);
     }
 }
 
 TEST(Cut, ReportsEachFailureAndLeavesWhatWasWrittenBefore) {
-    const Bytes calibration = minimalPacked();
     const Bytes noise = bytes("no calibration");
-    const Bytes shortSigned(127, 1);
+    const Bytes onlySigned = signedPayload({}, 5);
+    const Bytes signed0 = signedPayload(minimalPacked(), 0);
+    const Bytes signed128 = signedPayload(minimalPacked(), 128);
+    const Bytes v7 = v7Image(minimalPacked());
+    const Names spc = {"qov.spc"};
+    const Names two = {"lensdata.dat", "qov.spc"};
+    const Names three = {"lensdata.dat", "qov.spc", "signature.bin"};
     struct Case {
         const char* name;
         int layout;
         Bytes image;
-        std::vector<std::string> errors;
+        Names errors;
         Names files;
         std::uint16_t count;
     };
     const std::vector<Case> cases = {
         {"v7 image refused", 0, bytes("QOVRIX"), {"File is corrupted"}, {}, untouched},
-        {"v7 image in the other layout",
-         1,
-         v7Image(calibration),
-         {"Invalid file format"},
-         {},
-         untouched},
-        {"v7 empty payload", 0, v7Image({}), {"Could not write data block"}, {"qov.spc"}, 0},
-        {"v7 not a calibration",
-         0,
-         v7Image(noise),
-         {"Could not write data intrinsics"},
-         {"qov.spc"},
-         0},
-        {"korveline empty payload",
-         1,
-         korvelineImage({}, 0),
-         {"Could not write tango.bin"},
-         {"qov.spc"},
-         0},
-        {"korveline not a calibration",
-         1,
-         korvelineImage(noise, 0),
-         {"Could not write intrinsics"},
-         {"qov.spc"},
-         0},
-        {"nothing but a signature area",
-         1,
-         korvelineImage(signedPayload({}, 5), 28),
-         {"Could not write tango.bin"},
-         {"qov.spc"},
-         0},
-        {"no room for a signature area", 1, korvelineImage(shortSigned, 28), {}, {}, untouched},
-        {"signature of length 0",
-         1,
-         korvelineImage(signedPayload(calibration, 0), 28),
-         {"Could not write signature"},
-         {"lensdata.dat", "qov.spc", "signature.bin"},
-         1},
-        {"signature longer than its area",
-         1,
-         korvelineImage(signedPayload(calibration, 128), 28),
-         {"Could not write signature"},
-         {"lensdata.dat", "qov.spc"},
-         1},
+        {"v7 image in the other layout", 1, v7, {"Invalid file format"}, {}, untouched},
+        {"v7 empty", 0, v7Image({}), {"Could not write data block"}, spc, 0},
+        {"v7 noise", 0, v7Image(noise), {"Could not write data intrinsics"}, spc, 0},
+        {"empty", 1, korvelineImage({}, 0), {"Could not write tango.bin"}, spc, 0},
+        {"noise", 1, korvelineImage(noise, 0), {"Could not write intrinsics"}, spc, 0},
+        {"area", 1, korvelineImage(onlySigned, 28), {"Could not write tango.bin"}, spc, 0},
+        {"no room for a signature", 1, korvelineImage(Bytes(127, 1), 28), {}, {}, untouched},
+        {"length 0", 1, korvelineImage(signed0, 28), {"Could not write signature"}, three, 1},
+        {"length 128", 1, korvelineImage(signed128, 28), {"Could not write signature"}, two, 1},
     };
     for (const Case& item : cases) {
         SCOPED_TRACE(item.name);
         const TempDir out;
-        const TempDir in;
-        writeBytes(in / "dump", item.image);
-        EEPROMMetaInformation meta = {};
-        meta.zeroMaskCount = untouched;
-        recording::takeLines();
-        EXPECT_EQ(cutEEPROMContent(item.layout, (in / "dump").c_str(), out.path().c_str(), &meta),
-                  1);
-        EXPECT_EQ(recording::takeErrors(), item.errors);
+        const Cut result = cutImage(item.layout, item.image, out);
+        EXPECT_EQ(result.result, 1);
+        EXPECT_EQ(result.errors(), item.errors);
         EXPECT_EQ(out.names(), item.files);
-        EXPECT_EQ(meta.zeroMaskCount, item.count);
+        EXPECT_EQ(result.meta.zeroMaskCount, item.count);
     }
 }
 
 TEST(Cut, FailsWhereAFileCannotBeOpened) {
-    const Bytes calibration = minimalPacked();
-    const Bytes v7 = v7Image(calibration);
-    const Bytes korveline = korvelineImage(signedPayload(calibration, 9), 28);
+    const Bytes v7 = v7Image(minimalPacked());
+    const Bytes korveline = korvelineImage(signedPayload(minimalPacked(), 9), 28);
     struct Case {
         int layout;
         const char* blocked;  ///< a directory stands where this file should go
@@ -219,32 +176,22 @@ TEST(Cut, FailsWhereAFileCannotBeOpened) {
     EXPECT_NE(doubled.lines[0].second.find("//qov.spc"), std::string::npos);
 }
 
-TEST(Cut, EndsTheProcessOnADumpThatIsNotThere) {
-    const TempDir out;
-    EEPROMMetaInformation meta;
-    for (const int layout : {0, 1}) {
-        EXPECT_DEATH(cutEEPROMContent(layout, "", out.path().c_str(), &meta), "");
-    }
-}
-
 TEST(Cut, CountsTheMaskOverTheSensorAndNoFurther) {
     struct Case {
         std::uint16_t columns, rows;
         std::uint32_t pixel;
         std::uint16_t count;
     };
-    for (const Case& item : {Case{224, 172, 0, 38528}, Case{224, 172, 1, 0},
-                             Case{240, 172, 0, 38528}, Case{5, 1, 0, 5}}) {
-        calcut::writer::CalibrationOptions options;
-        options.columns = item.columns;
-        options.rows = item.rows;
-        options.frequencies = 1;
-        calcut::writer::Calibration calibration = calcut::writer::makeCalibration(options);
-        calibration.mask.assign(calibration.mask.size(), item.pixel);
+    for (const auto& [columns, rows, pixel, count] :
+         {Case{224, 172, 0, 38528}, Case{224, 172, 1, 0}, Case{240, 172, 0, 38528},
+          Case{5, 1, 0, 5}}) {
+        calcut::writer::Calibration calibration =
+            calcut::writer::makeCalibration({.columns = columns, .rows = rows, .frequencies = 1});
+        calibration.mask.assign(calibration.mask.size(), pixel);
         const TempDir out;
         const Cut result = cutImage(0, v7Image(calcut::writer::packCalibration(calibration)), out);
         EXPECT_EQ(result.result, 0);
-        EXPECT_EQ(result.meta.zeroMaskCount, item.count);
+        EXPECT_EQ(result.meta.zeroMaskCount, count);
     }
 }
 

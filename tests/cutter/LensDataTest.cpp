@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstring>
+#include <numeric>
 
 #include "calcut/cutter.h"
 #include "fixtures.h"
@@ -15,14 +16,10 @@ using Parameters = std::array<float, CALCUT_LENS_PARAMETER_COUNT>;
 
 // Floats 1, 2, 3, ... as many as fit, and the bytes of one more.
 Bytes lensFile(std::size_t size) {
-    Bytes file;
-    for (int i = 1; file.size() < size; ++i) {
-        const auto value = static_cast<float>(i);
-        std::uint8_t raw[4];
-        std::memcpy(raw, &value, sizeof raw);
-        file.insert(file.end(), raw, raw + 4);
-    }
-    file.resize(size);
+    std::vector<float> values(size / 4 + 1);
+    std::iota(values.begin(), values.end(), 1.0F);
+    Bytes file(size);
+    std::memcpy(file.data(), values.data(), size);
     return file;
 }
 

@@ -1,8 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cmath>
-#include <cstring>
 #include <random>
+#include <tuple>
 
 #include "calcut/vantric_rx.h"
 #include "fixtures.h"
@@ -30,60 +31,50 @@ void expectTable(const float* decoded, const std::vector<float>& values, unsigne
     }
 }
 
-template <std::size_t N>
-void expectFloats(const float* decoded, const std::array<float, N>& values) {
-    for (std::size_t i = 0; i < N; ++i) {
-        EXPECT_EQ(decoded[i], values[i]) << i;
-    }
+template <class Decoded, class Values>
+void expectEqual(const Decoded* decoded, const Values& values) {
+    EXPECT_TRUE(std::equal(values.begin(), values.end(), decoded));
 }
 
 void expectWiggling(const VantricWigglingTable& table, const writer::Wiggling& wiggling) {
     ASSERT_EQ(table.capacity, wiggling.third.size());
-    float header = 0.0F;
-    std::memcpy(&header, &table.header, sizeof header);
-    EXPECT_EQ(header, wiggling.header);
-    for (std::size_t i = 0; i < wiggling.third.size(); ++i) {
-        EXPECT_EQ(table.third[i], wiggling.third[i]);
-        EXPECT_EQ(table.first[i], wiggling.first[i]);
-        EXPECT_EQ(table.second[i], static_cast<std::uint32_t>(wiggling.second[i]));
-    }
+    EXPECT_EQ(std::bit_cast<float>(table.header), wiggling.header);
+    expectEqual(table.third, wiggling.third);
+    expectEqual(table.first, wiggling.first);
+    expectEqual(table.second,
+                std::vector<std::uint32_t>(wiggling.second.begin(), wiggling.second.end()));
 }
 
 void expectFrequency(const VantricFrequencyRecord& record, const writer::Frequency& frequency,
                      unsigned bits) {
     EXPECT_EQ(record.frequencyId, frequency.id);
     expectTable(record.pixelTable, frequency.pixelTable, bits);
-    expectFloats(record.valuesA, frequency.valuesA);
-    expectFloats(record.valuesB, frequency.valuesB);
-    EXPECT_EQ(std::isnan(record.scalar), !frequency.scalar.has_value());
-    if (frequency.scalar) {
-        EXPECT_EQ(record.scalar, *frequency.scalar);
-    }
+    expectEqual(record.valuesA, frequency.valuesA);
+    expectEqual(record.valuesB, frequency.valuesB);
+    EXPECT_TRUE(frequency.scalar ? record.scalar == *frequency.scalar : std::isnan(record.scalar));
     expectWiggling(record.wigglingA, frequency.wigglingA);
     expectWiggling(record.wigglingB, frequency.wigglingB);
 }
 
-void expectStraylight(const VantricCalibration& record, const writer::Straylight& straylight) {
-    EXPECT_EQ(record.straylightScale, straylight.scale);
-    expectFloats(record.straylightRadius, straylight.radius);
-    expectFloats(record.straylightValue, straylight.value);
-    EXPECT_EQ(record.straylightExponent, straylight.exponent);
-    EXPECT_EQ(record.straylightOffset, straylight.offset);
-    EXPECT_EQ(record.straylightCentre, straylight.centre);
-    EXPECT_EQ(record.psfWidth, straylight.psfWidth);
-    EXPECT_EQ(record.psfHeight, straylight.psfHeight);
-    EXPECT_EQ(record.straylightPointCount, 13);
+void expectStraylight(const VantricCalibration& r, const writer::Straylight& made) {
+    expectEqual(r.straylightRadius, made.radius);
+    expectEqual(r.straylightValue, made.value);
+    EXPECT_EQ(std::tie(r.straylightScale, r.straylightExponent, r.straylightOffset,
+                       r.straylightCentre, r.psfWidth, r.psfHeight),
+              std::tie(made.scale, made.exponent, made.offset, made.centre, made.psfWidth,
+                       made.psfHeight));
+    EXPECT_EQ(r.straylightPointCount, 13);
 }
 
 void expectCustom(const Bytes& packed, VantricCalibration& record,
                   const std::vector<std::vector<std::uint8_t>>& custom) {
     ASSERT_EQ(vantric_getNumCustomFields(&record), custom.size());
-    ASSERT_EQ(vantric_readCustomFields(packed.data(), packed.size(), &record), VANTRIC_OK);
+    ASSERT_EQ(vantric_readCustomFields(packed.data(), packed.size(), &record), ok);
     for (std::size_t k = 0; k < custom.size(); ++k) {
         const auto id = static_cast<std::uint32_t>(128 + k);
         ASSERT_EQ(vantric_getFieldSize(id, &record), static_cast<std::int32_t>(custom[k].size()));
         Bytes field(custom[k].size());
-        EXPECT_EQ(vantric_getField(id, &record, field.data()), VANTRIC_OK);
+        EXPECT_EQ(vantric_getField(id, &record, field.data()), ok);
         EXPECT_EQ(field, custom[k]);
     }
 }
@@ -92,12 +83,11 @@ void expectRoundTrip(const writer::Calibration& made, const writer::PackOptions&
     const Bytes packed = writer::packCalibration(made, options);
     std::uint32_t status = 1;
     const Record record = readPlain(packed, &status);
-    ASSERT_EQ(status, VANTRIC_OK) << std::hex << status;
+    ASSERT_EQ(status, ok) << std::hex << status;
     const VantricCalibration& r = *record;
-    EXPECT_EQ(r.imagerArea.columns, made.columns);
-    EXPECT_EQ(r.imagerArea.rows, made.rows);
-    EXPECT_EQ(r.auxFlag, made.auxFlag);
-    expectFloats(r.lensParameters, made.lens);
+    EXPECT_EQ(std::tuple(r.imagerArea.columns, r.imagerArea.rows, r.auxFlag),
+              std::tuple(made.columns, made.rows, made.auxFlag));
+    expectEqual(r.lensParameters, made.lens);
     for (std::size_t i = 0; i < made.mask.size(); ++i) {
         ASSERT_EQ(r.pixelMask[i], static_cast<std::uint8_t>(made.mask[i]));
     }
@@ -107,11 +97,10 @@ void expectRoundTrip(const writer::Calibration& made, const writer::PackOptions&
     EXPECT_EQ(std::string(r.text1), options.omit.count(5) == 0 ? made.text1.value_or("") : "");
     EXPECT_EQ(std::string(r.text2), options.omit.count(6) == 0 ? made.text2.value_or("") : "");
     if (made.idCodes && options.omit.count(8) == 0) {
-        EXPECT_EQ(r.idCode0, (*made.idCodes)[0]);
-        EXPECT_EQ(r.idCode1, (*made.idCodes)[1]);
+        expectEqual(&r.idCode0, *made.idCodes);
     }
     if (made.idBytes && options.omit.count(7) == 0) {
-        EXPECT_EQ(std::vector<std::uint8_t>(r.idBytes, r.idBytes + r.idBytesSize), *made.idBytes);
+        EXPECT_EQ(Bytes(r.idBytes, r.idBytes + r.idBytesSize), *made.idBytes);
     }
     if (made.straylight && options.omit.count(9) == 0) {
         expectStraylight(r, *made.straylight);
@@ -153,25 +142,16 @@ TEST(RoundTrip, RandomCalibrationsReadBackEqual) {
     }
 }
 
-TEST(RoundTrip, SameOptionsGiveTheSameBytesAndOthersDoNot) {
-    writer::CalibrationOptions options;
-    const Bytes first = writer::packCalibration(writer::makeCalibration(options));
-    EXPECT_EQ(first, writer::packCalibration(writer::makeCalibration(options)));
-    options.seed = 2;
-    EXPECT_NE(first, writer::packCalibration(writer::makeCalibration(options)));
-}
-
 // What people get without options is a module that the whole road accepts.
 TEST(RoundTrip, DefaultModuleHasEverything) {
     std::uint32_t status = 1;
     const Bytes packed = writer::packCalibration(writer::makeCalibration({}));
     const Record record = read(packed, &status);
-    ASSERT_EQ(status, VANTRIC_OK);
+    ASSERT_EQ(status, ok);
     EXPECT_EQ(record->imagerArea.columns, 224U);
     EXPECT_EQ(record->imagerArea.rows, 172U);
-    EXPECT_EQ(record->pixelMask[0], 0);
-    EXPECT_EQ(record->pixelMask[223], 0);
-    EXPECT_NE(record->pixelMask[86 * 224 + 112], 0);
+    const std::uint8_t* mask = record->pixelMask;
+    EXPECT_TRUE(mask[0] == 0 && mask[223] == 0 && mask[86 * 224 + 112] != 0);
     ASSERT_NE(record->psf, nullptr);
     for (int i = 2; i < 112; ++i) {
         EXPECT_LE(record->psf[i], record->psf[i - 1]);
@@ -190,9 +170,7 @@ TEST(RoundTrip, FloatsComeBackBitForBit) {
         EXPECT_EQ(vantric_decodeRXFloat(word), value) << value;
     };
     for (int i = 0; i < 100000; ++i) {
-        const auto bits = static_cast<std::uint32_t>(random());
-        float value = 0.0F;
-        std::memcpy(&value, &bits, sizeof value);
+        const auto value = std::bit_cast<float>(static_cast<std::uint32_t>(random()));
         if (std::isnormal(value)) {
             check(value);
         }
@@ -209,21 +187,18 @@ TEST(RoundTrip, FloatsComeBackBitForBit) {
 
 TEST(RoundTrip, BothImagesAroundAPayload) {
     const Bytes packed = minimalPacked();
+    // The first bytes of the fields that readers look at; the rest of a header is free.
+    const auto same = [](const Bytes& a, const Bytes& b, std::size_t begin, std::size_t end) {
+        return a.size() == b.size() && std::equal(&a[begin], &a[end - 1] + 1, &b[begin]);
+    };
     const Bytes v7 = writer::makeV7Image(packed);
-    const Bytes reference = v7Image(packed);
-    ASSERT_EQ(v7.size(), reference.size());
-    EXPECT_TRUE(std::equal(v7.begin(), v7.begin() + 16, reference.begin()));
-    EXPECT_TRUE(std::equal(v7.begin() + 67, v7.end(), reference.begin() + 67));
+    EXPECT_TRUE(same(v7, v7Image(packed), 0, 16) && same(v7, v7Image(packed), 67, v7.size()));
     for (const std::uint32_t address : {0x2068U, 0x2069U, 0x2800U, 0x12345U}) {
-        writer::KorvelineOptions options;
-        options.address = address;
-        const Bytes image = writer::makeKorvelineImage(packed, options);
+        const Bytes image = writer::makeKorvelineImage(packed, {address, {}});
         const Bytes expected = korvelineImage(packed, image[41], address);
         EXPECT_TRUE(image[41] != 22 && image[41] != 28);
-        EXPECT_TRUE(std::equal(image.begin() + 52, image.begin() + 62, expected.begin() + 52));
-        EXPECT_TRUE(std::equal(image.begin(), image.begin() + 9, expected.begin()));
-        ASSERT_EQ(image.size(), expected.size());
-        EXPECT_TRUE(std::equal(packed.begin(), packed.end(), image.begin() + (address - 0x2000)));
+        EXPECT_TRUE(same(image, expected, 0, 9) && same(image, expected, 52, 62));
+        EXPECT_TRUE(same(image, expected, address - 0x2000, image.size()));
     }
     EXPECT_THROW(writer::makeKorvelineImage(packed, {0x2067, {}}), std::invalid_argument);
     EXPECT_THROW(writer::makeKorvelineImage(Bytes(65536)), std::length_error);
