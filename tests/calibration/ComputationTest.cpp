@@ -2,8 +2,8 @@
 
 #include <array>
 #include <cmath>
-#include <limits>
 #include <numeric>
+#include <tuple>
 
 #include "calibration/calibration.h"
 #include "fixtures.h"
@@ -32,10 +32,8 @@ Record straylight(std::uint32_t width, std::uint32_t height) {
     Record record(allocateCalibration(1));
     record->straylightScale = 2.0F;
     record->straylightPointCount = 3;
-    for (int i = 0; i < 3; ++i) {
-        record->straylightRadius[i] = static_cast<float>(i + 1);
-        record->straylightValue[i] = static_cast<float>(i + 1);
-    }
+    std::iota(record->straylightRadius, record->straylightRadius + 3, 1.0F);
+    std::iota(record->straylightValue, record->straylightValue + 3, 1.0F);
     record->straylightExponent = 2.0F;
     record->straylightOffset = 0.0F;
     record->straylightCentre = 9.0F;
@@ -80,8 +78,7 @@ TEST(Interpolation, EvaluatesInsideAndFallsBackOutside) {
         previous = value;
     }
     EXPECT_NEAR(vantric_cinterpol(poly({0, 2}, {0, 4}).get(), 0.5F), 1.0F, 1e-6F);
-    const float nan = std::numeric_limits<float>::quiet_NaN();
-    for (const float t : {-0.001F, 4.001F, nan, std::numeric_limits<float>::infinity()}) {
+    for (const float t : {-0.001F, 4.001F, NAN, INFINITY}) {
         EXPECT_TRUE(std::isnan(vantric_cinterpol(handle.get(), t)));
         EXPECT_EQ(vantric_cinterpol_def(handle.get(), t, 7.0F), 7.0F);
     }
@@ -105,22 +102,23 @@ TEST(Directions, ChecksTheSizesBeforeItWrites) {
     std::array<float, 9> lens = {1, 1, 0, 0, 0, 0, 0, 0, 0};
     struct Case {
         VantricImagerArea area;
-        std::uint32_t count;
-        std::uint32_t status;
+        std::uint32_t count, status;
     };
-    for (const Case& item :
-         {Case{{0, 0, 2, 1}, 6, VANTRIC_OK}, Case{{0, 0, 2, 1}, 5, VANTRIC_ERR_ALREADY_SET},
-          Case{{0, 0, 2, 1}, 7, VANTRIC_ERR_ALREADY_SET}, Case{{2, 1, 2, 1}, 6, VANTRIC_OK},
-          Case{{3, 0, 2, 1}, 6, VANTRIC_ERR_ALREADY_SET},
-          Case{{0, 2, 2, 1}, 6, VANTRIC_ERR_ALREADY_SET}, Case{{0, 0, 0, 9}, 0, VANTRIC_OK},
-          Case{{0, 0, 9, 0}, 0, VANTRIC_OK}, Case{{0, 0, 65536, 65536}, 0, VANTRIC_ERR_ALREADY_SET},
-          Case{{0, 0, 0xFFFFFFFF, 0xFFFFFFFF}, 3, VANTRIC_ERR_ALREADY_SET}}) {
+    const std::vector<Case> cases = {{{0, 0, 2, 1}, 6, ok},
+                                     {{0, 0, 2, 1}, 5, alreadySet},
+                                     {{0, 0, 2, 1}, 7, alreadySet},
+                                     {{2, 1, 2, 1}, 6, ok},
+                                     {{3, 0, 2, 1}, 6, alreadySet},
+                                     {{0, 2, 2, 1}, 6, alreadySet},
+                                     {{0, 0, 0, 9}, 0, ok},
+                                     {{0, 0, 9, 0}, 0, ok},
+                                     {{0, 0, 65536, 65536}, 0, alreadySet},
+                                     {{0, 0, 0xFFFFFFFF, 0xFFFFFFFF}, 3, alreadySet}};
+    for (const auto& [area, count, status] : cases) {
         std::array<float, 7> directions;
         directions.fill(-7.0F);
-        EXPECT_EQ(vantric_updateDirections(directions.data(), item.count, lens.data(), &item.area),
-                  item.status);
-        const bool written = item.status == VANTRIC_OK && item.count != 0;
-        EXPECT_EQ(directions[0] != -7.0F, written);
+        EXPECT_EQ(vantric_updateDirections(directions.data(), count, lens.data(), &area), status);
+        EXPECT_EQ(directions[0] != -7.0F, status == ok && count != 0);
         EXPECT_EQ(directions[6], -7.0F);
     }
 }
@@ -129,11 +127,9 @@ TEST(Directions, FollowTheLens) {
     const VantricImagerArea area = {0, 0, 5, 3};
     const std::array<float, 9> pinhole = {2.0F, 4.0F, 2.0F, 1.0F, 0, 0, 0, 0, 0};
     std::array<float, 45> d;
-    ASSERT_EQ(vantric_updateDirections(d.data(), 45, pinhole.data(), &area), VANTRIC_OK);
+    ASSERT_EQ(vantric_updateDirections(d.data(), 45, pinhole.data(), &area), ok);
     const float* axis = d.data() + 3 * (1 * 5 + 2);
-    EXPECT_EQ(axis[0], 0.0F);
-    EXPECT_EQ(axis[1], 0.0F);
-    EXPECT_EQ(axis[2], 1.0F);
+    EXPECT_EQ(std::tuple(axis[0], axis[1], axis[2]), std::tuple(0, 0, 1));
     const float* right = axis + 6;  // x = 1 at the same row
     EXPECT_FLOAT_EQ(right[0], std::sqrt(0.5F));
     EXPECT_EQ(right[1], 0.0F);
@@ -145,8 +141,7 @@ TEST(Directions, FollowTheLens) {
     const std::array<float, 9> lens = {200, 210, 112, 86, -0.2F, 0.05F, 1e-3F, -5e-4F, 1e-3F};
     const VantricImagerArea sensor = {0, 0, 224, 172};
     std::vector<float> rays(224 * 172 * 3);
-    ASSERT_EQ(vantric_updateDirections(rays.data(), 224 * 172 * 3, lens.data(), &sensor),
-              VANTRIC_OK);
+    ASSERT_EQ(vantric_updateDirections(rays.data(), 224 * 172 * 3, lens.data(), &sensor), ok);
     for (int v = 0; v < 172; v += 19) {
         for (int u = 0; u < 224; u += 17) {
             const float* ray = rays.data() + 3 * (v * 224 + u);
@@ -163,38 +158,31 @@ TEST(Directions, FollowTheLens) {
 }
 
 TEST(Psf, RefusesBeforeItTouchesTheRecord) {
-    EXPECT_EQ(vantric_allocateAndCalculatePsf(nullptr), VANTRIC_ERR_INVALID_ARGUMENT);
-    struct Case {
-        std::function<void(VantricCalibration&)> change;
-        std::uint32_t status;
-    };
-    for (const Case& item : {
-             Case{[](auto& r) { r.straylightScale = NAN; }, VANTRIC_ERR_INVALID_ARGUMENT},
-             Case{[](auto& r) { r.straylightPointCount = 0; }, VANTRIC_ERR_INVALID_ARGUMENT},
-             Case{[](auto& r) { r.straylightPointCount = 14; }, VANTRIC_ERR_BUFFER_TOO_SMALL},
-             Case{[](auto& r) { r.psfWidth = 1U << 26; }, VANTRIC_ERR_BUFFER_TOO_SMALL},
-             Case{[](auto& r) { r.psfWidth = r.psfHeight = 0xFFFFFFFFU; },
-                  VANTRIC_ERR_BUFFER_TOO_SMALL},
-             Case{[](auto& r) { r.psfWidth = r.psfHeight = 0x10000U; },
-                  VANTRIC_ERR_BUFFER_TOO_SMALL},
-         }) {
+    EXPECT_EQ(vantric_allocateAndCalculatePsf(nullptr), invalidArgument);
+    const std::pair<std::function<void(VantricCalibration&)>, std::uint32_t> cases[] = {
+        {[](auto& r) { r.straylightScale = NAN; }, invalidArgument},
+        {[](auto& r) { r.straylightPointCount = 0; }, invalidArgument},
+        {[](auto& r) { r.straylightPointCount = 14; }, tooSmall},
+        {[](auto& r) { r.psfWidth = 1U << 26; }, tooSmall},
+        {[](auto& r) { r.psfWidth = r.psfHeight = 0xFFFFFFFFU; }, tooSmall},
+        {[](auto& r) { r.psfWidth = r.psfHeight = 0x10000U; }, tooSmall}};
+    for (const auto& [change, status] : cases) {
         const Record record = straylight(4, 4);
-        item.change(*record);
+        change(*record);
         const std::uint8_t points = record->straylightPointCount;
-        EXPECT_EQ(vantric_allocateAndCalculatePsf(record.get()), item.status);
-        EXPECT_EQ(record->psf, nullptr);
-        EXPECT_EQ(record->straylightPointCount, points);
-        EXPECT_EQ(record->straylightRadius[0], 1.0F);
+        EXPECT_EQ(vantric_allocateAndCalculatePsf(record.get()), status);
+        EXPECT_EQ(
+            std::tuple(record->psf, record->straylightPointCount, record->straylightRadius[0]),
+            std::tuple(nullptr, points, 1.0F));
     }
 }
 
 TEST(Psf, WrapsAroundTheEdges) {
     const Record record = straylight(4, 4);
-    ASSERT_EQ(vantric_allocateAndCalculatePsf(record.get()), VANTRIC_OK);
-    EXPECT_EQ(record->straylightPointCount, 4);
-    EXPECT_EQ(record->straylightRadius[0], 0.0F);
-    EXPECT_EQ(record->straylightValue[0], 0.0F);
-    EXPECT_EQ(record->straylightRadius[3], 3.0F);
+    ASSERT_EQ(vantric_allocateAndCalculatePsf(record.get()), ok);
+    EXPECT_EQ(std::tuple(record->straylightPointCount, record->straylightRadius[0],
+                         record->straylightValue[0], record->straylightRadius[3]),
+              std::tuple(4, 0, 0, 3));
     const float distances[] = {0, 1, 2, 1};
     for (int y = 0; y < 4; ++y) {
         for (int x = 0; x < 4; ++x) {
@@ -204,16 +192,16 @@ TEST(Psf, WrapsAroundTheEdges) {
             EXPECT_NEAR(record->psf[y * 4 + x], expected, 1e-5F);
         }
     }
-    EXPECT_EQ(vantric_allocateAndCalculatePsf(record.get()), VANTRIC_ERR_ALREADY_SET);
+    EXPECT_EQ(vantric_allocateAndCalculatePsf(record.get()), alreadySet);
     EXPECT_EQ(record->straylightPointCount, 4);
 }
 
 TEST(Psf, IsZeroBeyondTheProfileAndShiftedByTheOffset) {
     const Record flat = straylight(20, 1);
-    ASSERT_EQ(vantric_allocateAndCalculatePsf(flat.get()), VANTRIC_OK);
+    ASSERT_EQ(vantric_allocateAndCalculatePsf(flat.get()), ok);
     const Record shifted = straylight(20, 1);
     shifted->straylightOffset = 0.25F;
-    ASSERT_EQ(vantric_allocateAndCalculatePsf(shifted.get()), VANTRIC_OK);
+    ASSERT_EQ(vantric_allocateAndCalculatePsf(shifted.get()), ok);
     EXPECT_EQ(flat->psf[0], 9.0F);
     EXPECT_EQ(shifted->psf[0], 9.0F);  // the centre comes after the offset
     for (int x = 1; x < 20; ++x) {
@@ -223,9 +211,8 @@ TEST(Psf, IsZeroBeyondTheProfileAndShiftedByTheOffset) {
     }
     // A profile whose segments leave out the radius: exp(-1e20) is 0.
     const Record gap = straylight(3, 1);
-    gap->straylightRadius[0] = std::numeric_limits<float>::quiet_NaN();
-    gap->straylightRadius[1] = std::numeric_limits<float>::quiet_NaN();
-    ASSERT_EQ(vantric_allocateAndCalculatePsf(gap.get()), VANTRIC_OK);
+    gap->straylightRadius[0] = gap->straylightRadius[1] = NAN;
+    ASSERT_EQ(vantric_allocateAndCalculatePsf(gap.get()), ok);
     EXPECT_EQ(gap->psf[1], 0.0F);
 }
 
@@ -233,7 +220,7 @@ TEST(Psf, WithoutElementsHoldsTheCentre) {
     for (const auto& [width, height] : {std::pair(0U, 0U), {0U, 5U}, {0xFFFFFFFFU, 0U}}) {
         const Record record = straylight(width, height);
         record->straylightOffset = 1.0F;
-        ASSERT_EQ(vantric_allocateAndCalculatePsf(record.get()), VANTRIC_OK);
+        ASSERT_EQ(vantric_allocateAndCalculatePsf(record.get()), ok);
         EXPECT_EQ(record->psf[0], 9.0F);
         EXPECT_EQ(record->straylightPointCount, 4);
     }
