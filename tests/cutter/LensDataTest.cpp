@@ -59,7 +59,5 @@ TEST(LensParameters, AreLeftAloneByEveryFailure) {
     fails(1, nullptr, 1);
     fails(2, (dir / "missing").c_str(), 0);
     fails(0xFFFFFFFFU, nullptr, 0);
-    Parameters expected;
-    expected.fill(-1.0F);
-    EXPECT_EQ(parameters, expected);
+    EXPECT_EQ(parameters, (Parameters{-1, -1, -1, -1, -1, -1, -1, -1, -1, -1}));
 }

@@ -24,9 +24,9 @@ std::string text(const std::string& path) {
 }
 
 // Runs calcut with the words of a shell line, inside dir.
-Outcome run(const TempDir& dir, const std::string& words, const std::string& environment = "") {
-    const std::string line = "cd " + dir.path() + " && " + environment + " " + CALCUT_COMMAND +
-                             " " + words + " >.out 2>.err </dev/null";
+Outcome run(const TempDir& dir, const std::string& words) {
+    const std::string line =
+        "cd " + dir.path() + " && " + CALCUT_COMMAND + " " + words + " >.out 2>.err </dev/null";
     const int status = std::system(line.c_str());
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, text(dir / ".out"), text(dir / ".err")};
 }
