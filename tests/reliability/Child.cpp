@@ -69,6 +69,11 @@ bool Outcome::aborted() const {
     return signal == SIGABRT;
 }
 
+std::string Outcome::text() const {
+    return "signal " + std::to_string(signal) + ", exit code " + std::to_string(exitCode) + ", " +
+           message;
+}
+
 Outcome inChild(const std::function<std::string()>& work, unsigned seconds) {
     int ends[2];
     if (::pipe(ends) != 0) {

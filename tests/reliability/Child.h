@@ -13,6 +13,7 @@ struct Outcome {
 
     [[nodiscard]] bool aborted() const;
     [[nodiscard]] bool wentWell() const { return signal == 0 && exitCode == 0 && message.empty(); }
+    [[nodiscard]] std::string text() const;  ///< all three
 };
 
 /// Runs work in a forked child, which is ended after seconds. Its error output is dropped.

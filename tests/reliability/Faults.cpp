@@ -7,43 +7,37 @@
 
 namespace {
 
-using reliability::Tally;
-
 struct Live {
     void* block;
     std::size_t size;
 };
 
-thread_local Tally* armed = nullptr;
-thread_local std::uint64_t failingOne = 0;
-thread_local std::array<Live, 4096> live = {};
+const reliability::Refusal* armed = nullptr;
+std::uint64_t allocations = 0;
+std::array<Live, 4096> live = {};
+
+Live* find(const void* block) {
+    return std::find_if(live.begin(), live.end(),
+                        [&](const Live& entry) { return entry.block == block; });
+}
 
 bool refused(std::size_t size) {
-    if (armed == nullptr || ++armed->allocations != failingOne) {
+    if (armed == nullptr || ++allocations != armed->which) {
         return false;
     }
-    armed->failedSize = size;
+    *armed->failedSize = size;
     return true;
 }
 
 void* noted(void* block, std::size_t size) {
     if (armed != nullptr && block != nullptr) {
-        auto* place = std::find_if(live.begin(), live.end(),
-                                   [](const Live& entry) { return entry.block == nullptr; });
+        Live* place = find(nullptr);
         if (place == live.end()) {
             std::abort();
         }
         *place = {block, size};
     }
     return block;
-}
-
-void forget(const void* block) {
-    auto* place = std::find_if(live.begin(), live.end(),
-                               [&](const Live& entry) { return entry.block == block; });
-    if (block != nullptr && place != live.end()) {
-        *place = {nullptr, 0};
-    }
 }
 
 }  // namespace
@@ -64,7 +58,9 @@ void* __wrap_calloc(std::size_t count, std::size_t size) {
 }
 
 void __wrap_free(void* block) {
-    forget(block);
+    if (Live* place = find(block); block != nullptr && place != live.end()) {
+        *place = {};
+    }
     __real_free(block);
 }
 
@@ -89,23 +85,15 @@ void operator delete(void* block, std::size_t /*size*/) noexcept {
 
 namespace reliability {
 
-Armed::Armed(Tally& tally, std::uint64_t failAt) {
-    tally = {0, 0};
-    failingOne = failAt;
-    armed = &tally;
-}
-
-Armed::~Armed() {
+void Refusal::in(const std::function<void()>& work) const {
+    armed = this;
+    work();
     armed = nullptr;
-}
-
-std::size_t liveBlocks() {
-    return liveBlocksExcept(0);
 }
 
 std::size_t liveBlocksExcept(std::size_t size) {
     return static_cast<std::size_t>(std::count_if(live.begin(), live.end(), [&](const Live& entry) {
-        return entry.block != nullptr && (size == 0 || entry.size != size);
+        return entry.block != nullptr && entry.size != size;
     }));
 }
 

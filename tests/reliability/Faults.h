@@ -4,27 +4,20 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 
 namespace reliability {
 
-/// What happened to the allocations; lies in memory that a parent process shares.
-struct Tally {
-    std::uint64_t allocations;  ///< tried while armed
-    std::uint64_t failedSize;   ///< bytes of the one that was refused; 0 when none was
+/// One allocation that is to be refused.
+struct Refusal {
+    std::uint64_t which;      ///< the first one is 1
+    std::size_t* failedSize;  ///< gets its bytes; a parent process may share the memory
+
+    /// Runs work, in which it is refused and what is allocated is counted.
+    void in(const std::function<void()>& work) const;
 };
 
-/// Counts every allocation of this thread and, unless failAt is 0, refuses the failAt-th.
-class Armed {
-  public:
-    Armed(Tally& tally, std::uint64_t failAt);
-    Armed(const Armed&) = delete;
-    Armed& operator=(const Armed&) = delete;
-    ~Armed();
-};
-
-/// Memory that was allocated while armed and has not been released since.
-std::size_t liveBlocks();
-/// The same, without blocks of that size.
+/// Memory that was allocated in such work and not released since, without blocks of that size.
 std::size_t liveBlocksExcept(std::size_t size);
 
 }  // namespace reliability
