@@ -10,34 +10,14 @@
 #include <stdlib.h>
 #include <string.h>
 
-static int failures = 0;
+// Ends the program, for what follows builds on it.
+#define EXPECT(condition) expect(condition, #condition, __LINE__)
 
-#define EXPECT(condition)                                                   \
-    do {                                                                    \
-        if (!(condition)) {                                                 \
-            fprintf(stderr, "%s:%d: %s\n", __FILE__, __LINE__, #condition); \
-            ++failures;                                                     \
-        }                                                                   \
-    } while (0)
-
-static uint8_t* readFile(const char* directory, const char* name, size_t* size) {
-    char path[4096];
-    snprintf(path, sizeof path, "%s/%s", directory, name);
-    FILE* file = fopen(path, "rb");
-    if (file == NULL) {
-        perror(path);
+static void expect(int holds, const char* condition, int line) {
+    if (!holds) {
+        fprintf(stderr, "host.c:%d: %s\n", line, condition);
         exit(1);
     }
-    fseek(file, 0, SEEK_END);
-    *size = (size_t)ftell(file);
-    rewind(file);
-    uint8_t* data = malloc(*size);
-    if (data == NULL || fread(data, 1, *size, file) != *size) {
-        perror(path);
-        exit(1);
-    }
-    fclose(file);
-    return data;
 }
 
 static int ownSupports(const uint8_t* data, size_t size) {
@@ -75,9 +55,6 @@ static void useOwnHandler(void) {
 static void useRecord(const uint8_t* data, size_t size) {
     VantricCalibration* record = NULL;
     EXPECT(vantric_readCalibration(data, size, &record) == VANTRIC_OK);
-    if (record == NULL) {
-        return;
-    }
     const size_t pixels = (size_t)record->imagerArea.columns * record->imagerArea.rows;
     EXPECT((int32_t)pixels == vantric_getRXNumPixels(data, size));
     for (size_t i = 0; i < pixels; ++i) {
@@ -89,9 +66,7 @@ static void useRecord(const uint8_t* data, size_t size) {
     float lens[VANTRIC_LENS_PARAMETERS];
     EXPECT(vantric_getFieldSize(0, record) == (int32_t)sizeof lens);
     EXPECT(vantric_getField(0, record, lens) == VANTRIC_OK);
-    for (int i = 0; i < VANTRIC_LENS_PARAMETERS; ++i) {
-        EXPECT(lens[i] == record->lensParameters[i]);
-    }
+    EXPECT(memcmp(lens, record->lensParameters, sizeof lens) == 0);
     EXPECT(vantric_readCustomFields(data, size, record) == VANTRIC_OK);
     for (uint32_t k = 0; k < vantric_getNumCustomFields(record); ++k) {
         uint8_t value[255];
@@ -102,9 +77,7 @@ static void useRecord(const uint8_t* data, size_t size) {
     }
     VantricCalibration* copy = vantric_copyCalibration(record);
     EXPECT(copy != NULL && copy->directions != NULL && copy->directions != record->directions);
-    for (size_t i = 0; copy != NULL && i < 3 * pixels; ++i) {
-        EXPECT(copy->directions[i] == record->directions[i]);
-    }
+    EXPECT(memcmp(copy->directions, record->directions, pixels * 12) == 0);
     vantric_freeCalibration(copy);
     vantric_freeCalibration(record);
 }
@@ -124,10 +97,7 @@ static void useBlocks(const uint8_t* data, size_t size) {
 }
 
 int main(int argc, char** argv) {
-    if (argc != 3) {
-        fprintf(stderr, "usage: c_host DUMP DIRECTORY\n");
-        return 2;
-    }
+    EXPECT(argc == 3);
     EEPROMMetaInformation meta;
     EXPECT(cutEEPROMContent(CALCUT_LAYOUT_V7, argv[1], argv[2], &meta) == 0);
     EXPECT(meta.reserved[0] == 0);
@@ -137,8 +107,12 @@ int main(int argc, char** argv) {
     EXPECT(readLensParameters(CALCUT_LAYOUT_V7, path, parameters) == 0);
     EXPECT(parameters[2] > 0.0F && parameters[9] == 0.0F);
 
-    size_t size = 0;
-    uint8_t* data = readFile(argv[2], "qov.spc", &size);
+    static uint8_t data[65536];  // more than this dump's calibration
+    snprintf(path, sizeof path, "%s/qov.spc", argv[2]);
+    FILE* file = fopen(path, "rb");
+    EXPECT(file != NULL);
+    const size_t size = fread(data, 1, sizeof data, file);
+    fclose(file);
     EXPECT(vantric_getCalibrationType(data, size) == 3);
     useRecord(data, size);
     useBlocks(data, size);
@@ -147,6 +121,5 @@ int main(int argc, char** argv) {
     VantricPoly* line = vantric_createPolyHandle(nodes, nodes, 3);
     EXPECT(vantric_cinterpol(line, 1.5F) == 1.5F && isnan(vantric_cinterpol(line, 3.0F)));
     vantric_freePoly(line);
-    free(data);
-    return failures == 0 ? 0 : 1;
+    return 0;
 }
