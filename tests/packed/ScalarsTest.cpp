@@ -15,7 +15,8 @@ TEST(Stream, ChecksBoundsOnceAndForAll) {
     EXPECT_EQ(stream.position, 0U);
     for (std::uint64_t position = 0; position <= 6; ++position) {
         stream.position = position;
-        for (const std::uint64_t count : {0, 1, 2, 3, 4, 5, -1}) {
+        for (const std::int64_t signedCount : {0, 1, 2, 3, 4, 5, -1}) {
+            const auto count = static_cast<std::uint64_t>(signedCount);
             EXPECT_EQ(vantric_canRead(&stream, count),
                       count <= 4 && position + count <= 4 ? ok : endOfData);
         }
