@@ -29,7 +29,7 @@ int main(int argc, char** argv) {
         }
         return calcut::bench::measureAndReport(work, repetitions, secondsPerRun) ? 0 : 1;
     } catch (const std::exception& failure) {
-        std::fprintf(stderr, "%s\n", failure.what());
+        static_cast<void>(std::fprintf(stderr, "%s\n", failure.what()));
         return 2;
     }
 }

@@ -38,7 +38,7 @@ std::string number(double value, const char* format) {
         return "-";
     }
     char text[32];
-    std::snprintf(text, sizeof text, format, value);
+    static_cast<void>(std::snprintf(text, sizeof text, format, value));
     return text;
 }
 

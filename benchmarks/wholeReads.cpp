@@ -7,6 +7,9 @@
 
 #include <benchmark/benchmark.h>
 #include <unistd.h>
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 
 #include "calcut/cutter.h"
 #include "calcut/vantric.h"
@@ -38,6 +41,31 @@ void check(bool done) {
     if (!done) {
         throw std::runtime_error("the standard work could not be done");
     }
+}
+
+// Whether large buffers are used again (a host that reads more than once) or come fresh from the
+// system, page by page, as in a process that has just started.
+enum class Memory { Kept, Fresh };
+
+void choose([[maybe_unused]] Memory memory) {
+#ifdef __GLIBC__
+    constexpr int smallestFresh = 128 * 1024;
+    constexpr int never = 32 * 1024 * 1024;
+    const int threshold = memory == Memory::Fresh ? smallestFresh : never;
+    mallopt(M_MMAP_THRESHOLD, threshold);
+    mallopt(M_TRIM_THRESHOLD, threshold);
+#endif
+}
+
+// The same work with each kind of memory.
+Work with(Memory memory, Work work) {
+    for (Run* run : {&work.plain, &work.fast, &work.bound}) {
+        *run = [memory, inner = *run] {
+            choose(memory);
+            inner();
+        };
+    }
+    return work;
 }
 
 // A record whose buffers of a read are written once; the input is read once.
@@ -88,13 +116,16 @@ Work wholeRead(const char* name, float exponent, unsigned valueBits, double targ
             [=] { touchRecord(*input); }};
 }
 
+int directories = 0;
+
 // A directory of its own in a memory file system, gone with the process.
 class CutDirectory {
   public:
     explicit CutDirectory(const writer::Bytes& dump)
         : path_(std::filesystem::exists("/dev/shm") ? std::filesystem::path("/dev/shm")
                                                     : std::filesystem::temp_directory_path()) {
-        path_ /= "calcut-benchmark-" + std::to_string(::getpid());
+        path_ /=
+            "calcut-benchmark-" + std::to_string(::getpid()) + "-" + std::to_string(++directories);
         std::filesystem::create_directories(path_);
         std::ofstream(dumpFile(), std::ios::binary)
             .write(reinterpret_cast<const char*>(dump.data()),
@@ -123,10 +154,10 @@ void copyFile(const std::string& from, const std::string& to) {
         .write(content.data(), static_cast<std::streamsize>(content.size()));
 }
 
-Work wholeCut() {
+Work wholeCut(const char* name, double target) {
     const auto payload = std::make_shared<const writer::Bytes>(standardCalibration(2.0F, 12));
     const auto files = std::make_shared<const CutDirectory>(writer::makeV7Image(*payload));
-    return {"cutEEPROMContent, v7 dump",
+    return {name,
             [=] {
                 EEPROMMetaInformation meta;
                 check(plain::cutV7(files->dumpFile(), files->directory(), meta));
@@ -136,7 +167,7 @@ Work wholeCut() {
                 check(cutEEPROMContent(CALCUT_LAYOUT_V7, files->dumpFile().c_str(),
                                        files->directory().c_str(), &meta) == 0);
             },
-            5.0,
+            target,
             {},
             {},
             0.0,
@@ -149,9 +180,12 @@ Work wholeCut() {
 }  // namespace
 
 std::vector<Work> readingWork() {
-    return {wholeRead("readCalibration, 12 bits, exp. 2.0", 2.0F, 12, 8.0),
-            wholeRead("readCalibration, 12 bits, exp. 2.1", 2.1F, 12, 8.0),
-            wholeRead("readCalibration, floats, exp. 2.0", 2.0F, 0, 8.0), wholeCut()};
+    return {with(Memory::Kept, wholeRead("readCalibration, 12 bits, exponent 2.0", 2.0F, 12, 8.0)),
+            with(Memory::Kept, wholeRead("readCalibration, 12 bits, exponent 2.1", 2.1F, 12, 8.0)),
+            with(Memory::Kept, wholeRead("readCalibration, float tables", 2.0F, 0, 8.0)),
+            with(Memory::Fresh, wholeRead("readCalibration, 12 bits, fresh memory", 2.0F, 12, 0.0)),
+            with(Memory::Kept, wholeCut("cutEEPROMContent, v7 dump", 5.0)),
+            with(Memory::Fresh, wholeCut("cutEEPROMContent, v7 dump, fresh memory", 0.0))};
 }
 
 }  // namespace calcut::bench

@@ -97,6 +97,7 @@ std::uint32_t sumSideBySide(const std::uint8_t* data, std::size_t stretch, std::
 
 }  // namespace
 
+// Hosts link against this signature. NOLINTNEXTLINE(readability-non-const-parameter)
 std::uint32_t calc_crc32(unsigned char* data, unsigned long length) {
     if (length == 0) {
         return 0;

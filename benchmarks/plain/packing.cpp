@@ -96,8 +96,9 @@ std::uint32_t decodeBlock(VantricStream& stream, const RXBlockHeader& block, std
     const std::uint64_t wordCount = packedSize / 4;
     switch (block.kind) {
         case RX_KIND_RAW:
-            std::memcpy(dest, stream.data + stream.position, packedSize);
-            stream.position += packedSize;
+            convertElements<std::uint8_t>(stream, block.count, 1, dest, [](std::uint32_t value) {
+                return static_cast<std::uint8_t>(value);
+            });
             return VANTRIC_OK;
         case RX_KIND_UINT16:
             convertElements<std::uint16_t>(stream, block.count, 2, dest, [](std::uint32_t value) {
