@@ -18,9 +18,8 @@ using Parameters = std::array<float, CALCUT_LENS_PARAMETER_COUNT>;
 Bytes lensFile(std::size_t size) {
     std::vector<float> values(size / 4 + 1);
     std::iota(values.begin(), values.end(), 1.0F);
-    Bytes file(size);
-    std::memcpy(file.data(), values.data(), size);
-    return file;
+    const auto* raw = reinterpret_cast<const std::uint8_t*>(values.data());
+    return {raw, raw + size};
 }
 
 }  // namespace
