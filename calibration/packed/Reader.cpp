@@ -170,7 +170,7 @@ class BlockWalk {
         record_.frequencyCount = frequencyBlockCount_;
         record_.customFieldCount = static_cast<std::uint8_t>(customBlockCount_);
         record_.firstCustomFieldId = table_.firstCustomBlockId;
-        for (std::size_t i = 0; i < customBlockCount_; ++i) {
+        for (std::size_t i = 0; i < customBlockSizes_.size(); ++i) {
             VantricCustomField& field = record_.customFields[i];
             std::free(field.data);  // of an earlier read into this record
             field = {nullptr, static_cast<std::uint8_t>(customBlockSizes_[i])};
