@@ -16,19 +16,34 @@ namespace {
 
 constexpr float outsideProfile = 1e20F;  // bits 0x60AD78EC: exp(-1e20) is 0
 
+// The record's profile with a point at the origin in front.
+struct ProfilePoints {
+    explicit ProfilePoints(const VantricCalibration& record)
+        : count(static_cast<std::uint8_t>(record.straylightPointCount + 1)) {
+        std::copy_n(record.straylightRadius, VANTRIC_STRAYLIGHT_POINTS, radius.begin() + 1);
+        std::copy_n(record.straylightValue, VANTRIC_STRAYLIGHT_POINTS, value.begin() + 1);
+    }
+
+    std::array<float, VANTRIC_STRAYLIGHT_POINTS + 1> radius{};
+    std::array<float, VANTRIC_STRAYLIGHT_POINTS + 1> value{};
+    std::uint8_t count;
+};
+
 // The profile as a curve, with what is the same for every element of a segment computed once.
 class Profile {
   public:
-    explicit Profile(const VantricCalibration& record)
-        : poly_(vantric_createPolyHandle(record.straylightRadius, record.straylightValue,
-                                         record.straylightPointCount)),
+    Profile(const ProfilePoints& points, float scale)
+        : poly_(vantric_createPolyHandle(points.radius.data(), points.value.data(), points.count)),
           segments_(segmentsOf(*poly_)),
-          last_(record.straylightRadius[record.straylightPointCount - 1]),
-          scale_(record.straylightScale) {
+          last_(points.radius[points.count - 1U]),
+          scale_(scale) {
         for (std::uint32_t k = 0; k < segments_; ++k) {
             segment_[k] = hermiteSegment(*poly_, k);
         }
     }
+
+    /// False when there was no memory for the nodes.
+    [[nodiscard]] bool hasSegments() const { return segments_ != 0; }
 
     /// PSF element at distance r, without the offset.
     [[nodiscard]] float element(float r) const {
@@ -97,18 +112,6 @@ void fillPsf(float* psf, std::uint32_t width, std::uint32_t height, const float*
     }
 }
 
-// The profile starts with a point at the origin.
-void insertOrigin(VantricCalibration& record) {
-    const std::uint8_t m = record.straylightPointCount;
-    std::copy_backward(record.straylightRadius, record.straylightRadius + m,
-                       record.straylightRadius + m + 1);
-    std::copy_backward(record.straylightValue, record.straylightValue + m,
-                       record.straylightValue + m + 1);
-    record.straylightRadius[0] = 0.0F;
-    record.straylightValue[0] = 0.0F;
-    ++record.straylightPointCount;
-}
-
 }  // namespace
 
 uint32_t vantric_allocateAndCalculatePsf(VantricCalibration* record) {
@@ -135,19 +138,20 @@ uint32_t vantric_allocateAndCalculatePsf(VantricCalibration* record) {
     if (!psf) {
         return VANTRIC_ERR_BUFFER_TOO_SMALL;
     }
+    const ProfilePoints points(*record);
     if (elements != 0) {
+        const Profile profile(points, record->straylightScale);
         const Owned<float> powers =
             powersOfDistances(distancesOf(std::max(width, height)), record->straylightExponent);
-        if (!powers) {
+        if (!powers || !profile.hasSegments()) {
             return VANTRIC_ERR_BUFFER_TOO_SMALL;
         }
-        insertOrigin(*record);
-        fillPsf(psf.get(), width, height, powers.get(), 1.0F / record->straylightExponent,
-                Profile(*record));
-    } else {
-        insertOrigin(*record);
+        fillPsf(psf.get(), width, height, powers.get(), 1.0F / record->straylightExponent, profile);
     }
 
+    std::copy_n(points.radius.begin(), points.count, record->straylightRadius);
+    std::copy_n(points.value.begin(), points.count, record->straylightValue);
+    record->straylightPointCount = points.count;
     const float offset = record->straylightOffset;
     if (offset != 0.0F) {
         std::for_each(psf.get(), psf.get() + elements, [&](float& element) { element += offset; });
