@@ -20,22 +20,6 @@ constexpr std::uint64_t cutMaskPixels = 38528;
 /// table of a 65-megapixel sensor fits; only a file made to exhaust memory does not.
 constexpr std::uint64_t maxDecodedBytes = std::uint64_t{1} << 28;
 
-// Ids of the blocks that the record report looks for; docs/formats.md lists all of them.
-enum BlockId : std::uint32_t {
-    blockAuxFlag = 0,
-    blockLens = 1,
-    blockMask = 2,
-    blockValues = 3,
-    blockDate = 4,
-    blockText1 = 5,
-    blockText2 = 6,
-    blockIdBytes = 7,
-    blockIdCodes = 8,
-    blockStraylight = 9,
-    blockFirstFrequency = 16
-};
-constexpr std::uint32_t blocksPerFrequency = 7;
-
 // ---------------------------------------------------------------------------------- value range --
 
 template <typename Value>
@@ -157,7 +141,7 @@ WigglingReport wigglingOf(const VantricWigglingTable& table) {
 
 FrequencyReport frequencyOf(const CalibrationReport& report, const VantricFrequencyRecord& source,
                             unsigned index) {
-    const std::uint32_t first = blockFirstFrequency + blocksPerFrequency * index;
+    const std::uint32_t first = RX_BLOCK_FIRST_FREQUENCY + RX_BLOCKS_PER_FREQUENCY * index;
     const auto values = [](const float* data, std::uint8_t count) {
         return std::vector<float>(data, data + std::min<int>(count, VANTRIC_FREQUENCY_VALUES));
     };
@@ -230,13 +214,13 @@ RecordReport recordOf(const CalibrationReport& report, bool complete) {
     record.columns = source.imagerArea.columns;
     record.rows = source.imagerArea.rows;
     const std::uint64_t pixels = std::uint64_t{record.columns} * record.rows;
-    if (wasRead(report, blockAuxFlag)) {
+    if (wasRead(report, RX_BLOCK_AUX_FLAG)) {
         record.auxFlag = source.auxFlag;
     }
-    if (wasRead(report, blockLens)) {
+    if (wasRead(report, RX_BLOCK_LENS_PARAMETERS)) {
         std::copy_n(source.lensParameters, VANTRIC_LENS_PARAMETERS, record.lens.emplace().begin());
     }
-    if (wasRead(report, blockMask)) {
+    if (wasRead(report, RX_BLOCK_MASK)) {
         record.pixelMask = source.pixelMask;
         const auto zerosUpTo = [&](std::uint64_t end) {
             return static_cast<std::uint64_t>(
@@ -245,31 +229,31 @@ RecordReport recordOf(const CalibrationReport& report, bool complete) {
         record.maskedPixels = zerosUpTo(pixels);
         record.zeroMaskCount = zerosUpTo(std::min(pixels, cutMaskPixels));
     }
-    if (wasRead(report, blockValues)) {
+    if (wasRead(report, RX_BLOCK_PIXEL_VALUES)) {
         record.pixelValues = source.pixelValues;
     }
-    if (wasRead(report, blockDate)) {
+    if (wasRead(report, RX_BLOCK_DATE)) {
         record.text0 = textOf(source.text0);
     }
-    if (wasRead(report, blockText1)) {
+    if (wasRead(report, RX_BLOCK_TEXT1)) {
         record.text1 = textOf(source.text1);
     }
-    if (wasRead(report, blockText2)) {
+    if (wasRead(report, RX_BLOCK_TEXT2)) {
         record.text2 = textOf(source.text2);
     }
-    if (wasRead(report, blockIdBytes)) {
+    if (wasRead(report, RX_BLOCK_ID_BYTES)) {
         record.idBytes.assign(source.idBytes,
                               source.idBytes + std::min<int>(source.idBytesSize, VANTRIC_ID_BYTES));
     }
-    if (wasRead(report, blockIdCodes)) {
+    if (wasRead(report, RX_BLOCK_ID_CODES)) {
         record.idCodes = {source.idCode0, source.idCode1};
     }
-    if (wasRead(report, blockStraylight)) {
+    if (wasRead(report, RX_BLOCK_STRAYLIGHT)) {
         record.straylight = straylightOf(source);
     }
     // The reader fills the frequency records by id, so a calibration that leaves one out has a gap.
     for (unsigned k = 0; k < VANTRIC_FREQUENCIES; ++k) {
-        if (wasRead(report, blockFirstFrequency + blocksPerFrequency * k)) {
+        if (wasRead(report, RX_BLOCK_FIRST_FREQUENCY + RX_BLOCKS_PER_FREQUENCY * k)) {
             record.frequencies.push_back(frequencyOf(report, source.frequencies[k], k));
         }
     }

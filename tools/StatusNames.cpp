@@ -60,9 +60,6 @@ constexpr std::array frequencyBlocks = {"frequency id", "pixel table", "values A
 constexpr std::array kinds = {"raw",   "uint16",      "uint32",      "int32",
                               "float", "packed uint", "packed float"};
 
-constexpr std::uint32_t firstFrequencyBlock = 16;
-constexpr std::uint32_t firstCustomBlock = 128;
-
 }  // namespace
 
 std::string statusName(std::uint32_t status) {
@@ -79,8 +76,8 @@ std::string blockName(std::uint32_t id) {
     if (id < singleBlocks.size()) {
         return singleBlocks[id];
     }
-    const std::uint32_t fromFrequencies = id - firstFrequencyBlock;
-    if (id >= firstFrequencyBlock &&
+    const std::uint32_t fromFrequencies = id - RX_BLOCK_FIRST_FREQUENCY;
+    if (id >= RX_BLOCK_FIRST_FREQUENCY &&
         fromFrequencies < frequencyBlocks.size() * VANTRIC_FREQUENCIES) {
         return fmt::format("frequency {}: {}", fromFrequencies / frequencyBlocks.size(),
                            frequencyBlocks[fromFrequencies % frequencyBlocks.size()]);
@@ -88,7 +85,7 @@ std::string blockName(std::uint32_t id) {
     if (id == VANTRIC_RX_END_MARKER) {
         return "end marker";
     }
-    return id >= firstCustomBlock ? "custom block" : "unknown";
+    return id >= RX_BLOCK_FIRST_CUSTOM ? "custom block" : "unknown";
 }
 
 const char* kindName(std::uint32_t kind) {

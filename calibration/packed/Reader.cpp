@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 #include <memory>
 
@@ -12,6 +13,7 @@
 #include "calibration/packed/Block.h"
 #include "calibration/packed/CalibrationStream.h"
 #include "calibration/packed/IdTable.h"
+#include "calibration/packed/Tessaly.h"
 
 using namespace vantric;
 
@@ -24,6 +26,22 @@ constexpr std::uint64_t decodedBytesPerPixel = 4;
 struct TableRelease {
     void operator()(RXBlockTable* table) const { vantric_freeRXTable(table); }
 };
+
+// Zeros; pages that have nothing else are only looked at, so that a header that claims a huge image
+// does not cost the host its memory.
+void clear(std::uint8_t* bytes, std::uint64_t count) {
+    constexpr std::uint64_t page = 4096;
+    for (std::uint64_t first = 0; first < count; first += page) {
+        const auto size = static_cast<std::size_t>(std::min(page, count - first));
+        std::uint8_t anyBit = 0;
+        for (std::size_t i = 0; i < size; ++i) {
+            anyBit |= bytes[first + i];
+        }
+        if (anyBit != 0) {
+            std::memset(bytes + first, 0, size);
+        }
+    }
+}
 
 // The walk that fills a record.
 class BlockWalk {
@@ -70,9 +88,7 @@ class BlockWalk {
         }
         numPixels_ = std::uint64_t{header_.columns} * header_.rows;
         scratchSize_ = numPixels_ * scratchBytesPerPixel;
-        // Zero-filled: a mask block with fewer values than pixels leaves zeros for the rest.
-        scratch_.reset(
-            allocateZeroed<std::uint8_t>(std::max(scratchSize_, bytesThatCopiesReach())));
+        scratch_.reset(allocate<std::uint8_t>(scratchSize_));
         record_.imagerArea = {0, 0, header_.columns, header_.rows};
         record_.version = recordVersion;
         record_.calibrationType = packedCalibrationType;
@@ -80,18 +96,6 @@ class BlockWalk {
         std::free(record_.psf);
         record_.psf = nullptr;
         return scratch_ ? VANTRIC_OK : VANTRIC_ERR_BUFFER_TOO_SMALL;
-    }
-
-    // A mask is copied over its whole destination; a table made for another image size must not
-    // make that reach beyond the scratch.
-    [[nodiscard]] std::uint64_t bytesThatCopiesReach() const {
-        std::uint64_t entries = 0;
-        for (std::uint64_t i = 0; i < table_.count; ++i) {
-            if (table_.entries[i].copy != nullptr) {
-                entries = std::max(entries, table_.entries[i].destinationSize);
-            }
-        }
-        return entries * decodedBytesPerPixel;
     }
 
     std::uint32_t readBlock() {
@@ -116,9 +120,27 @@ class BlockWalk {
             status = vantric_decodeRXBlock(&stream_, &block_, scratch_.get() + decodedSize,
                                            scratchSize_ - decodedSize, scratch_.get(), decodedSize);
         }
+        if (status != VANTRIC_OK) {
+            return status;
+        }
+        const std::uint64_t size = vantric_getRXUnpackedBlockSize(&block_);
+        decodedEnd_ = std::max(decodedEnd_, size);
+        return entry.copy == copyMask ? copyWholeMask(entry, size)
+                                      : entry.copy(scratch_.get(), size, entry.destination,
+                                                   entry.destinationSize, entry.countField);
+    }
+
+    // A mask fills its whole destination, whatever the block brought. Nothing was decoded to the
+    // scratch for the rest, so that becomes zero.
+    std::uint32_t copyWholeMask(const RXTableEntry& entry, std::uint64_t size) {
+        const std::uint64_t decodedWords =
+            (decodedEnd_ + decodedBytesPerPixel - 1) / decodedBytesPerPixel;
+        const std::uint64_t filled = std::min(entry.destinationSize, decodedWords);
+        const std::uint32_t status =
+            copyMask(scratch_.get(), size, entry.destination, filled, entry.countField);
         if (status == VANTRIC_OK) {
-            status = entry.copy(scratch_.get(), vantric_getRXUnpackedBlockSize(&block_),
-                                entry.destination, entry.destinationSize, entry.countField);
+            clear(static_cast<std::uint8_t*>(entry.destination) + filled,
+                  entry.destinationSize - filled);
         }
         return status;
     }
@@ -185,6 +207,7 @@ class BlockWalk {
     std::uint64_t numPixels_ = 0;
     Owned<std::uint8_t> scratch_;
     std::uint64_t scratchSize_ = 0;
+    std::uint64_t decodedEnd_ = 0;  // in the scratch; nothing was written behind it
     std::uint8_t frequencyBlockCount_ = 0;
     std::size_t customBlockCount_ = 0;
     std::array<std::uint64_t, VANTRIC_CUSTOM_FIELDS> customBlockSizes_ = {};

@@ -15,37 +15,7 @@ namespace vantric {
 
 namespace {
 
-// Block ids
-//     0 .. 9      single fields of the record
-//     16 .. 71    frequency r, kind c: 16 + 7 r + c
-//     128 .. 254  custom blocks
-enum BlockId : std::uint8_t {
-    blockAuxFlag = 0,
-    blockLensParameters = 1,
-    blockMask = 2,
-    blockPixelValues = 3,
-    blockDate = 4,
-    blockText1 = 5,
-    blockText2 = 6,
-    blockIdBytes = 7,
-    blockIdCodes = 8,
-    blockStraylight = 9,
-    firstFrequencyBlock = 16,
-    firstCustomBlock = 128
-};
-
-enum FrequencyBlock : std::uint8_t {
-    frequencyIdBlock = 0,
-    pixelTableBlock = 1,
-    valuesABlock = 2,
-    valuesBBlock = 3,
-    scalarBlock = 4,  // the only optional one
-    wigglingABlock = 5,
-    wigglingBBlock = 6,
-    blocksPerFrequency = 7
-};
-
-constexpr std::uint32_t frequencyBlocks = VANTRIC_FREQUENCIES * blocksPerFrequency;
+constexpr std::uint32_t frequencyBlocks = VANTRIC_FREQUENCIES * RX_BLOCKS_PER_FREQUENCY;
 constexpr std::uint64_t fixedEntries = 10;
 constexpr std::uint64_t tableEntries = fixedEntries + frequencyBlocks;
 static_assert(tableEntries == 66 && sizeof(RXBlockExpectation) == 20);
@@ -103,8 +73,8 @@ std::uint32_t truncateSaturating(float value) {
 }
 
 bool isFrequencyId(std::uint32_t id) {
-    return id >= firstFrequencyBlock && id < firstFrequencyBlock + frequencyBlocks &&
-           (id - firstFrequencyBlock) % blocksPerFrequency == frequencyIdBlock;
+    return id >= RX_BLOCK_FIRST_FREQUENCY && id < RX_BLOCK_FIRST_FREQUENCY + frequencyBlocks &&
+           (id - RX_BLOCK_FIRST_FREQUENCY) % RX_BLOCKS_PER_FREQUENCY == RX_FREQUENCY_ID;
 }
 
 // Which blocks of which frequency are still owed.
@@ -112,14 +82,14 @@ class PendingBlocks {
   public:
     /// Notes a block that was found; false when its frequency block was not.
     bool note(std::uint32_t id) {
-        if (id < firstFrequencyBlock || id >= firstFrequencyBlock + frequencyBlocks) {
+        if (id < RX_BLOCK_FIRST_FREQUENCY || id >= RX_BLOCK_FIRST_FREQUENCY + frequencyBlocks) {
             return true;
         }
-        const std::uint32_t index = id - firstFrequencyBlock;
-        const std::uint32_t row = index - index % blocksPerFrequency;
+        const std::uint32_t index = id - RX_BLOCK_FIRST_FREQUENCY;
+        const std::uint32_t row = index - index % RX_BLOCKS_PER_FREQUENCY;
         if (index == row) {
-            for (std::uint32_t block = 0; block < blocksPerFrequency; ++block) {
-                pending_[row + block] = block != scalarBlock;
+            for (std::uint32_t block = 0; block < RX_BLOCKS_PER_FREQUENCY; ++block) {
+                pending_[row + block] = block != RX_FREQUENCY_SCALAR;
             }
             return true;
         }
@@ -132,8 +102,8 @@ class PendingBlocks {
     [[nodiscard]] std::uint32_t lastMissing() const {
         std::uint32_t missing = 0;
         for (std::uint32_t index = 0; index < frequencyBlocks; ++index) {
-            if (pending_[index] && index % blocksPerFrequency != frequencyIdBlock) {
-                missing = firstFrequencyBlock + index;
+            if (pending_[index] && index % RX_BLOCKS_PER_FREQUENCY != RX_FREQUENCY_ID) {
+                missing = RX_BLOCK_FIRST_FREQUENCY + index;
             }
         }
         return missing;
@@ -149,8 +119,8 @@ std::uint32_t statusOfFound(const RXTableEntry& entry, const VantricCalibration&
         return expectation.status;
     }
     const bool unset =
-        (entry.id == blockIdCodes && vantric_validUnit16Field(record.idCode0) == 0) ||
-        (entry.id == blockStraylight && vantric_validFloatField(record.straylightScale) == 0);
+        (entry.id == RX_BLOCK_ID_CODES && vantric_validUnit16Field(record.idCode0) == 0) ||
+        (entry.id == RX_BLOCK_STRAYLIGHT && vantric_validFloatField(record.straylightScale) == 0);
     return unset ? VANTRIC_ERR_VALUE_UNSET : VANTRIC_OK;
 }
 
@@ -213,17 +183,8 @@ std::uint32_t copyMask(const void* source, std::uint64_t sourceSize, void* desti
         return VANTRIC_ERR_BUFFER_TOO_SMALL;
     }
     auto* mask = static_cast<std::uint8_t*>(destination);
-    std::uint64_t i = 0;
-    for (; i < words; ++i) {
+    for (std::uint64_t i = 0; i < destinationSize; ++i) {
         mask[i] = static_cast<std::uint8_t>(wordAt(source, i));
-    }
-    // Behind a short block source and target are mostly zero already; leaving zero pages alone
-    // keeps a header that claims a huge image from costing the host its memory.
-    for (; i < destinationSize; ++i) {
-        const auto byte = static_cast<std::uint8_t>(wordAt(source, i));
-        if (mask[i] != byte) {
-            mask[i] = byte;
-        }
     }
     return VANTRIC_OK;
 }
@@ -369,51 +330,53 @@ class TableBuilder {
 };
 
 void addFixedEntries(TableBuilder& builder, VantricCalibration& record, std::uint64_t numPixels) {
-    builder.add(blockAuxFlag, placeOf(&record.auxFlag, 1), anyCount, nullptr, required, rawOnly);
+    builder.add(RX_BLOCK_AUX_FLAG, placeOf(&record.auxFlag, 1), anyCount, nullptr, required,
+                rawOnly);
     builder.add(
-        blockLensParameters,
+        RX_BLOCK_LENS_PARAMETERS,
         countedFloats(record.lensParameters, record.lensParameterCount, VANTRIC_LENS_PARAMETERS),
         VANTRIC_LENS_PARAMETERS, nullptr, required, floatOnly);
-    builder.add(blockMask, placeOf(record.pixelMask, numPixels), perPixelCount, copyMask, required,
-                packedUintOnly);
-    builder.add(blockPixelValues, placeOf(record.pixelValues, numPixels * sizeof(float)),
+    builder.add(RX_BLOCK_MASK, placeOf(record.pixelMask, numPixels), perPixelCount, copyMask,
+                required, packedUintOnly);
+    builder.add(RX_BLOCK_PIXEL_VALUES, placeOf(record.pixelValues, numPixels * sizeof(float)),
                 perPixelCount, nullptr, required, anyFloat);
-    builder.add(blockDate, placeOf(record.text0, textSize), anyCount, convertAndCopyDate, optional,
-                uint32Only);
-    builder.add(blockText2, placeOf(record.text2, textSize), anyCount, copyString, optional,
+    builder.add(RX_BLOCK_DATE, placeOf(record.text0, textSize), anyCount, convertAndCopyDate,
+                optional, uint32Only);
+    builder.add(RX_BLOCK_TEXT2, placeOf(record.text2, textSize), anyCount, copyString, optional,
                 rawOnly);
-    builder.add(blockText1, placeOf(record.text1, textSize), anyCount, copyString, optional,
+    builder.add(RX_BLOCK_TEXT1, placeOf(record.text1, textSize), anyCount, copyString, optional,
                 rawOnly);
     builder.add(
-        blockIdBytes,
+        RX_BLOCK_ID_BYTES,
         placeOf(record.idBytes, std::min<std::uint64_t>(record.idBytesSize, VANTRIC_ID_BYTES),
                 &record.idBytesSize),
         anyCount, nullptr, optional, rawOnly);
-    builder.add(blockIdCodes, placeOf(&record.idCode0, 2 * sizeof record.idCode0), 2, nullptr,
+    builder.add(RX_BLOCK_ID_CODES, placeOf(&record.idCode0, 2 * sizeof record.idCode0), 2, nullptr,
                 optional, uint16Only);
-    builder.add(blockStraylight,
+    builder.add(RX_BLOCK_STRAYLIGHT,
                 placeOf(&record.straylightScale, straylightSize, &record.straylightPointCount),
                 straylightWords, copyStraylight, optional, floatOnly);
 }
 
 void addFrequencyEntries(TableBuilder& builder, VantricFrequencyRecord& frequency,
                          std::uint32_t firstId, Need need, std::uint64_t numPixels) {
-    builder.add(firstId + frequencyIdBlock, placeOf(&frequency.frequencyId, 4), anyCount, nullptr,
+    builder.add(firstId + RX_FREQUENCY_ID, placeOf(&frequency.frequencyId, 4), anyCount, nullptr,
                 need, uint32Only);
-    builder.add(firstId + pixelTableBlock, placeOf(frequency.pixelTable, numPixels * sizeof(float)),
-                perPixelCount, nullptr, need, anyFloat);
-    builder.add(firstId + valuesABlock,
+    builder.add(firstId + RX_FREQUENCY_PIXEL_TABLE,
+                placeOf(frequency.pixelTable, numPixels * sizeof(float)), perPixelCount, nullptr,
+                need, anyFloat);
+    builder.add(firstId + RX_FREQUENCY_VALUES_A,
                 countedFloats(frequency.valuesA, frequency.countA, VANTRIC_FREQUENCY_VALUES),
                 VANTRIC_FREQUENCY_VALUES, nullptr, need, floatOnly);
-    builder.add(firstId + valuesBBlock,
+    builder.add(firstId + RX_FREQUENCY_VALUES_B,
                 countedFloats(frequency.valuesB, frequency.countB, VANTRIC_FREQUENCY_VALUES),
                 VANTRIC_FREQUENCY_VALUES, nullptr, need, floatOnly);
-    builder.add(firstId + scalarBlock, placeOf(&frequency.scalar, sizeof frequency.scalar),
+    builder.add(firstId + RX_FREQUENCY_SCALAR, placeOf(&frequency.scalar, sizeof frequency.scalar),
                 anyCount, nullptr, optional, floatOnly);
-    builder.add(firstId + wigglingABlock,
+    builder.add(firstId + RX_FREQUENCY_WIGGLING_A,
                 placeOf(&frequency.wigglingA, wigglingSize, &frequency.wigglingA.capacity), 4,
                 copyWiggling, need, floatOnly);
-    builder.add(firstId + wigglingBBlock,
+    builder.add(firstId + RX_FREQUENCY_WIGGLING_B,
                 placeOf(&frequency.wigglingB, wigglingSize, &frequency.wigglingB.capacity), 4,
                 copyWiggling, need, floatOnly);
 }
@@ -433,13 +396,13 @@ RXBlockTable* vantric_createTessalyTable(VantricCalibration* calibration, uint64
     table->validateBlock = validateBlock;
     table->validateWholeCalibration = validateWholeCalibration;
     table->context = calibration;
-    table->firstCustomBlockId = firstCustomBlock;
+    table->firstCustomBlockId = RX_BLOCK_FIRST_CUSTOM;
 
     TableBuilder builder(*table);
     addFixedEntries(builder, *calibration, numPixels);
     for (std::uint32_t k = 0; k < VANTRIC_FREQUENCIES; ++k) {
         addFrequencyEntries(builder, calibration->frequencies[k],
-                            firstFrequencyBlock + k * blocksPerFrequency,
+                            RX_BLOCK_FIRST_FREQUENCY + k * RX_BLOCKS_PER_FREQUENCY,
                             k == 0 ? required : optional, numPixels);
     }
     if (builder.failed()) {

@@ -107,6 +107,36 @@ typedef enum RXKind {
     RX_KIND_PACKED_FLOAT = 6
 } RXKind;
 
+/** Block ids; docs/formats.md has the content of each. Ids from RX_BLOCK_FIRST_CUSTOM to 254 are
+ * custom blocks. */
+typedef enum RXBlockId {
+    RX_BLOCK_AUX_FLAG = 0,
+    RX_BLOCK_LENS_PARAMETERS = 1,
+    RX_BLOCK_MASK = 2,
+    RX_BLOCK_PIXEL_VALUES = 3,
+    RX_BLOCK_DATE = 4,
+    RX_BLOCK_TEXT1 = 5,
+    RX_BLOCK_TEXT2 = 6,
+    RX_BLOCK_ID_BYTES = 7,
+    RX_BLOCK_ID_CODES = 8,
+    RX_BLOCK_STRAYLIGHT = 9,
+    RX_BLOCK_FIRST_FREQUENCY = 16,
+    RX_BLOCK_FIRST_CUSTOM = 128
+} RXBlockId;
+
+/** Blocks of one frequency. Block b of frequency k, k = 0 to 7, has the id
+ * RX_BLOCK_FIRST_FREQUENCY + RX_BLOCKS_PER_FREQUENCY * k + b. */
+typedef enum RXFrequencyBlock {
+    RX_FREQUENCY_ID = 0,
+    RX_FREQUENCY_PIXEL_TABLE = 1,
+    RX_FREQUENCY_VALUES_A = 2,
+    RX_FREQUENCY_VALUES_B = 3,
+    RX_FREQUENCY_SCALAR = 4, /**< the only optional one */
+    RX_FREQUENCY_WIGGLING_A = 5,
+    RX_FREQUENCY_WIGGLING_B = 6,
+    RX_BLOCKS_PER_FREQUENCY = 7
+} RXFrequencyBlock;
+
 /** Block id that ends the sequence; it has no further fields. */
 #define VANTRIC_RX_END_MARKER 255u
 
@@ -283,9 +313,11 @@ CALCUT_EXPORT int32_t vantric_getRXNumPixels(const uint8_t* data, size_t size);
 CALCUT_EXPORT uint32_t vantric_getRXCalibrationType(void);
 
 /**
- * Reads a packed calibration into a record that was made for its number of pixels.
+ * Reads a packed calibration into a record that was made for its number of pixels (see
+ * vantric_dispatchReadCalibration for a record that was read before).
  * @return as vantric_readRXCalibration (aborts as vantric_createTessalyTable);
- * VANTRIC_ERR_NOT_SUPPORTED when the header does not read or its version is not 1
+ * VANTRIC_ERR_NOT_SUPPORTED when the header does not read or its version is not 1;
+ * VANTRIC_ERR_BUFFER_TOO_SMALL also when the record holds a smaller image
  */
 CALCUT_EXPORT RXReadResult vantric_readRXHandlerCalibration(const uint8_t* data, size_t size,
                                                             VantricCalibration* calibration);
