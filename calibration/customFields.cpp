@@ -1,7 +1,9 @@
 #include "calibration/customFields.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "calibration/calibration.h"
 #include "calibration/memory.h"
@@ -105,7 +107,13 @@ uint32_t vantric_readCustomFields(const uint8_t* data, size_t size, VantricCalib
             field.data = allocateZeroed<std::uint8_t>(field.size);
         }
     }
-    return vantric_dispatchReadCustomFields(data, size, record);
+    const std::uint32_t status = vantric_dispatchReadCustomFields(data, size, record);
+    if (status != VANTRIC_OK && status != VANTRIC_WARN_PARTIAL) {
+        for (std::uint32_t k = 0; k < count; ++k) {
+            std::free(std::exchange(record->customFields[k].data, nullptr));
+        }
+    }
+    return status;
 }
 
 uint32_t vantric_getNumCustomFields(const VantricCalibration* record) {

@@ -54,6 +54,12 @@ RXReadResult vantric_readRXHandlerCalibration(const uint8_t* data, size_t size,
         return {VANTRIC_ERR_NOT_SUPPORTED, noFailedBlock};
     }
     const std::uint64_t numPixels = std::uint64_t{header.columns} * header.rows;
+    // A record that was read before has the room of that image; a new one has no image yet.
+    const VantricImagerArea& area = calibration->imagerArea;
+    const std::uint64_t room = std::uint64_t{area.columns} * area.rows;
+    if (room != 0 && room < numPixels) {
+        return {VANTRIC_ERR_BUFFER_TOO_SMALL, noFailedBlock};
+    }
     VantricStream stream = vantric_createStreamFromData(data, size);
     return vantric_readRXCalibration(&stream, vantric_createTessalyTable(calibration, numPixels));
 }

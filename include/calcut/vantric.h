@@ -109,7 +109,8 @@ typedef struct VantricCustomField {
 
 /**
  * The calibration record. Callers may treat it as an opaque handle; handlers fill it. Every buffer
- * has its final capacity from creation on, except directions and psf, which start null.
+ * has its final capacity from creation on and starts with zeros, except directions and psf, which
+ * start null.
  */
 typedef struct VantricCalibration {
     uint16_t version;             /**< 1; the field functions refuse any other value */
@@ -264,7 +265,14 @@ CALCUT_EXPORT void vantric_clearCalibrationHandlers(void);
 /** The chosen handler's getCalibrationType(); 0 when none accepts the data. */
 CALCUT_EXPORT uint32_t vantric_dispatchGetCalibrationType(const uint8_t* data, size_t size);
 
-/** The chosen handler's readCalibration status; VANTRIC_ERR_NOT_SUPPORTED when none accepts. */
+/**
+ * The chosen handler's readCalibration status; VANTRIC_ERR_NOT_SUPPORTED when none accepts.
+ *
+ * The record must have been made for at least as many pixels as the data has. Records are meant for
+ * one read: a second one into the same record drops its PSF and custom data, but keeps what the new
+ * calibration does not bring, appends the date to the one that is there, and has as much room for
+ * counted values as the first one used.
+ */
 CALCUT_EXPORT uint32_t vantric_dispatchReadCalibration(const uint8_t* data, size_t size,
                                                        VantricCalibration* record);
 
@@ -272,7 +280,10 @@ CALCUT_EXPORT uint32_t vantric_dispatchReadCalibration(const uint8_t* data, size
 CALCUT_EXPORT uint32_t vantric_dispatchReadCustomFields(const uint8_t* data, size_t size,
                                                         VantricCalibration* record);
 
-/** The chosen handler's calcPsfAndDirections status; 0 when none accepts or it has none. */
+/**
+ * The chosen handler's calcPsfAndDirections status; 0 when none accepts or it has none. numPixels
+ * is columns x rows of the record.
+ */
 CALCUT_EXPORT uint32_t vantric_dispatchCalcPsfAndDirections(const uint8_t* data, size_t size,
                                                             VantricCalibration* record,
                                                             uint32_t numPixels);
@@ -301,8 +312,9 @@ CALCUT_EXPORT int32_t vantric_dispatchGetNumPixels(const uint8_t* data, size_t s
  *         VANTRIC_ERR_END_OF_DATA, VANTRIC_ERR_BUFFER_TOO_SMALL (packed kinds, a block above 255
  *         bytes, or no memory) or VANTRIC_ERR_INVALID_DATA (ids not ascending, a kind above 6, bad
  *         bits, or an id without a custom field); VANTRIC_OK when no handler reads custom fields;
- *         VANTRIC_ERR_INVALID_ARGUMENT for a null record and when they were read
- *         before
+ *         VANTRIC_ERR_INVALID_ARGUMENT for a null record and when they were read before. A failure
+ *         (not VANTRIC_WARN_PARTIAL) leaves the record as it was, so they can be read again; fields
+ *         that a handler without custom fields does not fill are zero.
  */
 CALCUT_EXPORT uint32_t vantric_readCustomFields(const uint8_t* data, size_t size,
                                                 VantricCalibration* record);
@@ -358,14 +370,18 @@ typedef struct VantricPoly {
  *
  * @param x, y  n floats each, x ascending; copied
  * @return the handle, to be released with vantric_freePoly. Aborts when the handle or its slopes
- *         cannot be allocated.
+ *         cannot be allocated; without memory for the copy of x or y that pointer is null and the
+ *         handle has no segment.
  */
 CALCUT_EXPORT VantricPoly* vantric_createPolyHandle(const float* x, const float* y, uint32_t n);
 
 /** Releases a handle. Null is accepted. */
 CALCUT_EXPORT void vantric_freePoly(VantricPoly* handle);
 
-/** The curve at t, or NaN outside the nodes, for NaN, and for handles of fewer than two nodes. */
+/**
+ * The curve at t, or NaN outside the nodes, for NaN, and for handles of fewer than two nodes. An
+ * inner node belongs to the segment below it, which shows where two nodes have the same position.
+ */
 CALCUT_EXPORT float vantric_cinterpol(const VantricPoly* handle, float t);
 
 /** As vantric_cinterpol with fallback in place of NaN. */
@@ -374,8 +390,8 @@ CALCUT_EXPORT float vantric_cinterpol_def(const VantricPoly* handle, float t, fl
 /* ------------------------------------------------------------------------ directions and PSF -- */
 
 /**
- * Ray direction of every pixel: Brown's radial and tangential distortion, inverted by 15 rounds of
- * fixed-point iteration from the undistorted start.
+ * Ray direction of every pixel: radial and tangential distortion (D. C. Brown, "Close-range camera
+ * calibration", 1971), inverted by 15 rounds of fixed-point iteration from the undistorted start.
  *
  * @param directions      output, unit vectors (x right, y down, z along the optical axis), 3 floats
  *                        per pixel
@@ -399,7 +415,7 @@ CALCUT_EXPORT uint32_t vantric_updateDirections(float* directions, uint32_t coun
  * @return VANTRIC_OK; VANTRIC_ERR_INVALID_ARGUMENT for a null record, without straylight model or
  *         without points; VANTRIC_ERR_ALREADY_SET when there is a PSF; VANTRIC_ERR_BUFFER_TOO_SMALL
  *         for more than 13 points, more than VANTRIC_MAX_PSF_ELEMENTS elements, or no memory.
- *         Failures leave the record unchanged. Out of memory for the curve aborts.
+ *         Failures leave the record unchanged. Aborts as vantric_createPolyHandle.
  */
 CALCUT_EXPORT uint32_t vantric_allocateAndCalculatePsf(VantricCalibration* record);
 
@@ -431,7 +447,7 @@ CALCUT_EXPORT void vantric_printfTrace(const char* prefix, const char* format, .
 #endif
     ;
 
-/** Prints the 32 bits of value, least significant first; name is not printed. */
+/** Prints the 32 bits of value, least significant first, and nothing else: no name, no line end. */
 CALCUT_EXPORT void vantric_printfTraceUint32Bits(const char* name, uint32_t value);
 
 #ifdef __cplusplus

@@ -187,6 +187,14 @@ TEST(Reader, KeepsWhatWasDecodedBeforeAFailure) {
     EXPECT_EQ(r.lensParameterCount, 9);
 }
 
+TEST(Reader, ALargerImageDoesNotFitIntoARecord) {
+    const Record record = readPlain(minimalPacked());
+    EXPECT_EQ(readInto(smallPacked(), *record).status, tooSmall);
+    EXPECT_EQ(record->imagerArea.columns, 4U);
+    const Record larger = readPlain(smallPacked());
+    EXPECT_EQ(readInto(minimalPacked(), *larger).status, ok);
+}
+
 TEST(Reader, CustomBlocksKeepTheirSizesInOneByte) {
     const Record record =
         readPlain(withBlock(128, bytes(128, 0, 40, Bytes(40), 129, 2, 2, Bytes(8), 133, 0, 249,
@@ -215,6 +223,7 @@ TEST(Reader, CustomPassCopiesByIdAndRefusesWhatHasNoPlace) {
         record = readPlain(data);
         ASSERT_NE(record, nullptr);
         EXPECT_EQ(vantric_readCustomFields(data.data(), data.size(), record.get()), status);
+        EXPECT_EQ(record->customFields[0].data != nullptr, status == ok && !blocks.empty());
     }
     std::uint32_t word = 0;
     EXPECT_EQ(vantric_getField(128, record.get(), &word), ok);
@@ -236,19 +245,6 @@ TEST(Reader, CustomPassCopiesByIdAndRefusesWhatHasNoPlace) {
     }
     VantricStream stream = vantric_createStreamFromData(header.data(), 4);
     EXPECT_EQ(vantric_readRXCustomData(&stream, again.get()), endOfData);
-}
-
-TEST(Reader, NeedsACompleteTable) {
-    const Bytes data = minimalPacked();
-    VantricStream stream = vantric_createStreamFromData(data.data(), data.size());
-    EXPECT_EQ(vantric_readRXCalibration(&stream, vantric_createTable(3, 20)).status,
-              invalidArgument);
-    const Record record(allocateCalibration(4));
-    VantricStream truncated = vantric_createStreamFromData(data.data(), 10);
-    const RXReadResult result =
-        vantric_readRXCalibration(&truncated, vantric_createTessalyTable(record.get(), 4));
-    EXPECT_EQ(result.status, endOfData);
-    EXPECT_EQ(result.failedBlockId, 255U);
 }
 
 // A host may read other formats of blocks with a table of its own.
