@@ -8,15 +8,16 @@
 
 namespace {
 
-bool canHaveSize(const std::string& path) {
+// A pipe is not even opened before another process comes, and what passes through has no size.
+bool holdsNoBytes(const std::string& path) {
     std::error_code ignored;
     switch (std::filesystem::status(path, ignored).type()) {
         case std::filesystem::file_type::directory:
         case std::filesystem::file_type::fifo:
         case std::filesystem::file_type::socket:
-            return false;
-        default:
             return true;
+        default:
+            return false;
     }
 }
 
@@ -24,7 +25,7 @@ bool canHaveSize(const std::string& path) {
 
 FileContent readFile(const std::string& path, std::size_t limit) {
     FileContent content;
-    if (!canHaveSize(path)) {
+    if (holdsNoBytes(path)) {
         return content;
     }
     std::ifstream file(path, std::ios::binary | std::ios::ate);
@@ -46,6 +47,9 @@ ByteBuffer readWholeFile(const std::string& path) {
 }
 
 bool writeWholeFile(const std::string& path, const void* bytes, std::size_t size) {
+    if (holdsNoBytes(path)) {
+        return false;
+    }
     std::ofstream file(path, std::ios::binary | std::ios::trunc);
     if (!file.is_open()) {
         return false;

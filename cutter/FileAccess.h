@@ -20,5 +20,5 @@ FileContent readFile(const std::string& path, std::size_t limit);
 ByteBuffer readWholeFile(const std::string& path);
 
 /// Creates or truncates a file and writes size bytes. The result only says whether it could be
-/// opened: a device that fills up later is not the cut's failure.
+/// opened, which a pipe or socket never can: a device that fills up later is not the cut's failure.
 bool writeWholeFile(const std::string& path, const void* bytes, std::size_t size);

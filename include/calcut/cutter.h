@@ -31,7 +31,7 @@ extern "C" {
 typedef struct EEPROMMetaInformation {
     uint8_t reserved[36];   /**< zero at present; not to be interpreted */
     uint16_t zeroMaskCount; /**< zero entries among the first 38,528 (224 x 172) of the pixel mask,
-                                 in host byte order */
+                                 or in all of a smaller one; in host byte order */
 } EEPROMMetaInformation;
 
 /**
@@ -51,12 +51,17 @@ typedef struct EEPROMMetaInformation {
  * @param outputPath      existing output directory, without a trailing separator ("/" and the file
  *                        name are appended). A null path returns 1.
  * @param metaInformation caller's record. It is overwritten when the image itself was accepted,
- *                        also when a file could not be written afterwards (zeroMaskCount is then 0
- *                        if the mask was not reached). It stays untouched when the image was
- *                        refused, when a record with a signature is shorter than its signature
- *                        area, and when memory runs out. Null is allowed and receives nothing.
- * @return 0 when every file could be opened, had content and the calibration reads (a device that
- *         fills up while a file is written is not noticed); 1 otherwise.
+ *                        also when a file could not be written or the calibration does not read
+ *                        afterwards (zeroMaskCount is then 0 if the mask was not reached). It stays
+ *                        untouched for an unknown layout, a null path, a missing dump, an image
+ *                        that was refused, a record with a signature that is shorter than its
+ *                        signature area, and when memory runs out in the cut itself. Null is
+ *                        allowed and receives nothing.
+ * @return 0 when every file could be opened, had content, the calibration reads and a signature is
+ *         1 to 127 bytes long (a device that fills up while a file is written is not noticed; a
+ *         pipe or socket in a file's place counts as one that cannot be opened); 1 otherwise. Where
+ *         memory runs out while the calibration is read, it does not read, or the process ends as
+ *         vantric_readCalibration describes.
  */
 CALCUT_EXPORT int cutEEPROMContent(int layout, const char* inputFile, const char* outputPath,
                                    EEPROMMetaInformation* metaInformation);
@@ -70,10 +75,11 @@ CALCUT_EXPORT int cutEEPROMContent(int layout, const char* inputFile, const char
  * @param layout     layout number of the cut (0 or 1, no difference between them); above 1 returns
  *                   1 and nothing is opened.
  * @param path       full path of the lens parameter file. Null counts as a missing file.
- * @param parameters caller's array of 10 floats, written only on success, in the order
+ * @param parameters caller's array of 10 floats, not null, written only on success, in the order
  *                   cx, cy, fx, fy, p1, p2, k1, k2, k3, 0.0.
- * @return 0 on success; 1 when the file is missing, empty, not a multiple of 4 bytes long or
- *         shorter than 36 bytes. Bytes after the ninth value are ignored.
+ * @return 0 on success; 1 when the file is missing, unreadable (a directory, pipe or socket too),
+ *         empty, not a multiple of 4 bytes long or shorter than 36 bytes, and when memory runs out.
+ *         Bytes after the ninth value are ignored.
  */
 CALCUT_EXPORT int readLensParameters(unsigned int layout, const char* path, float* parameters);
 

@@ -201,8 +201,10 @@ TEST(Cutter, KeepsItsRecordsAndDiesOnForeignBlocks) {
     EXPECT_EQ(v7.getMetaInformation(), nullptr);
     EXPECT_EQ(korveline.getMetaInformation(), nullptr);
     EXPECT_DEATH(v7.writeFile(37, {}), "");
-    EXPECT_DEATH(v7.writeFile(7 + 65536, {}), "");
-    EXPECT_DEATH(korveline.writeFile(8, {}), "");
+    for (const unsigned id : {0U, 6U, 8U, 36U, 38U, 7U + 65536U}) {
+        EXPECT_DEATH(v7.writeFile(id, Bytes(200)), "");
+        EXPECT_DEATH(korveline.writeFile(id, Bytes(200)), "");
+    }
     EXPECT_THROW(korveline.writeFile(37, Bytes(127)), std::length_error);
     EXPECT_THROW(korveline.writeSignature(Bytes(127)), std::out_of_range);
 
