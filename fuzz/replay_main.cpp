@@ -1,13 +1,15 @@
 // Runs fuzz targets without a fuzzer.
 //
-//   fuzz_replay                    every target over its seeds
+//   fuzz_replay                    every target over its seeds and inputs of a random generator
 //   fuzz_replay --write DIRECTORY  writes the seeds to DIRECTORY/<target>/<number>
 //   fuzz_replay TARGET FILE...     one target over given inputs, to look into a finding
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <stdexcept>
 #include <string>
 
@@ -15,13 +17,28 @@
 
 namespace {
 
-void replaySeeds() {
+// The same inputs on every machine.
+fuzz::Bytes randomInput(std::mt19937& generator) {
+    fuzz::Bytes input(64 + generator() % 2048);
+    std::generate(input.begin(), input.end(),
+                  [&] { return static_cast<std::uint8_t>(generator() & 0xFFU); });
+    return input;
+}
+
+void replay() {
+    constexpr int randomInputs = 1000;
+    std::mt19937 generator(20240229);
     for (const fuzz::Target& target : fuzz::targets) {
         const std::vector<fuzz::Bytes> seeds = fuzz::seeds(target.name);
         for (const fuzz::Bytes& seed : seeds) {
             target.run(seed.data(), seed.size());
         }
-        std::printf("%s: %zu seeds\n", target.name.data(), seeds.size());
+        for (int i = 0; i < randomInputs; ++i) {
+            const fuzz::Bytes input = randomInput(generator);
+            target.run(input.data(), input.size());
+        }
+        std::printf("%s: %zu seeds, %d random inputs\n", target.name.data(), seeds.size(),
+                    randomInputs);
     }
 }
 
@@ -63,7 +80,7 @@ void replayFile(std::string_view name, const char* path) {
 int main(int argc, char** argv) {
     try {
         if (argc == 1) {
-            replaySeeds();
+            replay();
         } else if (argc == 3 && std::string(argv[1]) == "--write") {
             writeSeeds(argv[2]);
         } else if (argc < 3) {

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <limits>
 #include <memory>
+#include <set>
 #include <string>
 
 #include "calcut/vantric.h"
@@ -233,10 +234,8 @@ void singlesRead(const VantricCalibration& read, const writer::Calibration& writ
             "id codes come back");
 }
 
-void customRead(VantricCalibration& read, const Bytes& packed, const writer::Calibration& written) {
-    require(vantric_readCustomFields(packed.data(), packed.size(), &read) == VANTRIC_OK &&
-                read.customFieldCount == written.custom.size() && read.firstCustomFieldId == 128,
-            "custom fields are found");
+void customRead(const VantricCalibration& read, const writer::Calibration& written) {
+    require(read.customFieldCount == written.custom.size(), "custom fields are found");
     for (std::size_t k = 0; k < written.custom.size(); ++k) {
         const VantricCustomField& field = read.customFields[k];
         require(field.size == written.custom[k].size() &&
@@ -245,32 +244,61 @@ void customRead(VantricCalibration& read, const Bytes& packed, const writer::Cal
     }
 }
 
-void calibrationRead(const writer::Calibration& written, const writer::PackOptions& options,
+void everythingRead(const VantricCalibration& read, const writer::Calibration& written,
+                    const writer::PackOptions& options, bool withPsf) {
+    singlesRead(read, written);
+    const auto low = static_cast<std::uint32_t>((std::uint64_t{1} << options.maskBits) - 1);
+    require(std::equal(written.mask.begin(), written.mask.end(), read.pixelMask,
+                       [&](std::uint32_t a, std::uint8_t b) { return (a & low & 0xFFU) == b; }),
+            "the mask comes back");
+    tableRead(read.pixelValues, written.pixelValues, options.valueBits);
+    require(read.frequencyCount == written.frequencies.size(), "every frequency comes back");
+    for (std::size_t k = 0; k < written.frequencies.size(); ++k) {
+        frequencyRead(read.frequencies[k], written.frequencies[k], options.valueBits);
+    }
+    require(written.straylight.has_value() == !std::isnan(read.straylightScale),
+            "straylight is set where it was written");
+    if (written.straylight) {
+        straylightRead(read, *written.straylight, withPsf);
+    }
+    customRead(read, written);
+}
+
+writer::Calibration without(writer::Calibration content, const std::set<std::uint8_t>& omitted) {
+    const auto drop = [&](std::uint8_t id, auto& field) {
+        if (omitted.count(id) != 0) {
+            field.reset();
+        }
+    };
+    drop(4, content.date);
+    drop(5, content.text1);
+    drop(6, content.text2);
+    drop(7, content.idBytes);
+    drop(8, content.idCodes);
+    drop(9, content.straylight);
+    return content;
+}
+
+void calibrationRead(const writer::Calibration& content, const writer::PackOptions& options,
                      bool withPsf) {
-    const Bytes packed = writer::packCalibration(written, options);
+    const Bytes packed = writer::packCalibration(content, options);
+    const writer::Calibration written = without(content, options.omit);
     VantricCalibration* raw = nullptr;
     const std::uint32_t status =
         vantric_readCalibrationExt(packed.data(), packed.size(), &raw, withPsf ? 1 : 0);
-    const std::unique_ptr<VantricCalibration, ReleaseRecord> read(raw);
+    std::unique_ptr<VantricCalibration, ReleaseRecord> read(raw);
     if (written.idCodes && (*written.idCodes)[0] == 0xFFFF) {
         require(status == VANTRIC_ERR_VALUE_UNSET, "an unset id code is refused");
         return;
     }
     require(status == VANTRIC_OK, "what the writer makes reads");
-    singlesRead(*read, written);
-    const auto low = static_cast<std::uint32_t>((std::uint64_t{1} << options.maskBits) - 1);
-    require(std::equal(written.mask.begin(), written.mask.end(), read->pixelMask,
-                       [&](std::uint32_t a, std::uint8_t b) { return (a & low & 0xFFU) == b; }),
-            "the mask comes back");
-    tableRead(read->pixelValues, written.pixelValues, options.valueBits);
-    require(read->frequencyCount == written.frequencies.size(), "every frequency comes back");
-    for (std::size_t k = 0; k < written.frequencies.size(); ++k) {
-        frequencyRead(read->frequencies[k], written.frequencies[k], options.valueBits);
-    }
-    if (written.straylight) {
-        straylightRead(*read, *written.straylight, withPsf);
-    }
-    customRead(*read, packed, written);
+    require(read->firstCustomFieldId == 128 &&
+                vantric_readCustomFields(packed.data(), packed.size(), raw) == VANTRIC_OK,
+            "custom fields are read");
+    everythingRead(*read, written, options, withPsf);
+    const std::unique_ptr<VantricCalibration, ReleaseRecord> copy(vantric_copyCalibration(raw));
+    read.reset();  // nothing of the copy goes with it
+    everythingRead(*copy, written, options, withPsf);
 }
 
 void imagesRead(const Bytes& payload, std::uint32_t address, const Bytes& signature) {
@@ -324,6 +352,11 @@ void roundtrip(const std::uint8_t* data, std::size_t size) {
     options.valueBits = input.between(0, 31);
     options.form = input.flag() ? writer::CountForm::Long : writer::CountForm::Short;
     const bool withPsf = input.flag();
+    for (std::uint8_t optional = 4; optional <= 9; ++optional) {
+        if (input.between(0, 3) == 0) {
+            options.omit.insert(optional);
+        }
+    }
     if (input.flag()) {
         imagesRead(input.bytes(1 + input.byte()), 0x2068U + input.byte() * 16U,
                    input.bytes(input.between(0, 127)));

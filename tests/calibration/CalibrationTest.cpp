@@ -94,65 +94,23 @@ TEST(Record, ShortPsfAndDirectionsAreFilledUp) {
     EXPECT_EQ(copy->directions[3 * 32 - 1], 0.0F);
 }
 
-TEST(Record, CopyIsDeepAndComplete) {
-    const Bytes packed = smallPacked();
-    Record source = read(packed);
-    ASSERT_NE(source, nullptr);
-    ASSERT_EQ(vantric_readCustomFields(packed.data(), packed.size(), source.get()), VANTRIC_OK);
+// The fuzz targets compare the content of copies.
+TEST(Record, CopyResetsSomeCountsAndKeepsWholeTexts) {
+    const Record source = read(smallPacked());
     source->firstCustomFieldId = 7;
     source->customFieldReserved = 9;
     source->auxFlag = 3;
     source->lensParameterCount = 5;
     std::memcpy(source->text1, "a\0b", 4);  // all 65 bytes count, not only the text
+    source->text2[64] = 'z';
     const Record copy(vantric_copyCalibration(source.get()));
-    const VantricCalibration& a = *source;
-    const VantricCalibration& b = *copy;
-    EXPECT_EQ(std::tuple(b.firstCustomFieldId, b.customFieldReserved, b.lensParameterCount,
-                         b.auxFlag, b.psfWidth, b.psfHeight, b.straylightPointCount),
+    const VantricCalibration& c = *copy;
+    EXPECT_EQ(std::tuple(c.firstCustomFieldId, c.customFieldReserved, c.lensParameterCount,
+                         c.auxFlag, c.psfWidth, c.psfHeight, c.straylightPointCount),
               std::tuple(255, 9, 9, 3, 8, 4, 14));
-    EXPECT_EQ(std::tie(b.version, b.calibrationType, b.idBytesSize, b.idCode0, b.idCode1),
-              std::tie(a.version, a.calibrationType, a.idBytesSize, a.idCode0, a.idCode1));
-    struct Range {
-        const void *original, *copied;
-        std::size_t size;
-    };
-    std::vector<Range> ranges = {{a.text0, b.text0, 65},
-                                 {a.text1, b.text1, 65},
-                                 {a.text2, b.text2, 65},
-                                 {a.idBytes, b.idBytes, 32},
-                                 {a.lensParameters, b.lensParameters, 36},
-                                 {a.pixelMask, b.pixelMask, 32},
-                                 {a.pixelValues, b.pixelValues, 128},
-                                 {a.psf, b.psf, 128},
-                                 {a.directions, b.directions, 384}};
-    ASSERT_EQ(std::tuple(b.frequencyCount, b.customFieldCount), std::tuple(2, 2));
-    for (int k = 0; k < 2; ++k) {
-        const VantricFrequencyRecord& x = a.frequencies[k];
-        const VantricFrequencyRecord& y = b.frequencies[k];
-        EXPECT_EQ(y.frequencyId, x.frequencyId);
-        EXPECT_EQ(std::memcmp(&y.scalar, &x.scalar, sizeof x.scalar), 0);
-        ranges.insert(ranges.end(), {{x.pixelTable, y.pixelTable, 128},
-                                     {x.valuesA, y.valuesA, 16},
-                                     {x.valuesB, y.valuesB, 16}});
-        for (const auto& [from, to] :
-             {std::pair(x.wigglingA, y.wigglingA), {x.wigglingB, y.wigglingB}}) {
-            EXPECT_EQ(std::pair(to.capacity, to.header), std::pair(from.capacity, from.header));
-            const std::size_t size = from.capacity * std::size_t{4};
-            ranges.insert(ranges.end(), {{from.first, to.first, size},
-                                         {from.second, to.second, size},
-                                         {from.third, to.third, size}});
-        }
-        ASSERT_EQ(b.customFields[k].size, a.customFields[k].size);
-        ranges.push_back({a.customFields[k].data, b.customFields[k].data, a.customFields[k].size});
-    }
-    for (const auto& [original, copied, size] : ranges) {
-        EXPECT_NE(original, copied);
-        EXPECT_EQ(std::memcmp(original, copied, size), 0) << size;
-    }
-    EXPECT_EQ(std::memcmp(&b.imagerArea, &a.imagerArea, sizeof a.imagerArea), 0);
-    EXPECT_EQ(std::memcmp(&b.straylightScale, &a.straylightScale, 128), 0);
-    source.reset();  // nothing of the copy goes with it
-    EXPECT_EQ(b.text1[0], 'a');
+    EXPECT_EQ(std::memcmp(c.text1, source->text1, 65), 0);
+    EXPECT_EQ(c.text2[64], 'z');
+    EXPECT_EQ(std::memcmp(&c.straylightScale, &source->straylightScale, 128), 0);
 }
 
 TEST(Record, CopyLeavesOutWhatTheSourceDoesNotHave) {

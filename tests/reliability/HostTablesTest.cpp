@@ -36,7 +36,8 @@ class HostTables : public ::testing::Test {
 };
 
 TEST_F(HostTables, MissingCallbacksAndImpossibleCapacitiesAreRefused) {
-    RXBlockTable* const tables[] = {table(1), table(1), table(1), table(1)};
+    RXBlockTable* const tables[] = {table(1), table(1), table(1), table(1),
+                                    vantric_createTable(3, 20)};
     tables[0]->context = nullptr;
     tables[1]->isFrequencyBlock = nullptr;
     tables[2]->validateBlock = nullptr;
@@ -45,6 +46,8 @@ TEST_F(HostTables, MissingCallbacksAndImpossibleCapacitiesAreRefused) {
         EXPECT_EQ(readWith(used), invalidArgument);
     }
     EXPECT_EQ(readWith(nullptr), tooSmall);
+    data.resize(10);
+    EXPECT_EQ(readWith(table(1)), endOfData);
     const RXBlockExpectation expectation = {};
     for (const auto capacity :
          {std::numeric_limits<std::uint64_t>::max(), std::uint64_t{1} << 60}) {

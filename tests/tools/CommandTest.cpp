@@ -165,13 +165,13 @@ TEST(Command, CutsManyAndNamesTheBadOnes) {
         }
         EXPECT_EQ(folders, 3);  // nothing of the failed ones, nothing temporary
         const auto report = nlohmann::json::parse(text(dir / "report.json"));
-        const nlohmann::json& rows = report.is_array() ? report : report.at("dumps");
+        const nlohmann::json& rows = report.at("dumps");
         ASSERT_EQ(rows.size(), 6U);
         const bool good[] = {true, false, true, false, true, false};
         for (std::size_t i = 0; i < 6; ++i) {
             const nlohmann::json& row = rows[i];
             EXPECT_EQ(row.at("result") == "cut", good[i]) << row;
-            EXPECT_EQ(row.at("reason").is_null() || row.at("reason") == "", good[i]) << row;
+            EXPECT_EQ(row.at("reason").is_null(), good[i]) << row;
             EXPECT_EQ(row.at("fx").is_number(), good[i]) << row;
         }
         EXPECT_EQ(rows[2].at("layout"), "korveline");
