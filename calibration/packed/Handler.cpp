@@ -54,12 +54,6 @@ RXReadResult vantric_readRXHandlerCalibration(const uint8_t* data, size_t size,
         return {VANTRIC_ERR_NOT_SUPPORTED, noFailedBlock};
     }
     const std::uint64_t numPixels = std::uint64_t{header.columns} * header.rows;
-    // A record that was read before has the room of that image; a new one has no image yet.
-    const VantricImagerArea& area = calibration->imagerArea;
-    const std::uint64_t room = std::uint64_t{area.columns} * area.rows;
-    if (room != 0 && room < numPixels) {
-        return {VANTRIC_ERR_BUFFER_TOO_SMALL, noFailedBlock};
-    }
     VantricStream stream = vantric_createStreamFromData(data, size);
     return vantric_readRXCalibration(&stream, vantric_createTessalyTable(calibration, numPixels));
 }
@@ -77,7 +71,7 @@ uint32_t vantric_readRXCustomFields(const uint8_t* data, size_t size,
 uint32_t vantric_calcRXPsfAndDirections(VantricCalibration* calibration, uint32_t numPixels) {
     const std::uint64_t count = std::uint64_t{numPixels} * floatsPerDirection;
     if (count > UINT32_MAX) {
-        return VANTRIC_ERR_BUFFER_TOO_SMALL;  // no direction buffer has that many floats
+        return VANTRIC_ERR_ALREADY_SET;  // more than the rays of any image
     }
     Owned<float> directions(allocate<float>(count));
     if (!directions || calibration->lensParameters == nullptr) {

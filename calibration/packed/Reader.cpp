@@ -7,6 +7,7 @@
 #include <cstring>
 #include <limits>
 #include <memory>
+#include <utility>
 
 #include "calibration/calibration.h"
 #include "calibration/memory.h"
@@ -26,22 +27,6 @@ constexpr std::uint64_t decodedBytesPerPixel = 4;
 struct TableRelease {
     void operator()(RXBlockTable* table) const { vantric_freeRXTable(table); }
 };
-
-// Zeros; pages that have nothing else are only looked at, so that a header that claims a huge image
-// does not cost the host its memory.
-void clear(std::uint8_t* bytes, std::uint64_t count) {
-    constexpr std::uint64_t page = 4096;
-    for (std::uint64_t first = 0; first < count; first += page) {
-        const auto size = static_cast<std::size_t>(std::min(page, count - first));
-        std::uint8_t anyBit = 0;
-        for (std::size_t i = 0; i < size; ++i) {
-            anyBit |= bytes[first + i];
-        }
-        if (anyBit != 0) {
-            std::memset(bytes + first, 0, size);
-        }
-    }
-}
 
 // The walk that fills a record.
 class BlockWalk {
@@ -74,6 +59,7 @@ class BlockWalk {
         }
         const std::uint32_t status = table_.validateWholeCalibration(&table_, &result);
         if (status == VANTRIC_OK) {
+            clearMaskTail();
             storeCounts();
         }
         result.status = status;
@@ -87,14 +73,17 @@ class BlockWalk {
             return status;
         }
         numPixels_ = std::uint64_t{header_.columns} * header_.rows;
+        // A record that was read before has the room of that image; a new one has no image yet.
+        const VantricImagerArea& area = record_.imagerArea;
+        const std::uint64_t room = std::uint64_t{area.columns} * area.rows;
+        if (room != 0 && room < numPixels_) {
+            return VANTRIC_ERR_BUFFER_TOO_SMALL;
+        }
         scratchSize_ = numPixels_ * scratchBytesPerPixel;
         scratch_.reset(allocate<std::uint8_t>(scratchSize_));
         record_.imagerArea = {0, 0, header_.columns, header_.rows};
         record_.version = recordVersion;
         record_.calibrationType = packedCalibrationType;
-        // A PSF of an earlier read would not have the size that this one may bring.
-        std::free(record_.psf);
-        record_.psf = nullptr;
         return scratch_ ? VANTRIC_OK : VANTRIC_ERR_BUFFER_TOO_SMALL;
     }
 
@@ -125,24 +114,39 @@ class BlockWalk {
         }
         const std::uint64_t size = vantric_getRXUnpackedBlockSize(&block_);
         decodedEnd_ = std::max(decodedEnd_, size);
-        return entry.copy == copyMask ? copyWholeMask(entry, size)
-                                      : entry.copy(scratch_.get(), size, entry.destination,
-                                                   entry.destinationSize, entry.countField);
+        if (entry.copy == copyMask) {
+            return copyMaskBlock(entry, size);
+        }
+        status = entry.copy(scratch_.get(), size, entry.destination, entry.destinationSize,
+                            entry.countField);
+        if (status == VANTRIC_OK && entry.copy == copyStraylight) {
+            // Of an earlier read; the size that came now may be another.
+            std::free(std::exchange(record_.psf, nullptr));
+        }
+        return status;
     }
 
     // A mask fills its whole destination, whatever the block brought. Nothing was decoded to the
-    // scratch for the rest, so that becomes zero.
-    std::uint32_t copyWholeMask(const RXTableEntry& entry, std::uint64_t size) {
+    // scratch for the rest: it becomes zero once the calibration has turned out to be complete, so
+    // that a header that claims a huge image costs nothing.
+    std::uint32_t copyMaskBlock(const RXTableEntry& entry, std::uint64_t size) {
         const std::uint64_t decodedWords =
             (decodedEnd_ + decodedBytesPerPixel - 1) / decodedBytesPerPixel;
         const std::uint64_t filled = std::min(entry.destinationSize, decodedWords);
         const std::uint32_t status =
             copyMask(scratch_.get(), size, entry.destination, filled, entry.countField);
         if (status == VANTRIC_OK) {
-            clear(static_cast<std::uint8_t*>(entry.destination) + filled,
-                  entry.destinationSize - filled);
+            clearMaskTail();  // of another mask; only a host's table has two
+            maskTail_ = static_cast<std::uint8_t*>(entry.destination) + filled;
+            maskTailSize_ = entry.destinationSize - filled;
         }
         return status;
+    }
+
+    void clearMaskTail() const {
+        if (maskTailSize_ != 0) {
+            std::memset(maskTail_, 0, static_cast<std::size_t>(maskTailSize_));
+        }
     }
 
     // Straight into its place.
@@ -208,6 +212,8 @@ class BlockWalk {
     Owned<std::uint8_t> scratch_;
     std::uint64_t scratchSize_ = 0;
     std::uint64_t decodedEnd_ = 0;  // in the scratch; nothing was written behind it
+    std::uint8_t* maskTail_ = nullptr;
+    std::uint64_t maskTailSize_ = 0;
     std::uint8_t frequencyBlockCount_ = 0;
     std::size_t customBlockCount_ = 0;
     std::array<std::uint64_t, VANTRIC_CUSTOM_FIELDS> customBlockSizes_ = {};
@@ -218,10 +224,10 @@ bool usable(const RXBlockTable& table) {
            table.validateBlock != nullptr && table.validateWholeCalibration != nullptr;
 }
 
-// The custom field of a block, or null.
+// The custom field of a block, also one that is not in use (no block fits into it), or null.
 const VantricCustomField* customFieldOf(std::uint32_t id, const VantricCalibration& record) {
     const std::uint32_t index = id - record.firstCustomFieldId;
-    return index < customFieldsInUse(record) ? record.customFields + index : nullptr;
+    return index < VANTRIC_CUSTOM_FIELDS ? record.customFields + index : nullptr;
 }
 
 std::uint32_t readCustomBlock(VantricStream& stream, const RXBlockHeader& block,

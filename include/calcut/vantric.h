@@ -269,9 +269,10 @@ CALCUT_EXPORT uint32_t vantric_dispatchGetCalibrationType(const uint8_t* data, s
  * The chosen handler's readCalibration status; VANTRIC_ERR_NOT_SUPPORTED when none accepts.
  *
  * The record must have been made for at least as many pixels as the data has. Records are meant for
- * one read: a second one into the same record drops its PSF and custom data, but keeps what the new
- * calibration does not bring, appends the date to the one that is there, and has as much room for
- * counted values as the first one used.
+ * one read. A second one into the same record has the room of the first one's image and counted
+ * values, also when the first one failed. It keeps what the new calibration does not bring, and
+ * appends the date to the one that is there; custom data is dropped, and the PSF when a straylight
+ * profile comes.
  */
 CALCUT_EXPORT uint32_t vantric_dispatchReadCalibration(const uint8_t* data, size_t size,
                                                        VantricCalibration* record);
@@ -310,11 +311,11 @@ CALCUT_EXPORT int32_t vantric_dispatchGetNumPixels(const uint8_t* data, size_t s
  * @param data, size  the bytes from which the record was read
  * @return the handler's status, for packed data VANTRIC_OK, VANTRIC_ERR_NOT_SUPPORTED,
  *         VANTRIC_ERR_END_OF_DATA, VANTRIC_ERR_BUFFER_TOO_SMALL (packed kinds, a block above 255
- *         bytes, or no memory) or VANTRIC_ERR_INVALID_DATA (ids not ascending, a kind above 6, bad
- *         bits, or an id without a custom field); VANTRIC_OK when no handler reads custom fields;
- *         VANTRIC_ERR_INVALID_ARGUMENT for a null record and when they were read before. A failure
- *         (not VANTRIC_WARN_PARTIAL) leaves the record as it was, so they can be read again; fields
- *         that a handler without custom fields does not fill are zero.
+ *         bytes, an id in a gap, or no memory) or VANTRIC_ERR_INVALID_DATA (ids not ascending, a
+ *         kind above 6, bad bits, or an id more than 4 above the first); VANTRIC_OK when no handler
+ * reads custom fields; VANTRIC_ERR_INVALID_ARGUMENT for a null record and when they were read
+ * before. A failure (not VANTRIC_WARN_PARTIAL) leaves the record as it was, so they can be read
+ * again; fields that a handler without custom fields does not fill are zero.
  */
 CALCUT_EXPORT uint32_t vantric_readCustomFields(const uint8_t* data, size_t size,
                                                 VantricCalibration* record);

@@ -168,9 +168,9 @@ CALCUT_EXPORT uint32_t vantric_readRXHeader(VantricStream* stream, RXHeader* hea
 CALCUT_EXPORT uint32_t vantric_readRXBlockHeader(VantricStream* stream, const RXHeader* header,
                                                  RXBlockHeader* block);
 
-/** Bytes of the decoded payload. */
+/** Bytes of the decoded payload; kinds above 6 count 4 bytes an element. */
 CALCUT_EXPORT uint64_t vantric_getRXUnpackedBlockSize(const RXBlockHeader* block);
-/** Bytes of the payload in the file. */
+/** Bytes of the payload in the file; kinds above 6 as above. */
 CALCUT_EXPORT uint64_t vantric_getRXPackedBlockSize(const RXBlockHeader* block);
 
 /**
@@ -207,6 +207,7 @@ typedef struct RXBlockExpectation {
  * @param source      sourceSize bytes of decoded elements
  * @param destination destinationSize bytes or entries
  * @param countField  receives the number of entries written; may be null
+ * @return VANTRIC_OK; any other status fails the read with it
  */
 typedef uint32_t (*RXCopyFunction)(const void* source, uint64_t sourceSize, void* destination,
                                    uint64_t destinationSize, uint8_t* countField);
@@ -231,7 +232,7 @@ typedef struct RXBlockTable {
     RXTableEntry* entries;
     uint64_t count;
     uint64_t capacity;
-    /** counts the block and checks its kind */
+    /** counts the block and checks its kind; expectation is null for an entry without one */
     uint32_t (*validateBlock)(const RXBlockHeader* block, RXBlockExpectation* expectation);
     uint8_t* expectations; /**< capacity x expectationSize bytes; null when that size is 0 */
     uint64_t expectationSize;
@@ -241,7 +242,10 @@ typedef struct RXBlockTable {
 } RXBlockTable;
 
 /**
- * An empty table; context and the callbacks are null for the caller to set.
+ * An empty table; context, the callbacks and firstCustomBlockId are 0 for the caller to set.
+ * @param capacity         entries
+ * @param expectationSize  bytes of one expectation, 0 for none; at least sizeof(RXBlockExpectation)
+ *                         where the callbacks of the Tessaly table are used
  * @return the table, released with vantric_freeRXTable or by vantric_readRXCalibration; null for
  *         capacity 0. Aborts when the table record cannot be allocated.
  */
@@ -278,8 +282,10 @@ CALCUT_EXPORT RXBlockTable* vantric_createTessalyTable(VantricCalibration* calib
 /* ------------------------------------------------------------------------ reader and handler -- */
 
 /**
- * Walks the blocks once and fills table->context. Always frees the table. A PSF and custom data of
- * an earlier read into the same record are released.
+ * Walks the blocks once and fills table->context, which must have been made for at least the pixels
+ * of the file header; a record that holds a smaller image gives VANTRIC_ERR_BUFFER_TOO_SMALL (see
+ * vantric_dispatchReadCalibration for second reads). The image size of the record is that of the
+ * file header, also when a block fails then. Always frees the table.
  * @param stream  at the file header
  * @param table   null gives VANTRIC_ERR_BUFFER_TOO_SMALL, one without context or callbacks
  *                VANTRIC_ERR_INVALID_ARGUMENT
@@ -293,9 +299,10 @@ CALCUT_EXPORT RXReadResult vantric_readRXCalibration(VantricStream* stream, RXBl
 /**
  * Walks the blocks a second time and copies the custom blocks into calibration->customFields, whose
  * data must have been allocated. Custom blocks must be of kinds 0 to 4.
- * @return VANTRIC_OK; VANTRIC_ERR_NOT_SUPPORTED, VANTRIC_ERR_END_OF_DATA,
- *         VANTRIC_ERR_BUFFER_TOO_SMALL; VANTRIC_ERR_INVALID_DATA for ids that do not ascend, kinds
- *         above 6, bad bits, and a custom id without a custom field
+ * @return VANTRIC_OK; VANTRIC_ERR_NOT_SUPPORTED for another magic; VANTRIC_ERR_END_OF_DATA where
+ * the data ends; VANTRIC_ERR_BUFFER_TOO_SMALL for a packed kind and a block larger than its field
+ * (fields not in use have size 0); VANTRIC_ERR_INVALID_DATA for ids that do not ascend, kinds above
+ * 6, bad bits, and ids more than 4 above firstCustomFieldId
  */
 CALCUT_EXPORT uint32_t vantric_readRXCustomData(VantricStream* stream,
                                                 VantricCalibration* calibration);
@@ -306,18 +313,19 @@ CALCUT_EXPORT VantricCalibrationHandler vantric_getRXCalibrationHandler(void);
 /** 1 when the file header reads and its version is 1, else 0. */
 CALCUT_EXPORT int vantric_supportsRXCalibration(const uint8_t* data, size_t size);
 
-/** Size or status: columns x rows, or VANTRIC_ERR_NOT_SUPPORTED, VANTRIC_ERR_END_OF_DATA. */
+/**
+ * Size or status: columns x rows, or VANTRIC_ERR_NOT_SUPPORTED, VANTRIC_ERR_END_OF_DATA. From 2^31
+ * pixels on the product itself is negative.
+ */
 CALCUT_EXPORT int32_t vantric_getRXNumPixels(const uint8_t* data, size_t size);
 
 /** 3, the type code of packed calibrations. */
 CALCUT_EXPORT uint32_t vantric_getRXCalibrationType(void);
 
 /**
- * Reads a packed calibration into a record that was made for its number of pixels (see
- * vantric_dispatchReadCalibration for a record that was read before).
+ * Reads a packed calibration into a record that was made for its number of pixels.
  * @return as vantric_readRXCalibration (aborts as vantric_createTessalyTable);
- * VANTRIC_ERR_NOT_SUPPORTED when the header does not read or its version is not 1;
- * VANTRIC_ERR_BUFFER_TOO_SMALL also when the record holds a smaller image
+ * VANTRIC_ERR_NOT_SUPPORTED when the header does not read or its version is not 1
  */
 CALCUT_EXPORT RXReadResult vantric_readRXHandlerCalibration(const uint8_t* data, size_t size,
                                                             VantricCalibration* calibration);

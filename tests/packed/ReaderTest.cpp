@@ -187,12 +187,17 @@ TEST(Reader, KeepsWhatWasDecodedBeforeAFailure) {
     EXPECT_EQ(r.lensParameterCount, 9);
 }
 
-TEST(Reader, ALargerImageDoesNotFitIntoARecord) {
+TEST(Reader, SecondReadsStayInsideTheRecord) {
     const Record record = readPlain(minimalPacked());
     EXPECT_EQ(readInto(smallPacked(), *record).status, tooSmall);
     EXPECT_EQ(record->imagerArea.columns, 4U);
-    const Record larger = readPlain(smallPacked());
-    EXPECT_EQ(readInto(minimalPacked(), *larger).status, ok);
+    EXPECT_EQ(readInto(withBlock(2, {2, 5, 1, 1, 0, 0, 0, 1}), *record).status, ok);
+    EXPECT_EQ(Bytes(record->pixelMask, record->pixelMask + 4), (Bytes{1, 0, 0, 0}));
+    for (const bool straylight : {false, true}) {  // comes with another PSF
+        const Record full = read(smallPacked());
+        EXPECT_EQ(readInto(straylight ? smallPacked() : minimalPacked(), *full).status, ok);
+        EXPECT_EQ(full->psf == nullptr, straylight);
+    }
 }
 
 TEST(Reader, CustomBlocksKeepTheirSizesInOneByte) {
@@ -213,7 +218,9 @@ TEST(Reader, CustomPassCopiesByIdAndRefusesWhatHasNoPlace) {
     const std::pair<Bytes, std::uint32_t> cases[] = {
         {customBlocks({128, 129}), ok},
         {{}, ok},
-        {customBlocks({128, 130}), invalidData},                            // a gap has no field
+        {customBlocks({128, 130}), tooSmall},  // a gap: fields not in use have no room
+        {bytes(customBlocks({128}), 130, 0, 249, Bytes(4)), ok},
+        {customBlocks({128, 133}), invalidData},                            // no such field
         {{128, 5, 1, 8, 0, 0, 0, 1}, tooSmall},                             // would need scratch
         {bytes(128, 0, 249, 0, 0, 1, 1, std::string(257, 'x')), tooSmall},  // more than a byte
         {words, ok}};
@@ -306,7 +313,7 @@ TEST(Handler, AnswersFromTheHeaderAlone) {
 
 TEST(Handler, ComputesDirectionsAndLeavesTheRecordAloneOnFailure) {
     const Record record = readPlain(minimalPacked());
-    for (const auto& [pixels, status] : {std::pair(3U, alreadySet), {0xFFFFFFFFU, tooSmall}}) {
+    for (const auto& [pixels, status] : {std::pair(3U, alreadySet), {0xFFFFFFFFU, alreadySet}}) {
         EXPECT_EQ(vantric_calcRXPsfAndDirections(record.get(), pixels), status);
         EXPECT_EQ(record->directions, nullptr);
     }
