@@ -27,7 +27,7 @@ fuzz::Bytes randomInput(std::mt19937& generator) {
 
 void replay() {
     constexpr int randomInputs = 1000;
-    std::mt19937 generator(20240229);
+    std::mt19937 generator(20240229);  // NOLINT(cert-msc32-c,cert-msc51-cpp): repeatable
     for (const fuzz::Target& target : fuzz::targets) {
         const std::vector<fuzz::Bytes> seeds = fuzz::seeds(target.name);
         for (const fuzz::Bytes& seed : seeds) {

@@ -8,18 +8,6 @@
 #include "Child.h"
 #include "fixtures.h"
 
-// Refused allocations instead of reports, and none so large that its shadow alone fills the memory.
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
-extern "C" const char* __asan_default_options();
-extern "C" const char* __asan_default_options() {
-    return "allocator_may_return_null=1:max_allocation_size_mb=1024";
-}
-extern "C" const char* __tsan_default_options();
-extern "C" const char* __tsan_default_options() {
-    return __asan_default_options();
-}
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
-
 using namespace fixtures;
 using namespace reliability;
 namespace writer = calcut::writer;
