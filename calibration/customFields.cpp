@@ -101,13 +101,14 @@ uint32_t vantric_readCustomFields(const uint8_t* data, size_t size, VantricCalib
         return VANTRIC_ERR_INVALID_ARGUMENT;
     }
     const std::uint32_t count = customFieldsInUse(*record);
+    bool complete = true;
     for (std::uint32_t k = 0; k < count; ++k) {
         VantricCustomField& field = record->customFields[k];
-        if (field.data == nullptr) {  // an earlier pass may have had memory for some of them
-            field.data = allocateZeroed<std::uint8_t>(field.size);
-        }
+        field.data = allocateZeroed<std::uint8_t>(field.size);
+        complete = complete && field.data != nullptr;
     }
-    const std::uint32_t status = vantric_dispatchReadCustomFields(data, size, record);
+    const std::uint32_t status = complete ? vantric_dispatchReadCustomFields(data, size, record)
+                                          : VANTRIC_ERR_BUFFER_TOO_SMALL;
     if (status != VANTRIC_OK && status != VANTRIC_WARN_PARTIAL) {
         for (std::uint32_t k = 0; k < count; ++k) {
             std::free(std::exchange(record->customFields[k].data, nullptr));
@@ -144,9 +145,7 @@ uint32_t vantric_getField(uint32_t fieldId, const VantricCalibration* record, vo
     if (const VantricCustomField* field = customField(fieldId, *record); field != nullptr) {
         return copyCustomField(*field, bytes, destination);
     }
-    if (fieldId >= builtInFields) {
-        return VANTRIC_ERR_UNKNOWN_FIELD;
-    }
+    // A field with a size that is not a custom one is built in.
     std::memcpy(destination, builtInField(fieldId, *record).source, bytes);
     return VANTRIC_OK;
 }

@@ -112,12 +112,22 @@ void forEachChunk(std::uint64_t valueCount, const Use& use) {
 }
 
 // Calls store(i, value) with each value as a float. Unpacked values have at most 31 bits, so a
-// signed conversion gives the same float and maps to one vector instruction.
+// signed conversion gives the same float and maps to one vector instruction. Whole groups leave no
+// loop around the conversions.
 template <class Store>
 void toFixedPoint(const std::uint32_t* values, std::size_t count, float scale, float offset,
                   const Store& store) {
-    for (std::size_t i = 0; i < count; ++i) {
+    const auto convert = [&](std::size_t i) {
         store(i, offset + scale * static_cast<float>(static_cast<std::int32_t>(values[i])));
+    };
+    const std::size_t whole = count - count % group;
+    for (std::size_t first = 0; first < whole; first += group) {
+        for (std::size_t i = 0; i < group; ++i) {
+            convert(first + i);
+        }
+    }
+    for (std::size_t i = whole; i < count; ++i) {
+        convert(i);
     }
 }
 

@@ -122,14 +122,17 @@ TEST(Block, DecodesEachKindOrSaysWhyNot) {
 
 // Above 2^24 bits the packed size is rounded; one value is then missing in its words.
 TEST(Block, RoundedSizeLeavesTooFewWords) {
-    const RXBlockHeader block = {1, RX_KIND_PACKED_UINT, 16777217, 1, 0, 0};
-    Bytes payload(2097152, 0xFF);
-    Bytes dest(std::size_t{16777217} * 4);
-    VantricStream stream = vantric_createStreamFromData(payload.data(), payload.size());
-    std::uint8_t unused = 0;
-    EXPECT_EQ(vantric_decodeRXBlock(&stream, &block, &unused, UINT64_MAX, dest.data(), dest.size()),
-              endOfData);
-    EXPECT_EQ(stream.position, payload.size());
-    EXPECT_EQ(dest[dest.size() - 8], 1);
-    EXPECT_EQ(dest[dest.size() - 4], 0);
+    for (const RXKind kind : {RX_KIND_PACKED_UINT, RX_KIND_PACKED_FLOAT}) {
+        const RXBlockHeader block = {1, kind, 16777217, 1, 1, 1};
+        Bytes payload(2097152, 0xFF);
+        Bytes dest(std::size_t{16777217} * 4);
+        VantricStream stream = vantric_createStreamFromData(payload.data(), payload.size());
+        std::uint8_t unused = 0;
+        EXPECT_EQ(
+            vantric_decodeRXBlock(&stream, &block, &unused, UINT64_MAX, dest.data(), dest.size()),
+            endOfData);
+        EXPECT_EQ(stream.position, payload.size());
+        EXPECT_EQ(dest[dest.size() - 8], kind == RX_KIND_PACKED_UINT ? 1 : 0);
+        EXPECT_EQ(dest[dest.size() - 4], 0);
+    }
 }

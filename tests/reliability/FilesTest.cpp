@@ -10,6 +10,8 @@
 
 #include "calcut/cutter.h"
 #include "Child.h"
+#include "cutter/EEPROMKorvelineCutter.h"
+#include "cutter/EEPROMv7Cutter.h"
 #include "fixtures.h"
 
 using namespace fixtures;
@@ -155,6 +157,22 @@ TEST_F(Files, DumpsThatCannotBeRead) {
         fs::remove_all(odd);
         EXPECT_TRUE(fs::is_empty(out));
     }
+}
+
+// The deliberate end of the process for a block that no reader of this library yields.
+TEST_F(Files, BlocksOfUnknownId) {
+    EEPROMv7Cutter v7;
+    EEPROMKorvelineCutter korveline;
+    const auto aborts = [&](auto& cutter, unsigned id) {
+        cutter.setOutputPath(out);
+        return inChild([&] { return cutter.writeFile(id, Bytes(200)) ? "written" : "refused"; })
+            .aborted();
+    };
+    for (const unsigned id : {0U, 6U, 8U, 36U, 38U, 7U + 65536U}) {
+        EXPECT_TRUE(aborts(v7, id) && aborts(korveline, id)) << id;
+    }
+    EXPECT_TRUE(aborts(v7, 37));
+    EXPECT_TRUE(fs::is_empty(out));
 }
 
 TEST_F(Files, DumpLargerThanMemoryAllows) {
