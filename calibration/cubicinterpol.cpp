@@ -62,22 +62,6 @@ void computeSlopes(const float* x, const float* y, std::uint32_t n, float* slope
 
 }  // namespace
 
-HermiteSegment hermiteSegment(const VantricPoly& poly, std::uint32_t k) {
-    const float h = poly.x[k + 1] - poly.x[k];
-    const float y0 = poly.y[k];
-    const float y1 = poly.y[k + 1];
-    const float d0 = poly.slope[k];
-    const float d1 = poly.slope[k + 1];
-    const float h2 = h * h;
-    const float y0h2 = y0 / h2;
-    const float y1h2 = y1 / h2;
-    const float d0h2 = d0 / h2;
-    const float d1h2 = d1 / h2;
-    const float quadratic = 3.0F * y1h2 - 3.0F * y0h2 - d1 / h - 2.0F * (d0 / h);
-    const float cubic = d0h2 + (d1h2 + (2.0F * (y0h2 / h) - 2.0F * (y1h2 / h)));
-    return {poly.x[k], y0, d0, quadratic, cubic};
-}
-
 std::uint32_t segmentsOf(const VantricPoly& poly) {
     const bool hasNodes = poly.x != nullptr && poly.y != nullptr && poly.slope != nullptr;
     return hasNodes && poly.count >= 2 ? poly.count - 1 : 0;
