@@ -50,12 +50,16 @@ require() {
   rm -f /tmp/calcut-install.$$.log
 }
 
-# configure_and_build PRESET [CMake arguments]: quiet unless something goes wrong.
+# configure_and_build PRESET [CMake arguments]: quiet unless something goes wrong. Warnings are errors
+# in CI, but not with sanitizers, which make GCC see uninitialised memory inside its own headers.
 configure_and_build() {
-  local preset=$1 log=$root/build/$1.log
+  local preset=$1 log=$root/build/$1.log werror=OFF
   shift
+  if [ -n "${CI:-}" ] && [ "$preset" != asan ] && [ "$preset" != tsan ]; then
+    werror=ON
+  fi
   mkdir -p "$root/build"
-  if ! { cmake -S "$root" --preset "$preset" "$@" && cmake --build "$root/build/$preset"; } \
+  if ! { cmake -S "$root" --preset "$preset" -DCALCUT_WERROR=$werror "$@" && cmake --build "$root/build/$preset"; } \
     >"$log" 2>&1; then
     grep -E -A5 'error|Error|FAILED' "$log" | head -n 60 >&2 || tail -n 40 "$log" >&2
     echo "Building the preset $preset failed; the whole log is $log" >&2
