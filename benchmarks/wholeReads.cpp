@@ -95,9 +95,30 @@ void touchRecord(const writer::Bytes& input) {
     vantric_freeCalibration(record);
 }
 
+// Both ways give the same record, or there would be nothing to compare.
+void checkSameReads(const writer::Bytes& input) {
+    VantricCalibration* plainOne = nullptr;
+    VantricCalibration* fast = nullptr;
+    check(plain::readCalibration(input.data(), input.size(), &plainOne) == VANTRIC_OK &&
+          vantric_readCalibration(input.data(), input.size(), &fast) == VANTRIC_OK);
+    const auto same = [](const auto* a, const auto* b, std::size_t count) {
+        return std::memcmp(a, b, count * sizeof *a) == 0;
+    };
+    check(same(plainOne->pixelMask, fast->pixelMask, pixels) &&
+          same(plainOne->pixelValues, fast->pixelValues, pixels) &&
+          same(plainOne->directions, fast->directions, pixels * 3) &&
+          same(plainOne->psf, fast->psf, pixels));
+    for (std::size_t k = 0; k < frequencies; ++k) {
+        check(same(plainOne->frequencies[k].pixelTable, fast->frequencies[k].pixelTable, pixels));
+    }
+    vantric_freeCalibration(plainOne);
+    vantric_freeCalibration(fast);
+}
+
 Work wholeRead(const char* name, float exponent, unsigned valueBits, double target) {
     const auto input =
         std::make_shared<const writer::Bytes>(standardCalibration(exponent, valueBits));
+    checkSameReads(*input);
     return {name,
             [=] {
                 VantricCalibration* record = nullptr;

@@ -1,5 +1,5 @@
-// A host in C: cuts a dump into a directory, reads the calibration back with libcalcut.so, and uses
-// every group of functions once.
+// A host in C: cuts a dump into a directory with libcalcut.so, reads the calibration back, and uses
+// its record, blocks and a curve.
 //
 //   c_host DUMP DIRECTORY
 #include <calcut/cutter.h>
@@ -18,38 +18,6 @@ static void expect(int holds, const char* condition, int line) {
         fprintf(stderr, "host.c:%d: %s\n", line, condition);
         exit(1);
     }
-}
-
-static int ownSupports(const uint8_t* data, size_t size) {
-    return size == 3 && memcmp(data, "own", 3) == 0;
-}
-
-static RXReadResult ownRead(const uint8_t* data, size_t size, VantricCalibration* record) {
-    const RXReadResult result = {VANTRIC_WARN_PARTIAL, VANTRIC_RX_END_MARKER};
-    record->pixelValues[1] = (float)(data[0] + size);
-    return result;
-}
-
-static uint32_t ownType(void) {
-    return 7;
-}
-
-static int32_t ownPixels(const uint8_t* data, size_t size) {
-    (void)data;
-    return (int32_t)size;
-}
-
-static void useOwnHandler(void) {
-    const uint8_t data[3] = {'o', 'w', 'n'};
-    const VantricCalibrationHandler handler = {ownSupports, ownRead, NULL,
-                                               NULL,        ownType, ownPixels};
-    VantricCalibration* record = NULL;
-    EXPECT(vantric_registerCalibrationHandler(&handler) == 1);
-    EXPECT(vantric_registerCalibrationHandler(&handler) == 0);
-    EXPECT(vantric_getCalibrationType(data, sizeof data) == 7);
-    EXPECT(vantric_readCalibration(data, sizeof data, &record) == VANTRIC_WARN_PARTIAL);
-    EXPECT(record != NULL && record->pixelValues[1] == (float)('o' + 3));
-    vantric_freeCalibration(record);
 }
 
 static void useRecord(const uint8_t* data, size_t size) {
@@ -116,7 +84,6 @@ int main(int argc, char** argv) {
     EXPECT(vantric_getCalibrationType(data, size) == 3);
     useRecord(data, size);
     useBlocks(data, size);
-    useOwnHandler();
     const float nodes[3] = {0.0F, 1.0F, 2.0F};
     VantricPoly* line = vantric_createPolyHandle(nodes, nodes, 3);
     EXPECT(vantric_cinterpol(line, 1.5F) == 1.5F && isnan(vantric_cinterpol(line, 3.0F)));

@@ -18,7 +18,6 @@
 
 using namespace fixtures;
 namespace plain = calcut::plain;
-namespace writer = calcut::writer;
 
 namespace {
 
@@ -383,36 +382,6 @@ TEST(KernelEquality, ChecksumsThatOthersPublished) {
         Bytes content = bytes(text);
         EXPECT_EQ(calc_crc32(content.data(), content.size()), checksum) << text;
         EXPECT_EQ(plain::crc32(content.data(), content.size()), checksum) << text;
-    }
-}
-
-// ------------------------------------------------------------------------------ whole inputs --
-
-TEST(KernelEquality, WholeCalibrations) {
-    for (const Size size : {Size{224, 172}, Size{37, 11}}) {
-        for (const unsigned valueBits : {0U, 7U, 12U, 31U}) {
-            writer::CalibrationOptions options;
-            options.columns = static_cast<std::uint16_t>(size.columns);
-            options.rows = static_cast<std::uint16_t>(size.rows);
-            options.straylightExponent = valueBits == 7 ? 2.1F : 2.0F;
-            writer::PackOptions pack;
-            pack.valueBits = valueBits;
-            const Bytes data = writer::packCalibration(writer::makeCalibration(options), pack);
-            const Record fast = read(data);
-            VantricCalibration* made = nullptr;
-            ASSERT_EQ(plain::readCalibration(data.data(), data.size(), &made), ok);
-            const Record plainOne(made);
-            const std::size_t pixels = std::size_t{size.columns} * size.rows;
-            EXPECT_EQ(std::memcmp(fast->pixelMask, made->pixelMask, pixels), 0);
-            const std::tuple<const float*, const float*, std::size_t> parts[] = {
-                {fast->pixelValues, made->pixelValues, pixels},
-                {fast->frequencies[1].pixelTable, made->frequencies[1].pixelTable, pixels},
-                {fast->directions, made->directions, pixels * 3},
-                {fast->psf, made->psf, std::size_t{made->psfWidth} * made->psfHeight}};
-            for (const auto& [values, expected, count] : parts) {
-                EXPECT_EQ(bitsOf(values, count), bitsOf(expected, count));
-            }
-        }
     }
 }
 

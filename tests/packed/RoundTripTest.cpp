@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <stdexcept>
 
 #include "calcut/vantric_rx.h"
@@ -30,21 +29,9 @@ TEST(RoundTrip, DefaultModuleHasEverything) {
     }
 }
 
-TEST(RoundTrip, BothImagesAroundAPayload) {
+// The fuzz targets read images back; these are refused.
+TEST(RoundTrip, KorvelineImagesHaveLimits) {
     const Bytes packed = minimalPacked();
-    // The first bytes of the fields that readers look at; the rest of a header is free.
-    const auto same = [](const Bytes& a, const Bytes& b, std::size_t begin, std::size_t end) {
-        return a.size() == b.size() && std::equal(&a[begin], &a[end - 1] + 1, &b[begin]);
-    };
-    const Bytes v7 = writer::makeV7Image(packed);
-    EXPECT_TRUE(same(v7, v7Image(packed), 0, 16) && same(v7, v7Image(packed), 67, v7.size()));
-    for (const std::uint32_t address : {0x2068U, 0x2069U, 0x2800U, 0x12345U}) {
-        const Bytes image = writer::makeKorvelineImage(packed, {address, {}});
-        const Bytes expected = korvelineImage(packed, image[41], address);
-        EXPECT_TRUE(image[41] != 22 && image[41] != 28);
-        EXPECT_TRUE(same(image, expected, 0, 9) && same(image, expected, 52, 62));
-        EXPECT_TRUE(same(image, expected, address - 0x2000, image.size()));
-    }
     EXPECT_THROW(writer::makeKorvelineImage(packed, {0x2067, {}}), std::invalid_argument);
     EXPECT_THROW(writer::makeKorvelineImage(Bytes(65536)), std::length_error);
     EXPECT_THROW(writer::makeKorvelineImage(Bytes(65535 - 127), {0x2068, Bytes(5)}),
