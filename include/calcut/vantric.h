@@ -313,9 +313,9 @@ CALCUT_EXPORT int32_t vantric_dispatchGetNumPixels(const uint8_t* data, size_t s
  *         VANTRIC_ERR_END_OF_DATA, VANTRIC_ERR_BUFFER_TOO_SMALL (packed kinds, a block above 255
  *         bytes, an id in a gap, or no memory) or VANTRIC_ERR_INVALID_DATA (ids not ascending, a
  *         kind above 6, bad bits, or an id more than 4 above the first); VANTRIC_OK when no handler
- * reads custom fields; VANTRIC_ERR_INVALID_ARGUMENT for a null record and when they were read
- * before. A failure (not VANTRIC_WARN_PARTIAL) leaves the record as it was, so they can be read
- * again; fields that a handler without custom fields does not fill are zero.
+ *         reads custom fields, which are then zero; VANTRIC_ERR_INVALID_ARGUMENT for a null record
+ *         and when they were read before. A failure (not VANTRIC_WARN_PARTIAL) leaves the record as
+ *         it was, so they can be read again.
  */
 CALCUT_EXPORT uint32_t vantric_readCustomFields(const uint8_t* data, size_t size,
                                                 VantricCalibration* record);

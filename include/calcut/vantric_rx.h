@@ -300,9 +300,9 @@ CALCUT_EXPORT RXReadResult vantric_readRXCalibration(VantricStream* stream, RXBl
  * Walks the blocks a second time and copies the custom blocks into calibration->customFields, whose
  * data must have been allocated. Custom blocks must be of kinds 0 to 4.
  * @return VANTRIC_OK; VANTRIC_ERR_NOT_SUPPORTED for another magic; VANTRIC_ERR_END_OF_DATA where
- * the data ends; VANTRIC_ERR_BUFFER_TOO_SMALL for a packed kind and a block larger than its field
- * (fields not in use have size 0); VANTRIC_ERR_INVALID_DATA for ids that do not ascend, kinds above
- * 6, bad bits, and ids more than 4 above firstCustomFieldId
+ *         the data ends; VANTRIC_ERR_BUFFER_TOO_SMALL for a packed kind and a block larger than its
+ *         field (fields not in use have size 0); VANTRIC_ERR_INVALID_DATA for ids that do not
+ *         ascend, kinds above 6, bad bits, and ids more than 4 above firstCustomFieldId
  */
 CALCUT_EXPORT uint32_t vantric_readRXCustomData(VantricStream* stream,
                                                 VantricCalibration* calibration);
