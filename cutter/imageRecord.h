@@ -1,0 +1,68 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+
+// What the descriptions of the two EEPROM images share. Each layout has a table of its header's
+// fields and one pure function that finds the record; the readers, the command and the writer take
+// everything they know of an image from there.
+
+namespace calcut::image {
+
+using Bytes = std::span<const std::uint8_t>;
+
+/// How people are shown a field. Numbers are little-endian.
+enum class Format : std::uint8_t { text, decimal, hexadecimal, bytes };
+
+/// A field of an image header.
+struct Field {
+    const char* name;  ///< lower case words, for instance "payload length"
+    std::size_t offset;
+    std::size_t size;
+    Format format;
+    bool examined;  ///< false for fields that no check looks at
+};
+
+/// What a record was refused for; expected and found of the refusal are numbers of that kind.
+enum class Cause : std::uint8_t {
+    headerCutShort,  ///< bytes of a header, bytes left
+    wrongMagic,      ///< no numbers
+    wrongVersion,    ///< version or layout revision
+    payloadOutside,  ///< bytes of the payload, bytes of it inside the file
+    checksum         ///< CRC-32 computed, CRC-32 stored
+};
+
+/// Why a record is refused.
+struct Refusal {
+    const char* message;  ///< the system's own text, as the readers log it
+    Cause cause;
+    std::uint64_t offset;  ///< in the file, of the field to blame
+    std::uint64_t expected;
+    std::uint64_t found;
+};
+
+/// The record at a cursor, as far as its header tells.
+struct Record {
+    std::uint16_t blockId = 0;
+    std::int64_t payloadOffset = 0;  ///< in the file; an address can lie before it
+    std::uint64_t payloadLength = 0;
+    std::uint64_t payloadPresent = 0;  ///< bytes of it that a checksum is taken over
+    std::uint32_t storedCrc = 0;
+    std::optional<std::uint32_t> computedCrc;  ///< once the checks came that far
+    std::uint64_t next = 0;                    ///< where the cursor goes behind this record
+    bool hasHeader = false;                    ///< false: nothing else is set but the refusal
+    std::optional<Refusal> refusal;
+};
+
+/// Block ids of a record.
+constexpr std::uint16_t plainBlockId = 7;
+constexpr std::uint16_t signedBlockId = 37;  ///< the payload ends with a signature area
+
+// Texts of the refusals.
+constexpr const char* corrupted = "File is corrupted";
+constexpr const char* invalidFormat = "Invalid file format";
+constexpr const char* checksumFailed = "CRC32 failed (file)";
+
+}  // namespace calcut::image

@@ -1,0 +1,72 @@
+// What a dump holds and the first thing that is wrong with it: one look at a file that every
+// subcommand shares, so that none of them can disagree with another. Nothing is parsed here: the
+// library's own readers tell what they met.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "calibration/owners.h"
+#include "calibration/packed/Reader.h"
+#include "cutter/imageRecord.h"
+#include "tools/dump/Dump.h"
+
+namespace calcut::tools {
+
+/// A fault or a warning, in terms that a person can act on.
+struct Finding {
+    std::string name;                    ///< stable, for machines: "checksum", "unknown-block", ...
+    std::string what;                    ///< short, for people: "CRC-32 mismatch"
+    std::string expected;                ///< empty when nothing particular was expected
+    std::string found;                   ///< empty when there is nothing to show
+    std::string advice;                  ///< what to do next; one text for each name
+    std::uint64_t offset = 0;            ///< in the file
+    std::uint32_t status = VANTRIC_OK;   ///< of the calibration library, when that refused
+    std::optional<std::uint32_t> blockId{};
+};
+
+/// One line: "CRC-32 mismatch at byte 8 (0x8): expected 0x1234abcd, found 0x00000000; read the part
+/// again".
+std::string describe(const Finding& finding);
+
+struct DiagnosedBlock {
+    vantric::BlockSighting sighting;  ///< offsets from the start of the file here
+    std::string name;
+};
+
+struct Diagnosis {
+    Layout layout = Layout::Unknown;
+    image::Record image;  ///< not set for bare calibrations and unknown files
+    /// The payload as a cut decodes it (with a signature area where there is one), or the whole of
+    /// a bare calibration; empty when it does not lie inside the file.
+    ByteView payload;
+    std::uint64_t payloadOffset = 0;
+    std::uint64_t signatureAreaSize = 0;           ///< at the end of payload, 0 without one
+    std::optional<std::uint8_t> signatureLength;   ///< as stored, also when impossible
+
+    std::optional<RXHeader> header;
+    std::vector<DiagnosedBlock> blocks;
+    std::optional<std::uint64_t> endMarker;  ///< offset in the file
+    /// Status of the read; empty when the payload never came to the reader.
+    std::optional<std::uint32_t> status;
+    std::uint32_t failedBlockId = vantric::noFailedBlock;
+    vantric::RecordOwner record;  ///< as far as it was filled; may be null
+
+    std::vector<Finding> faults;  ///< the first is what a cut is refused for
+    std::vector<Finding> warnings;
+
+    /// Whether a cut of this file returns 0 (given a directory that takes files).
+    [[nodiscard]] bool cuttable() const { return faults.empty() && layout != Layout::Packed; }
+    /// Whether everything in it reads; for bare calibrations too.
+    [[nodiscard]] bool intact() const { return faults.empty(); }
+    /// Whether a block with that id was decoded into the record.
+    [[nodiscard]] bool wasRead(std::uint32_t id) const;
+};
+
+/// Looks at a file. Views of the result point into it. wanted decides how much of the record is
+/// filled; faults and warnings are the same for either.
+Diagnosis diagnose(ByteView file, Layout layout, vantric::Wanted wanted);
+
+}  // namespace calcut::tools

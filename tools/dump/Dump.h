@@ -1,0 +1,46 @@
+// A file as the command takes it in: loaded once, with a limit, never by opening what can block.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace calcut::tools {
+
+using ByteView = std::span<const std::uint8_t>;
+
+enum class Layout { V7, Korveline, Packed, Unknown };
+
+/// "v7", "korveline", "packed", "unknown": as in options and reports.
+const char* layoutName(Layout layout);
+
+/// The layout that the first bytes name.
+Layout classify(ByteView file);
+
+/// What can be a dump, unless --max-size says otherwise.
+inline constexpr std::uint64_t defaultMaxSize = std::uint64_t{256} << 20;
+
+/// Identity of a file on this machine, through links too.
+struct FileIdentity {
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;
+    bool operator==(const FileIdentity&) const = default;
+};
+
+/// The content of a file, or a reason why there is none ("No such file or directory", "is a
+/// directory", "is empty", "is larger than 256 MiB, the limit for a dump (--max-size)", ...;
+/// without the path).
+struct Dump {
+    std::vector<std::uint8_t> bytes;
+    std::optional<FileIdentity> identity;  ///< none for standard input
+    std::string error;                     ///< empty on success
+};
+
+/// Reads a file, or standard input for "-". At most maxSize + 1 bytes are ever read, whatever kind
+/// of file it is. Nothing is opened that could block for its writer: a FIFO that nobody writes to
+/// and a socket are refused.
+Dump loadDump(const std::string& path, std::uint64_t maxSize = defaultMaxSize);
+
+}  // namespace calcut::tools
