@@ -20,7 +20,8 @@ std::optional<Refusal> refusalOfFormat(const std::uint8_t* header) {
     if (!hasMagic) {
         return Refusal{invalidFormat, Cause::wrongMagic, 0, 0, 0};
     }
-    return Refusal{invalidFormat, Cause::wrongVersion, fields[fieldRevision].offset, revision, found};
+    return Refusal{invalidFormat, Cause::wrongVersion, fields[fieldRevision].offset, revision,
+                   found};
 }
 
 std::uint16_t blockIdOf(std::uint8_t type) {
@@ -49,8 +50,8 @@ Record locate(Bytes image, std::uint64_t cursor) {
                            std::int64_t{baseAddress};
     const std::int64_t begin = record.payloadOffset;
     const std::int64_t end = begin + static_cast<std::int64_t>(record.payloadLength);
-    record.payloadPresent = static_cast<std::uint64_t>(std::max<std::int64_t>(
-        0, std::min(end, size) - std::clamp<std::int64_t>(begin, 0, size)));
+    record.payloadPresent = static_cast<std::uint64_t>(
+        std::max<std::int64_t>(0, std::min(end, size) - std::clamp<std::int64_t>(begin, 0, size)));
     record.storedCrc = littleEndian32(header + fields[fieldCrc].offset);
     record.refusal = refusalOfFormat(header);
     if (record.refusal) {
@@ -59,9 +60,8 @@ Record locate(Bytes image, std::uint64_t cursor) {
     // The checksum comes before the range. Bytes outside the image cannot match, none at all can.
     const bool inside = record.payloadPresent == record.payloadLength;
     if (inside) {
-        record.computedCrc = record.payloadLength == 0
-                                 ? 0
-                                 : crc32Of(image.data() + begin, record.payloadLength);
+        record.computedCrc =
+            record.payloadLength == 0 ? 0 : crc32Of(image.data() + begin, record.payloadLength);
     }
     const bool matches = record.computedCrc == record.storedCrc;
     if (!inside || (matches && end > size)) {

@@ -9,9 +9,11 @@
 // payload lies where its EEPROM address says. The meaning of most fields is unknown; they are kept
 // as found and named by their offsets.
 //
-//     0         9       13       16     22     26      41   42     46     52      56     58   62 .. 88
+//     0         9       13       16     22     26      41   42     46     52      56     58   62 ..
+//     88
 //     +---------+-------+--------+------+------+-------+----+------+------+-------+------+-----+--+----+
-//     |KORVELINE| u32   |revision| span | span | span  |type| span | span |address|length| CRC |..| |
+//     |KORVELINE| u32   |revision| span | span | span  |type| span | span |address|length| CRC |..|
+//     |
 //     +---------+-------+--------+------+------+-------+----+------+------+-------+------+-----+--+----+
 //
 // The payload of a signed type ends with a signature area:

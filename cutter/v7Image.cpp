@@ -20,8 +20,8 @@ std::optional<Refusal> refusalOfFormat(const std::uint8_t* header, std::uint64_t
     if (!hasMagic) {
         return Refusal{invalidFormat, Cause::wrongMagic, cursor, 0, 0};
     }
-    return Refusal{invalidFormat, Cause::wrongVersion, cursor + fields[fieldVersion].offset, version,
-                   found};
+    return Refusal{invalidFormat, Cause::wrongVersion, cursor + fields[fieldVersion].offset,
+                   version, found};
 }
 
 }  // namespace

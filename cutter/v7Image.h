@@ -5,7 +5,8 @@
 
 #include "cutter/imageRecord.h"
 
-// The v7 image. Little-endian; the record starts at the cursor, the first byte of the file at first.
+// The v7 image. Little-endian; the record starts at the cursor, the first byte of the file at
+// first.
 //
 //     0       6      8      12      16                 67
 //     +-------+------+------+-------+------------------+---------+
@@ -18,7 +19,14 @@ constexpr std::string_view magic = "QOVRIN";
 constexpr std::uint16_t version = 7;
 constexpr std::size_t headerSize = 67;
 
-enum FieldIndex : std::size_t { fieldMagic, fieldVersion, fieldCrc, fieldLength, fieldUnread, fieldCount };
+enum FieldIndex : std::size_t {
+    fieldMagic,
+    fieldVersion,
+    fieldCrc,
+    fieldLength,
+    fieldUnread,
+    fieldCount
+};
 
 constexpr std::array<Field, fieldCount> fields = {{
     {"magic", 0, 6, Format::text, true},

@@ -26,10 +26,10 @@ enum class Wanted : std::uint8_t {
 };
 
 enum class BlockOutcome : std::uint8_t {
-    read,     ///< decoded into the record
-    custom,   ///< measured and skipped
-    unknown,  ///< id below 128 without an entry: the next header is read right behind this one
-    failed,   ///< the walk stopped here
+    read,       ///< decoded into the record
+    custom,     ///< measured and skipped
+    unknown,    ///< id below 128 without an entry: the next header is read right behind this one
+    failed,     ///< the walk stopped here
     notReached  ///< behind the block that stopped the walk
 };
 

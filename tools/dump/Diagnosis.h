@@ -17,13 +17,13 @@ namespace calcut::tools {
 
 /// A fault or a warning, in terms that a person can act on.
 struct Finding {
-    std::string name;                    ///< stable, for machines: "checksum", "unknown-block", ...
-    std::string what;                    ///< short, for people: "CRC-32 mismatch"
-    std::string expected;                ///< empty when nothing particular was expected
-    std::string found;                   ///< empty when there is nothing to show
-    std::string advice;                  ///< what to do next; one text for each name
-    std::uint64_t offset = 0;            ///< in the file
-    std::uint32_t status = VANTRIC_OK;   ///< of the calibration library, when that refused
+    std::string name;                   ///< stable, for machines: "checksum", "unknown-block", ...
+    std::string what;                   ///< short, for people: "CRC-32 mismatch"
+    std::string expected;               ///< empty when nothing particular was expected
+    std::string found;                  ///< empty when there is nothing to show
+    std::string advice;                 ///< what to do next; one text for each name
+    std::uint64_t offset = 0;           ///< in the file
+    std::uint32_t status = VANTRIC_OK;  ///< of the calibration library, when that refused
     std::optional<std::uint32_t> blockId{};
 };
 
@@ -43,8 +43,8 @@ struct Diagnosis {
     /// a bare calibration; empty when it does not lie inside the file.
     ByteView payload;
     std::uint64_t payloadOffset = 0;
-    std::uint64_t signatureAreaSize = 0;           ///< at the end of payload, 0 without one
-    std::optional<std::uint8_t> signatureLength;   ///< as stored, also when impossible
+    std::uint64_t signatureAreaSize = 0;          ///< at the end of payload, 0 without one
+    std::optional<std::uint8_t> signatureLength;  ///< as stored, also when impossible
 
     std::optional<RXHeader> header;
     std::vector<DiagnosedBlock> blocks;
