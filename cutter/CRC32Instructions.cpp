@@ -24,13 +24,18 @@ namespace {
 constexpr std::size_t block = sizeof(__m128i);
 constexpr std::size_t blocksAtOnce = 4;  // enough to hide the latency of a product
 
-constexpr long long factor(unsigned power) {
-    return static_cast<long long>(std::uint64_t{powerOfX(power - 1)} << 32);
+constexpr long long factorOf(unsigned power) {
+    const std::uint64_t highHalf = std::uint64_t{powerOfX(power - 1)} << 32;
+    return static_cast<long long>(highHalf);
 }
+
+template <unsigned Power>
+constexpr long long factor = factorOf(Power);
 
 // The polynomial with its highest power, and x^64 divided by it; 33 bits each.
 constexpr std::uint64_t divisor = std::uint64_t{polynomial} << 1 | 1U;
-constexpr std::uint64_t reciprocal = [] {
+
+constexpr std::uint64_t divideByPolynomial() {
     std::uint64_t quotient = 0;
     std::uint64_t rest = 1;  // x^32 of what is divided is the lowest bit
     for (unsigned bit = 0; bit <= 32; ++bit) {
@@ -38,7 +43,9 @@ constexpr std::uint64_t reciprocal = [] {
         rest = (rest ^ ((rest & 1U) != 0 ? divisor : 0U)) >> 1;
     }
     return quotient;
-}();
+}
+
+constexpr std::uint64_t reciprocal = divideByPolynomial();
 
 [[gnu::target("pclmul"), gnu::always_inline]] inline __m128i load(const std::uint8_t* data) {
     return _mm_loadu_si128(reinterpret_cast<const __m128i*>(data));
@@ -47,7 +54,7 @@ constexpr std::uint64_t reciprocal = [] {
 // The factors by which both halves of a register move on by so many bytes.
 template <unsigned Bytes>
 [[gnu::target("pclmul"), gnu::always_inline]] inline __m128i moveBy() {
-    return _mm_set_epi64x(factor(8 * Bytes), factor(8 * Bytes + 64));
+    return _mm_set_epi64x(factor<8 * Bytes>, factor<8 * Bytes + 64>);
 }
 
 [[gnu::target("pclmul"), gnu::always_inline]] inline __m128i moveOn(__m128i sum, __m128i factors,
@@ -59,7 +66,7 @@ template <unsigned Bytes>
 
 // The remainder of sixteen bytes: to 96 bits, to 64, and the last 32 by the reciprocal.
 [[gnu::target("pclmul"), gnu::always_inline]] inline std::uint32_t remainder(__m128i sum) {
-    const __m128i factors = _mm_set_epi64x(factor(64), factor(96));
+    const __m128i factors = _mm_set_epi64x(factor<64>, factor<96>);
     const __m128i division =
         _mm_set_epi64x(static_cast<long long>(divisor), static_cast<long long>(reciprocal));
     const __m128i high32 = _mm_setr_epi32(-1, 0, 0, 0);

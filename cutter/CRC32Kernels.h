@@ -37,13 +37,15 @@ constexpr std::uint32_t remainderOf(std::uint32_t byte) {
     return byte;
 }
 
-constexpr Table standardTable = [] {
+constexpr Table tableOfPolynomial() {
     Table table{};
     for (std::uint32_t byte = 0; byte < table.size(); ++byte) {
         table[byte] = remainderOf(byte);
     }
     return table;
-}();
+}
+
+constexpr Table standardTable = tableOfPolynomial();
 
 constexpr std::uint32_t multiply(std::uint32_t a, std::uint32_t b) {
     std::uint32_t product = 0;
@@ -54,14 +56,16 @@ constexpr std::uint32_t multiply(std::uint32_t a, std::uint32_t b) {
     return product;
 }
 
-/// squares[k] is x^(2^k).
-constexpr auto squares = [] {
+constexpr std::array<std::uint32_t, 64> squaresOfX() {
     std::array<std::uint32_t, 64> powers = {one >> 1};
     for (std::size_t k = 1; k < powers.size(); ++k) {
         powers[k] = multiply(powers[k - 1], powers[k - 1]);
     }
     return powers;
-}();
+}
+
+/// squares[k] is x^(2^k).
+constexpr auto squares = squaresOfX();
 
 constexpr std::uint32_t powerOfX(std::uint64_t exponent) {
     std::uint32_t power = one;

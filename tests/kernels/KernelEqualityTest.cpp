@@ -409,7 +409,7 @@ TEST(KernelEquality, ChecksumByAChangedTable) {
         castagnoli.push_back(rest);
     }
     std::vector<Words> tables = {castagnoli, Random().many<std::uint32_t>(256)};
-    for (const std::size_t changed : {0, 127, 255}) {
+    for (const std::size_t changed : {0U, 127U, 255U}) {
         tables.push_back(standard);
         tables.back()[changed] ^= 1U;
     }
