@@ -149,13 +149,16 @@ RXReadResult readJudged(const std::uint8_t* data, std::size_t size, VantricCalib
 
 // -------------------------------------------------------------------------- the host's hooks --
 
-// As many bytes as both sides have, and zeros behind them.
+std::uint64_t g_scratchSize = 0;  // of the read to come: what a hook may look at
+
+// As many bytes as both sides have, what lies behind the block in the scratch too, and zeros.
 std::uint32_t copyBytes(const void* source, std::uint64_t sourceSize, void* destination,
                         std::uint64_t destinationSize, std::uint8_t* countField) {
     if (destination == nullptr) {
         return VANTRIC_ERR_BUFFER_TOO_SMALL;  // memory ran out when the record was made
     }
-    const std::uint64_t copied = std::min(sourceSize, destinationSize);
+    require(sourceSize <= g_scratchSize, "a block lies in the scratch");
+    const std::uint64_t copied = std::min(g_scratchSize, destinationSize);
     std::memset(destination, 0, destinationSize);
     std::memcpy(destination, source, copied);
     if (countField != nullptr) {
@@ -173,6 +176,7 @@ std::uint32_t callOwn(const void* source, std::uint64_t sourceSize, void* destin
     return g_ownHooks[id](source, sourceSize, destination, destinationSize, countField);
 }
 
+// Not around the straylight's: by that hook the walk knows that the PSF of the record ends.
 RXCopyFunction hookAround(const RXTableEntry& entry) {
     g_ownHooks[entry.id] = entry.copy;
     switch (entry.id) {
@@ -182,8 +186,6 @@ RXCopyFunction hookAround(const RXTableEntry& entry) {
             return callOwn<RX_BLOCK_DATE>;
         case RX_BLOCK_TEXT1:
             return callOwn<RX_BLOCK_TEXT1>;
-        case RX_BLOCK_STRAYLIGHT:
-            return callOwn<RX_BLOCK_STRAYLIGHT>;
         default:
             return entry.copy;
     }
@@ -238,6 +240,7 @@ HostTable::HostTable(VantricCalibration& record, std::uint64_t pixels, Input& in
     if (own == nullptr) {
         return;
     }
+    g_scratchSize = pixels * sizeof(float);
     constexpr std::array<std::uint64_t, 4> strides = {1, 65, 5, 3};  // 3 leaves entries out
     const std::uint64_t stride = strides[input.byte() % strides.size()];
     const unsigned traits = input.byte();

@@ -20,7 +20,7 @@ namespace {
 namespace writer = calcut::writer;
 
 constexpr std::uint16_t packedType = 3;
-constexpr int longestSequence = 64;
+constexpr int longestSequence = 32;
 
 // ------------------------------------------------------------------------------ hostile bytes --
 
