@@ -1,8 +1,9 @@
 // Runs fuzz targets without a fuzzer.
 //
 //   fuzz_replay                    every target over its seeds and inputs of a random generator
-//   fuzz_replay --exhaustive       every target over every truncation and every flipped bit of its
-//                                  smaller seeds
+//   fuzz_replay --exhaustive [TARGET]
+//                                  every target, or one, over every truncation and every flipped
+//                                  bit of its smaller seeds
 //   fuzz_replay --write DIRECTORY  writes the seeds to DIRECTORY/<target>/<number>
 //   fuzz_replay TARGET FILE...     one target over given inputs, to look into a finding
 #include <algorithm>
@@ -47,8 +48,11 @@ void replay() {
     }
 }
 
-void exhaust() {
+void exhaust(std::string_view only) {
     for (const fuzz::Target& target : fuzz::targets) {
+        if (!only.empty() && only != target.name) {
+            continue;
+        }
         std::size_t inputs = 0;
         const auto run = [&](const fuzz::Bytes& input) {
             target.run(input.data(), input.size());
@@ -112,13 +116,13 @@ int main(int argc, char** argv) {
         const std::string mode = argc > 1 ? argv[1] : "";
         if (argc == 1) {
             replay();
-        } else if (argc == 2 && mode == "--exhaustive") {
-            exhaust();
+        } else if (argc <= 3 && mode == "--exhaustive") {
+            exhaust(argc == 3 ? argv[2] : "");
         } else if (argc == 3 && mode == "--write") {
             writeSeeds(argv[2]);
         } else if (argc < 3) {
             throw std::runtime_error(
-                "usage: fuzz_replay [--exhaustive | --write DIRECTORY | TARGET FILE...]");
+                "usage: fuzz_replay [--exhaustive [TARGET] | --write DIRECTORY | TARGET FILE...]");
         } else {
             for (int i = 2; i < argc; ++i) {
                 replayFile(mode, argv[i]);
