@@ -91,7 +91,8 @@ std::uint32_t convertAndCopyDate(const void* source, std::uint64_t sourceSize, v
     if (length + longestDateSuffix >= destinationSize) {
         return VANTRIC_ERR_BUFFER_TOO_SMALL;
     }
-    std::snprintf(text + length, destinationSize - length, " (%" PRIu32 ")", wordAt(source, 0));
+    static_cast<void>(std::snprintf(text + length, destinationSize - length, " (%" PRIu32 ")",
+                                    wordAt(source, 0)));
     return VANTRIC_OK;
 }
 
@@ -176,6 +177,12 @@ CopyNeeds needsOf(RXCopyFunction copy) {
     const auto* known = std::find_if(own.begin(), own.end(),
                                      [copy](const CopyNeeds& needs) { return needs.copy == copy; });
     return known != own.end() ? *known : CopyNeeds{copy, CopyNeeds::Scratch::all, false, false};
+}
+
+bool hasForeignCopies(const RXBlockTable& table) {
+    return std::any_of(table.entries, table.entries + table.count, [](const RXTableEntry& entry) {
+        return entry.copy != nullptr && needsOf(entry.copy).scratch == CopyNeeds::Scratch::all;
+    });
 }
 
 }  // namespace vantric
