@@ -176,7 +176,6 @@ std::uint32_t callOwn(const void* source, std::uint64_t sourceSize, void* destin
     return g_ownHooks[id](source, sourceSize, destination, destinationSize, countField);
 }
 
-// Not around the straylight's: by that hook the walk knows that the PSF of the record ends.
 RXCopyFunction hookAround(const RXTableEntry& entry) {
     g_ownHooks[entry.id] = entry.copy;
     switch (entry.id) {
@@ -186,6 +185,8 @@ RXCopyFunction hookAround(const RXTableEntry& entry) {
             return callOwn<RX_BLOCK_DATE>;
         case RX_BLOCK_TEXT1:
             return callOwn<RX_BLOCK_TEXT1>;
+        case RX_BLOCK_STRAYLIGHT:
+            return callOwn<RX_BLOCK_STRAYLIGHT>;
         default:
             return entry.copy;
     }
