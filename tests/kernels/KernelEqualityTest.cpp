@@ -12,6 +12,7 @@
 #include <random>
 #include <tuple>
 
+#include "calibration/directions.h"
 #include "calibration/packed/Compressed.h"
 #include "cutter/CRC32.h"
 #include "cutter/CRC32Kernels.h"
@@ -97,6 +98,12 @@ Floats fastDirections(const Floats& lens, const Size& size) {
     return result;
 }
 
+#ifdef __x86_64__
+constexpr auto* avx2Directions = vantric::computeDirectionsAvx2;
+#else
+constexpr auto* avx2Directions = vantric::computeDirectionsPortable;
+#endif
+
 // fx, fy, cx, cy, k1, k2, p1, p2, k3
 std::vector<Floats> lenses() {
     std::vector<Floats> result = {
@@ -139,12 +146,16 @@ TEST(KernelEquality, DirectionsOfEveryLensAndEveryShapeAroundTheTileSize) {
     for (const Size size : {Size{1, 300}, Size{300, 1}, Size{224, 172}, Size{1001, 3}}) {
         cases.emplace_back(usual, size);
     }
+    auto* const byAvx2 = vantric::hasAvx2() ? avx2Directions : vantric::computeDirectionsPortable;
     for (const auto& [lens, size] : cases) {
         const Floats fast = fastDirections(lens, size);
-        Floats expected(fast.size(), untouched);
-        plain::updateDirections(expected.data(), lens.data(), size.columns, size.rows);
-        EXPECT_EQ(bitsOf(fast.data(), fast.size()), bitsOf(expected.data(), expected.size()))
-            << size.columns << " x " << size.rows << ", lens " << testing::PrintToString(lens);
+        for (auto* compute :
+             {plain::updateDirections, vantric::computeDirectionsPortable, byAvx2}) {
+            Floats other(fast.size(), untouched);
+            compute(other.data(), lens.data(), size.columns, size.rows);
+            EXPECT_EQ(bitsOf(fast.data(), fast.size()), bitsOf(other.data(), other.size()))
+                << size.columns << " x " << size.rows << ", lens " << testing::PrintToString(lens);
+        }
     }
 }
 
