@@ -4,11 +4,11 @@
 #include <array>
 #include <cmath>
 #include <cstddef>
-#include <memory>
 
 #include "calibration/calibration.h"
 #include "calibration/cubicinterpol.h"
 #include "calibration/memory.h"
+#include "calibration/owners.h"
 
 using namespace vantric;
 
@@ -61,10 +61,6 @@ class Profile {
     }
 
   private:
-    struct PolyRelease {
-        void operator()(VantricPoly* poly) const { vantric_freePoly(poly); }
-    };
-
     // Neighbours mostly lie in one segment. Behind its left node, if the nodes are ascending, no
     // earlier segment holds r, so the one found last is still the first that does.
     [[nodiscard]] float exponent(float r) {
@@ -84,7 +80,7 @@ class Profile {
         return outsideProfile;
     }
 
-    std::unique_ptr<VantricPoly, PolyRelease> poly_;
+    PolyOwner poly_;
     std::uint32_t segments_;
     bool ascending_;
     float last_;
@@ -142,43 +138,60 @@ void fillPsf(float* psf, std::uint32_t width, std::uint32_t height, const float*
     }
 }
 
+Owned<float> allocatePsf(std::uint64_t elements) {
+    return Owned<float>(allocate<float>(std::max<std::uint64_t>(elements, 1)));
+}
+
+// Null without memory. The curve, without which the process ends, comes before what may be large.
+Owned<float> computePsf(const VantricCalibration& record, const ProfilePoints& points) {
+    const std::uint32_t width = record.psfWidth;
+    const std::uint32_t height = record.psfHeight;
+    const std::uint64_t elements = std::uint64_t{width} * height;
+    if (elements == 0) {
+        return allocatePsf(elements);
+    }
+    Profile profile(points, record.straylightScale, record.straylightOffset);
+    const Owned<float> powers =
+        powersOfDistances(distancesOf(std::max(width, height)), record.straylightExponent);
+    Owned<float> psf = allocatePsf(elements);
+    if (!psf || !powers || !profile.hasSegments()) {
+        return nullptr;
+    }
+    fillPsf(psf.get(), width, height, powers.get(), 1.0F / record.straylightExponent, profile);
+    return psf;
+}
+
 }  // namespace
 
-uint32_t vantric_allocateAndCalculatePsf(VantricCalibration* record) {
-    if (record == nullptr || vantric_validFloatField(record->straylightScale) == 0) {
+std::uint32_t vantric::psfStatus(const VantricCalibration& record) {
+    if (vantric_validFloatField(record.straylightScale) == 0) {
         return VANTRIC_ERR_INVALID_ARGUMENT;
     }
-    if (record->psf != nullptr) {
+    if (record.psf != nullptr) {
         return VANTRIC_ERR_ALREADY_SET;
     }
-    if (record->straylightPointCount == 0) {
+    if (record.straylightPointCount == 0) {
         return VANTRIC_ERR_INVALID_ARGUMENT;
     }
-    if (record->straylightPointCount > VANTRIC_STRAYLIGHT_POINTS) {
-        return VANTRIC_ERR_BUFFER_TOO_SMALL;
-    }
+    const std::uint64_t elements = std::uint64_t{record.psfWidth} * record.psfHeight;
+    return record.straylightPointCount > VANTRIC_STRAYLIGHT_POINTS ||
+                   elements > VANTRIC_MAX_PSF_ELEMENTS
+               ? VANTRIC_ERR_BUFFER_TOO_SMALL
+               : VANTRIC_OK;
+}
 
-    const std::uint32_t width = record->psfWidth;
-    const std::uint32_t height = record->psfHeight;
-    const std::uint64_t elements = std::uint64_t{width} * height;
-    if (elements > VANTRIC_MAX_PSF_ELEMENTS) {
-        return VANTRIC_ERR_BUFFER_TOO_SMALL;
+uint32_t vantric_allocateAndCalculatePsf(VantricCalibration* record) {
+    if (record == nullptr) {
+        return VANTRIC_ERR_INVALID_ARGUMENT;
     }
-    Owned<float> psf(allocate<float>(std::max<std::uint64_t>(elements, 1)));
+    if (const std::uint32_t status = psfStatus(*record); status != VANTRIC_OK) {
+        return status;
+    }
+    const ProfilePoints points(*record);
+    Owned<float> psf = computePsf(*record, points);
     if (!psf) {
         return VANTRIC_ERR_BUFFER_TOO_SMALL;
     }
-    const ProfilePoints points(*record);
-    if (elements != 0) {
-        Profile profile(points, record->straylightScale, record->straylightOffset);
-        const Owned<float> powers =
-            powersOfDistances(distancesOf(std::max(width, height)), record->straylightExponent);
-        if (!powers || !profile.hasSegments()) {
-            return VANTRIC_ERR_BUFFER_TOO_SMALL;
-        }
-        fillPsf(psf.get(), width, height, powers.get(), 1.0F / record->straylightExponent, profile);
-    }
-
     std::copy_n(points.radius.begin(), points.count, record->straylightRadius);
     std::copy_n(points.value.begin(), points.count, record->straylightValue);
     record->straylightPointCount = points.count;
