@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -8,7 +9,10 @@
 
 #include "calcut/vantric.h"
 #include "calcut/vantric_rx.h"
+#include "calibration/directions.h"
+#include "calibration/packed/Compressed.h"
 #include "cutter/CRC32.h"
+#include "cutter/CRC32Kernels.h"
 #include "plain/plain.h"
 #include "work.h"
 #include "writer/writer.h"
@@ -20,7 +24,8 @@ namespace {
 constexpr std::uint32_t columns = 224;
 constexpr std::uint32_t rows = 172;
 constexpr std::uint32_t pixels = columns * rows;
-constexpr std::size_t crcBytes = 65536;
+constexpr std::size_t crcBytes = 64 * 1024;
+constexpr std::size_t crcBytesOfDump = 231 * 1024;
 
 // Inputs and outputs, kept for the whole run.
 struct Data {
@@ -31,6 +36,8 @@ struct Data {
     std::vector<std::uint32_t> integers = std::vector<std::uint32_t>(pixels);
     std::vector<std::uint32_t> words = std::vector<std::uint32_t>(pixels);
     std::vector<std::uint8_t> bytes = std::vector<std::uint8_t>(crcBytes);
+    std::vector<std::uint8_t> dump = std::vector<std::uint8_t>(crcBytesOfDump);
+    std::vector<std::uint8_t> lowBytes = std::vector<std::uint8_t>(pixels);
     std::vector<std::uint8_t> rxFloats;
     std::vector<float> profileX, profileY, at;
 
@@ -39,9 +46,10 @@ struct Data {
         for (std::uint32_t& word : words) {
             word = static_cast<std::uint32_t>(random());
         }
-        for (std::uint8_t& byte : bytes) {
+        for (std::uint8_t& byte : dump) {
             byte = static_cast<std::uint8_t>(random());
         }
+        std::copy_n(dump.begin(), bytes.size(), bytes.begin());
         for (const float value : calibration.pixelValues) {
             const std::uint32_t word = writer::encodeRXFloat(value);
             for (unsigned shift = 32; shift > 0; shift -= 8) {
@@ -64,6 +72,21 @@ Data& data() {
     return instance;
 }
 
+// What every processor can, beside the library's own choice for this one.
+Work portableDirections() {
+    Data& d = data();
+    return {"directions 224 x 172, portable",
+            [&] {
+                plain::updateDirections(d.floats.data(), d.lens.data(), columns, rows);
+                benchmark::ClobberMemory();
+            },
+            [&] {
+                vantric::computeDirectionsPortable(d.floats.data(), d.lens.data(), columns, rows);
+                benchmark::ClobberMemory();
+            },
+            16.0};
+}
+
 Work directions() {
     Data& d = data();
     return {"directions 224 x 172",
@@ -75,7 +98,7 @@ Work directions() {
                 vantric_updateDirections(d.floats.data(), pixels * 3, d.lens.data(), &d.area);
                 benchmark::ClobberMemory();
             },
-            16.0,
+            vantric::hasAvx2() ? 28.0 : 16.0,
             "OpenCV undistortPoints",
             opencvUndistortPoints(d.lens, columns, rows),
             20.0,
@@ -115,7 +138,7 @@ Work psf(const char* name, float exponent) {
                 benchmark::DoNotOptimize(copy.psf);
                 std::free(copy.psf);
             },
-            5.0,
+            16.0,
             {},
             {},
             0.0,
@@ -244,32 +267,77 @@ Work floatBlock() {
             }};
 }
 
-Work checksum() {
+Work maskBytes() {
     Data& d = data();
-    return {"calc_crc32, 64 KiB",
-            [&] { benchmark::DoNotOptimize(plain::crc32(d.bytes.data(), d.bytes.size())); },
-            [&] { benchmark::DoNotOptimize(calc_crc32(d.bytes.data(), d.bytes.size())); },
-            3.0,
-            "zlib crc32",
-            zlibCrc32(d.bytes),
+    const std::uint64_t words = vantric_getRXPackedSize(pixels, 1) / 4;
+    return {"mask bits to bytes",
+            [&, words] {
+                plain::unpackUint(d.words.data(), words, pixels, 1, d.integers.data());
+                for (std::size_t i = 0; i < pixels; ++i) {
+                    d.lowBytes[i] = static_cast<std::uint8_t>(d.integers[i]);
+                }
+                benchmark::ClobberMemory();
+            },
+            [&, words] {
+                vantric::decodePackedLowBytes(reinterpret_cast<const std::uint8_t*>(d.words.data()),
+                                              words, pixels, 1, d.lowBytes.data());
+                benchmark::ClobberMemory();
+            },
+            8.0,
+            {},
+            {},
             0.0,
-            [&] {
-                benchmark::DoNotOptimize(
-                    std::accumulate(d.bytes.begin(), d.bytes.end(), std::uint32_t{0}));
+            [&, words] {
+                std::memcpy(d.lowBytes.data(), d.words.data(), words * 4);
+                std::memset(d.lowBytes.data(), 1, d.lowBytes.size());
+                benchmark::ClobberMemory();
             }};
+}
+
+Work checksumOf(const char* name, std::vector<std::uint8_t>& bytes) {
+    const bool byInstructions = checksum::hasInstructions();
+    return {
+        name,
+        [&] { benchmark::DoNotOptimize(plain::crc32(bytes.data(), bytes.size())); },
+        [&] { benchmark::DoNotOptimize(calc_crc32(bytes.data(), bytes.size())); },
+        byInstructions ? 30.0 : 6.0,
+        "zlib crc32",
+        zlibCrc32(bytes),
+        byInstructions ? 2.0 : 0.0,
+        [&] {
+            benchmark::DoNotOptimize(std::accumulate(bytes.begin(), bytes.end(), std::uint32_t{0}));
+        }};
+}
+
+Work portableChecksum() {
+    const std::vector<std::uint8_t>& bytes = data().bytes;
+    return {
+        "calc_crc32, 64 KiB, portable",
+        [&] { benchmark::DoNotOptimize(plain::crc32(bytes.data(), bytes.size())); },
+        [&] { benchmark::DoNotOptimize(checksum::sideBySide(~0U, bytes.data(), bytes.size())); },
+        6.0};
 }
 
 }  // namespace
 
+std::string chosenKernels() {
+    return std::string("directions ") + (vantric::hasAvx2() ? "by AVX2 and FMA" : "portable") +
+           ", checksum " + (checksum::hasInstructions() ? "by instructions" : "portable");
+}
+
 std::vector<Work> kernelWork() {
-    std::vector<Work> work = {directions(), psf("PSF 224 x 172, exponent 2.0", 2.0F),
+    std::vector<Work> work = {directions(), portableDirections(),
+                              psf("PSF 224 x 172, exponent 2.0", 2.0F),
                               psf("PSF 224 x 172, exponent 2.1", 2.1F), interpolation()};
     for (const std::uint8_t bits : std::initializer_list<std::uint8_t>{1, 8, 12, 13}) {
         work.push_back(unpackUint(bits));
     }
     work.push_back(unpackFloat());
     work.push_back(floatBlock());
-    work.push_back(checksum());
+    work.push_back(maskBytes());
+    work.push_back(checksumOf("calc_crc32, 64 KiB", data().bytes));
+    work.push_back(checksumOf("calc_crc32, 231 KiB", data().dump));
+    work.push_back(portableChecksum());
     return work;
 }
 

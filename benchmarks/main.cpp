@@ -23,6 +23,7 @@ int main(int argc, char** argv) {
     int count = static_cast<int>(arguments.size());
     benchmark::Initialize(&count, arguments.data());
     try {
+        std::printf("Kernels: %s\n\n", calcut::bench::chosenKernels().c_str());
         std::vector<calcut::bench::Work> work = calcut::bench::kernelWork();
         for (calcut::bench::Work& item : calcut::bench::readingWork()) {
             work.push_back(std::move(item));

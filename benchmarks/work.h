@@ -21,6 +21,9 @@ struct Work {
     Run bound = {};           ///< the memory traffic alone
 };
 
+/// Which of their variants the kernels choose on this processor.
+std::string chosenKernels();
+
 /// Directions, PSF, interpolation, unpacking, float decoding, checksum.
 std::vector<Work> kernelWork();
 
