@@ -147,6 +147,10 @@ std::uint32_t statusOf(std::uint64_t whole, std::uint64_t valueCount) {
 
 }  // namespace
 
+bool holdsValues(std::uint64_t wordCount, std::uint64_t valueCount, unsigned bits) {
+    return wholeValues(wordCount, valueCount, bits) == valueCount;
+}
+
 std::uint32_t decodePackedUints(const std::uint8_t* words, std::uint64_t wordCount,
                                 std::uint64_t valueCount, unsigned bits, std::uint8_t* dest) {
     const std::uint64_t whole = wholeValues(wordCount, valueCount, bits);

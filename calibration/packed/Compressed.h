@@ -12,6 +12,9 @@ constexpr bool validPackedBits(unsigned bits) {
     return bits >= 1 && bits <= maxPackedBits;
 }
 
+/// Whether wordCount words hold valueCount values; bits must be valid.
+bool holdsValues(std::uint64_t wordCount, std::uint64_t valueCount, unsigned bits);
+
 // Both read wordCount big-endian words at any alignment and write to dest at any alignment, without
 // a pass of their own over the words. Statuses are those of vantric_unpackRXUint; bits must be
 // valid. decodePackedFloats writes nothing when the words hold fewer values.
