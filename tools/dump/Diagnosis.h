@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "calibration/owners.h"
-#include "calibration/packed/Reader.h"
+#include "calibration/packed/Handler.h"
 #include "cutter/imageRecord.h"
 #include "tools/dump/Dump.h"
 
