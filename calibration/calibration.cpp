@@ -35,8 +35,7 @@ void initialiseWiggling(VantricWigglingTable& table) {
     table.third = allocateZeroed<float>(VANTRIC_WIGGLING_ENTRIES);
 }
 
-void initialiseFrequency(VantricFrequencyRecord& frequency, std::uint32_t numPixels) {
-    frequency.pixelTable = allocateZeroed<float>(numPixels);
+void initialiseFrequency(VantricFrequencyRecord& frequency) {
     frequency.countA = VANTRIC_FREQUENCY_VALUES;
     frequency.valuesA = allocateZeroed<float>(VANTRIC_FREQUENCY_VALUES);
     frequency.countB = VANTRIC_FREQUENCY_VALUES;
@@ -44,6 +43,17 @@ void initialiseFrequency(VantricFrequencyRecord& frequency, std::uint32_t numPix
     frequency.scalar = std::numeric_limits<float>::quiet_NaN();
     initialiseWiggling(frequency.wigglingA);
     initialiseWiggling(frequency.wigglingB);
+}
+
+void allocatePixels(VantricCalibration& record, std::uint32_t numPixels, Tables tables) {
+    record.pixelMask = allocateZeroed<std::uint8_t>(numPixels);
+    if (tables == Tables::none) {
+        return;
+    }
+    record.pixelValues = allocateZeroed<float>(numPixels);
+    for (int k = 0; record.frequencies != nullptr && k < VANTRIC_FREQUENCIES; ++k) {
+        record.frequencies[k].pixelTable = allocateZeroed<float>(numPixels);
+    }
 }
 
 void releaseWiggling(const VantricWigglingTable& table) {
@@ -125,7 +135,7 @@ std::uint32_t adopt(float*& place, const float* values, std::uint64_t count, std
 
 }  // namespace
 
-VantricCalibration* allocateCalibration(std::uint32_t numPixels) {
+VantricCalibration* allocateCalibration(std::uint32_t numPixels, Tables tables) {
     constexpr float nan = std::numeric_limits<float>::quiet_NaN();
     auto* record = orAbort(allocateZeroed<VantricCalibration>(1));
     record->version = recordVersion;
@@ -148,16 +158,15 @@ VantricCalibration* allocateCalibration(std::uint32_t numPixels) {
     record->psfWidth = unset32;
     record->psfHeight = unset32;
     record->auxFlag = 1;
-    record->pixelMask = allocateZeroed<std::uint8_t>(numPixels);
-    record->pixelValues = allocateZeroed<float>(numPixels);
     record->frequencyCount = VANTRIC_FREQUENCIES;
-    record->frequencies = allocateZeroed<VantricFrequencyRecord>(VANTRIC_FREQUENCIES);
-    for (int k = 0; record->frequencies != nullptr && k < VANTRIC_FREQUENCIES; ++k) {
-        initialiseFrequency(record->frequencies[k], numPixels);
-    }
     record->customFieldCount = VANTRIC_CUSTOM_FIELDS;
     record->customFields = orAbort(allocateZeroed<VantricCustomField>(VANTRIC_CUSTOM_FIELDS));
     record->firstCustomFieldId = noCustomFieldId;
+    record->frequencies = allocateZeroed<VantricFrequencyRecord>(VANTRIC_FREQUENCIES);
+    for (int k = 0; record->frequencies != nullptr && k < VANTRIC_FREQUENCIES; ++k) {
+        initialiseFrequency(record->frequencies[k]);
+    }
+    allocatePixels(*record, numPixels, tables);
     return record;
 }
 
@@ -240,10 +249,6 @@ VantricCalibration* vantric_copyCalibration(const VantricCalibration* calibratio
     copyFrequencies(to, from, numPixels);
     copyCustomFields(to, from);
     return &to;
-}
-
-uint32_t vantric_getCalibrationType(const uint8_t* data, size_t size) {
-    return vantric_dispatchGetCalibrationType(data, size);
 }
 
 uint32_t vantric_getCalibrationTypeFromHandle(const VantricCalibration* calibration) {

@@ -1,4 +1,4 @@
-#include "calibration/calibrationFieldDefinitions.h"
+#include "calcut/vantric.h"
 
 #include <cmath>
 

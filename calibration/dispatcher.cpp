@@ -63,7 +63,65 @@ Result dispatch(const std::uint8_t* data, std::size_t size, Result withoutHandle
     return withoutHandler;
 }
 
+// What a record is filled with once its handler is known. The library's own reader can leave out
+// what is not wanted; a host's fills a whole record.
+std::uint32_t readInto(const VantricCalibrationHandler& handler, const std::uint8_t* data,
+                       std::size_t size, Wanted wanted, HandlerRead& read) {
+    const bool isOwn = isPackedHandler(handler);
+    read.hasTables = wanted == Wanted::everything || !isOwn;
+    read.record.reset(
+        allocateCalibration(read.numPixels, read.hasTables ? Tables::allocated : Tables::none));
+    return isOwn ? readPackedInto(*read.record, data, size, wanted, nullptr).status
+                 : handler.readCalibration(data, size, read.record.get()).status;
+}
+
+// Directions and PSF, or their status alone.
+std::uint32_t complete(const VantricCalibrationHandler& handler, const std::uint8_t* data,
+                       std::size_t size, Wanted wanted, HandlerRead& read) {
+    const bool isOwn = isPackedHandler(handler);
+    if (isOwn && wanted == Wanted::cut) {
+        return refusalOfDirectionsAndPsf(*read.record, read.numPixels).status;
+    }
+    if (handler.calcPsfAndDirections == nullptr) {
+        return VANTRIC_OK;
+    }
+    if (!read.hasTables) {
+        // Another handler than the one that read: it gets the record that it would have got.
+        read.record.reset(allocateCalibration(read.numPixels));
+        readPackedInto(*read.record, data, size, Wanted::everything, nullptr);
+    }
+    return handler.calcPsfAndDirections(read.record.get(), read.numPixels);
+}
+
 }  // namespace
+
+namespace vantric {
+
+HandlerRead readThroughHandlers(const std::uint8_t* data, std::size_t size, Wanted wanted,
+                                bool withPsfAndDirections) {
+    HandlerRead read;
+    const std::int32_t signedPixels = vantric_dispatchGetNumPixels(data, size);
+    if (signedPixels < 1) {
+        read.status =
+            signedPixels != 0 ? static_cast<std::uint32_t>(signedPixels) : VANTRIC_ERR_INVALID_DATA;
+        return read;
+    }
+    read.numPixels = static_cast<std::uint32_t>(signedPixels);
+    read.status = dispatch(data, size, VANTRIC_ERR_NOT_SUPPORTED, [&](const auto& handler) {
+        return readInto(handler, data, size, wanted, read);
+    });
+    if (read.status == VANTRIC_OK && withPsfAndDirections) {
+        read.status = dispatch(data, size, VANTRIC_OK, [&](const auto& handler) {
+            return complete(handler, data, size, wanted, read);
+        });
+    }
+    if (read.status != VANTRIC_OK && read.status != VANTRIC_WARN_PARTIAL) {
+        read.record.reset();
+    }
+    return read;
+}
+
+}  // namespace vantric
 
 int vantric_registerCalibrationHandler(const VantricCalibrationHandler* handler) {
     if (handler == nullptr) {
@@ -76,6 +134,10 @@ int vantric_registerCalibrationHandler(const VantricCalibrationHandler* handler)
 void vantric_clearCalibrationHandlers(void) {
     const std::lock_guard<std::mutex> lock(g_registryMutex);
     g_counters = {0, 0};
+}
+
+uint32_t vantric_getCalibrationType(const uint8_t* data, size_t size) {
+    return vantric_dispatchGetCalibrationType(data, size);
 }
 
 uint32_t vantric_dispatchGetCalibrationType(const uint8_t* data, size_t size) {
@@ -118,21 +180,10 @@ uint32_t vantric_readCalibration(const uint8_t* data, size_t size, VantricCalibr
 
 uint32_t vantric_readCalibrationExt(const uint8_t* data, size_t size, VantricCalibration** out,
                                     int32_t withPsfAndDirections) {
-    const std::int32_t signedPixels = vantric_dispatchGetNumPixels(data, size);
-    if (signedPixels < 1) {
-        return signedPixels != 0 ? static_cast<std::uint32_t>(signedPixels)
-                                 : VANTRIC_ERR_INVALID_DATA;
+    HandlerRead read =
+        readThroughHandlers(data, size, Wanted::everything, withPsfAndDirections != 0);
+    if (read.record) {
+        *out = read.record.release();
     }
-    const auto numPixels = static_cast<std::uint32_t>(signedPixels);
-    VantricCalibration* record = allocateCalibration(numPixels);
-    std::uint32_t status = vantric_dispatchReadCalibration(data, size, record);
-    if (status == VANTRIC_OK && withPsfAndDirections != 0) {
-        status = vantric_dispatchCalcPsfAndDirections(data, size, record, numPixels);
-    }
-    if (status != VANTRIC_OK && status != VANTRIC_WARN_PARTIAL) {
-        vantric_freeCalibration(record);
-        return status;
-    }
-    *out = record;
-    return status;
+    return read.status;
 }

@@ -1,11 +1,11 @@
-#include "calibration/tracer.h"
-
 #include <algorithm>
 #include <cinttypes>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+
+#include "calcut/vantric.h"
 
 namespace {
 

@@ -1,19 +1,25 @@
 #include "cutter/EEPROMCutterBase.h"
 
-#include <utility>
-
+#include "cutter/LensData.h"
 #include "cutter/SkarLog.h"
+
+namespace {
+
+constexpr const char* calibrationFileName = "/qov.spc";
+
+}  // namespace
 
 EEPROMCutterBase::EEPROMCutterBase() = default;
 
 EEPROMCutterBase::~EEPROMCutterBase() = default;
 
+// Copies: a caller with an allocator of its own keeps its buffer.
 void EEPROMCutterBase::setInputFile(std::string inputFile) {
-    inputFile_ = std::move(inputFile);
+    inputFile_.assign(inputFile.data(), inputFile.size());
 }
 
 void EEPROMCutterBase::setOutputPath(std::string outputPath) {
-    outputPath_ = std::move(outputPath);
+    outputPath_.assign(outputPath.data(), outputPath.size());
 }
 
 EEPROMMetaInformation* EEPROMCutterBase::getMetaInformation() {
@@ -25,6 +31,13 @@ EEPROMMetaInformation* EEPROMCutterBase::getMetaInformation() {
     return new EEPROMMetaInformation();
 }
 
+bool EEPROMCutterBase::writeLensFile(const ByteBuffer& calibration) {
+    if (metaInformation_ == nullptr) {
+        metaInformation_ = newMetaInformation();
+    }
+    return writeLensData(calibration, outputPath_, *metaInformation_);
+}
+
 bool EEPROMCutterBase::fail(const char* message) {
     skarbo::SkarLog log(skarbo::error);
     log << message;
@@ -32,7 +45,7 @@ bool EEPROMCutterBase::fail(const char* message) {
 }
 
 std::string EEPROMCutterBase::startCalibrationFile(unsigned int blockId, std::size_t bytes) const {
-    std::string path = outputPath_ + "/qov.spc";
+    std::string path = outputPath_ + calibrationFileName;
     skarbo::SkarLog log(skarbo::info);
     log << "Writing block id " << std::to_string(blockId) << " to " << path << " ("
         << std::to_string(bytes) << " bytes).";

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <string>
 
+#include "cutter/ByteBuffer.h"
 #include "cutter/IEEPROMCutter.h"
 
 /// What the cutters of all layouts share.
@@ -19,6 +20,8 @@ class CALCUT_EXPORT EEPROMCutterBase : public IEEPROMCutter {
   protected:
     /// A zero-filled record. Nobody releases it: it belongs to nobody once the cut is over.
     CALCUT_INTERNAL static EEPROMMetaInformation* newMetaInformation();
+    /// writeIntrinsics of every layout. Makes a record when no execute has.
+    CALCUT_INTERNAL bool writeLensFile(const ByteBuffer& calibration);
     /// Composes a log line of type error; always false.
     CALCUT_INTERNAL static bool fail(const char* message);
     /// Path of the calibration file, with the progress line about the block that goes there.

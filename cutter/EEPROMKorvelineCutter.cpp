@@ -5,20 +5,13 @@
 
 #include "cutter/EEPROMKorvelineReader.h"
 #include "cutter/FileAccess.h"
-#include "cutter/LensData.h"
+#include "cutter/korvelineImage.h"
+
+using calcut::image::plainBlockId;
+using calcut::image::signedBlockId;
+namespace korveline = calcut::image::korveline;
 
 namespace {
-
-constexpr unsigned int plainBlockId = 7;
-constexpr unsigned int signedBlockId = 37;
-
-// A signed payload ends with
-//     +--------+-----------------------------+
-//     | length | signature, up to 127 bytes  |
-//     +--------+-----------------------------+
-constexpr std::size_t signatureLengthSize = 1;
-constexpr std::size_t maxSignatureSize = 127;
-constexpr std::size_t signatureAreaSize = signatureLengthSize + maxSignatureSize;
 
 constexpr const char* signatureFileName = "/signature.bin";
 
@@ -47,10 +40,10 @@ bool EEPROMKorvelineCutter::writeFile(unsigned int blockId, const ByteBuffer& da
     const std::string path = startCalibrationFile(blockId, data.size());
     std::size_t size = data.size();
     if (blockId == signedBlockId) {
-        if (size < signatureAreaSize) {
+        if (size < korveline::signatureArea) {
             throw std::length_error("signed payload shorter than its signature area");
         }
-        size -= signatureAreaSize;
+        size -= korveline::signatureArea;
     }
     const bool opened = writeWholeFile(path, data.data(), size);
     if (!opened || size == 0) {
@@ -66,19 +59,19 @@ bool EEPROMKorvelineCutter::writeFile(unsigned int blockId, const ByteBuffer& da
 }
 
 bool EEPROMKorvelineCutter::writeIntrinsics(const ByteBuffer& data) {
-    return writeLensData(data, outputPath_, *metaInformation_);
+    return writeLensFile(data);
 }
 
 bool EEPROMKorvelineCutter::writeSignature(const ByteBuffer& data) {
-    if (data.size() < signatureAreaSize) {
+    if (data.size() < korveline::signatureArea) {
         throw std::out_of_range("payload shorter than a signature area");
     }
-    const std::uint8_t* area = data.data() + (data.size() - signatureAreaSize);
+    const std::uint8_t* area = data.data() + (data.size() - korveline::signatureArea);
     const std::size_t length = area[0];
-    if (length > maxSignatureSize) {
+    if (length > korveline::maxSignature) {
         return false;
     }
-    const bool opened =
-        writeWholeFile(outputPath_ + signatureFileName, area + signatureLengthSize, length);
+    const bool opened = writeWholeFile(outputPath_ + signatureFileName,
+                                       area + korveline::signatureLengthSize, length);
     return opened && length != 0;
 }

@@ -1,10 +1,9 @@
 #include "cutter/EEPROMKorvelineReader.h"
 
-#include <algorithm>
 #include <cstddef>
 #include <cstring>
 
-#include "cutter/CRC32.h"
+#include "cutter/korvelineImage.h"
 #include "cutter/LittleEndian.h"
 
 /// The file header in memory. Only magic, revision, the last byte of span26 and the payload fields
@@ -30,35 +29,7 @@ static_assert(sizeof(KorvelineHeader) == 104);
 
 namespace {
 
-//  0         9       13       16     22     26      41   42     46     52      56     58   62 .. 88
-//  +---------+-------+--------+------+------+-------+----+------+------+-------+------+-----+--+----+
-//  |KORVELINE| u32   |revision| span | span | span  |type| span | span |address|length| CRC |..| |
-//  +---------+-------+--------+------+------+-------+----+------+------+-------+------+-----+--+----+
-// 104 bytes in all; the payload lies where its EEPROM address says.
-constexpr char magic[] = {'K', 'O', 'R', 'V', 'E', 'L', 'I', 'N', 'E'};
-constexpr std::size_t field9Offset = sizeof magic;
-constexpr std::size_t revisionOffset = field9Offset + 4;
-constexpr std::size_t span16Offset = revisionOffset + 3;
-constexpr std::size_t span22Offset = span16Offset + 6;
-constexpr std::size_t span26Offset = span22Offset + 4;
-constexpr std::size_t span42Offset = span26Offset + 16;
-constexpr std::size_t span46Offset = span42Offset + 4;
-constexpr std::size_t addressOffset = span46Offset + 6;
-constexpr std::size_t lengthOffset = addressOffset + 4;
-constexpr std::size_t crcOffset = lengthOffset + 2;
-constexpr std::size_t span62Offset = crcOffset + 4;
-constexpr std::size_t span63Offset = span62Offset + 1;
-constexpr std::size_t span69Offset = span63Offset + 6;
-constexpr std::size_t unreadOffset = span69Offset + 19;
-constexpr std::size_t headerSize = unreadOffset + 16;
-static_assert(span42Offset == 42 && addressOffset == 52 && unreadOffset == 88 && headerSize == 104);
-
-constexpr std::uint32_t supportedRevision = 327;
-constexpr std::int64_t imageBaseAddress = 0x2000;
-
-constexpr std::uint8_t signedTypes[] = {22, 28};
-constexpr std::uint16_t plainBlockId = 7;
-constexpr std::uint16_t signedBlockId = 37;
+using namespace calcut::image::korveline;
 
 template <std::size_t N>
 void copySpan(std::uint8_t (&to)[N], const std::uint8_t* from) {
@@ -67,24 +38,19 @@ void copySpan(std::uint8_t (&to)[N], const std::uint8_t* from) {
 
 void readHeader(const std::uint8_t* image, KorvelineHeader& header) {
     std::memcpy(header.magic, image, sizeof header.magic);
-    header.revision = littleEndian24(image + revisionOffset);
-    header.field9 = littleEndian32(image + field9Offset);
-    copySpan(header.span16, image + span16Offset);
-    copySpan(header.span22, image + span22Offset);
-    copySpan(header.span26, image + span26Offset);
-    copySpan(header.span42, image + span42Offset);
-    copySpan(header.span46, image + span46Offset);
-    header.payloadAddress = littleEndian32(image + addressOffset);
-    header.payloadLength = littleEndian16(image + lengthOffset);
-    header.payloadCrc = littleEndian32(image + crcOffset);
-    copySpan(header.span62, image + span62Offset);
-    copySpan(header.span63, image + span63Offset);
-    copySpan(header.span69, image + span69Offset);
-}
-
-bool hasSignature(const KorvelineHeader& header) {
-    const std::uint8_t type = header.span26[sizeof header.span26 - 1];
-    return std::find(std::begin(signedTypes), std::end(signedTypes), type) != std::end(signedTypes);
+    header.revision = littleEndian24(image + fields[fieldRevision].offset);
+    header.field9 = littleEndian32(image + fields[field9].offset);
+    copySpan(header.span16, image + fields[field16].offset);
+    copySpan(header.span22, image + fields[field22].offset);
+    copySpan(header.span26, image + fields[field26].offset);
+    copySpan(header.span42, image + fields[field42].offset);
+    copySpan(header.span46, image + fields[field46].offset);
+    header.payloadAddress = littleEndian32(image + fields[fieldAddress].offset);
+    header.payloadLength = littleEndian16(image + fields[fieldLength].offset);
+    header.payloadCrc = littleEndian32(image + fields[fieldCrc].offset);
+    copySpan(header.span62, image + fields[field62].offset);
+    copySpan(header.span63, image + fields[field63].offset);
+    copySpan(header.span69, image + fields[field69].offset);
 }
 
 }  // namespace
@@ -103,40 +69,9 @@ bool EEPROMKorvelineReader::hasMoreBlocks() {
 }
 
 DataBlock EEPROMKorvelineReader::getNextDataBlock() {
-    const auto size = static_cast<std::int64_t>(data_.size());
-    const std::int64_t position = cursor_ == nullptr ? size : cursor_ - data_.data();
-    if (position + static_cast<std::int64_t>(headerSize) > size) {
-        refuse("File is corrupted");
+    const calcut::image::Record record = locate(data_, cursor());
+    if (record.hasHeader) {
+        readHeader(data_.data(), *header_);
     }
-    readHeader(data_.data(), *header_);
-    if (header_->revision != supportedRevision ||
-        std::memcmp(header_->magic, magic, sizeof magic) != 0) {
-        refuse("Invalid file format");
-    }
-
-    const std::int64_t length = header_->payloadLength;
-    const std::int64_t begin = position + header_->payloadAddress - imageBaseAddress;
-    const std::int64_t end = begin + length;
-    // The checksum comes before the range: bytes outside the image cannot match.
-    const bool outside = begin < 0 || end > size;
-    const bool crcMatches =
-        length == 0
-            ? header_->payloadCrc == 0
-            : !outside && calc_crc32(data_.data() + begin, static_cast<unsigned long>(length)) ==
-                              header_->payloadCrc;
-    if (!crcMatches) {
-        refuse("CRC32 failed (file)");
-    }
-    if (end > size) {
-        refuse("File is corrupted");
-    }
-
-    // A payload that overlaps the header would put the cursor behind the end.
-    cursor_ =
-        data_.data() + std::min(size, position + static_cast<std::int64_t>(headerSize) + length);
-    DataBlock block{hasSignature(*header_) ? signedBlockId : plainBlockId, {}};
-    if (length != 0) {
-        block.data.assign(data_.begin() + begin, data_.begin() + end);
-    }
-    return block;
+    return take(record);
 }

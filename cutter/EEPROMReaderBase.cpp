@@ -33,10 +33,23 @@ void EEPROMReaderBase::resetIterator() {
     cursor_ = data_.data();
 }
 
-void EEPROMReaderBase::refuse(const char* message) {
-    {
-        skarbo::SkarLog log(skarbo::error);
-        log << message;
+std::uint64_t EEPROMReaderBase::cursor() const {
+    return cursor_ == nullptr ? data_.size() : static_cast<std::uint64_t>(cursor_ - data_.data());
+}
+
+DataBlock EEPROMReaderBase::take(const calcut::image::Record& record) {
+    if (record.refusal) {
+        {
+            skarbo::SkarLog log(skarbo::error);
+            log << record.refusal->message;
+        }
+        throw false;
     }
-    throw false;
+    cursor_ = data_.data() + record.next;
+    DataBlock block{record.blockId, {}};
+    if (record.payloadLength != 0) {
+        const std::uint8_t* payload = data_.data() + record.payloadOffset;
+        block.data.assign(payload, payload + record.payloadLength);
+    }
+    return block;
 }

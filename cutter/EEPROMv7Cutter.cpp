@@ -2,13 +2,7 @@
 
 #include "cutter/EEPROMv7Reader.h"
 #include "cutter/FileAccess.h"
-#include "cutter/LensData.h"
-
-namespace {
-
-constexpr unsigned int calibrationBlockId = 7;
-
-}  // namespace
+#include "cutter/imageRecord.h"
 
 EEPROMv7Cutter::EEPROMv7Cutter() = default;
 
@@ -27,7 +21,7 @@ EEPROMMetaInformation* EEPROMv7Cutter::getMetaInformation() {
 }
 
 bool EEPROMv7Cutter::writeFile(unsigned int blockId, const ByteBuffer& data) {
-    if (blockId != calibrationBlockId) {
+    if (blockId != calcut::image::plainBlockId) {
         throw;  // deliberate end of the process: no reader yields another id
     }
     const std::string path = startCalibrationFile(blockId, data.size());
@@ -39,5 +33,5 @@ bool EEPROMv7Cutter::writeFile(unsigned int blockId, const ByteBuffer& data) {
 }
 
 bool EEPROMv7Cutter::writeIntrinsics(const ByteBuffer& data) {
-    return writeLensData(data, outputPath_, *metaInformation_);
+    return writeLensFile(data);
 }

@@ -15,6 +15,6 @@ class CALCUT_EXPORT EEPROMv7Cutter final : public EEPROMCutterBase {
 
     /// Writes "qov.spc" and what follows from it. An id other than 7 ends the process.
     bool writeFile(unsigned int blockId, const ByteBuffer& data);
-    /// Writes "lensdata.dat" and counts the masked pixels; needs an execute before it.
+    /// Writes "lensdata.dat" and counts the masked pixels in the meta information.
     bool writeIntrinsics(const ByteBuffer& data);
 };

@@ -5,9 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <memory>
 
-#include "calibration/calibration.h"
+#include "calibration/dispatcher.h"
 #include "cutter/FileAccess.h"
 
 namespace {
@@ -22,33 +21,18 @@ static_assert(lensFileBytes == 36 && lensFileFloats == VANTRIC_LENS_PARAMETERS);
 constexpr std::array<std::size_t, lensFileFloats> fileIndexOfParameter = {2, 3, 0, 1, 6,
                                                                           7, 4, 5, 8};
 
-// The count always covers the sensor that the stack serves.
-constexpr std::size_t sensorPixels = std::size_t{224} * 172;
-
-struct CalibrationRelease {
-    void operator()(VantricCalibration* record) const { vantric_freeCalibration(record); }
-};
-using CalibrationOwner = std::unique_ptr<VantricCalibration, CalibrationRelease>;
-
-CalibrationOwner readRecord(const ByteBuffer& calibration) {
-    VantricCalibration* record = nullptr;
-    vantric_readCalibration(calibration.data(), calibration.size(), &record);
-    return CalibrationOwner(record);
-}
-
 }  // namespace
 
 bool writeLensData(const ByteBuffer& calibration, const std::string& outputPath,
                    EEPROMMetaInformation& meta) {
-    const CalibrationOwner record = readRecord(calibration);
-    if (!record || record->pixelMask == nullptr || record->lensParameters == nullptr) {
+    // The status is not looked at: whatever record a handler hands out is used.
+    const vantric::HandlerRead read = vantric::readThroughHandlers(
+        calibration.data(), calibration.size(), vantric::Wanted::cut, true);
+    const VantricCalibration* record = read.record.get();
+    if (record == nullptr || record->pixelMask == nullptr || record->lensParameters == nullptr) {
         return false;
     }
-    // The pixel count for which the record was made bounds the mask, whichever format it came from.
-    const std::int32_t pixels =
-        vantric_dispatchGetNumPixels(calibration.data(), calibration.size());
-    const std::size_t counted =
-        std::min(sensorPixels, static_cast<std::size_t>(std::max(pixels, 0)));
+    const std::size_t counted = std::min<std::size_t>(sensorPixels, read.numPixels);
     meta.zeroMaskCount = static_cast<std::uint16_t>(
         std::count(record->pixelMask, record->pixelMask + counted, std::uint8_t{0}));
     return writeWholeFile(outputPath + lensFileName, record->lensParameters, lensFileBytes);

@@ -5,8 +5,7 @@ VantricStream vantric_createStreamFromData(const uint8_t* data, uint64_t size) {
 }
 
 uint32_t vantric_canRead(const VantricStream* stream, uint64_t count) {
-    // Written so that no sum can wrap; the cursor may stand behind the end.
-    const bool inside =
-        stream->position <= stream->size && count <= stream->size - stream->position;
+    // A difference, since a sum could wrap.
+    const bool inside = stream->position <= stream->size && count <= vantric::bytesLeft(*stream);
     return inside ? VANTRIC_OK : VANTRIC_ERR_END_OF_DATA;
 }

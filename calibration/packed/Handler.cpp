@@ -1,28 +1,139 @@
 #include "calibration/packed/Handler.h"
 
-#include <cstddef>
-#include <cstdint>
 #include <cstdlib>
+#include <limits>
 
 #include "calibration/calibration.h"
-#include "calibration/directions.h"
 #include "calibration/memory.h"
 #include "calibration/packed/Block.h"
-#include "calibration/packed/Reader.h"
+#include "calibration/packed/Tessaly.h"
 
-using namespace vantric;
+namespace vantric {
 
 namespace {
 
-constexpr std::uint32_t supportedVersion = 1;
-
 bool readsHeader(const std::uint8_t* data, std::size_t size, RXHeader& header) {
     VantricStream stream = vantric_createStreamFromData(data, size);
-    return vantric_readRXHeader(&stream, &header) == VANTRIC_OK &&
-           header.version == supportedVersion;
+    return vantric_readRXHeader(&stream, &header) == VANTRIC_OK && header.version == packedVersion;
+}
+
+// Why a file header is refused before any record is made.
+Refusal refusalOfHeader(const std::uint8_t* data, std::size_t size, RXHeader& header) {
+    VantricStream stream = vantric_createStreamFromData(data, size);
+    Refusal refusal = readFileHeader(stream, header);
+    if (refusal.refused()) {
+        // No handler accepts the data, however it is wrong.
+        refusal.status = VANTRIC_ERR_NOT_SUPPORTED;
+        return refusal;
+    }
+    if (header.version != packedVersion) {
+        return {VANTRIC_ERR_NOT_SUPPORTED,
+                Cause::wrongVersion,
+                versionOffset,
+                packedVersion,
+                header.version,
+                packedVersion};
+    }
+    const std::uint32_t pixels = std::uint32_t{header.columns} * header.rows;
+    constexpr std::uint32_t mostPixels = std::numeric_limits<std::int32_t>::max();
+    if (pixels == 0) {
+        return {VANTRIC_ERR_INVALID_DATA, Cause::noPixels, columnsOffset, 1, 0, 1};
+    }
+    if (pixels > mostPixels) {
+        return {pixels, Cause::tooManyPixels, columnsOffset, mostPixels, pixels, mostPixels};
+    }
+    return {};
+}
+
+// Two per-pixel tables of at least one bit a value are required.
+bool isTooShortFor(std::uint32_t numPixels, std::size_t size) {
+    return 2 * vantric_getRXPackedSize(numPixels, 1) > size;
 }
 
 }  // namespace
+
+bool isPackedHandler(const VantricCalibrationHandler& handler) {
+    const VantricCalibrationHandler own = vantric_getRXCalibrationHandler();
+    return handler.supports == own.supports && handler.readCalibration == own.readCalibration &&
+           handler.readCustomFields == own.readCustomFields &&
+           handler.calcPsfAndDirections == own.calcPsfAndDirections &&
+           handler.getCalibrationType == own.getCalibrationType &&
+           handler.getNumPixels == own.getNumPixels;
+}
+
+RXReadResult readPackedInto(VantricCalibration& record, const std::uint8_t* data, std::size_t size,
+                            Wanted wanted, WalkObserver* observer) {
+    RXHeader header = {};
+    if (!readsHeader(data, size, header)) {
+        return {VANTRIC_ERR_NOT_SUPPORTED, noFailedBlock};
+    }
+    const TableOwner table(
+        createTessalyTable(record, std::uint64_t{header.columns} * header.rows, wanted));
+    if (!table) {
+        return {VANTRIC_ERR_BUFFER_TOO_SMALL, noFailedBlock};
+    }
+    VantricStream stream = vantric_createStreamFromData(data, size);
+    return readBlocks(stream, *table, observer);
+}
+
+Refusal refusalOfDirectionsAndPsf(const VantricCalibration& record, std::uint32_t numPixels) {
+    if (std::uint64_t{numPixels} * floatsPerDirection > std::numeric_limits<std::uint32_t>::max()) {
+        // More than the rays of any image.
+        return {VANTRIC_ERR_ALREADY_SET, Cause::noPsf, columnsOffset, 0, numPixels, 0};
+    }
+    if (record.lensParameters == nullptr) {
+        return {VANTRIC_ERR_BUFFER_TOO_SMALL, Cause::outOfMemory, columnsOffset, 0, 0, 0};
+    }
+    if (vantric_validFloatField(record.straylightScale) == 0) {
+        return {};
+    }
+    const std::uint64_t elements = std::uint64_t{record.psfWidth} * record.psfHeight;
+    if (elements > VANTRIC_MAX_PSF_ELEMENTS) {
+        return {VANTRIC_ERR_BUFFER_TOO_SMALL, Cause::psfTooLarge, 0,
+                VANTRIC_MAX_PSF_ELEMENTS,     elements,           VANTRIC_MAX_PSF_ELEMENTS};
+    }
+    return {};
+}
+
+PackedRead readPacked(const std::uint8_t* data, std::size_t size, Wanted wanted,
+                      WalkObserver* observer) {
+    RXHeader header = {};
+    const Refusal refusal = refusalOfHeader(data, size, header);
+    PackedRead read = {{refusal.status, noFailedBlock}, nullptr};
+    const auto tell = [&](const Refusal& why, std::uint32_t blockId) {
+        if (observer != nullptr) {
+            observer->refused(why, blockId);
+        }
+    };
+    if (refusal.refused()) {
+        tell(refusal, noFailedBlock);
+        return read;
+    }
+    const std::uint32_t numPixels = std::uint32_t{header.columns} * header.rows;
+    if (isTooShortFor(numPixels, size)) {
+        wanted = Wanted::cut;
+    }
+    read.record.reset(
+        allocateCalibration(numPixels, wanted == Wanted::cut ? Tables::none : Tables::allocated));
+    read.result = readPackedInto(*read.record, data, size, wanted, observer);
+    if (read.result.status != VANTRIC_OK) {
+        return read;
+    }
+    const Refusal after = refusalOfDirectionsAndPsf(*read.record, numPixels);
+    read.result.status = wanted == Wanted::everything
+                             ? vantric_calcRXPsfAndDirections(read.record.get(), numPixels)
+                             : after.status;
+    if (read.result.status != VANTRIC_OK) {
+        tell(
+            after.refused() ? after : Refusal{read.result.status, Cause::noPsf, 0, 0, 0, 0},
+            after.cause == Cause::psfTooLarge ? std::uint32_t{RX_BLOCK_STRAYLIGHT} : noFailedBlock);
+    }
+    return read;
+}
+
+}  // namespace vantric
+
+using namespace vantric;
 
 VantricCalibrationHandler vantric_getRXCalibrationHandler(void) {
     return {vantric_supportsRXCalibration, vantric_readRXHandlerCalibration,
@@ -49,13 +160,7 @@ uint32_t vantric_getRXCalibrationType(void) {
 
 RXReadResult vantric_readRXHandlerCalibration(const uint8_t* data, size_t size,
                                               VantricCalibration* calibration) {
-    RXHeader header = {};
-    if (!readsHeader(data, size, header)) {
-        return {VANTRIC_ERR_NOT_SUPPORTED, noFailedBlock};
-    }
-    const std::uint64_t numPixels = std::uint64_t{header.columns} * header.rows;
-    VantricStream stream = vantric_createStreamFromData(data, size);
-    return vantric_readRXCalibration(&stream, vantric_createTessalyTable(calibration, numPixels));
+    return readPackedInto(*calibration, data, size, Wanted::everything, nullptr);
 }
 
 uint32_t vantric_readRXCustomFields(const uint8_t* data, size_t size,
@@ -70,7 +175,7 @@ uint32_t vantric_readRXCustomFields(const uint8_t* data, size_t size,
 
 uint32_t vantric_calcRXPsfAndDirections(VantricCalibration* calibration, uint32_t numPixels) {
     const std::uint64_t count = std::uint64_t{numPixels} * floatsPerDirection;
-    if (count > UINT32_MAX) {
+    if (count > std::numeric_limits<std::uint32_t>::max()) {
         return VANTRIC_ERR_ALREADY_SET;  // more than the rays of any image
     }
     Owned<float> directions(allocate<float>(count));

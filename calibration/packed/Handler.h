@@ -1,4 +1,38 @@
 #pragma once
 
-// The plug of the packed format into the handler registry; declared in the public header.
+// The plug of the packed format into the registry, and the same road outside of it.
+#include <cstddef>
+#include <cstdint>
+
 #include "calcut/vantric_rx.h"
+#include "calibration/owners.h"
+#include "calibration/packed/Reader.h"
+#include "calibration/packed/Wanted.h"
+
+namespace vantric {
+
+/// Whether all functions of a handler are this library's own.
+bool isPackedHandler(const VantricCalibrationHandler& handler);
+
+/// vantric_readRXHandlerCalibration with what is wanted, told to observer (null: nobody).
+RXReadResult readPackedInto(VantricCalibration& record, const std::uint8_t* data, std::size_t size,
+                            Wanted wanted, WalkObserver* observer);
+
+/// What vantric_calcRXPsfAndDirections would answer for a record that was just read, without
+/// computing anything.
+Refusal refusalOfDirectionsAndPsf(const VantricCalibration& record, std::uint32_t numPixels);
+
+struct PackedRead {
+    RXReadResult result;
+    RecordOwner record;
+};
+
+/// vantric_readCalibration with the library's own handler, except that the record is handed out
+/// after a failure too, as far as it was filled; it is null when the file header was refused or
+/// names no pixels. With Wanted::cut, and when the data are so much shorter than the image they
+/// claim that no read can succeed, the record has neither tables (pixelValues and pixelTable are
+/// null) nor directions nor psf.
+PackedRead readPacked(const std::uint8_t* data, std::size_t size, Wanted wanted,
+                      WalkObserver* observer);
+
+}  // namespace vantric

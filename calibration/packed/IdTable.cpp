@@ -7,16 +7,32 @@
 
 #include "calibration/memory.h"
 
+namespace vantric {
+
+std::int32_t minimumCount(std::int32_t expectedCount, std::uint64_t numPixels) {
+    const auto pixels = static_cast<std::uint32_t>(numPixels);
+    if (expectedCount < 0) {
+        return std::numeric_limits<std::int32_t>::min();
+    }
+    if (expectedCount == perPixelCount) {
+        return static_cast<std::int32_t>(pixels);
+    }
+    if (expectedCount >= firstLiteralCount && expectedCount <= lastLiteralCount) {
+        return expectedCount;
+    }
+    return static_cast<std::int32_t>(pixels *
+                                     static_cast<std::uint32_t>(expectedCount - lastLiteralCount));
+}
+
+}  // namespace vantric
+
 using namespace vantric;
 
 RXBlockTable* vantric_createTable(uint64_t capacity, uint64_t expectationSize) {
     if (capacity == 0) {
         return nullptr;
     }
-    auto* table = allocateZeroed<RXBlockTable>(1);
-    if (table == nullptr) {
-        std::abort();
-    }
+    auto* table = orAbort(allocateZeroed<RXBlockTable>(1));
     table->capacity = capacity;
     table->entries = allocateZeroed<RXTableEntry>(capacity);
     table->expectationSize = expectationSize;

@@ -13,4 +13,7 @@ constexpr std::int32_t perPixelCount = 0;
 constexpr std::int32_t firstLiteralCount = 2;
 constexpr std::int32_t lastLiteralCount = 249;
 
+/// Elements that a block must have at least, compared as signed numbers.
+std::int32_t minimumCount(std::int32_t expectedCount, std::uint64_t numPixels);
+
 }  // namespace vantric

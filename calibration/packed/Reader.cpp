@@ -5,191 +5,246 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
-#include <limits>
-#include <memory>
 #include <utility>
 
 #include "calibration/calibration.h"
 #include "calibration/memory.h"
+#include "calibration/owners.h"
 #include "calibration/packed/Block.h"
 #include "calibration/packed/CalibrationStream.h"
+#include "calibration/packed/Completeness.h"
+#include "calibration/packed/Compressed.h"
+#include "calibration/packed/CopyHooks.h"
 #include "calibration/packed/IdTable.h"
-#include "calibration/packed/Tessaly.h"
+#include "calibration/packed/Scratch.h"
 
-using namespace vantric;
+namespace vantric {
 
 namespace {
 
-// Room for the decoded block in front, and for the packed words and integers of it behind.
-constexpr std::uint64_t scratchBytesPerPixel = 12;
-constexpr std::uint64_t decodedBytesPerPixel = 4;
-
-struct TableRelease {
-    void operator()(RXBlockTable* table) const { vantric_freeRXTable(table); }
-};
+bool hasForeignCopies(const RXBlockTable& table) {
+    return std::any_of(table.entries, table.entries + table.count, [](const RXTableEntry& entry) {
+        return entry.copy != nullptr && needsOf(entry.copy).scratch == CopyNeeds::Scratch::all;
+    });
+}
 
 // The walk that fills a record.
-class BlockWalk {
+class Walk {
   public:
-    BlockWalk(VantricStream& stream, const RXBlockTable& table)
-        : stream_(stream), table_(table), record_(*table.context) {}
+    Walk(VantricStream& stream, const RXBlockTable& table, WalkObserver* observer)
+        : stream_(stream), table_(table), record_(*table.context), observer_(observer) {}
 
     RXReadResult run() {
-        RXReadResult result = {VANTRIC_OK, noFailedBlock};
-        result.status = begin();
-        if (result.status != VANTRIC_OK) {
-            return result;
-        }
+        Refusal refusal = begin();
         std::int32_t previousId = -1;
-        for (;;) {
-            result.status = vantric_readRXBlockHeader(&stream_, &header_, &block_);
-            if (result.status != VANTRIC_OK) {
-                return result;
-            }
-            if (block_.id == VANTRIC_RX_END_MARKER) {
+        while (!refusal.refused()) {
+            offset_ = stream_.position;
+            refusal = readBlockHeader(stream_, header_, block_);
+            if (refusal.refused() || block_.id == VANTRIC_RX_END_MARKER) {
                 break;
             }
+            payloadOffset_ = stream_.position;
             const auto id = static_cast<std::int32_t>(block_.id);
-            result.status = id > previousId ? readBlock() : VANTRIC_ERR_INVALID_DATA;
-            if (result.status != VANTRIC_OK) {
-                result.failedBlockId = block_.id;
-                return result;
-            }
+            outcome_ = BlockOutcome::read;
+            refusal = id > previousId ? readBlock()
+                                      : refuse(VANTRIC_ERR_INVALID_DATA, Cause::idsNotAscending, 0,
+                                               static_cast<std::uint64_t>(previousId), block_.id);
             previousId = id;
+            if (refusal.refused()) {
+                return endedBy(refusal, block_.id);
+            }
+            tellBlock();
         }
-        const std::uint32_t status = table_.validateWholeCalibration(&table_, &result);
-        if (status == VANTRIC_OK) {
-            clearMaskTail();
-            storeCounts();
-        }
-        result.status = status;
-        return result;
+        return refusal.refused() ? endedBy(refusal, noFailedBlock) : finish();
     }
 
   private:
-    std::uint32_t begin() {
-        const std::uint32_t status = vantric_readRXHeader(&stream_, &header_);
-        if (status != VANTRIC_OK) {
-            return status;
+    Refusal begin() {
+        Refusal refusal = readFileHeader(stream_, header_);
+        if (refusal.refused()) {
+            return refusal;
+        }
+        if (observer_ != nullptr) {
+            observer_->fileHeader(header_);
         }
         numPixels_ = std::uint64_t{header_.columns} * header_.rows;
-        // A record that was read before has the room of that image; a new one has no image yet.
-        const VantricImagerArea& area = record_.imagerArea;
-        const std::uint64_t room = std::uint64_t{area.columns} * area.rows;
-        if (room != 0 && room < numPixels_) {
-            return VANTRIC_ERR_BUFFER_TOO_SMALL;
+        scratch_ = Scratch(numPixels_);
+        VantricImagerArea& area = record_.imagerArea;
+        // Only a record that never held a packed image or anything else has an unknown room, for
+        // which the caller vouches. One that did has that of its image, also when that was empty.
+        wasRead_ = record_.calibrationType == packedCalibrationType;
+        const std::uint64_t room = pixelsOf(area);
+        if ((wasRead_ || room != 0) && room < numPixels_) {
+            return {VANTRIC_ERR_BUFFER_TOO_SMALL,
+                    Cause::recordTooSmall,
+                    columnsOffset,
+                    room,
+                    numPixels_,
+                    room};
         }
-        scratchSize_ = numPixels_ * scratchBytesPerPixel;
-        scratch_.reset(allocate<std::uint8_t>(scratchSize_));
-        record_.imagerArea = {0, 0, header_.columns, header_.rows};
+        if (area.columns != header_.columns || area.rows != header_.rows) {
+            std::free(std::exchange(record_.directions, nullptr));  // those of another image
+        }
+        area = {0, 0, header_.columns, header_.rows};
         record_.version = recordVersion;
         record_.calibrationType = packedCalibrationType;
-        return scratch_ ? VANTRIC_OK : VANTRIC_ERR_BUFFER_TOO_SMALL;
+        if (hasForeignCopies(table_) && !scratch_.makeZeroed()) {
+            return {VANTRIC_ERR_BUFFER_TOO_SMALL, Cause::outOfMemory, columnsOffset, 0, 0, 0};
+        }
+        return {};
     }
 
-    std::uint32_t readBlock() {
+    Refusal readBlock() {
         const RXTableEntry* entry =
             vantric_findRXTableEntry(static_cast<std::uint8_t>(block_.id), &table_);
         if (entry == nullptr) {
-            // Below the custom ids the payload is not skipped: the format has no such blocks.
-            return block_.id >= table_.firstCustomBlockId ? measureCustomBlock() : VANTRIC_OK;
+            if (block_.id >= table_.firstCustomBlockId) {
+                return measureCustomBlock();
+            }
+            // The payload is not skipped: the format has no such blocks.
+            outcome_ = BlockOutcome::unknown;
+            return {};
         }
-        std::uint32_t status = table_.validateBlock(&block_, entry->expectation);
-        status = entry->copy != nullptr ? copyBlock(*entry, status) : placeBlock(*entry, status);
-        if (status == VANTRIC_OK && table_.isFrequencyBlock(&block_) != 0) {
+        Refusal refusal = validate(*entry);
+        if (entry->copy != nullptr) {
+            refusal = refusal.refused() ? refusal : copyBlock(*entry, needsOf(entry->copy));
+        } else {
+            refusal = placeBlock(*entry, refusal);
+        }
+        if (!refusal.refused() && table_.isFrequencyBlock(&block_) != 0) {
             ++frequencyBlockCount_;
         }
-        return status;
+        return refusal;
     }
 
-    // Through the scratch and the entry's copy function.
-    std::uint32_t copyBlock(const RXTableEntry& entry, std::uint32_t status) {
-        const std::uint64_t decodedSize = numPixels_ * decodedBytesPerPixel;
+    Refusal validate(const RXTableEntry& entry) {
+        const std::uint32_t status = table_.validateBlock(&block_, entry.expectation);
         if (status == VANTRIC_OK) {
-            status = vantric_decodeRXBlock(&stream_, &block_, scratch_.get() + decodedSize,
-                                           scratchSize_ - decodedSize, scratch_.get(), decodedSize);
+            return {};
         }
-        if (status != VANTRIC_OK) {
-            return status;
+        Refusal refusal = refuse(status, Cause::wrongContent, 0, 0, 0);
+        if (entry.expectation != nullptr) {
+            refusal =
+                refuse(status, Cause::wrongKind, kindOffset, entry.expectation->kindA, block_.kind);
+            refusal.alsoExpected = entry.expectation->kindB;
+        }
+        return refusal;
+    }
+
+    // Through the scratch and the entry's copy function, or past both.
+    Refusal copyBlock(const RXTableEntry& entry, const CopyNeeds& needs) {
+        if (needs.fillsMask && block_.kind == RX_KIND_PACKED_UINT && scratch_.usedWords() == 0) {
+            return decodeMask(entry);
+        }
+        const Refusal refusal = scratch_.decode(stream_, block_);
+        if (refusal.refused()) {
+            return located(refusal);
         }
         const std::uint64_t size = vantric_getRXUnpackedBlockSize(&block_);
-        decodedEnd_ = std::max(decodedEnd_, size);
-        if (entry.copy == copyMask) {
-            return copyMaskBlock(entry, size);
+        std::uint64_t room = entry.destinationSize;
+        if (needs.fillsMask) {
+            room = std::min(room, scratch_.usedWords());
         }
-        status = entry.copy(scratch_.get(), size, entry.destination, entry.destinationSize,
-                            entry.countField);
-        if (status == VANTRIC_OK && entry.copy == copyStraylight) {
-            // Of an earlier read; the size that came now may be another.
+        const std::uint32_t status =
+            entry.copy(scratch_.data(), size, entry.destination, room, entry.countField);
+        if (status != VANTRIC_OK) {
+            return refuse(status, Cause::wrongContent, countCodeOffset, entry.destinationSize,
+                          size);
+        }
+        if (needs.fillsMask) {
+            fillMask(entry, room);
+        }
+        if (needs.endsPsf) {
             std::free(std::exchange(record_.psf, nullptr));
         }
-        return status;
+        return {};
     }
 
-    // A mask fills its whole destination, whatever the block brought. Nothing was decoded to the
-    // scratch for the rest: it becomes zero once the calibration has turned out to be complete, so
-    // that a header that claims a huge image costs nothing.
-    std::uint32_t copyMaskBlock(const RXTableEntry& entry, std::uint64_t size) {
-        const std::uint64_t decodedWords =
-            (decodedEnd_ + decodedBytesPerPixel - 1) / decodedBytesPerPixel;
-        const std::uint64_t filled = std::min(entry.destinationSize, decodedWords);
-        const std::uint32_t status =
-            copyMask(scratch_.get(), size, entry.destination, filled, entry.countField);
-        if (status == VANTRIC_OK) {
-            clearMaskTail();  // of another mask; only a host's table has two
-            maskTail_ = static_cast<std::uint8_t*>(entry.destination) + filled;
-            maskTailSize_ = entry.destinationSize - filled;
+    // What decoding to words and copying their low bytes gives.
+    Refusal decodeMask(const RXTableEntry& entry) {
+        const TakenPayload taken = takePayload(
+            stream_, block_, scratch_.size() - scratch_.decodedSize(), scratch_.decodedSize());
+        if (taken.refusal.refused()) {
+            return located(taken.refusal);
         }
-        return status;
+        if (block_.count > entry.destinationSize) {
+            return refuse(VANTRIC_ERR_BUFFER_TOO_SMALL, Cause::tooLarge, countCodeOffset,
+                          entry.destinationSize, block_.count);
+        }
+        decodePackedLowBytes(taken.payload, taken.size / sizeof(std::uint32_t), block_.count,
+                             block_.bits, static_cast<std::uint8_t*>(entry.destination));
+        fillMask(entry, block_.count);
+        return {};
     }
 
-    void clearMaskTail() const {
+    // A mask fills its whole destination, whatever the block brought: the rest is zero. In a new
+    // record it is that already, so that a header that claims a huge image costs nothing.
+    void fillMask(const RXTableEntry& entry, std::uint64_t filled) {
+        clearMaskTail();  // of another mask; only a host's table has two
+        maskTail_ = static_cast<std::uint8_t*>(entry.destination) + filled;
+        maskTailSize_ = entry.destinationSize - filled;
+        if (wasRead_) {
+            clearMaskTail();
+        }
+    }
+
+    void clearMaskTail() {
         if (maskTailSize_ != 0) {
-            std::memset(maskTail_, 0, static_cast<std::size_t>(maskTailSize_));
+            std::memset(maskTail_, 0, static_cast<std::size_t>(std::exchange(maskTailSize_, 0)));
         }
     }
 
-    // Straight into its place.
-    std::uint32_t placeBlock(const RXTableEntry& entry, std::uint32_t status) {
-        if (static_cast<std::int32_t>(block_.count) < minimumCount(entry.expectedCount)) {
-            status = VANTRIC_ERR_COUNT_TOO_SMALL;
+    // Straight into its place. A place without memory behind it is only checked for.
+    Refusal placeBlock(const RXTableEntry& entry, Refusal refusal) {
+        const std::int32_t minimum = minimumCount(entry.expectedCount, numPixels_);
+        if (static_cast<std::int32_t>(block_.count) < minimum) {
+            refusal = refuse(VANTRIC_ERR_COUNT_TOO_SMALL, Cause::tooFewElements, countCodeOffset,
+                             static_cast<std::uint32_t>(minimum), block_.count);
         }
-        if (status == VANTRIC_OK) {
-            status = vantric_decodeRXBlock(&stream_, &block_, scratch_.get(), scratchSize_,
-                                           static_cast<std::uint8_t*>(entry.destination),
-                                           entry.destinationSize);
+        if (!refusal.refused()) {
+            refusal = located(
+                entry.destination == nullptr
+                    ? takePayload(stream_, block_, scratch_.size(), entry.destinationSize).refusal
+                    : decodeBlock(stream_, block_, scratch_.size(),
+                                  static_cast<std::uint8_t*>(entry.destination),
+                                  entry.destinationSize));
         }
         if (entry.countField != nullptr) {
             *entry.countField = static_cast<std::uint8_t>(block_.count);
         }
-        return status;
+        return refusal;
     }
 
-    [[nodiscard]] std::int32_t minimumCount(std::int32_t expectedCount) const {
-        const auto pixels = static_cast<std::uint32_t>(numPixels_);
-        if (expectedCount < 0) {
-            return std::numeric_limits<std::int32_t>::min();  // counts are compared as signed too
-        }
-        if (expectedCount == perPixelCount) {
-            return static_cast<std::int32_t>(pixels);
-        }
-        if (expectedCount >= firstLiteralCount && expectedCount <= lastLiteralCount) {
-            return expectedCount;
-        }
-        return static_cast<std::int32_t>(
-            pixels * static_cast<std::uint32_t>(expectedCount - lastLiteralCount));
-    }
-
-    std::uint32_t measureCustomBlock() {
+    Refusal measureCustomBlock() {
+        outcome_ = BlockOutcome::custom;
         const std::uint64_t size = vantric_getRXPackedBlockSize(&block_);
+        const std::uint64_t left = bytesLeft(stream_);
         const std::uint32_t status = vantric_canRead(&stream_, size);
         stream_.position += size;
         if (customBlockCount_ == customBlockSizes_.size()) {
-            return VANTRIC_ERR_BUFFER_TOO_SMALL;
+            return refuse(VANTRIC_ERR_BUFFER_TOO_SMALL, Cause::tooManyCustomBlocks, 0,
+                          customBlockSizes_.size(), customBlockCount_ + 1);
         }
         customBlockSizes_[customBlockCount_] = size;
         ++customBlockCount_;
-        return status;
+        return status == VANTRIC_OK
+                   ? Refusal{}
+                   : located({status, Cause::payloadCutShort, 0, size, left, size});
+    }
+
+    RXReadResult finish() {
+        if (observer_ != nullptr) {
+            observer_->endMarker(offset_);
+        }
+        RXReadResult result = {VANTRIC_OK, noFailedBlock};
+        result.status = table_.validateWholeCalibration(&table_, &result);
+        if (result.status == VANTRIC_OK) {
+            clearMaskTail();
+            storeCounts();
+        } else if (observer_ != nullptr) {
+            observer_->refused(refusalOfWhole(table_, result, offset_), result.failedBlockId);
+        }
+        return result;
     }
 
     void storeCounts() {
@@ -203,15 +258,83 @@ class BlockWalk {
         }
     }
 
+    // ------------------------------------------------------------------- telling what happened --
+
+    [[nodiscard]] Refusal refuse(std::uint32_t status, Cause cause, std::uint64_t offsetInHeader,
+                                 std::uint64_t expected, std::uint64_t found) const {
+        return {status, cause, offset_ + offsetInHeader, expected, found, expected};
+    }
+
+    // A refusal of the payload, which knows nothing of the header before it.
+    [[nodiscard]] Refusal located(Refusal refusal) const {
+        switch (refusal.cause) {
+            case Cause::payloadCutShort:
+                refusal.offset = payloadOffset_;
+                break;
+            case Cause::wrongBits:
+                refusal.offset =
+                    payloadOffset_ - bitsSize -
+                    (block_.kind == RX_KIND_PACKED_FLOAT ? fixedPointSize : std::uint64_t{0});
+                break;
+            default:
+                refusal.offset = offset_ + countCodeOffset;
+                break;
+        }
+        return refusal;
+    }
+
+    void tellBlock() const {
+        if (observer_ != nullptr) {
+            observer_->block(
+                {block_, offset_, payloadOffset_, vantric_getRXPackedBlockSize(&block_), outcome_});
+        }
+    }
+
+    RXReadResult endedBy(const Refusal& refusal, std::uint32_t blockId) {
+        if (observer_ != nullptr) {
+            if (blockId != noFailedBlock) {
+                outcome_ = BlockOutcome::failed;
+                tellBlock();
+            }
+            observer_->refused(refusal, blockId);
+            if (blockId != noFailedBlock) {
+                tellRest();
+            }
+        }
+        return {refusal.status, blockId};
+    }
+
+    // The blocks behind the one that stopped the walk.
+    void tellRest() {
+        outcome_ = BlockOutcome::notReached;
+        stream_.position = payloadOffset_ + vantric_getRXPackedBlockSize(&block_);
+        for (;;) {
+            offset_ = stream_.position;
+            if (readBlockHeader(stream_, header_, block_).refused()) {
+                return;
+            }
+            if (block_.id == VANTRIC_RX_END_MARKER) {
+                observer_->endMarker(offset_);
+                return;
+            }
+            payloadOffset_ = stream_.position;
+            tellBlock();
+            stream_.position += vantric_getRXPackedBlockSize(&block_);
+        }
+    }
+
     VantricStream& stream_;
     const RXBlockTable& table_;
     VantricCalibration& record_;
+    WalkObserver* observer_;
     RXHeader header_ = {};
     RXBlockHeader block_ = {};
+    std::uint64_t offset_ = 0;  // of the block header
+    std::uint64_t payloadOffset_ = 0;
+    BlockOutcome outcome_ = BlockOutcome::read;
     std::uint64_t numPixels_ = 0;
-    Owned<std::uint8_t> scratch_;
-    std::uint64_t scratchSize_ = 0;
-    std::uint64_t decodedEnd_ = 0;  // in the scratch; nothing was written behind it
+    bool wasRead_ = false;
+    Scratch scratch_{0};
     std::uint8_t* maskTail_ = nullptr;
     std::uint64_t maskTailSize_ = 0;
     std::uint8_t frequencyBlockCount_ = 0;
@@ -224,60 +347,21 @@ bool usable(const RXBlockTable& table) {
            table.validateBlock != nullptr && table.validateWholeCalibration != nullptr;
 }
 
-// The custom field of a block, also one that is not in use (no block fits into it), or null.
-const VantricCustomField* customFieldOf(std::uint32_t id, const VantricCalibration& record) {
-    const std::uint32_t index = id - record.firstCustomFieldId;
-    return index < VANTRIC_CUSTOM_FIELDS ? record.customFields + index : nullptr;
-}
-
-std::uint32_t readCustomBlock(VantricStream& stream, const RXBlockHeader& block,
-                              const VantricCalibration& record) {
-    const VantricCustomField* field = customFieldOf(block.id, record);
-    if (field == nullptr) {
-        return VANTRIC_ERR_INVALID_DATA;
-    }
-    return vantric_decodeRXBlock(&stream, &block, nullptr, 0, field->data,
-                                 field->data == nullptr ? 0 : field->size);
-}
-
-std::uint32_t skipBlock(VantricStream& stream, const RXBlockHeader& block) {
-    const std::uint64_t size = vantric_getRXPackedBlockSize(&block);
-    const std::uint32_t status = vantric_canRead(&stream, size);
-    stream.position += size;
-    return status;
-}
-
 }  // namespace
 
+RXReadResult readBlocks(VantricStream& stream, const RXBlockTable& table, WalkObserver* observer) {
+    return usable(table) ? Walk(stream, table, observer).run()
+                         : RXReadResult{VANTRIC_ERR_INVALID_ARGUMENT, noFailedBlock};
+}
+
+}  // namespace vantric
+
+using namespace vantric;
+
 RXReadResult vantric_readRXCalibration(VantricStream* stream, RXBlockTable* table) {
-    const std::unique_ptr<RXBlockTable, TableRelease> owned(table);
+    const TableOwner owned(table);
     if (table == nullptr) {
         return {VANTRIC_ERR_BUFFER_TOO_SMALL, noFailedBlock};
     }
-    if (!usable(*table)) {
-        return {VANTRIC_ERR_INVALID_ARGUMENT, noFailedBlock};
-    }
-    return BlockWalk(*stream, *table).run();
-}
-
-uint32_t vantric_readRXCustomData(VantricStream* stream, VantricCalibration* calibration) {
-    RXHeader header = {};
-    std::uint32_t status = vantric_readRXHeader(stream, &header);
-    RXBlockHeader block = {};
-    std::int32_t previousId = -1;
-    while (status == VANTRIC_OK) {
-        status = vantric_readRXBlockHeader(stream, &header, &block);
-        if (status != VANTRIC_OK || block.id == VANTRIC_RX_END_MARKER) {
-            break;
-        }
-        const auto id = static_cast<std::int32_t>(block.id);
-        if (id <= previousId) {
-            return VANTRIC_ERR_INVALID_DATA;
-        }
-        previousId = id;
-        status = block.id >= calibration->firstCustomFieldId
-                     ? readCustomBlock(*stream, block, *calibration)
-                     : skipBlock(*stream, block);
-    }
-    return status;
+    return readBlocks(*stream, *table, nullptr);
 }

@@ -2,11 +2,9 @@
 
 // The walk over the blocks: what is wanted of it, and who may watch it. The exported functions are
 // declared in the public header.
-#include <cstddef>
 #include <cstdint>
 
 #include "calcut/vantric_rx.h"
-#include "calibration/owners.h"
 #include "calibration/packed/Refusal.h"
 
 namespace vantric {
@@ -16,14 +14,6 @@ constexpr std::uint16_t packedCalibrationType = 3;
 
 /// failedBlockId of a read in which no block is to blame.
 constexpr std::uint32_t noFailedBlock = 255;
-
-/// What a reader wants of a calibration. The status is the same for either.
-enum class Wanted : std::uint8_t {
-    everything,
-    /// All but the per-pixel tables, directions and PSF, which are checked and neither allocated
-    /// nor computed.
-    cut
-};
 
 enum class BlockOutcome : std::uint8_t {
     read,       ///< decoded into the record
@@ -53,25 +43,15 @@ class WalkObserver {
     virtual void fileHeader(const RXHeader& header) = 0;
     virtual void block(const BlockSighting& block) = 0;
     virtual void endMarker(std::uint64_t offset) = 0;
-    /// At most once, by whoever refused. blockId is noFailedBlock where no block is to blame.
+    /// At most once, by whoever refused. blockId is noFailedBlock where no block is to blame. A
+    /// PSF that cannot be made names the straylight block and the offset 0.
     virtual void refused(const Refusal& refusal, std::uint32_t blockId) = 0;
 
   protected:
     ~WalkObserver() = default;
 };
 
-/// A read of a packed calibration outside of the registry, told to observer (null: nobody).
-struct PackedRead {
-    RXReadResult result;
-    /// Filled as far as the read came; null only when the header was refused, or when the data are
-    /// so much shorter than the claimed image that no read can succeed (then no record is made).
-    RecordOwner record;
-};
-
-/// Status and side effects of vantric_readCalibration with the library's own handler, except that
-/// the record is handed out after a failure too. With Wanted::cut the record has neither tables
-/// (pixelValues and pixelTable are null) nor directions nor psf.
-PackedRead readPacked(const std::uint8_t* data, std::size_t size, Wanted wanted,
-                      WalkObserver* observer);
+/// vantric_readRXCalibration without the release of the table, told to observer (null: nobody).
+RXReadResult readBlocks(VantricStream& stream, const RXBlockTable& table, WalkObserver* observer);
 
 }  // namespace vantric

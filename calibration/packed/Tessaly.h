@@ -3,34 +3,13 @@
 #include <cstdint>
 
 #include "calcut/vantric_rx.h"
+#include "calibration/packed/Wanted.h"
 
 namespace vantric {
 
-// The hooks of the table that this library reads with. They are reached through the table, and by
-// name only from tests.
-
-int isFrequencyBlock(const RXBlockHeader* block);
-std::uint32_t validateBlock(const RXBlockHeader* block, RXBlockExpectation* expectation);
-std::uint32_t validateWholeCalibration(const RXBlockTable* table, RXReadResult* result);
-
-// Copy functions: each checks sizes first and writes nothing when it fails (the date alone puts a
-// terminator at the end of its target before it looks for room).
-
-/// One byte per entry of the target, the low byte of a source word. destinationSize counts entries:
-/// all of them are copied, however many words the block had.
-std::uint32_t copyMask(const void* source, std::uint64_t sourceSize, void* destination,
-                       std::uint64_t destinationSize, std::uint8_t* countField);
-/// Appends " (value)" to the text in the target.
-std::uint32_t convertAndCopyDate(const void* source, std::uint64_t sourceSize, void* destination,
-                                 std::uint64_t destinationSize, std::uint8_t* countField);
-/// Copies and terminates a text.
-std::uint32_t copyString(const void* source, std::uint64_t sourceSize, void* destination,
-                         std::uint64_t destinationSize, std::uint8_t* countField);
-/// Fills the record from straylightScale (destination) to straylightPointCount.
-std::uint32_t copyStraylight(const void* source, std::uint64_t sourceSize, void* destination,
-                             std::uint64_t destinationSize, std::uint8_t* countField);
-/// Fills a VantricWigglingTable; the table's capacity bounds it, destinationSize is ignored.
-std::uint32_t copyWiggling(const void* source, std::uint64_t sourceSize, void* destination,
-                           std::uint64_t destinationSize, std::uint8_t* countField);
+/// vantric_createTessalyTable for what is wanted of the calibration: a cut has no place for the
+/// per-pixel tables, whose entries then have a size and no destination.
+RXBlockTable* createTessalyTable(VantricCalibration& record, std::uint64_t numPixels,
+                                 Wanted wanted);
 
 }  // namespace vantric

@@ -12,6 +12,7 @@
 #include <random>
 #include <tuple>
 
+#include "calibration/packed/Compressed.h"
 #include "cutter/CRC32.h"
 #include "fixtures.h"
 #include "plain/plain.h"
@@ -37,6 +38,16 @@ Words bitsOf(const float* values, std::size_t count) {
     Words bits(count);
     std::transform(values, values + count, bits.begin(), [](float x) { return bitsOf(x); });
     return bits;
+}
+
+Bytes bigEndianBytes(const Words& words) {
+    Bytes bytes;
+    for (const std::uint32_t word : words) {
+        for (const unsigned shift : {24U, 16U, 8U, 0U}) {
+            bytes.push_back(static_cast<std::uint8_t>(word >> shift));
+        }
+    }
+    return bytes;
 }
 
 // The same on every machine.
@@ -231,6 +242,15 @@ TEST(KernelEquality, InterpolationInsideAtAndOutsideTheNodes) {
 
 // --------------------------------------------------------------------------------- unpacking --
 
+// The low bytes of the same values, a byte for each; as many as there are.
+std::pair<std::uint32_t, Bytes> lowBytes(const Words& words, std::uint64_t count, unsigned bits) {
+    const Bytes packed = bigEndianBytes(words);
+    Bytes low(count + 4, static_cast<std::uint8_t>(untouchedWord));
+    const std::uint32_t status =
+        vantric::decodePackedLowBytes(packed.data(), words.size(), count, bits, low.data());
+    return {status, low};
+}
+
 TEST(KernelEquality, UnpackingOfEveryWidthAndCountWithTooFewJustEnoughAndMoreWords) {
     const Words words = Random().many<std::uint32_t>(4200);
     std::vector<std::uint64_t> counts(71);
@@ -250,8 +270,10 @@ TEST(KernelEquality, UnpackingOfEveryWidthAndCountWithTooFewJustEnoughAndMoreWor
                 Words fastScratch = fast, expectedScratch = fast;
                 Floats fastFloats(n + 4, untouched), expectedFloats = fastFloats;
                 SCOPED_TRACE(testing::Message() << int{bits} << " bits, " << n << " values");
-                ASSERT_EQ(vantric_unpackRXUint(in, wordCount, n, bits, fast.data()),
-                          plain::unpackUint(in, wordCount, n, bits, expected.data()));
+                const auto status = plain::unpackUint(in, wordCount, n, bits, expected.data());
+                const Bytes low(expected.begin(), expected.end());
+                ASSERT_EQ(lowBytes(exact, n, bits), std::pair(status, low));
+                ASSERT_EQ(vantric_unpackRXUint(in, wordCount, n, bits, fast.data()), status);
                 ASSERT_EQ(vantric_unpackRXFloat(in, wordCount, n, bits, fastScratch.data(),
                                                 fastFloats.data(), 0.37F, -3.1F),
                           plain::unpackFloat(in, wordCount, n, bits, expectedScratch.data(),
@@ -294,12 +316,7 @@ TEST(KernelEquality, BlocksOfEveryKindWidthAndAlignment) {
 
 // What the library makes of words as a float block.
 Floats decodeFloatBlock(const Words& words) {
-    Bytes bytes;
-    for (const std::uint32_t word : words) {
-        for (const unsigned shift : {24U, 16U, 8U, 0U}) {
-            bytes.push_back(static_cast<std::uint8_t>(word >> shift));
-        }
-    }
+    const Bytes bytes = bigEndianBytes(words);
     const RXBlockHeader block = {0, RX_KIND_FLOAT, static_cast<std::uint32_t>(words.size()), 0, 0,
                                  0};
     Floats values(words.size());

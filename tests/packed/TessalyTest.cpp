@@ -1,4 +1,5 @@
-#include "calibration/packed/Tessaly.h"
+#include "calibration/packed/Completeness.h"
+#include "calibration/packed/CopyHooks.h"
 
 #include <gtest/gtest.h>
 

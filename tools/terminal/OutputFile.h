@@ -11,7 +11,8 @@
 
 namespace calcut::tools {
 
-/// Which file a path leads to, through links; nothing when there is none or for "-".
+/// Which file an input's path leads to, through links, and what "-" reads; nothing when there is
+/// none.
 std::optional<FileIdentity> identityOf(const std::string& path);
 
 /// Why no file of this path may be written, as far as can be told before the work: it is one of the

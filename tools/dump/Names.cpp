@@ -1,11 +1,9 @@
-#include "StatusNames.h"
+#include "tools/dump/Names.h"
 
+#include <algorithm>
 #include <array>
 
 #include <fmt/format.h>
-
-#include "calcut/vantric.h"
-#include "calcut/vantric_rx.h"
 
 namespace calcut::tools {
 
@@ -42,12 +40,9 @@ constexpr std::array statuses = {
 };
 
 const Status* findStatus(std::uint32_t code) {
-    for (const Status& status : statuses) {
-        if (status.code == code) {
-            return &status;
-        }
-    }
-    return nullptr;
+    const auto* found = std::find_if(statuses.begin(), statuses.end(),
+                                     [code](const Status& status) { return status.code == code; });
+    return found == statuses.end() ? nullptr : found;
 }
 
 constexpr std::array singleBlocks = {
@@ -88,8 +83,31 @@ std::string blockName(std::uint32_t id) {
     return id >= RX_BLOCK_FIRST_CUSTOM ? "custom block" : "unknown";
 }
 
-const char* kindName(std::uint32_t kind) {
+std::string blockLabel(std::uint32_t id) {
+    return fmt::format("block {} ({})", id, blockName(id));
+}
+
+const char* kindName(std::uint64_t kind) {
     return kind < kinds.size() ? kinds[kind] : "unknown";
+}
+
+const char* outcomeName(vantric::BlockOutcome outcome) {
+    switch (outcome) {
+        case vantric::BlockOutcome::read:
+        case vantric::BlockOutcome::custom:
+            return "read";
+        case vantric::BlockOutcome::unknown:
+            return "ignored";
+        case vantric::BlockOutcome::failed:
+            return "failed";
+        case vantric::BlockOutcome::notReached:
+            return "not reached";
+    }
+    return "";
+}
+
+std::string byteCount(std::uint64_t count) {
+    return fmt::format("{} byte{}", count, count == 1 ? "" : "s");
 }
 
 }  // namespace calcut::tools

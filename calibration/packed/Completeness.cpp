@@ -1,0 +1,133 @@
+#include "calibration/packed/Completeness.h"
+
+#include <array>
+
+namespace vantric {
+
+namespace {
+
+constexpr std::uint32_t frequencyBlocks = VANTRIC_FREQUENCIES * RX_BLOCKS_PER_FREQUENCY;
+
+bool isFrequencyId(std::uint32_t id) {
+    return id >= RX_BLOCK_FIRST_FREQUENCY && id < RX_BLOCK_FIRST_FREQUENCY + frequencyBlocks &&
+           (id - RX_BLOCK_FIRST_FREQUENCY) % RX_BLOCKS_PER_FREQUENCY == RX_FREQUENCY_ID;
+}
+
+// Which blocks of which frequency are still owed.
+class PendingBlocks {
+  public:
+    /// Notes a block that was found; false when its frequency block was not.
+    bool note(std::uint32_t id) {
+        if (id < RX_BLOCK_FIRST_FREQUENCY || id >= RX_BLOCK_FIRST_FREQUENCY + frequencyBlocks) {
+            return true;
+        }
+        const std::uint32_t index = id - RX_BLOCK_FIRST_FREQUENCY;
+        const std::uint32_t row = index - index % RX_BLOCKS_PER_FREQUENCY;
+        if (index == row) {
+            for (std::uint32_t block = 0; block < RX_BLOCKS_PER_FREQUENCY; ++block) {
+                pending_[row + block] = block != RX_FREQUENCY_SCALAR;
+            }
+            return true;
+        }
+        const bool frequencyKnown = pending_[row];
+        pending_[index] = false;
+        return frequencyKnown;
+    }
+
+    /// The last block id still owed, or 0.
+    [[nodiscard]] std::uint32_t lastMissing() const {
+        std::uint32_t missing = 0;
+        for (std::uint32_t index = 0; index < frequencyBlocks; ++index) {
+            if (pending_[index] && index % RX_BLOCKS_PER_FREQUENCY != RX_FREQUENCY_ID) {
+                missing = RX_BLOCK_FIRST_FREQUENCY + index;
+            }
+        }
+        return missing;
+    }
+
+  private:
+    std::array<bool, frequencyBlocks> pending_{};
+};
+
+std::uint32_t statusOfFound(const RXTableEntry& entry, const VantricCalibration& record) {
+    const RXBlockExpectation& expectation = *entry.expectation;
+    if (expectation.status != VANTRIC_OK || expectation.required != 0) {
+        return expectation.status;
+    }
+    const bool unset =
+        (entry.id == RX_BLOCK_ID_CODES && vantric_validUnit16Field(record.idCode0) == 0) ||
+        (entry.id == RX_BLOCK_STRAYLIGHT && vantric_validFloatField(record.straylightScale) == 0);
+    return unset ? VANTRIC_ERR_VALUE_UNSET : VANTRIC_OK;
+}
+
+std::uint32_t validateEntry(const RXTableEntry& entry, const VantricCalibration& record,
+                            PendingBlocks& pending) {
+    const RXBlockExpectation* expectation = entry.expectation;
+    if (expectation == nullptr) {
+        return VANTRIC_OK;
+    }
+    if (expectation->seen == 0) {
+        if (expectation->required == 0) {
+            return VANTRIC_OK;
+        }
+        return expectation->status != VANTRIC_OK ? expectation->status : VANTRIC_ERR_FIELD_EMPTY;
+    }
+    const std::uint32_t status = statusOfFound(entry, record);
+    return pending.note(entry.id) ? status : VANTRIC_ERR_FIELD_EMPTY;
+}
+
+}  // namespace
+
+int isFrequencyBlock(const RXBlockHeader* block) {
+    return isFrequencyId(block->id) ? 1 : 0;
+}
+
+std::uint32_t validateBlock(const RXBlockHeader* block, RXBlockExpectation* expectation) {
+    if (expectation == nullptr) {
+        return VANTRIC_OK;
+    }
+    ++expectation->seen;
+    if (block->kind != expectation->kindA && block->kind != expectation->kindB) {
+        expectation->status = VANTRIC_ERR_INVALID_DATA;
+    }
+    return expectation->status;
+}
+
+std::uint32_t validateWholeCalibration(const RXBlockTable* table, RXReadResult* result) {
+    PendingBlocks pending;
+    std::uint32_t status = VANTRIC_OK;
+    std::uint32_t id = 0;
+    for (std::uint64_t i = 0; i < table->count && status == VANTRIC_OK; ++i) {
+        id = table->entries[i].id;
+        status = validateEntry(table->entries[i], *table->context, pending);
+    }
+    // Only a walk that ended well: a missing required block is reported with its own id.
+    if (status == VANTRIC_OK && pending.lastMissing() != 0) {
+        status = VANTRIC_ERR_FIELD_EMPTY;
+        id = pending.lastMissing();
+    }
+    if (result != nullptr && status != VANTRIC_OK) {
+        *result = {status, id};
+    }
+    return status;
+}
+
+Refusal refusalOfWhole(const RXBlockTable& table, const RXReadResult& result,
+                       std::uint64_t offset) {
+    const auto [status, id] = result;
+    const RXTableEntry* entry = vantric_findRXTableEntry(static_cast<std::uint8_t>(id), &table);
+    const bool known = entry != nullptr && entry->expectation != nullptr;
+    Refusal refusal = {status, Cause::incomplete, offset, 0, 0, 0};
+    if (known && status == VANTRIC_ERR_VALUE_UNSET) {
+        refusal.cause = Cause::valueUnset;
+    } else if (known && status == VANTRIC_ERR_FIELD_EMPTY) {
+        const std::uint32_t row = (id - RX_BLOCK_FIRST_FREQUENCY) % RX_BLOCKS_PER_FREQUENCY;
+        refusal.cause =
+            entry->expectation->seen == 0 ? Cause::missingBlock : Cause::withoutFrequency;
+        refusal.expected = refusal.alsoExpected = id - row;
+        refusal.found = id;
+    }
+    return refusal;
+}
+
+}  // namespace vantric

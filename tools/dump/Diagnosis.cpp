@@ -1,0 +1,331 @@
+#include "tools/dump/Diagnosis.h"
+
+#include <algorithm>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "cutter/CRC32.h"
+#include "cutter/korvelineImage.h"
+#include "cutter/v7Image.h"
+#include "tools/dump/Findings.h"
+#include "tools/dump/Hints.h"
+#include "tools/dump/Names.h"
+#include "tools/dump/Warnings.h"
+
+namespace calcut::tools {
+
+namespace {
+
+using vantric::BlockOutcome;
+
+/// Behind a fault the walk is not checked any more, and a file can be made of block headers.
+constexpr std::size_t mostBlocks = 512;
+
+/// Notes what the walk meets.
+class Notes final : public vantric::WalkObserver {
+  public:
+    explicit Notes(Diagnosis& diagnosis) : about_(diagnosis) {}
+
+    void fileHeader(const RXHeader& header) override { about_.header = header; }
+
+    void block(const vantric::BlockSighting& sighting) override {
+        if (about_.blocks.size() == mostBlocks) {
+            return;
+        }
+        about_.blocks.push_back({sighting, blockName(sighting.header.id)});
+        about_.blocks.back().sighting.offset += about_.payloadOffset;
+        about_.blocks.back().sighting.payloadOffset += about_.payloadOffset;
+    }
+
+    void endMarker(std::uint64_t offset) override {
+        about_.endMarker = about_.payloadOffset + offset;
+    }
+
+    void refused(const vantric::Refusal& why, std::uint32_t blockId) override {
+        refusal = why;
+        refusal.offset += about_.payloadOffset;
+        refusedBlock = blockId;
+    }
+
+    vantric::Refusal refusal;
+    std::uint32_t refusedBlock = vantric::noFailedBlock;
+
+  private:
+    Diagnosis& about_;
+};
+
+// ---------------------------------------------------------------------------------------- image --
+
+/// Without a magic nothing else that a header says is worth a word; a file too short for a header
+/// is better told by its magic, too.
+bool isToldByMagic(const Diagnosis& about) {
+    return about.image.refusal->cause == image::Cause::wrongMagic ||
+           (about.image.refusal->cause == image::Cause::headerCutShort &&
+            classify(about.file) != about.layout);
+}
+
+Finding imageFault(const Diagnosis& about) {
+    const image::Refusal& refusal = *about.image.refusal;
+    if (isToldByMagic(about)) {
+        return wrongMagic(about.file, about.layout);
+    }
+    Particulars particulars;
+    particulars.offset = refusal.offset;
+    particulars.expected = refusal.expected;
+    particulars.found = refusal.found;
+    particulars.wanted = refusal.cause == image::Cause::payloadOutside
+                             ? fmt::format("{}", about.image.payloadOffset)
+                         : about.layout == Layout::V7 ? "version"
+                                                      : "layout revision";
+    return findingOf(refusal.cause, particulars);
+}
+
+/// What a cut makes of the payload before it looks into it.
+void takePayload(Diagnosis& about) {
+    const image::Record& image = about.image;
+    if (image.payloadOffset < 0 ||
+        static_cast<std::uint64_t>(image.payloadOffset) > about.file.size()) {
+        return;
+    }
+    about.payloadOffset = static_cast<std::uint64_t>(image.payloadOffset);
+    about.payload = about.file.subspan(about.payloadOffset, image.payloadPresent);
+    if (about.payload.size() < image.payloadLength) {
+        return;
+    }
+    Particulars particulars;
+    particulars.offset =
+        about.layout == Layout::V7
+            ? image::v7::fields[image::v7::fieldLength].offset
+            : image::korveline::fields[image::korveline::fieldLength].offset;
+    if (image.blockId == image::signedBlockId) {
+        particulars.expected = image::korveline::signatureArea + 1;
+        particulars.found = about.payload.size();
+        if (about.payload.size() < image::korveline::signatureArea) {
+            about.faults.push_back(findingOf(OwnCause::noRoomForSignature, particulars));
+            return;
+        }
+        about.signatureAreaSize = image::korveline::signatureArea;
+        about.signatureLength = about.payload[about.payload.size() - about.signatureAreaSize];
+    }
+    if (about.payload.size() == about.signatureAreaSize) {
+        about.faults.push_back(findingOf(
+            about.payload.empty() ? OwnCause::emptyPayload : OwnCause::onlySignature, particulars));
+    }
+}
+
+void lookAtImage(Diagnosis& about) {
+    about.image = about.layout == Layout::V7 ? image::v7::locate(about.file, 0)
+                                             : image::korveline::locate(about.file, 0);
+    if (about.image.refusal) {
+        about.faults.push_back(imageFault(about));
+    }
+    if (!about.image.hasHeader) {
+        return;
+    }
+    takePayload(about);
+    // The checks did not come that far, but whoever looks for the damage wants to know.
+    if (!about.image.computedCrc && about.payload.size() == about.image.payloadLength) {
+        about.image.computedCrc = crc32Of(about.payload.data(), about.payload.size());
+    }
+}
+
+void lookAtSignature(Diagnosis& about) {
+    if (!about.signatureLength) {
+        return;
+    }
+    Particulars particulars;
+    particulars.offset = about.payloadOffset + about.payload.size() - about.signatureAreaSize;
+    particulars.expected = image::korveline::maxSignature;
+    particulars.found = *about.signatureLength;
+    if (particulars.found == 0) {
+        about.faults.push_back(findingOf(OwnCause::signatureEmpty, particulars));
+    } else if (particulars.found > particulars.expected) {
+        about.faults.push_back(findingOf(OwnCause::signatureTooLong, particulars));
+    }
+}
+
+// ---------------------------------------------------------------------------------- calibration --
+
+const char* expectedElements(std::uint32_t blockId) {
+    switch (blockId) {
+        case RX_BLOCK_DATE:
+            return "1";
+        case RX_BLOCK_TEXT1:
+        case RX_BLOCK_TEXT2:
+            return "at most 63";
+        case RX_BLOCK_STRAYLIGHT:
+            return "32";
+        default:
+            return "1 and 3 for each entry (4, 7, 10, 13 or 16)";
+    }
+}
+
+/// The block that a refusal is about: the last one of that id, as a repeated id is met behind its
+/// first.
+const vantric::BlockSighting* refusedSighting(const Diagnosis& about, std::uint32_t id) {
+    const auto found =
+        std::find_if(about.blocks.rbegin(), about.blocks.rend(), [id](const DiagnosedBlock& block) {
+            return block.sighting.header.id == id &&
+                   block.sighting.outcome != BlockOutcome::notReached;
+        });
+    return found == about.blocks.rend() ? nullptr : &found->sighting;
+}
+
+Finding readFault(const Diagnosis& about, const Notes& notes) {
+    const vantric::Refusal& refusal = notes.refusal;
+    Particulars particulars{refusal.offset, refusal.expected, refusal.found, refusal.alsoExpected,
+                            refusal.status};
+    if (notes.refusedBlock != vantric::noFailedBlock) {
+        particulars.blockId = notes.refusedBlock;
+    }
+    const vantric::BlockSighting* block = refusedSighting(about, notes.refusedBlock);
+    switch (refusal.cause) {
+        case vantric::Cause::wrongMagic:
+            if (about.layout == Layout::Packed) {
+                return wrongMagic(about.file, about.layout);
+            }
+            particulars.wanted = quotedBytes(
+                {reinterpret_cast<const std::uint8_t*>(magicOf(Layout::Packed).data()),
+                 magicOf(Layout::Packed).size()});
+            particulars.seen = quotedBytes(about.payload.first(
+                std::min(about.payload.size(), magicOf(Layout::Packed).size())));
+            break;
+        case vantric::Cause::noPixels:
+        case vantric::Cause::tooManyPixels:
+            particulars.seen = fmt::format("{} x {}", about.header ? about.header->columns : 0,
+                                           about.header ? about.header->rows : 0);
+            break;
+        case vantric::Cause::unknownKind:
+            // The walk has no block of a header that does not read; its id stands before the kind.
+            particulars.blockId = about.file[refusal.offset - 1];
+            break;
+        case vantric::Cause::idsNotAscending:
+            // Above nothing, -1, there is no refusal.
+            particulars.seen = blockLabel(static_cast<std::uint32_t>(refusal.expected));
+            break;
+        case vantric::Cause::wrongContent:
+            particulars.wanted = expectedElements(notes.refusedBlock);
+            particulars.seen = fmt::format("{}", block != nullptr ? block->header.count : 0);
+            break;
+        case vantric::Cause::withoutFrequency:
+        case vantric::Cause::valueUnset:
+        case vantric::Cause::psfTooLarge:
+            particulars.offset = block != nullptr ? block->offset : refusal.offset;
+            break;
+        default:
+            break;
+    }
+    return findingOf(refusal.cause, particulars);
+}
+
+/// An id that the reader does not know, with a payload that it takes for the next header.
+std::optional<Finding> unknownBlock(const Diagnosis& about) {
+    const auto found =
+        std::find_if(about.blocks.begin(), about.blocks.end(), [](const DiagnosedBlock& block) {
+            return block.sighting.outcome == BlockOutcome::unknown;
+        });
+    if (found == about.blocks.end()) {
+        return std::nullopt;
+    }
+    const vantric::BlockSighting& block = found->sighting;
+    Particulars particulars;
+    particulars.offset = block.offset;
+    particulars.blockId = block.header.id;
+    particulars.seen = fmt::format("{}, {} in {}", kindName(block.header.kind), block.header.count,
+                                   byteCount(block.payloadSize));
+    return findingOf(OwnCause::unknownBlock, particulars);
+}
+
+void noteReadFaults(Diagnosis& about, const Notes& notes) {
+    std::optional<Finding> unknown = unknownBlock(about);
+    if (notes.refusal.refused()) {
+        Finding fault = readFault(about, notes);
+        const bool derailed = notes.refusal.cause != vantric::Cause::psfTooLarge &&
+                              notes.refusal.cause != vantric::Cause::noPsf &&
+                              notes.refusal.cause != vantric::Cause::outOfMemory;
+        if (unknown && derailed) {
+            about.faults.push_back(*std::exchange(unknown, std::nullopt));
+            fault.what = "as a consequence, " + fault.what;
+        }
+        about.faults.push_back(std::move(fault));
+    }
+    if (unknown) {
+        about.warnings.push_back(*std::move(unknown));
+    }
+}
+
+void readCalibration(Diagnosis& about, vantric::Wanted wanted) {
+    Notes notes(about);
+    vantric::PackedRead read =
+        vantric::readPacked(about.payload.data(), about.payload.size(), wanted, &notes);
+    if (!about.header) {
+        // Refused by the header's content; its numbers are worth showing.
+        VantricStream stream =
+            vantric_createStreamFromData(about.payload.data(), about.payload.size());
+        RXHeader header{};
+        if (vantric_readRXHeader(&stream, &header) == VANTRIC_OK) {
+            about.header = header;
+        }
+    }
+    about.status = read.result.status;
+    about.failedBlockId = read.result.failedBlockId;
+    about.record = std::move(read.record);
+    noteReadFaults(about, notes);
+    if (about.status == VANTRIC_OK && about.record->customFieldCount != 0) {
+        about.customStatus = vantric_readCustomFields(about.payload.data(), about.payload.size(),
+                                                      about.record.get());
+    }
+}
+
+}  // namespace
+
+const DiagnosedBlock* Diagnosis::readBlock(std::uint32_t id) const {
+    const auto found = std::find_if(blocks.begin(), blocks.end(), [id](const DiagnosedBlock& block) {
+        return block.sighting.header.id == id && block.sighting.outcome == BlockOutcome::read;
+    });
+    return found == blocks.end() ? nullptr : &*found;
+}
+
+std::uint64_t Diagnosis::trailingBytes() const {
+    if (!endMarker) {
+        return 0;
+    }
+    const std::uint64_t end = payloadOffset + payload.size() - signatureAreaSize;
+    return end > *endMarker ? end - *endMarker - 1 : 0;
+}
+
+std::optional<Finding> whyNotCut(const Diagnosis& diagnosis) {
+    if (!diagnosis.faults.empty()) {
+        return diagnosis.faults.front();
+    }
+    return diagnosis.layout == Layout::Packed
+               ? std::optional(findingOf(OwnCause::bareCalibration, {}))
+               : std::nullopt;
+}
+
+Diagnosis diagnose(ByteView file, Layout layout, vantric::Wanted wanted) {
+    Diagnosis about;
+    about.file = file;
+    about.layout = layout;
+    if (layout == Layout::Unknown) {
+        about.faults.push_back(wrongMagic(file, layout));
+        return about;
+    }
+    if (layout == Layout::Packed) {
+        about.payload = file;
+    } else {
+        lookAtImage(about);
+    }
+    // A payload that is nothing but signature area was told already.
+    if (about.payload.size() > about.signatureAreaSize || layout == Layout::Packed) {
+        readCalibration(about, wanted);
+        lookAtSignature(about);
+    }
+    for (Finding& warning : warningsAbout(about)) {
+        about.warnings.push_back(std::move(warning));
+    }
+    return about;
+}
+
+}  // namespace calcut::tools
