@@ -94,10 +94,9 @@ void takePayload(Diagnosis& about) {
         return;
     }
     Particulars particulars;
-    particulars.offset =
-        about.layout == Layout::V7
-            ? image::v7::fields[image::v7::fieldLength].offset
-            : image::korveline::fields[image::korveline::fieldLength].offset;
+    particulars.offset = about.layout == Layout::V7
+                             ? image::v7::fields[image::v7::fieldLength].offset
+                             : image::korveline::fields[image::korveline::fieldLength].offset;
     if (image.blockId == image::signedBlockId) {
         particulars.expected = image::korveline::signatureArea + 1;
         particulars.found = about.payload.size();
@@ -185,9 +184,9 @@ Finding readFault(const Diagnosis& about, const Notes& notes) {
             if (about.layout == Layout::Packed) {
                 return wrongMagic(about.file, about.layout);
             }
-            particulars.wanted = quotedBytes(
-                {reinterpret_cast<const std::uint8_t*>(magicOf(Layout::Packed).data()),
-                 magicOf(Layout::Packed).size()});
+            particulars.wanted =
+                quotedBytes({reinterpret_cast<const std::uint8_t*>(magicOf(Layout::Packed).data()),
+                             magicOf(Layout::Packed).size()});
             particulars.seen = quotedBytes(about.payload.first(
                 std::min(about.payload.size(), magicOf(Layout::Packed).size())));
             break;
@@ -219,39 +218,47 @@ Finding readFault(const Diagnosis& about, const Notes& notes) {
     return findingOf(refusal.cause, particulars);
 }
 
-/// An id that the reader does not know, with a payload that it takes for the next header.
-std::optional<Finding> unknownBlock(const Diagnosis& about) {
-    const auto found =
-        std::find_if(about.blocks.begin(), about.blocks.end(), [](const DiagnosedBlock& block) {
-            return block.sighting.outcome == BlockOutcome::unknown;
-        });
-    if (found == about.blocks.end()) {
-        return std::nullopt;
+/// A block that the reader does not know. One with a payload, which is taken for the next header,
+/// comes before one without.
+const vantric::BlockSighting* unknownBlock(const Diagnosis& about) {
+    const vantric::BlockSighting* unknown = nullptr;
+    for (const DiagnosedBlock& block : about.blocks) {
+        const bool better =
+            unknown == nullptr || (unknown->payloadSize == 0 && block.sighting.payloadSize != 0);
+        if (block.sighting.outcome == BlockOutcome::unknown && better) {
+            unknown = &block.sighting;
+        }
     }
-    const vantric::BlockSighting& block = found->sighting;
+    return unknown;
+}
+
+Finding unknownBlockFinding(const vantric::BlockSighting& block) {
     Particulars particulars;
     particulars.offset = block.offset;
     particulars.blockId = block.header.id;
-    particulars.seen = fmt::format("{}, {} in {}", kindName(block.header.kind), block.header.count,
+    particulars.seen = fmt::format("{} x {}, {}", block.header.count, kindName(block.header.kind),
                                    byteCount(block.payloadSize));
     return findingOf(OwnCause::unknownBlock, particulars);
 }
 
+/// Whether what refused a calibration can come from a header read at the wrong place.
+bool canComeFromHeaders(vantric::Cause cause) {
+    return cause != vantric::Cause::psfTooLarge && cause != vantric::Cause::noPsf &&
+           cause != vantric::Cause::outOfMemory;
+}
+
 void noteReadFaults(Diagnosis& about, const Notes& notes) {
-    std::optional<Finding> unknown = unknownBlock(about);
-    if (notes.refusal.refused()) {
-        Finding fault = readFault(about, notes);
-        const bool derailed = notes.refusal.cause != vantric::Cause::psfTooLarge &&
-                              notes.refusal.cause != vantric::Cause::noPsf &&
-                              notes.refusal.cause != vantric::Cause::outOfMemory;
-        if (unknown && derailed) {
-            about.faults.push_back(*std::exchange(unknown, std::nullopt));
-            fault.what = "as a consequence, " + fault.what;
-        }
-        about.faults.push_back(std::move(fault));
+    const vantric::BlockSighting* unknown = unknownBlock(about);
+    const bool derailed = unknown != nullptr && unknown->payloadSize != 0 &&
+                          notes.refusal.refused() && canComeFromHeaders(notes.refusal.cause);
+    if (unknown != nullptr) {
+        (derailed ? about.faults : about.warnings).push_back(unknownBlockFinding(*unknown));
     }
-    if (unknown) {
-        about.warnings.push_back(*std::move(unknown));
+    if (notes.refusal.refused()) {
+        about.faults.push_back(readFault(about, notes));
+        if (derailed) {
+            about.faults.back().what.insert(0, "as a consequence, ");
+        }
     }
 }
 
@@ -281,9 +288,10 @@ void readCalibration(Diagnosis& about, vantric::Wanted wanted) {
 }  // namespace
 
 const DiagnosedBlock* Diagnosis::readBlock(std::uint32_t id) const {
-    const auto found = std::find_if(blocks.begin(), blocks.end(), [id](const DiagnosedBlock& block) {
-        return block.sighting.header.id == id && block.sighting.outcome == BlockOutcome::read;
-    });
+    const auto found =
+        std::find_if(blocks.begin(), blocks.end(), [id](const DiagnosedBlock& block) {
+            return block.sighting.header.id == id && block.sighting.outcome == BlockOutcome::read;
+        });
     return found == blocks.end() ? nullptr : &*found;
 }
 

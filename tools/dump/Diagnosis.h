@@ -48,7 +48,7 @@ struct Diagnosis {
     std::optional<std::uint8_t> signatureLength;  ///< as stored, also when impossible
 
     std::optional<RXHeader> header;
-    std::vector<DiagnosedBlock> blocks;  ///< of those behind a fault only the first hundreds
+    std::vector<DiagnosedBlock> blocks;      ///< of those behind a fault only the first hundreds
     std::optional<std::uint64_t> endMarker;  ///< offset in the file
     /// Status of the read; empty when the payload never came to the reader.
     std::optional<std::uint32_t> status;

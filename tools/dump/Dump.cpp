@@ -146,18 +146,17 @@ std::string_view magicOf(Layout layout) {
 }
 
 Layout classify(ByteView file) {
-    const auto* found = std::find_if(knownLayouts.begin(), knownLayouts.end(), [file](Layout known) {
-        return startsWith(file, magicOf(known));
-    });
+    const auto* found =
+        std::find_if(knownLayouts.begin(), knownLayouts.end(),
+                     [file](Layout known) { return startsWith(file, magicOf(known)); });
     return found == knownLayouts.end() ? Layout::Unknown : *found;
 }
 
 Dump loadDump(const std::string& path, std::uint64_t maxSize) {
     Dump dump;
     const bool standardInput = path == "-";
-    const FileDescriptor file(standardInput
-                                  ? STDIN_FILENO
-                                  : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    const FileDescriptor file(
+        standardInput ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat status {};
     if (file.get() < 0 || fstat(file.get(), &status) != 0) {
         dump.error = whyNotOpened(path, errno);
@@ -180,8 +179,8 @@ Dump loadDump(const std::string& path, std::uint64_t maxSize) {
     } else if (dump.bytes.size() > limit) {
         dump.error = tooLarge(limit);
     } else if (dump.bytes.empty()) {
-        dump.error =
-            S_ISFIFO(status.st_mode) && !standardInput ? "is a pipe that nobody writes to" : "is empty";
+        dump.error = S_ISFIFO(status.st_mode) && !standardInput ? "is a pipe that nobody writes to"
+                                                                : "is empty";
     }
     if (!dump.error.empty()) {
         dump.bytes.clear();

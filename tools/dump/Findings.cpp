@@ -42,9 +42,8 @@ constexpr std::array imageWords = {
           "leave --layout out if this is another layout, else read the part again"},
     Words{"version", "wrong {wanted}", "{expected}", "{found}",
           "read the part again; if it stays, this calcut does not know the module's layout"},
-    Words{"payload-outside", "payload outside the file",
-          "{expectedBytes} from byte {wanted} on", "{foundBytes} of them in the file",
-          "read the whole part again"},
+    Words{"payload-outside", "payload outside the file", "{expectedBytes} from byte {wanted} on",
+          "{foundBytes} of them in the file", "read the whole part again"},
     Words{"checksum", "CRC-32 mismatch", "{expected:#010x} (computed over the payload)",
           "{found:#010x} (stored)", readAgain},
 };
@@ -72,8 +71,8 @@ constexpr std::array readWords = {
           askWriter},
     Words{"block-too-large", "{block} is too large", "at most {expectedBytes}", "{foundBytes}",
           askWriter},
-    Words{"block-too-large-to-unpack", "{block} is too large to unpack",
-          "at most {expectedBytes}", "{foundBytes}", askWriter},
+    Words{"block-too-large-to-unpack", "{block} is too large to unpack", "at most {expectedBytes}",
+          "{foundBytes}", askWriter},
     Words{"block-cut-short", "{block} is cut short", "{expectedBytes}", "{foundBytes}", askWriter},
     Words{"block-width", "{block} has an impossible width", "1 to {expected} bits", "{found}",
           askWriter},
@@ -145,7 +144,8 @@ constexpr std::array ownWords = {
 static_assert(ownWords.size() == static_cast<std::size_t>(OwnCause::count));
 
 std::string kindNames(std::uint64_t kind, std::uint64_t other) {
-    return kind == other ? kindName(kind) : fmt::format("{} or {}", kindName(kind), kindName(other));
+    return kind == other ? kindName(kind)
+                         : fmt::format("{} or {}", kindName(kind), kindName(other));
 }
 
 Finding findingOf(const Words& words, const Particulars& about) {

@@ -21,7 +21,8 @@ constexpr std::size_t longestMagic = 9;
 
 bool isBlank(ByteView file) {
     return !file.empty() && (file[0] == 0x00 || file[0] == 0xFF) &&
-           std::all_of(file.begin(), file.end(), [&](std::uint8_t byte) { return byte == file[0]; });
+           std::all_of(file.begin(), file.end(),
+                       [&](std::uint8_t byte) { return byte == file[0]; });
 }
 
 /// Whether a magic appears once the bytes of each group are turned around.
@@ -50,8 +51,7 @@ bool looksLikeLensFile(ByteView file) {
 std::optional<std::uint64_t> find(ByteView file, Layout layout) {
     const std::string_view magic = magicOf(layout);
     const auto found = std::search(file.begin(), file.end(), magic.begin(), magic.end());
-    return found == file.end() ? std::nullopt
-                               : std::optional<std::uint64_t>(found - file.begin());
+    return found == file.end() ? std::nullopt : std::optional<std::uint64_t>(found - file.begin());
 }
 
 std::string quotedMagic(Layout layout) {

@@ -83,25 +83,30 @@ class Warnings {
         if (about_.customStatus == VANTRIC_OK) {
             return;
         }
-        // The second pass does not tell which block it refused; the first one without a place is it.
-        const auto readable = [id = std::uint32_t{RX_BLOCK_FIRST_CUSTOM}](
-                                  const vantric::BlockSighting& block) mutable {
-            return block.header.id == id++ && block.header.kind < RX_KIND_PACKED_UINT &&
-                   block.payloadSize <= UINT8_MAX;
-        };
+        // The second pass does not tell which block it refused: the first one that it cannot take.
+        std::uint32_t nextId = RX_BLOCK_FIRST_CUSTOM;
         for (const DiagnosedBlock& block : about_.blocks) {
-            if (block.sighting.outcome == vantric::BlockOutcome::custom &&
-                !readable(block.sighting)) {
+            const vantric::BlockSighting& custom = block.sighting;
+            if (custom.outcome != vantric::BlockOutcome::custom) {
+                continue;
+            }
+            if (custom.header.id != nextId++ || custom.header.kind >= RX_KIND_PACKED_UINT ||
+                custom.payloadSize > UINT8_MAX) {
                 Particulars particulars;
-                particulars.offset = block.sighting.offset;
-                particulars.blockId = block.sighting.header.id;
+                particulars.offset = custom.offset;
+                particulars.blockId = custom.header.id;
                 particulars.status = about_.customStatus;
-                particulars.seen = fmt::format("block {} of {}", block.sighting.header.id,
-                                               byteCount(block.sighting.payloadSize));
+                particulars.seen =
+                    fmt::format("block {}, {} in {}", custom.header.id,
+                                kindName(custom.header.kind), byteCount(custom.payloadSize));
                 warn(OwnCause::customFields, particulars);
                 return;
             }
         }
+        Particulars particulars;
+        particulars.offset = about_.payloadOffset;
+        particulars.status = about_.customStatus;
+        warn(OwnCause::customFields, particulars);
     }
 
     void lookAtEnd() {
