@@ -79,14 +79,6 @@ void ringPixels(const Frame& frame, std::uint32_t columns, const std::vector<std
     }
 }
 
-std::string statisticsText(const Statistics& statistics) {
-    if (statistics.count == 0) {
-        return statistics.notFinite > 0 ? "no value is finite" : "no value: every pixel is masked";
-    }
-    return fmt::format("min {:.5g}   mean {:.5g}   deviation {:.4g}   max {:.5g}", statistics.min,
-                       statistics.mean, statistics.deviation, statistics.max);
-}
-
 std::vector<std::uint8_t> drawMaps(const std::vector<Map>& maps, PictureFormat format) {
     std::vector<Panel> panels;
     panels.reserve(maps.size());

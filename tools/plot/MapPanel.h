@@ -19,7 +19,4 @@ inline constexpr std::size_t mostRings = 200;
 /// Rings around pixels of an image, given by their index.
 void ringPixels(const Frame& frame, std::uint32_t columns, const std::vector<std::size_t>& pixels);
 
-/// "min 0.1   mean 0.2   deviation 0.05   max 0.3"
-std::string statisticsText(const Statistics& statistics);
-
 }  // namespace calcut::tools

@@ -30,10 +30,6 @@ constexpr std::uint32_t frequencyBlock(unsigned k, RXFrequencyBlock block) {
     return RX_BLOCK_FIRST_FREQUENCY + RX_BLOCKS_PER_FREQUENCY * k + block;
 }
 
-/// How finely a block stores its values, "12 bits, step 0.0001": so that the steps of a coarse
-/// table are not taken for contours. width: of the colour scale.
-std::string storageText(const RXBlockHeader& header, double width);
-
 void drawSummary(Canvas& canvas, const Rect& cell, const Module& module);
 void drawMask(Canvas& canvas, const Rect& cell, const Module& module);
 void drawRays(Canvas& canvas, const Rect& cell, const Module& module);

@@ -1,5 +1,6 @@
 #include "tools/plot/Statistics.h"
 
+#include <fmt/format.h>
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -13,6 +14,9 @@ constexpr double robustPart = 0.001;
 
 /// Of the scale. The tail of normally distributed noise reaches this far once in several images.
 constexpr double outlierMargin = 0.25;
+
+/// A scale with fewer steps shows them as bands.
+constexpr double fineSteps = 64.0;
 
 }  // namespace
 
@@ -96,6 +100,27 @@ Outside outsideOf(const MaskedValues& map, const Scale& scale) {
         }
     }
     return outside;
+}
+
+std::string statisticsText(const Statistics& statistics) {
+    if (statistics.count == 0) {
+        return statistics.notFinite > 0 ? "no value is finite" : "no value: every pixel is masked";
+    }
+    return fmt::format("min {:.5g}   mean {:.5g}   deviation {:.4g}   max {:.5g}", statistics.min,
+                       statistics.mean, statistics.deviation, statistics.max);
+}
+
+std::string storageText(const RXBlockHeader& header, double width) {
+    if (header.kind != RX_KIND_PACKED_FLOAT) {
+        return "stored as floats";
+    }
+    const double step = std::abs(double{header.scale});
+    std::string text = fmt::format("stored in {} bits, step {:.3g}", header.bits, step);
+    if (width < fineSteps * step) {
+        text += fmt::format(": {:.0f} steps in the colours, no contours",
+                            std::max(std::floor(width / step * (1.0 + 1e-6)), 1.0));
+    }
+    return text;
 }
 
 }  // namespace calcut::tools

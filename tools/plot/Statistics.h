@@ -4,8 +4,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string>
 #include <vector>
 
+#include "calcut/vantric_rx.h"
 #include "tools/plot/Colour.h"
 #include "tools/plot/Scale.h"
 
@@ -48,5 +50,12 @@ struct Outside {
     std::vector<std::size_t> outliers;  ///< farther from a linear scale than a quarter of it
 };
 Outside outsideOf(const MaskedValues& map, const Scale& scale);
+
+/// "min 0.1   mean 0.2   deviation 0.05   max 0.3"
+std::string statisticsText(const Statistics& statistics);
+
+/// How finely a block stores its values, "12 bits, step 0.0001": so that the steps of a coarse
+/// table are not taken for contours. width: of the colour scale.
+std::string storageText(const RXBlockHeader& header, double width);
 
 }  // namespace calcut::tools

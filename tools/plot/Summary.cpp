@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "tools/plot/Panels.h"
+#include "tools/terminal/Escape.h"
 
 namespace calcut::tools {
 

@@ -1,7 +1,6 @@
 // Panels of the mask and of the tables with one value for each pixel.
 #include <fmt/format.h>
 #include <algorithm>
-#include <cmath>
 
 #include "tools/plot/MapPanel.h"
 #include "tools/plot/Panels.h"
@@ -9,9 +8,6 @@
 namespace calcut::tools {
 
 namespace {
-
-/// A scale with fewer steps shows them as bands.
-constexpr double fineSteps = 64.0;
 
 /// Masked pixels without masked neighbours at their sides.
 std::vector<std::size_t> lonePixels(const Module& module) {
@@ -33,15 +29,6 @@ std::vector<std::size_t> lonePixels(const Module& module) {
     return lone;
 }
 
-const RXBlockHeader* headerOf(const Module& module, std::uint32_t id) {
-    const auto& blocks = module.diagnosis.blocks;
-    const auto found = std::find_if(blocks.rbegin(), blocks.rend(), [id](const auto& block) {
-        return block.sighting.header.id == id &&
-               block.sighting.outcome == vantric::BlockOutcome::read;
-    });
-    return found == blocks.rend() ? nullptr : &found->sighting.header;
-}
-
 void drawTable(Canvas& canvas, const Rect& cell, const Module& module, std::string title,
                const float* values, std::uint32_t block, const std::optional<Scale>& scale) {
     Map map;
@@ -51,27 +38,14 @@ void drawTable(Canvas& canvas, const Rect& cell, const Module& module, std::stri
     map.rows = module.record.imagerArea.rows;
     map.values = {{values, module.pixels()}, module.mask()};
     map.scale = scale ? *scale : robustScale(statisticsOf(map.values), map.colours);
-    if (const RXBlockHeader* header = headerOf(module, block)) {
-        map.note = storageText(*header, map.scale->high - map.scale->low);
+    if (const DiagnosedBlock* stored = module.diagnosis.readBlock(block)) {
+        map.note = storageText(stored->sighting.header, map.scale->high - map.scale->low);
     }
     map.note += scale ? "; same colours for all frequencies" : "";
     drawMap(canvas, cell, map);
 }
 
 }  // namespace
-
-std::string storageText(const RXBlockHeader& header, double width) {
-    if (header.kind != RX_KIND_PACKED_FLOAT) {
-        return "stored as floats";
-    }
-    const double step = std::abs(double{header.scale});
-    std::string text = fmt::format("stored in {} bits, step {:.3g}", header.bits, step);
-    if (width < fineSteps * step) {
-        text += fmt::format(": {:.0f} steps in the colours, no contours",
-                            std::max(std::floor(width / step * (1.0 + 1e-6)), 1.0));
-    }
-    return text;
-}
 
 void drawMask(Canvas& canvas, const Rect& cell, const Module& module) {
     constexpr Rgb masked = inkColour;
