@@ -3,7 +3,7 @@
 #include <random>
 #include <stdexcept>
 
-#include "writer/ImageLayout.h"
+#include "calcut/vantric_rx.h"
 #include "writer/writer.h"
 
 namespace calcut::writer {
@@ -17,9 +17,6 @@ namespace {
 // calibration.
 constexpr std::size_t smallestSensor = 4;
 constexpr std::size_t straylightBytes = 128;
-constexpr std::size_t mostFrequencies = 8;
-constexpr std::size_t mostCustomBlocks = 5;
-constexpr std::size_t mostWigglingEntries = 5;
 constexpr std::size_t customBlockBytes = 24;
 
 // Only + - * / and sqrt reach the bytes: they round alike everywhere, sin and exp do not.
@@ -141,7 +138,7 @@ Wiggling makeWiggling(std::size_t entries, float period, float amplitude, Noise&
 }
 
 // Modulation frequencies in hertz, as far as they are asked for.
-constexpr std::array<std::uint32_t, mostFrequencies> frequencyIds = {
+constexpr std::array<std::uint32_t, VANTRIC_FREQUENCIES> frequencyIds = {
     80'000'000, 60'000'000,  100'000'000, 20'000'000,
     40'000'000, 120'000'000, 50'000'000,  15'000'000};
 constexpr float halfSpeedOfLight = 1.49896e8F;
@@ -177,29 +174,15 @@ void checkOptions(const CalibrationOptions& options) {
             "a sensor needs at least 4 pixels: the wiggling tables of a smaller one cannot be "
             "read back");
     }
-    if (options.frequencies < 1 || options.frequencies > mostFrequencies) {
+    if (options.frequencies < 1 || options.frequencies > VANTRIC_FREQUENCIES) {
         throw std::invalid_argument("a calibration has 1 to 8 frequencies");
     }
-    if (options.custom > mostCustomBlocks) {
+    if (options.custom > VANTRIC_CUSTOM_FIELDS) {
         throw std::invalid_argument("a calibration has at most 5 custom blocks");
     }
 }
 
 // -------------------------------------------------------------------------------------- blocks --
-
-constexpr std::uint8_t blockAuxFlag = 0;
-constexpr std::uint8_t blockLens = 1;
-constexpr std::uint8_t blockMask = 2;
-constexpr std::uint8_t blockPixelValues = 3;
-constexpr std::uint8_t blockDate = 4;
-constexpr std::uint8_t blockText1 = 5;
-constexpr std::uint8_t blockText2 = 6;
-constexpr std::uint8_t blockIdBytes = 7;
-constexpr std::uint8_t blockIdCodes = 8;
-constexpr std::uint8_t blockStraylight = 9;
-constexpr std::uint8_t blockFirstFrequency = 16;
-constexpr std::uint8_t blocksPerFrequency = 7;
-constexpr std::uint8_t blockFirstCustom = 128;
 
 std::vector<float> straylightWords(const Straylight& straylight) {
     std::vector<float> words{straylight.scale};
@@ -292,7 +275,7 @@ Calibration makeCalibration(const CalibrationOptions& options) {
     Noise noise(options.seed);
     const std::size_t pixels = std::size_t{options.columns} * options.rows;
     const std::size_t workBytes = pixels * sizeof(float);
-    const std::size_t wigglingEntries = std::min(mostWigglingEntries, (pixels - 1) / 3);
+    const std::size_t wigglingEntries = std::min(VANTRIC_WIGGLING_ENTRIES, (pixels - 1) / 3);
 
     Calibration calibration;
     calibration.columns = options.columns;
@@ -336,34 +319,34 @@ Calibration makeCalibration(const CalibrationOptions& options) {
 
 Bytes packCalibration(const Calibration& calibration, const PackOptions& options) {
     Packer out(calibration, options);
-    out.raw(blockAuxFlag, std::array{calibration.auxFlag});
-    out.floats(blockLens, calibration.lens);
-    out.mask(blockMask, calibration.mask);
-    out.table(blockPixelValues, calibration.pixelValues);
+    out.raw(RX_BLOCK_AUX_FLAG, std::array{calibration.auxFlag});
+    out.floats(RX_BLOCK_LENS_PARAMETERS, calibration.lens);
+    out.mask(RX_BLOCK_MASK, calibration.mask);
+    out.table(RX_BLOCK_PIXEL_VALUES, calibration.pixelValues);
     if (calibration.date) {
-        out.uint32(blockDate, *calibration.date);
+        out.uint32(RX_BLOCK_DATE, *calibration.date);
     }
     if (calibration.text1) {
-        out.text(blockText1, *calibration.text1);
+        out.text(RX_BLOCK_TEXT1, *calibration.text1);
     }
     if (calibration.text2) {
-        out.text(blockText2, *calibration.text2);
+        out.text(RX_BLOCK_TEXT2, *calibration.text2);
     }
     if (calibration.idBytes) {
-        out.raw(blockIdBytes, *calibration.idBytes);
+        out.raw(RX_BLOCK_ID_BYTES, *calibration.idBytes);
     }
     if (calibration.idCodes) {
-        out.uint16s(blockIdCodes, *calibration.idCodes);
+        out.uint16s(RX_BLOCK_ID_CODES, *calibration.idCodes);
     }
     if (calibration.straylight) {
-        out.floats(blockStraylight, straylightWords(*calibration.straylight));
+        out.floats(RX_BLOCK_STRAYLIGHT, straylightWords(*calibration.straylight));
     }
-    auto id = blockFirstFrequency;
+    std::uint8_t id = RX_BLOCK_FIRST_FREQUENCY;
     for (const Frequency& frequency : calibration.frequencies) {
         packFrequency(out, frequency, id);
-        id = static_cast<std::uint8_t>(id + blocksPerFrequency);
+        id = static_cast<std::uint8_t>(id + RX_BLOCKS_PER_FREQUENCY);
     }
-    id = blockFirstCustom;
+    id = RX_BLOCK_FIRST_CUSTOM;
     for (const std::vector<std::uint8_t>& content : calibration.custom) {
         out.raw(id, content);
         ++id;

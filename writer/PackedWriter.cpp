@@ -3,29 +3,15 @@
 #include <limits>
 #include <stdexcept>
 
-#include "writer/ImageLayout.h"
+#include "calibration/packed/Block.h"
 #include "writer/writer.h"
 
 namespace calcut::writer {
 
 namespace {
 
-constexpr std::uint8_t kindRaw = 0;
-constexpr std::uint8_t kindUint16 = 1;
-constexpr std::uint8_t kindUint32 = 2;
-constexpr std::uint8_t kindInt32 = 3;
-constexpr std::uint8_t kindFloat = 4;
-constexpr std::uint8_t kindPackedUint = 5;
-constexpr std::uint8_t kindPackedFloat = 6;
-
-// Count codes of a block header.
-constexpr std::uint8_t codePerPixel = 0;
-constexpr std::uint64_t largestShortCount = 248;
-constexpr std::uint8_t codeLong = 249;
-constexpr std::uint8_t codeTwoPerPixel = 250;
-constexpr std::uint64_t mostPerPixel = 7;
-
-constexpr std::uint8_t endMarker = 255;
+constexpr std::uint64_t largestShortCount = vantric::longCountCode - 1;
+constexpr std::uint64_t mostPerPixel = vantric::largestCountCode - vantric::perPixelFactorBase;
 
 void putUint16(Bytes& out, std::uint16_t value) {
     out.push_back(static_cast<std::uint8_t>(value >> 8));
@@ -59,7 +45,7 @@ void putPacked(Bytes& out, std::span<const std::uint32_t> values, unsigned bits)
 
 PackedWriter::PackedWriter(std::uint16_t columns, std::uint16_t rows, std::uint8_t version)
     : pixels_(std::uint64_t{columns} * rows) {
-    out_.assign(image::packedMagic.begin(), image::packedMagic.end());
+    out_.assign(vantric::packedMagic.begin(), vantric::packedMagic.end());
     out_.push_back(version);
     putUint16(out_, columns);
     putUint16(out_, rows);
@@ -73,12 +59,12 @@ void PackedWriter::header(std::uint8_t id, std::uint8_t kind, std::uint64_t coun
     out_.push_back(kind);
     if (form == CountForm::Short) {
         if (count == pixels_) {
-            out_.push_back(codePerPixel);
+            out_.push_back(vantric::perPixelCode);
             return;
         }
         for (std::uint64_t perPixel = 2; pixels_ > 0 && perPixel <= mostPerPixel; ++perPixel) {
             if (count == pixels_ * perPixel) {
-                out_.push_back(static_cast<std::uint8_t>(codeTwoPerPixel + perPixel - 2));
+                out_.push_back(static_cast<std::uint8_t>(vantric::perPixelFactorBase + perPixel));
                 return;
             }
         }
@@ -87,38 +73,38 @@ void PackedWriter::header(std::uint8_t id, std::uint8_t kind, std::uint64_t coun
             return;
         }
     }
-    out_.push_back(codeLong);
+    out_.push_back(vantric::longCountCode);
     putUint32(out_, static_cast<std::uint32_t>(count));
 }
 
 void PackedWriter::raw(std::uint8_t id, std::span<const std::uint8_t> values, CountForm form) {
-    header(id, kindRaw, values.size(), form);
+    header(id, RX_KIND_RAW, values.size(), form);
     bytes(values);
 }
 
 void PackedWriter::uint16s(std::uint8_t id, std::span<const std::uint16_t> values, CountForm form) {
-    header(id, kindUint16, values.size(), form);
+    header(id, RX_KIND_UINT16, values.size(), form);
     for (const std::uint16_t value : values) {
         putUint16(out_, value);
     }
 }
 
 void PackedWriter::uint32s(std::uint8_t id, std::span<const std::uint32_t> values, CountForm form) {
-    header(id, kindUint32, values.size(), form);
+    header(id, RX_KIND_UINT32, values.size(), form);
     for (const std::uint32_t value : values) {
         putUint32(out_, value);
     }
 }
 
 void PackedWriter::int32s(std::uint8_t id, std::span<const std::int32_t> values, CountForm form) {
-    header(id, kindInt32, values.size(), form);
+    header(id, RX_KIND_INT32, values.size(), form);
     for (const std::int32_t value : values) {
         putUint32(out_, static_cast<std::uint32_t>(value));
     }
 }
 
 void PackedWriter::floats(std::uint8_t id, std::span<const float> values, CountForm form) {
-    header(id, kindFloat, values.size(), form);
+    header(id, RX_KIND_FLOAT, values.size(), form);
     for (const float value : values) {
         putUint32(out_, encodeRXFloat(value));
     }
@@ -126,7 +112,7 @@ void PackedWriter::floats(std::uint8_t id, std::span<const float> values, CountF
 
 void PackedWriter::packedUints(std::uint8_t id, std::span<const std::uint32_t> values,
                                unsigned bits, CountForm form) {
-    header(id, kindPackedUint, values.size(), form);
+    header(id, RX_KIND_PACKED_UINT, values.size(), form);
     out_.push_back(static_cast<std::uint8_t>(bits));
     putPacked(out_, values, bits);
 }
@@ -149,7 +135,7 @@ void PackedWriter::packedFloats(std::uint8_t id, std::span<const float> values, 
 
 void PackedWriter::packedFixed(std::uint8_t id, std::span<const std::uint32_t> values,
                                unsigned bits, const FixedPoint& fixedPoint, CountForm form) {
-    header(id, kindPackedFloat, values.size(), form);
+    header(id, RX_KIND_PACKED_FLOAT, values.size(), form);
     out_.push_back(static_cast<std::uint8_t>(bits));
     putUint32(out_, encodeRXFloat(fixedPoint.scale));
     putUint32(out_, encodeRXFloat(fixedPoint.offset));
@@ -162,7 +148,7 @@ void PackedWriter::bytes(std::span<const std::uint8_t> values) {
 
 Bytes PackedWriter::finish() const {
     Bytes calibration = out_;
-    calibration.push_back(endMarker);
+    calibration.push_back(VANTRIC_RX_END_MARKER);
     return calibration;
 }
 

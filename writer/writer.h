@@ -126,8 +126,8 @@ struct Calibration {
 
 /// What a made calibration should hold.
 struct CalibrationOptions {
-    std::uint16_t columns = 224;
-    std::uint16_t rows = 172;
+    std::uint16_t columns = CALCUT_SENSOR_COLUMNS;
+    std::uint16_t rows = CALCUT_SENSOR_ROWS;
     unsigned frequencies = 3;  ///< 1 to 8
     bool straylight = true;    ///< left out all the same below 32 pixels, where no reader takes it
     unsigned custom = 2;       ///< custom blocks, 0 to 5

@@ -35,10 +35,9 @@ enum StraylightWord : std::size_t {
     straylightOffsetWord,
     straylightCentreWord,
     straylightWidthWord,
-    straylightHeightWord,
-    straylightWords
+    straylightHeightWord
 };
-static_assert(straylightWords == 32);
+static_assert(straylightHeightWord + 1 == straylightWords);
 
 std::uint32_t wordAt(const void* source, std::uint64_t index) {
     std::uint32_t word;

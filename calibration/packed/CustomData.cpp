@@ -1,3 +1,5 @@
+#include <cstdint>
+
 #include "calcut/vantric_rx.h"
 
 // The second walk over the blocks, which copies the custom ones.

@@ -15,13 +15,13 @@ int main(int argc, char** argv) {
     }
     fclose(dump);
 
-    snprintf(path, sizeof path, "%s/lensdata.dat", argv[2]);
+    snprintf(path, sizeof path, "%s/" CALCUT_LENS_FILE, argv[2]);
     if (cutEEPROMContent(CALCUT_LAYOUT_V7, argv[1], argv[2], &meta) != 0 ||
         readLensParameters(CALCUT_LAYOUT_V7, path, lens) != 0) {
-        fprintf(stderr, "%s does not cut\n", argv[1]);
+        fprintf(stderr, "%s does not cut; calcut inspect says why\n", argv[1]);
         return 1;
     }
-    printf("masked %u, centre %g %g, focal length %g %g\n", meta.zeroMaskCount, lens[0], lens[1],
-           lens[2], lens[3]);
+    printf("masked %u, centre %g %g, focal length %g %g\n", meta.zeroMaskCount,
+           lens[CALCUT_LENS_CX], lens[CALCUT_LENS_CY], lens[CALCUT_LENS_FX], lens[CALCUT_LENS_FY]);
     return 0;
 }

@@ -1,4 +1,5 @@
 // Reads a packed calibration and prints the ray of its middle pixel: show_rays CALIBRATION
+#include <calcut/status.h>
 #include <calcut/vantric.h>
 
 #include <cstdint>
@@ -17,7 +18,7 @@ int main(int argc, char** argv) {
     const std::unique_ptr<VantricCalibration, void (*)(VantricCalibration*)> owner(
         record, vantric_freeCalibration);
     if (status != VANTRIC_OK) {
-        std::fprintf(stderr, "no calibration: 0x%08X\n", static_cast<unsigned>(status));
+        std::fprintf(stderr, "no calibration: %s\n", vantric_statusName(status));
         return 1;
     }
     const VantricImagerArea& area = record->imagerArea;

@@ -6,9 +6,13 @@
  *  1. Plain C11 (also valid C++17/20), C linkage. No function throws.
  *  2. A status is an unsigned 32-bit number: 0 is success, every failure has the top bit set. A
  *     result documented as "size or status" is the same number read as signed: negative is failure.
+ *     One status has the top bit set and is no failure: VANTRIC_WARN_PARTIAL, which can only come
+ *     from a handler of the host's own, hands out a record too. So set the pointer to null before a
+ *     read and release it afterwards whatever the status; status.h gives a status its name.
  *  3. Unset values are 0xFFFFFFFF, 0xFFFF, 0xFF and NaN.
  *  4. Memory comes from malloc and goes back with free. A record owns every buffer it points to; a
- *     caller releases records with vantric_freeCalibration and never a part of one.
+ *     caller releases records with vantric_freeCalibration and never a part of one. Numbers in a
+ *     record are in host byte order.
  *  5. Pointers must not be null unless a function says that it accepts null.
  *  6. All computation is in single precision, in the order of the documented formulas, never fused.
  *  7. Pixels are stored row by row; pixel (u, v) is element v * columns + u, and its centre has the
@@ -60,7 +64,7 @@ extern "C" {
 
 #define VANTRIC_TEXT_BYTES 65        /**< bytes of a text buffer, terminator included */
 #define VANTRIC_ID_BYTES 32          /**< bytes of idBytes */
-#define VANTRIC_LENS_PARAMETERS 9    /**< floats of lensParameters */
+#define VANTRIC_LENS_PARAMETERS 9    /**< floats of lensParameters; VantricLensIndex has them */
 #define VANTRIC_STRAYLIGHT_POINTS 13 /**< profile points of a calibration, without the origin */
 #define VANTRIC_FREQUENCIES 8        /**< frequency records of a calibration record */
 #define VANTRIC_FREQUENCY_VALUES 4   /**< floats of valuesA and of valuesB */
@@ -71,6 +75,19 @@ extern "C" {
 
 /* ----------------------------------------------------------------------------------- records -- */
 
+/** Where each lens parameter stands in lensParameters, in field 0, and in "lensdata.dat". */
+typedef enum VantricLensIndex {
+    VANTRIC_LENS_FX = 0, /**< focal lengths, pixels */
+    VANTRIC_LENS_FY = 1,
+    VANTRIC_LENS_CX = 2, /**< principal point, pixels */
+    VANTRIC_LENS_CY = 3,
+    VANTRIC_LENS_K1 = 4, /**< radial distortion */
+    VANTRIC_LENS_K2 = 5,
+    VANTRIC_LENS_P1 = 6, /**< tangential distortion */
+    VANTRIC_LENS_P2 = 7,
+    VANTRIC_LENS_K3 = 8 /**< radial distortion */
+} VantricLensIndex;
+
 /** Image area in pixels. areaX and areaY are 0 for packed calibrations. */
 typedef struct VantricImagerArea {
     uint32_t areaX;
@@ -79,7 +96,10 @@ typedef struct VantricImagerArea {
     uint32_t rows;
 } VantricImagerArea;
 
-/** Table of a periodic distance error ("wiggling"); the arrays hold 5 values each. */
+/**
+ * Table of a periodic distance error ("wiggling"); the arrays hold 5 values each. A block of
+ * 1 + 3n floats has n entries, and n is kept in 8 bits: a block of 769 floats has 0.
+ */
 typedef struct VantricWigglingTable {
     uint8_t capacity; /**< 5; the number of entries in use once the table was read */
     float* first;     /**< owned */
@@ -115,7 +135,8 @@ typedef struct VantricCustomField {
 typedef struct VantricCalibration {
     uint16_t version;             /**< 1; the field functions refuse any other value */
     uint16_t calibrationType;     /**< 2 when created; 3 for a packed calibration */
-    char* text0;                  /**< owned; 65 bytes, zero-terminated */
+    char* text0;                  /**< owned; 65 bytes, zero-terminated: the number of the date
+                                       block, " (7)" for 7, or empty without one; not a field */
     char* text1;                  /**< owned; 65 bytes, zero-terminated; field 1 */
     char* text2;                  /**< owned; 65 bytes, zero-terminated; field 2 */
     uint8_t* idBytes;             /**< owned; 32 bytes; field 4 */
@@ -137,14 +158,15 @@ typedef struct VantricCalibration {
     uint8_t straylightPointCount; /**< points in use; grows by the origin when the PSF is made */
     float* psf;                   /**< owned; psfWidth x psfHeight floats, or null */
     uint8_t auxFlag;              /**< stored, not interpreted */
-    uint8_t* pixelMask;           /**< owned; one byte per pixel */
+    uint8_t* pixelMask;           /**< owned; one byte per pixel; 0 is a masked (unusable) pixel */
     float* pixelValues;           /**< owned; one float per pixel */
     uint8_t frequencyCount;       /**< entries in use of frequencies */
     VantricFrequencyRecord* frequencies; /**< owned; always 8 entries */
     uint8_t customFieldCount;            /**< entries in use of customFields */
     VantricCustomField* customFields;    /**< owned; always 5 entries */
-    uint8_t firstCustomFieldId;  /**< field id of customFields[0]; 255 when none were read */
-    uint8_t customFieldReserved; /**< stored, not interpreted */
+    uint8_t firstCustomFieldId;          /**< field id of customFields[0]: 128 after a read, also
+                                              without custom blocks; 255 before, and in a copy */
+    uint8_t customFieldReserved;         /**< stored, not interpreted */
 } VantricCalibration;
 
 /** Result of a handler's read: status, and the block that caused it (255 when none did). */
@@ -156,7 +178,8 @@ typedef struct RXReadResult {
 /**
  * The six functions by which a calibration format plugs into the library. data and size are the
  * whole calibration in memory. getCalibrationType is also the handler's identity. The functions
- * must not throw, and getNumPixels must give the same answer for the same data.
+ * must not throw, and getNumPixels must give the same answer for the same data: it decides how
+ * large the buffers of the record are that readCalibration fills.
  */
 typedef struct VantricCalibrationHandler {
     /** nonzero when this handler reads this data */
@@ -184,7 +207,7 @@ typedef struct VantricCalibrationHandler {
  *
  * @param data, size  the calibration; only read, not kept
  * @param out         receives the new record on VANTRIC_OK and VANTRIC_WARN_PARTIAL, owned by the
- *                    caller; untouched otherwise
+ *                    caller; untouched otherwise, so set it to null before and release it after
  * @return VANTRIC_OK; VANTRIC_WARN_PARTIAL (from a handler); VANTRIC_ERR_NOT_SUPPORTED when no
  *         handler accepts the data; VANTRIC_ERR_INVALID_DATA when it has no pixels; otherwise the
  *         handler's status, for packed data any of VANTRIC_ERR_END_OF_DATA, _VALUE_UNSET,
@@ -268,11 +291,15 @@ CALCUT_EXPORT uint32_t vantric_dispatchGetCalibrationType(const uint8_t* data, s
 /**
  * The chosen handler's readCalibration status; VANTRIC_ERR_NOT_SUPPORTED when none accepts.
  *
- * The record must have been made for at least as many pixels as the data has. Records are meant for
- * one read. A second one into the same record has the room of the first one's image and counted
- * values, also when the first one failed. It keeps what the new calibration does not bring, and
- * appends the date to the one that is there; custom data is dropped, and the PSF when a straylight
- * profile comes.
+ * Records are meant for one read. That the record was made for at least as many pixels as are read
+ * into it stays the caller's duty: a record does not know how many it was made for.
+ *
+ * What the packed format does on a second read into a record (of type 3; a read that failed behind
+ * the header counts): the record has the room of the smallest image that it was given, also of one
+ * with 0 pixels, and of the fewest values of each counted array; more gives
+ * VANTRIC_ERR_BUFFER_TOO_SMALL. It keeps what the new calibration does not bring and appends the
+ * date to the one that is there. Custom data is dropped, directions when the image size changes,
+ * and the PSF when a straylight block comes.
  */
 CALCUT_EXPORT uint32_t vantric_dispatchReadCalibration(const uint8_t* data, size_t size,
                                                        VantricCalibration* record);
@@ -296,15 +323,20 @@ CALCUT_EXPORT int32_t vantric_dispatchGetNumPixels(const uint8_t* data, size_t s
 /* ------------------------------------------------------------------------------------ fields -- */
 
 /*
- * Field ids
- *   0  lensParameters            lensParameterCount x 4 bytes
- *   1  text1                     length + 1 bytes; empty when its first byte is 0
- *   2  text2                     length + 1 bytes; empty when its first byte is 0
- *   3  imagerArea                16 bytes
- *   4  idBytes                   idBytesSize bytes; empty when all of them are 0
- *   5  idCode0, idCode1          4 bytes; empty when both are 0xFFFF
- *   firstCustomFieldId + k       custom field k, 0 <= k < customFieldCount
+ * Custom field k, 0 <= k < customFieldCount, has the id firstCustomFieldId + k. It holds what its
+ * block decodes to: bytes as they came, or uint16_t, uint32_t, int32_t or float in host byte order.
+ * Which of these is not kept: whoever wrote the block knows.
  */
+
+/** Ids of the built-in fields. Numbers are in host byte order. */
+typedef enum VantricFieldId {
+    VANTRIC_FIELD_LENS_PARAMETERS = 0, /**< float[lensParameterCount], by VantricLensIndex */
+    VANTRIC_FIELD_TEXT1 = 1,           /**< text1 and its terminator; empty when the text is */
+    VANTRIC_FIELD_TEXT2 = 2,           /**< text2 and its terminator; empty when the text is */
+    VANTRIC_FIELD_IMAGER_AREA = 3,     /**< VantricImagerArea: four uint32_t */
+    VANTRIC_FIELD_ID_BYTES = 4,        /**< idBytesSize bytes as they came; empty when all are 0 */
+    VANTRIC_FIELD_ID_CODES = 5         /**< uint16_t idCode0, idCode1; empty when both are 0xFFFF */
+} VantricFieldId;
 
 /**
  * Reads the custom blocks, once per record, into buffers that the record owns.
@@ -314,8 +346,10 @@ CALCUT_EXPORT int32_t vantric_dispatchGetNumPixels(const uint8_t* data, size_t s
  *         bytes, an id in a gap, or no memory) or VANTRIC_ERR_INVALID_DATA (ids not ascending, a
  *         kind above 6, bad bits, or an id more than 4 above the first); VANTRIC_OK when no handler
  *         reads custom fields, which are then zero; VANTRIC_ERR_INVALID_ARGUMENT for a null record
- *         and when they were read before. A failure (not VANTRIC_WARN_PARTIAL) leaves the record as
- *         it was, so they can be read again.
+ *         and for every call after the first on a record with custom fields, whatever the first one
+ *         answered. After a failure the fields decoded before the failing block can be fetched, and
+ *         the rest are zero. Only when memory for one of the buffers runs out is the record left as
+ *         it was, and the call may be repeated.
  */
 CALCUT_EXPORT uint32_t vantric_readCustomFields(const uint8_t* data, size_t size,
                                                 VantricCalibration* record);

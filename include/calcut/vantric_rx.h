@@ -204,7 +204,9 @@ typedef struct RXBlockExpectation {
 
 /**
  * Moves a decoded block into place.
- * @param source      sourceSize bytes of decoded elements
+ * @param source      sourceSize bytes of decoded elements, at the start of a scratch of 4 bytes per
+ *                    pixel of the image; the scratch is zero behind them as far as no earlier block
+ *                    of the read was decoded into it
  * @param destination destinationSize bytes or entries
  * @param countField  receives the number of entries written; may be null
  * @return VANTRIC_OK; any other status fails the read with it
@@ -283,9 +285,10 @@ CALCUT_EXPORT RXBlockTable* vantric_createTessalyTable(VantricCalibration* calib
 
 /**
  * Walks the blocks once and fills table->context, which must have been made for at least the pixels
- * of the file header; a record that holds a smaller image gives VANTRIC_ERR_BUFFER_TOO_SMALL (see
- * vantric_dispatchReadCalibration for second reads). The image size of the record is that of the
- * file header, also when a block fails then. Always frees the table.
+ * of the file header (the caller's duty); a record of type 3 that was given a smaller image, also
+ * one of 0 pixels, gives VANTRIC_ERR_BUFFER_TOO_SMALL (see vantric_dispatchReadCalibration for
+ * second reads). The image size of the record is that of the file header, also when a block fails
+ * then. Always frees the table.
  * @param stream  at the file header
  * @param table   null gives VANTRIC_ERR_BUFFER_TOO_SMALL, one without context or callbacks
  *                VANTRIC_ERR_INVALID_ARGUMENT
@@ -335,8 +338,9 @@ CALCUT_EXPORT uint32_t vantric_readRXCustomFields(const uint8_t* data, size_t si
                                                   VantricCalibration* calibration);
 
 /**
- * Computes directions (replacing earlier ones; a failure leaves these in place) and, when the
- * record has a straylight model, the PSF.
+ * Computes directions, which replace earlier ones, and then, when the record has a straylight
+ * model, the PSF. Where no directions can be had the earlier ones stay; where only the PSF is
+ * refused, the new ones do.
  * @param numPixels  columns x rows of the record
  * @return VANTRIC_OK; VANTRIC_ERR_BUFFER_TOO_SMALL when memory runs out or there are no lens
  *         parameters; the statuses of vantric_updateDirections and vantric_allocateAndCalculatePsf

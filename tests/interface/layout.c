@@ -1,10 +1,12 @@
-// The layout of every public record on a 64-bit machine, by which hosts that were compiled earlier,
-// and foreign-function interfaces, reach the fields. Compiled as C11, C++17 and C++20.
+// The layout of every public record on a 64-bit machine, and the numbers behind names, by which
+// hosts that were compiled earlier, and foreign-function interfaces, reach the fields. Compiled as
+// C11, C++17 and C++20.
 #include <stddef.h>
 
 #include "calcut/cutter.h"
 #include "calcut/vantric.h"
 #include "calcut/vantric_rx.h"
+#include "calcut/version.h"
 
 #ifdef __cplusplus
 #define CHECK(condition) static_assert(condition, #condition)
@@ -15,6 +17,15 @@
 
 CHECK(sizeof(EEPROMMetaInformation) == 38 && AT(EEPROMMetaInformation, reserved, 0) &&
       AT(EEPROMMetaInformation, zeroMaskCount, 36));
+CHECK(CALCUT_LENS_CX == 0 && CALCUT_LENS_CY == 1 && CALCUT_LENS_FX == 2 && CALCUT_LENS_FY == 3 &&
+      CALCUT_LENS_P1 == 4 && CALCUT_LENS_P2 == 5 && CALCUT_LENS_K1 == 6 && CALCUT_LENS_K2 == 7 &&
+      CALCUT_LENS_K3 == 8 && CALCUT_LENS_RESERVED + 1 == CALCUT_LENS_PARAMETER_COUNT);
+CHECK(VANTRIC_LENS_FX == 0 && VANTRIC_LENS_FY == 1 && VANTRIC_LENS_CX == 2 &&
+      VANTRIC_LENS_CY == 3 && VANTRIC_LENS_K1 == 4 && VANTRIC_LENS_K2 == 5 &&
+      VANTRIC_LENS_P1 == 6 && VANTRIC_LENS_P2 == 7 &&
+      VANTRIC_LENS_K3 + 1 == VANTRIC_LENS_PARAMETERS);
+CHECK(VANTRIC_FIELD_LENS_PARAMETERS == 0 && VANTRIC_FIELD_TEXT1 == 1 && VANTRIC_FIELD_TEXT2 == 2 &&
+      VANTRIC_FIELD_IMAGER_AREA == 3 && VANTRIC_FIELD_ID_BYTES == 4 && VANTRIC_FIELD_ID_CODES == 5);
 CHECK(sizeof(VantricImagerArea) == 16 && AT(VantricImagerArea, areaX, 0) &&
       AT(VantricImagerArea, areaY, 4) && AT(VantricImagerArea, columns, 8) &&
       AT(VantricImagerArea, rows, 12));
