@@ -31,8 +31,8 @@ namespace calcut::tools {
 namespace {
 
 Owner ownerOf(const std::string& source, const TakenDump& taken, const CutResult& result) {
-    Owner owner{source,        result.size, result.crc, layoutName(result.layout),
-                result.maskedPixels, {}};
+    Owner owner{source, result.size, result.crc, layoutName(result.layout), result.maskedPixels,
+                {}};
     for (const StackFile& file : filesOf(taken)) {
         owner.files.push_back({file.name, file.bytes.size()});
     }
@@ -42,8 +42,11 @@ Owner ownerOf(const std::string& source, const TakenDump& taken, const CutResult
 class Batch {
   public:
     Batch(const CutOptions& options, const Inputs& inputs)
-        : options_(options), inputs_(inputs), results_(inputs.dumps.size()),
-          finished_(results_.size(), 0), progress_(results_.size()) {
+        : options_(options),
+          inputs_(inputs),
+          results_(inputs.dumps.size()),
+          finished_(results_.size(), 0),
+          progress_(results_.size()) {
         for (std::size_t i = 0; i < results_.size(); ++i) {
             results_[i].dump = inputs.dumps[i];
             results_[i].folder = options.out + "/" + inputs.folders[i];
@@ -172,9 +175,10 @@ class Batch {
         if (terminal().verbosity == Verbosity::Verbose) {
             progress_.clear();
             printNote(results_[i].dump,
-                      results_[i].good() ? fmt::format("{}, in {}", outcomeName(results_[i].outcome),
-                                                       escapePath(results_[i].folder))
-                                         : results_[i].reason);
+                      results_[i].good()
+                          ? fmt::format("{}, in {}", outcomeName(results_[i].outcome),
+                                        escapePath(results_[i].folder))
+                          : results_[i].reason);
         }
         progress_.step();
     }

@@ -91,8 +91,9 @@ int cutOne(const CutOptions& options) {
         return exitFailed;
     }
     if (leftover) {
-        printWarning(signature, "was left from an earlier cut and is removed: this dump has no "
-                                "signature");
+        printWarning(signature,
+                     "was left from an earlier cut and is removed: this dump has no "
+                     "signature");
     }
     printResult(*taken, result);
     return statusOf(result, options);

@@ -33,9 +33,12 @@ Json findingJson(const Finding& finding) {
 }  // namespace
 
 std::string toJson(const Owner& owner) {
-    Json json = {{"schema", cutSchema},           {"calcut", CALCUT_VERSION},
-                 {"source", owner.source},        {"bytes", owner.size},
-                 {"crc32", crcText(owner.crc)},   {"layout", owner.layout},
+    Json json = {{"schema", cutSchema},
+                 {"calcut", CALCUT_VERSION},
+                 {"source", owner.source},
+                 {"bytes", owner.size},
+                 {"crc32", crcText(owner.crc)},
+                 {"layout", owner.layout},
                  {"maskedPixels", owner.maskedPixels}};
     for (const Owner::File& file : owner.files) {
         json["files"][file.name] = file.size;

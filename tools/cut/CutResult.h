@@ -35,7 +35,7 @@ struct CutResult {
     std::string dump;    ///< path as given
     std::string folder;  ///< where its files are, or would have gone
     Outcome outcome = Outcome::NotReached;
-    std::string reason;           ///< why it was not cut, one line; empty when it was
+    std::string reason;            ///< why it was not cut, one line; empty when it was
     std::optional<Finding> fault;  ///< when the dump is to blame
     std::vector<Finding> warnings;
     bool earlierCut = false;  ///< it failed, and the folder still holds an earlier cut's files

@@ -71,8 +71,8 @@ bool isInput(const struct stat& status, const std::vector<FileIdentity>& inputs)
 }
 
 bool isFileOfCut(const std::string& name) {
-    return name == ownerFile || std::find(stackFiles.begin(), stackFiles.end(), name) !=
-                                    stackFiles.end();
+    return name == ownerFile ||
+           std::find(stackFiles.begin(), stackFiles.end(), name) != stackFiles.end();
 }
 
 bool isSameDump(const Owner& one, const Owner& other) {
@@ -245,8 +245,8 @@ std::string writeOwner(const std::string& folder, const Owner& owner) {
 bool holdsWholeCut(const std::string& folder, const Owner& earlier, const Owner& dump) {
     const auto whole = [&folder](const Owner::File& file) {
         struct stat status {};
-        return lstat(inside(folder, file.name).c_str(), &status) == 0 &&
-               S_ISREG(status.st_mode) && static_cast<std::uint64_t>(status.st_size) == file.size;
+        return lstat(inside(folder, file.name).c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+               static_cast<std::uint64_t>(status.st_size) == file.size;
     };
     return isSameDump(earlier, dump) && earlier.layout == dump.layout &&
            std::equal(earlier.files.begin(), earlier.files.end(), dump.files.begin(),
@@ -258,9 +258,8 @@ bool holdsWholeCut(const std::string& folder, const Owner& earlier, const Owner&
 }
 
 bool holdsAnyCut(const std::string& directory) {
-    return std::any_of(stackFiles.begin(), stackFiles.end(), [&](const char* name) {
-        return !isMissing(inside(directory, name));
-    });
+    return std::any_of(stackFiles.begin(), stackFiles.end(),
+                       [&](const char* name) { return !isMissing(inside(directory, name)); });
 }
 
 }  // namespace calcut::tools

@@ -38,10 +38,10 @@ bool addFolder(const std::string& folder, const CutOptions& options,
     }
     std::sort(found.begin(), found.end());
     dumps.insert(dumps.end(), found.begin(), found.end());
-    reason = error                                    ? error.message()
+    reason = error                                  ? error.message()
              : found.empty() && options.glob != "*" ? "holds no file named " + options.glob
-             : found.empty()                          ? "holds no files"
-                                                      : "";
+             : found.empty()                        ? "holds no files"
+                                                    : "";
     return reason.empty();
 }
 

@@ -132,8 +132,8 @@ void Report::add(const CutResult* first, std::size_t count) {
         return;
     }
     // What closes the object goes along, and is where the next row will be.
-    const std::string tail = fmt::format("\n],\"total\":{},\"cut\":{},\"failed\":{}}}\n", rows_,
-                                         cut_, failedRows_);
+    const std::string tail =
+        fmt::format("\n],\"total\":{},\"cut\":{},\"failed\":{}}}\n", rows_, cut_, failedRows_);
     put(text + tail);
     end_ -= tail.size();
 }

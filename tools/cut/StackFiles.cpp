@@ -85,17 +85,13 @@ std::optional<TakenDump> takeDump(const std::string& path, const CutOptions& opt
     result.layout = options.layout.value_or(classify(bytes));
     taken.diagnosis = diagnose(bytes, result.layout, vantric::Wanted::cut);
     result.warnings = taken.diagnosis.warnings;
-    if (taken.diagnosis.cuttable()) {
-        describeModule(*taken.diagnosis.record, result);
-        return taken;
-    }
-    if (result.layout == Layout::Packed) {
-        result.fail("is a bare packed calibration, not a dump: there is nothing to cut");
-    } else {
-        result.fault = taken.diagnosis.faults.front();
+    result.fault = whyNotCut(taken.diagnosis);
+    if (result.fault) {
         result.fail(describe(*result.fault));
+        return std::nullopt;
     }
-    return std::nullopt;
+    describeModule(*taken.diagnosis.record, result);
+    return taken;
 }
 
 std::vector<StackFile> filesOf(const TakenDump& taken) {
@@ -136,16 +132,15 @@ std::vector<Difference> differences(const std::vector<StackFile>& files,
 }
 
 void writeStackFiles(const TakenDump& taken, const std::string& directory, CutResult& result) {
-    const bool written = result.layout == Layout::V7
-                             ? writeWith<EEPROMv7Cutter>(directory, taken, result.maskedPixels)
-                             : writeWith<EEPROMKorvelineCutter>(directory, taken,
-                                                                result.maskedPixels);
+    const bool written =
+        result.layout == Layout::V7
+            ? writeWith<EEPROMv7Cutter>(directory, taken, result.maskedPixels)
+            : writeWith<EEPROMKorvelineCutter>(directory, taken, result.maskedPixels);
     // The library does not report a disk that fills up; the files do.
     const std::vector<Difference> wrong = differences(filesOf(taken), directory);
     if (!wrong.empty()) {
         result.fail(fmt::format("cannot write {} of {}: it {} (is the disk full?)",
-                                wrong.front().file, escapePath(result.folder),
-                                wrong.front().what));
+                                wrong.front().file, escapePath(result.folder), wrong.front().what));
     } else if (!written) {
         result.fail("the library refused it, though nothing is found to be wrong with it");
     }
