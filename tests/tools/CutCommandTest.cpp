@@ -133,12 +133,12 @@ TEST(CutCommand, CutsManyAndNamesTheBadOnes) {
             }
         }
         EXPECT_EQ(report["dumps"][2]["layout"], "korveline");
-        EXPECT_EQ(report["dumps"][3]["fault"]["name"], "checksum") << report["dumps"][3];
+        EXPECT_EQ(report["dumps"][3]["fault"]["name"], "payload-outside") << report["dumps"][3];
     }
     ASSERT_EQ(run(dir, "cut 'short,\"er.bin' one.bin --out csv --report report.csv").status, 1);
     const std::string table = text(dir / "report.csv");
     EXPECT_TRUE(matches(table, "^file,layout,result,reason,masked pixels,fx,fy,cx,cy,k1.*\r\n"));
-    EXPECT_TRUE(matches(table, "\n\"short,\"\"er.bin\",v7,failed,.*CRC.*,checksum,8,")) << table;
+    EXPECT_TRUE(matches(table, "\n\"short,\"\"er.bin\",v7,failed,.*,payload-outside,12,")) << table;
     EXPECT_TRUE(matches(table, "\none.bin,v7,cut,,[0-9]+,.*,csv/one,")) << table;
 }
 
