@@ -37,22 +37,25 @@ struct DiagnosedBlock {
 };
 
 struct Diagnosis {
+    ByteView file;
     Layout layout = Layout::Unknown;
     image::Record image;  ///< not set for bare calibrations and unknown files
     /// The payload as a cut decodes it (with a signature area where there is one), or the whole of
-    /// a bare calibration; empty when it does not lie inside the file.
+    /// a bare calibration; what of it lies inside the file when not all does.
     ByteView payload;
     std::uint64_t payloadOffset = 0;
     std::uint64_t signatureAreaSize = 0;          ///< at the end of payload, 0 without one
     std::optional<std::uint8_t> signatureLength;  ///< as stored, also when impossible
 
     std::optional<RXHeader> header;
-    std::vector<DiagnosedBlock> blocks;
+    std::vector<DiagnosedBlock> blocks;      ///< of those behind a fault only the first hundreds
     std::optional<std::uint64_t> endMarker;  ///< offset in the file
     /// Status of the read; empty when the payload never came to the reader.
     std::optional<std::uint32_t> status;
     std::uint32_t failedBlockId = vantric::noFailedBlock;
     vantric::RecordOwner record;  ///< as far as it was filled; may be null
+    /// Of copying the custom blocks into the record, once everything else was read.
+    std::uint32_t customStatus = VANTRIC_OK;
 
     std::vector<Finding> faults;  ///< the first is what a cut is refused for
     std::vector<Finding> warnings;
@@ -61,9 +64,16 @@ struct Diagnosis {
     [[nodiscard]] bool cuttable() const { return faults.empty() && layout != Layout::Packed; }
     /// Whether everything in it reads; for bare calibrations too.
     [[nodiscard]] bool intact() const { return faults.empty(); }
-    /// Whether a block with that id was decoded into the record.
-    [[nodiscard]] bool wasRead(std::uint32_t id) const;
+    /// The block with that id that was decoded into the record, or null.
+    [[nodiscard]] const DiagnosedBlock* readBlock(std::uint32_t id) const;
+    [[nodiscard]] bool wasRead(std::uint32_t id) const { return readBlock(id) != nullptr; }
+    /// Bytes behind the end marker, the signature area not counted.
+    [[nodiscard]] std::uint64_t trailingBytes() const;
 };
+
+/// Why a cut of this file is refused: the first fault, or that there is no image around a bare
+/// calibration; nothing when it is not.
+std::optional<Finding> whyNotCut(const Diagnosis& diagnosis);
 
 /// Looks at a file. Views of the result point into it. wanted decides how much of the record is
 /// filled; faults and warnings are the same for either.

@@ -1,10 +1,12 @@
 // A file as the command takes it in: loaded once, with a limit, never by opening what can block.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace calcut::tools {
@@ -13,8 +15,13 @@ using ByteView = std::span<const std::uint8_t>;
 
 enum class Layout { V7, Korveline, Packed, Unknown };
 
+inline constexpr std::array knownLayouts = {Layout::V7, Layout::Korveline, Layout::Packed};
+
 /// "v7", "korveline", "packed", "unknown": as in options and reports.
 const char* layoutName(Layout layout);
+
+/// What a file of the layout begins with; empty for Unknown.
+std::string_view magicOf(Layout layout);
 
 /// The layout that the first bytes name.
 Layout classify(ByteView file);

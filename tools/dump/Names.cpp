@@ -1,0 +1,65 @@
+#include "tools/dump/Names.h"
+
+#include <array>
+#include <string_view>
+
+#include <fmt/format.h>
+
+#include "calcut/status.h"
+
+namespace calcut::tools {
+
+namespace {
+
+constexpr std::array singleBlocks = {
+    "auxiliary flag", "lens parameters", "pixel mask",       "pixel values", "date",
+    "text 1",         "text 2",          "identifier bytes", "id codes",     "straylight profile"};
+
+constexpr std::array frequencyBlocks = {"frequency id", "pixel table", "values A",  "values B",
+                                        "scalar",       "wiggling A",  "wiggling B"};
+
+constexpr std::array kinds = {"raw",   "uint16",      "uint32",      "int32",
+                              "float", "packed uint", "packed float"};
+
+}  // namespace
+
+std::string statusName(std::uint32_t status) {
+    const std::string_view name = vantric_statusName(status);
+    return name.starts_with("VANTRIC_") ? std::string(name) : fmt::format("{:#010x}", status);
+}
+
+std::string blockName(std::uint32_t id) {
+    if (id < singleBlocks.size()) {
+        return singleBlocks[id];
+    }
+    const std::uint32_t fromFrequencies = id - RX_BLOCK_FIRST_FREQUENCY;
+    if (id >= RX_BLOCK_FIRST_FREQUENCY &&
+        fromFrequencies < frequencyBlocks.size() * VANTRIC_FREQUENCIES) {
+        return fmt::format("frequency {}: {}", fromFrequencies / frequencyBlocks.size(),
+                           frequencyBlocks[fromFrequencies % frequencyBlocks.size()]);
+    }
+    if (id == VANTRIC_RX_END_MARKER) {
+        return "end marker";
+    }
+    return id >= RX_BLOCK_FIRST_CUSTOM ? "custom block" : "unknown";
+}
+
+std::string blockLabel(std::uint32_t id) {
+    return fmt::format("block {} ({})", id, blockName(id));
+}
+
+const char* kindName(std::uint64_t kind) {
+    return kind < kinds.size() ? kinds[kind] : "unknown";
+}
+
+const char* outcomeName(vantric::BlockOutcome outcome) {
+    // In the order of the outcomes; custom blocks are read, too.
+    constexpr std::array names = {"read", "read", "ignored", "failed", "not reached"};
+    return names.at(static_cast<std::size_t>(outcome));
+}
+
+std::string byteCount(std::uint64_t count) {
+    return fmt::format("{} byte{}", count, count == 1 ? "" : "s");
+}
+
+}  // namespace calcut::tools

@@ -1,0 +1,30 @@
+// Names for the numbers of the formats, as people and reports see them.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "calibration/packed/Reader.h"
+
+namespace calcut::tools {
+
+/// "VANTRIC_ERR_END_OF_DATA" and so on; "0x12345678" for a number without a name.
+std::string statusName(std::uint32_t status);
+
+/// What a block carries, for instance "lens parameters" or "frequency 2: pixel table"; "custom
+/// block" from 128 on, "unknown" where the format has no such id.
+std::string blockName(std::uint32_t id);
+
+/// "block 1 (lens parameters)"
+std::string blockLabel(std::uint32_t id);
+
+/// "raw", "uint16", "uint32", "int32", "float", "packed uint", "packed float"; "unknown" above.
+const char* kindName(std::uint64_t kind);
+
+/// "read" (custom blocks too), "ignored" (unknown ids), "failed", "not reached".
+const char* outcomeName(vantric::BlockOutcome outcome);
+
+/// "1 byte", "2 bytes"
+std::string byteCount(std::uint64_t count);
+
+}  // namespace calcut::tools

@@ -1,0 +1,57 @@
+#include "tools/inspect/Inspect.h"
+
+#include <cstdio>
+
+#include <nlohmann/json.hpp>
+
+#include "tools/commands.h"
+#include "tools/inspect/Text.h"
+#include "tools/inspect/Tree.h"
+
+namespace calcut::tools {
+
+namespace {
+
+void writeJson(const Json& tree) {
+    writeStdout(tree.dump(2, ' ', false, Json::error_handler_t::replace) + '\n');
+}
+
+TextStyle styleOfStdout() {
+    return {terminalWidth(stdout),
+            [](Colour colour, std::string_view text) { return paint(stdout, colour, text); }};
+}
+
+}  // namespace
+
+int runInspect(const InspectOptions& options) {
+    const bool several = options.paths.size() > 1;
+    bool good = true;
+    Json all = Json::array();
+    for (const std::string& path : options.paths) {
+        const Dump dump = loadDump(path, options.maxSize);
+        if (!dump.error.empty()) {
+            printError(path, dump.error);
+            all.push_back({{"schema", inspectSchema}, {"file", path}, {"error", dump.error}});
+            good = false;
+            continue;
+        }
+        const Diagnosis diagnosis = diagnose(
+            dump.bytes, options.layout.value_or(classify(dump.bytes)), vantric::Wanted::everything);
+        good = good && diagnosis.intact() && !(options.strict && !diagnosis.warnings.empty());
+        Json tree = inspectTree(diagnosis, path);
+        if (!options.json) {
+            writeStdout(&path == options.paths.data() ? "" : "\n");
+            writeStdout(textOf(tree, styleOfStdout()));
+        } else if (several) {
+            all.push_back(std::move(tree));
+        } else {
+            writeJson(tree);
+        }
+    }
+    if (options.json && several) {
+        writeJson(all);
+    }
+    return good ? exitOk : exitFailed;
+}
+
+}  // namespace calcut::tools

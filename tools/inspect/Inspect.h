@@ -1,0 +1,24 @@
+// calcut inspect: what files hold, and what is wrong with them.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/dump/Dump.h"
+
+namespace calcut::tools {
+
+struct InspectOptions {
+    std::vector<std::string> paths;  ///< dumps or bare calibrations, "-" for standard input
+    std::optional<Layout> layout;    ///< by their first bytes when not set
+    std::uint64_t maxSize = defaultMaxSize;
+    bool json = false;
+    bool strict = false;  ///< warnings make the exit status 1, too
+};
+
+/// Prints what the files hold. Returns the exit status.
+int runInspect(const InspectOptions& options);
+
+}  // namespace calcut::tools

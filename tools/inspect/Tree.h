@@ -1,0 +1,36 @@
+// What a file holds, as one tree: the text and the JSON of calcut inspect are renderings of it.
+// docs/inspect-json.md describes every key.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string_view>
+#include <vector>
+
+#include <nlohmann/json_fwd.hpp>
+
+#include "tools/dump/Diagnosis.h"
+
+namespace calcut::tools {
+
+/// Floats keep their own width, so that they are printed with the fewest digits that read back.
+using Json = nlohmann::basic_json<nlohmann::ordered_map, std::vector, std::string, bool,
+                                  std::int64_t, std::uint64_t, float>;
+
+/// Rises when a key goes or changes its meaning; new keys do not count.
+inline constexpr int inspectSchema = 1;
+
+/// The tree of a file. The diagnosis must have been made with everything wanted.
+Json inspectTree(const Diagnosis& diagnosis, std::string_view path);
+
+/// Its part about the decoded record; null without one.
+Json recordTree(const Diagnosis& diagnosis);
+
+/// Smallest and largest decoded value of a block; null for a payload that is empty, incomplete or
+/// not decodable.
+Json rangeTree(const Diagnosis& diagnosis, const vantric::BlockSighting& block);
+
+/// A float as JSON has it: "inf" and "-inf", null for NaN.
+Json jsonFloat(float value);
+
+}  // namespace calcut::tools

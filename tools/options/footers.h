@@ -1,0 +1,62 @@
+// What the help of each subcommand ends with.
+#pragma once
+
+namespace calcut::tools::footers {
+
+inline constexpr const char* command =
+    R"(Exit status: 0 everything was done, 1 a file was refused or could not be written,
+2 the command line is wrong; an interrupted command ends by its signal (130, 143).
+Nothing that is also read is ever written to. calcut SUBCOMMAND --help tells more.
+
+Examples:
+  calcut make -o module.bin                      make a v7 dump to try things with
+  calcut make --layout korveline --signature 64 -o signed.bin
+  calcut cut module.bin out                      cut a dump into the existing folder out
+  calcut cut line/*.bin --out cut --report cut.csv
+  calcut inspect module.bin                      what is in a dump, or why it cannot be cut
+  calcut plot module.bin -o module.png           its calibration as one sheet)";
+
+inline constexpr const char* cut =
+    R"(calcut cut [OPTIONS] DUMP OUTDIR         one dump into an existing directory
+calcut cut [OPTIONS] DUMP... --out DIR   a directory for each dump under DIR
+calcut cut --verify DIR DUMP             whether the files in DIR are the cut of DUMP
+
+Writes qov.spc (the packed calibration), lensdata.dat (the lens parameters) and, for a
+Korveline dump with a signature area, signature.bin. They are written aside, read back and
+then moved into place: a cut that fails or is interrupted leaves the earlier files whole.
+
+In the second form a directory is named after its dump without the extension (equal names:
+with the names of the folders they are in) and holds a cut.json that says whose it is; it is
+replaced by a new cut of the same dump only, unless --force says otherwise. A bad dump does
+not stop the others. The report grows as the batch goes.
+
+Exit status: 0 all were cut, 1 one was not (--verify: a file differs), 2 usage.
+
+Examples:
+  calcut cut module.bin out
+  calcut cut line/*.bin --out cut -j 4 --report cut.csv
+  calcut cut line --glob '*.eeprom' --out cut --resume
+  calcut cut --verify out module.bin)";
+
+inline constexpr const char* inspect =
+    R"(Exit status: 0 everything reads and is intact, 1 it is not, 2 usage.
+
+Examples:
+  calcut inspect module.bin
+  calcut inspect module.bin --json | jq .record.lens)";
+
+inline constexpr const char* plot = R"(Exit status: 0 the sheet was written, 1 it was not, 2 usage.
+
+Examples:
+  calcut plot module.bin -o sheet.png)";
+
+inline constexpr const char* make = R"(The same options give the same bytes on every machine.
+Exit status: 0 the file was written, 1 it was not, 2 usage.
+
+Examples:
+  calcut make -o module.bin
+  calcut make --size 320x240 --frequencies 8 --seed 7 -o large.bin
+  calcut make --layout korveline --signature 64 -o signed.bin
+  calcut make --bare -o - | calcut inspect -)";
+
+}  // namespace calcut::tools::footers

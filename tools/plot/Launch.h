@@ -1,0 +1,11 @@
+// calcut plot as the command sees it: another program.
+#pragma once
+
+#include "tools/plot/Plot.h"
+
+namespace calcut::tools {
+
+/// Becomes calcut-plot. Returns the exit status when it cannot.
+int launchPlot(const PlotOptions& options);
+
+}  // namespace calcut::tools

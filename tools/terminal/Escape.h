@@ -1,0 +1,21 @@
+// Bytes of unknown origin made fit for people: nothing that comes out of a file or a file name
+// reaches a terminal but through here.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace calcut::tools {
+
+/// Printable ASCII as it is, a backslash doubled, everything else as \xNN.
+std::string escapeBytes(std::string_view bytes);
+
+/// A path: UTF-8 stays, control characters and what is no UTF-8 become \xNN.
+std::string escapePath(std::string_view path);
+
+/// Lower case hexadecimal, two digits a byte.
+std::string hexText(std::span<const std::uint8_t> bytes);
+
+}  // namespace calcut::tools

@@ -1,0 +1,28 @@
+// Files that the command writes: never one that it also reads, never half a one.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "tools/dump/Dump.h"
+
+namespace calcut::tools {
+
+/// Which file an input's path leads to, through links, and what "-" reads; nothing when there is
+/// none.
+std::optional<FileIdentity> identityOf(const std::string& path);
+
+/// Why no file of this path may be written, as far as can be told before the work: it is one of the
+/// inputs (the same file, through links too), a directory, or in a folder that cannot be written.
+/// Empty when nothing stands against it. Nothing is opened.
+std::string whyNotWritable(const std::string& path, const std::vector<std::string>& inputs);
+
+/// Writes a file, or standard output for "-". A regular file gets its name only when it is
+/// complete; devices and links are written where they are, pipes and sockets never. False, with a
+/// printed error that names the path, when that fails.
+bool writeOutput(const std::string& path, std::span<const std::uint8_t> bytes);
+
+}  // namespace calcut::tools

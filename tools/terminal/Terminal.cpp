@@ -1,0 +1,139 @@
+#include "tools/terminal/Terminal.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <new>
+#include <system_error>
+
+#include <fmt/format.h>
+
+#include "tools/commands.h"
+#include "tools/terminal/Escape.h"
+
+namespace calcut::tools {
+
+namespace {
+
+TerminalSettings current;
+
+/// errno of the first failed write to standard output.
+int stdoutError = 0;
+
+bool isSet(const char* variable) {
+    const char* value = std::getenv(variable);
+    return value != nullptr && *value != '\0';
+}
+
+bool wantsColour(std::FILE* stream) {
+    if (current.colour != ColourMode::Auto) {
+        return current.colour == ColourMode::Always;
+    }
+    const char* kind = std::getenv("TERM");
+    return !isSet("NO_COLOR") && (kind == nullptr || std::strcmp(kind, "dumb") != 0) &&
+           isatty(fileno(stream)) != 0;
+}
+
+// One write, so that lines of several threads do not mix. There is no one left to tell when
+// standard error does not take it.
+void printLine(Colour colour, const char* head, std::string_view subject, std::string_view reason) {
+    const std::string line = fmt::format("{} {}{}{}\n", paint(stderr, colour, head),
+                                         escapePath(subject), subject.empty() ? "" : ": ", reason);
+    (void)std::fwrite(line.data(), 1, line.size(), stderr);
+}
+
+}  // namespace
+
+void setTerminal(const TerminalSettings& settings) {
+    current = settings;
+}
+
+const TerminalSettings& terminal() {
+    return current;
+}
+
+std::size_t terminalWidth(std::FILE* stream) {
+    winsize size{};
+    if (isatty(fileno(stream)) == 0) {
+        return 0;
+    }
+    constexpr std::size_t usual = 80;
+    return ioctl(fileno(stream), TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : usual;
+}
+
+std::string paint(std::FILE* stream, Colour colour, std::string_view text) {
+    if (!wantsColour(stream)) {
+        return std::string(text);
+    }
+    constexpr int codes[] = {31, 32, 33, 1, 2};
+    return fmt::format("\x1b[{}m{}\x1b[0m", codes[static_cast<std::size_t>(colour)], text);
+}
+
+void printError(std::string_view subject, std::string_view reason) {
+    printLine(Colour::Red, "calcut:", subject, reason);
+}
+
+void printWarning(std::string_view subject, std::string_view reason) {
+    if (current.verbosity != Verbosity::Quiet) {
+        printLine(Colour::Yellow, "calcut: warning:", subject, reason);
+    }
+}
+
+void printNote(std::string_view subject, std::string_view reason) {
+    if (current.verbosity == Verbosity::Verbose) {
+        printLine(Colour::Dim, "calcut:", subject, reason);
+    }
+}
+
+void print(std::string_view text) {
+    if (current.verbosity != Verbosity::Quiet) {
+        writeStdout(text);
+    }
+}
+
+void writeStdout(std::string_view text) {
+    if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() && stdoutError == 0) {
+        stdoutError = errno;
+    }
+}
+
+bool finishStdout() {
+    static bool told = false;
+    if (std::fflush(stdout) != 0 && stdoutError == 0) {
+        stdoutError = errno;
+    }
+    // What is written to a pipe whose reader is gone is nobody's loss.
+    if ((stdoutError == 0 && std::ferror(stdout) == 0) || stdoutError == EPIPE) {
+        return true;
+    }
+    if (!told) {
+        told = true;
+        printError("standard output", stdoutError != 0
+                                          ? std::generic_category().message(stdoutError)
+                                          : std::string("cannot be written"));
+    }
+    return false;
+}
+
+int runMain(int (*work)(int argc, char** argv), int argc, char** argv) {
+    // A reader that goes away and a file that may not grow are met as failed writes.
+    (void)std::signal(SIGPIPE, SIG_IGN);
+    (void)std::signal(SIGXFSZ, SIG_IGN);
+    int exitCode = exitFailed;
+    try {
+        exitCode = work(argc, argv);
+    } catch (const std::bad_alloc&) {
+        printError("", "not enough memory");
+    } catch (const std::exception& error) {
+        printError("", error.what());
+    }
+    const bool finished = finishStdout();
+    return finished || exitCode != exitOk ? exitCode : exitFailed;
+}
+
+}  // namespace calcut::tools

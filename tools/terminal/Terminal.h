@@ -1,0 +1,61 @@
+// How the command talks to people: one-line errors and warnings, colours, standard output.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <string_view>
+
+namespace calcut::tools {
+
+enum class ColourMode : std::uint8_t {
+    Auto,  ///< on a terminal, unless NO_COLOR is set (and not empty) or TERM is "dumb"
+    Always,
+    Never
+};
+
+enum class Verbosity : std::uint8_t {
+    Quiet,  ///< errors only
+    Normal,
+    Verbose  ///< also what is being done
+};
+
+/// Set once, before anything is printed.
+struct TerminalSettings {
+    ColourMode colour = ColourMode::Auto;
+    Verbosity verbosity = Verbosity::Normal;
+};
+void setTerminal(const TerminalSettings& settings);
+const TerminalSettings& terminal();
+
+/// Columns of the terminal behind a stream; 0 when it is none.
+std::size_t terminalWidth(std::FILE* stream);
+
+/// text in the given colour when the stream takes colours, else text unchanged.
+enum class Colour : std::uint8_t { Red, Green, Yellow, Bold, Dim };
+std::string paint(std::FILE* stream, Colour colour, std::string_view text);
+
+// One line on standard error each, "calcut: SUBJECT: REASON", whole even from several threads.
+// subject is a path as it was given (it is escaped here) or empty.
+void printError(std::string_view subject, std::string_view reason);
+/// For something that is odd but no failure; nothing when quiet.
+void printWarning(std::string_view subject, std::string_view reason);
+/// What is being done; only when verbose.
+void printNote(std::string_view subject, std::string_view reason);
+
+/// Text for people on standard output; nothing when quiet.
+void print(std::string_view text);
+
+/// Data that was asked for, on standard output. finishStdout tells about a failure.
+void writeStdout(std::string_view data);
+
+/// Flushes standard output. False, with a printed error, when not everything could be written; a
+/// reader that merely went away (as head does) is no error, and what was told once is not told
+/// again. An outer main calls it for every subcommand.
+bool finishStdout();
+
+/// The body of main: runs the work, tells about what it throws, finishes standard output. Returns
+/// the exit status.
+int runMain(int (*work)(int argc, char** argv), int argc, char** argv);
+
+}  // namespace calcut::tools
