@@ -33,12 +33,34 @@ constexpr double tickSpacing = 42.0;
 
 }  // namespace
 
+void drawHead(Canvas& canvas, const Rect& cell, const FrameText& text) {
+    const double x = cell.x + padding;
+    const double width = cell.width - 2.0 * padding;
+    if (text.compact) {
+        canvas.text({cell.x + 30.0, cell.y + titleHeight - 8.0}, text.title, compactTitleStyle);
+        return;
+    }
+    double y = cell.y + padding + 14.0;
+    canvas.text({x, y}, canvas.fitText(text.title, titleStyle, width), titleStyle);
+    if (!text.note.empty()) {
+        y += lineHeight + 2.0;
+        canvas.text({x, y}, canvas.fitText(text.note, noteStyle, width), noteStyle);
+    }
+    y += lineHeight;
+    double at = x + 6.0;
+    for (const LegendEntry& entry : text.legend) {
+        canvas.mark(entry.mark, {at, y - 4.0}, entry.colour);
+        canvas.text({at + 11.0, y}, entry.label, noteStyle);
+        at += 31.0 + canvas.textWidth(entry.label, noteStyle);
+    }
+}
+
 Frame::Frame(Canvas& canvas, const Rect& cell, FrameText text, Axis x, Axis y)
     : canvas_(canvas), text_(std::move(text)), x_(std::move(x)), y_(std::move(y)) {
     makeRoom(cell, 0.0);
     area_ = room_;
     placeTicks();
-    drawHead(cell);
+    drawHead(canvas_, cell, text_);
     drawAxes(cell);
 }
 
@@ -46,15 +68,15 @@ Frame::Frame(Canvas& canvas, const Rect& cell, FrameText text, ImageShape shape,
              std::optional<ColourBar> bar)
     : canvas_(canvas),
       text_(std::move(text)),
-      x_{{shape.firstColumn - 0.5, shape.firstColumn + shape.columns - 0.5, false, true},
+      x_{{shape.firstColumn - 0.5, shape.firstColumn + shape.columns - 0.5, true},
          shape.columnLabel},
-      y_{{shape.firstRow - 0.5, shape.firstRow + shape.rows - 0.5, false, true}, shape.rowLabel},
+      y_{{shape.firstRow - 0.5, shape.firstRow + shape.rows - 0.5, true}, shape.rowLabel},
       shape_(std::move(shape)),
       bar_(std::move(bar)) {
     // Maps with and without a bar get the same place, so that they can be compared by eye.
     makeRoom(cell, barGap + barWidth + tickLength + tickGap + barLabels + labelSpace);
     placeImage();
-    drawHead(cell);
+    drawHead(canvas_, cell, text_);
     drawAxes(cell);
     if (bar_) {
         placeBar(cell);
@@ -148,7 +170,7 @@ void Frame::placeStripTicks() {
     std::vector<PlacedTick>& across = tall ? xTicks_ : yTicks_;
     const double start = tall ? area_.y : area_.x;
     const double extent = tall ? area_.height : area_.width;
-    const Scale elements{-0.5, strips_.length - 0.5, false, true};
+    const Scale elements{-0.5, strips_.length - 0.5, true};
     for (const Tick& tick : ticksOf(elements, static_cast<int>(extent / tickSpacing))) {
         along.push_back({start + elements.fraction(tick.value) * extent, tick.label});
     }
@@ -222,29 +244,6 @@ Rect Frame::elements(const ElementBlock& block) const {
     const Point start = at(x_.scale.low + block.firstColumn, y_.scale.low + block.firstRow);
     return {start.x, start.y, (block.endColumn - block.firstColumn) * strips_.unit,
             (block.endRow - block.firstRow) * strips_.unit};
-}
-
-void Frame::drawHead(const Rect& cell) {
-    const double x = cell.x + padding;
-    const double width = cell.width - 2.0 * padding;
-    if (text_.compact) {
-        canvas_.text({area_.x, cell.y + titleHeight - 8.0}, text_.title, compactTitleStyle);
-        return;
-    }
-    double y = cell.y + padding + 14.0;
-    canvas_.text({x, y}, canvas_.fitText(text_.title, titleStyle, width), titleStyle);
-    y += 2.0;
-    if (!text_.note.empty()) {
-        y += lineHeight;
-        canvas_.text({x, y}, canvas_.fitText(text_.note, noteStyle, width), noteStyle);
-    }
-    y += lineHeight;
-    double at = x + 6.0;
-    for (const LegendEntry& entry : text_.legend) {
-        canvas_.mark(entry.mark, {at, y - 4.0}, entry.colour);
-        canvas_.text({at + 11.0, y}, entry.label, noteStyle);
-        at += 11.0 + canvas_.textWidth(entry.label, noteStyle) + 20.0;
-    }
 }
 
 void Frame::drawAxes(const Rect& cell) {

@@ -46,6 +46,9 @@ struct FrameText {
     bool compact = false;  ///< a small frame: title and axes only
 };
 
+/// Draws title, note and legend at the top of a cell.
+void drawHead(Canvas& canvas, const Rect& cell, const FrameText& text);
+
 /// The data is an image with square elements, row numbers growing downwards; axes count from here.
 struct ImageShape {
     std::uint32_t columns = 1, rows = 1;
@@ -91,7 +94,6 @@ class Frame {
     void placeTicks();
     void placeStripTicks();
     void placeBar(const Rect& cell);
-    void drawHead(const Rect& cell);
     void drawAxes(const Rect& cell);
     void drawBar();
 

@@ -28,6 +28,7 @@ struct Map {
     MaskedValues values;  ///< columns x rows of them
     ColourMap colours = ColourMap::Sequential;
     std::optional<Scale> scale{};  ///< of the colours; robust limits when not set
+    std::string footer{};          ///< statistics of the values when empty
     // Axes: names, and the coordinates of the first element.
     std::string columnLabel = "column (pixels)";
     std::string rowLabel = "row (pixels)";

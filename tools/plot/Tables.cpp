@@ -56,7 +56,7 @@ void drawMask(Canvas& canvas, const Rect& cell, const Module& module) {
     FrameText text{.title = "Pixel mask"};
     text.legend = {{Mark::Box, masked, fmt::format("masked, 0 ({})", zeros)}};
     std::optional<ColourBar> bar;
-    const Scale scale{1.0, std::max<double>(highest, 2.0), false, true};
+    const Scale scale{1.0, std::max<double>(highest, 2.0), true};
     if (highest > 1) {
         bar = {scale, "mask value"};
     } else {
@@ -82,7 +82,7 @@ void drawMask(Canvas& canvas, const Rect& cell, const Module& module) {
                              : paperColour;
     });
     if (frame.unit() < visible) {
-        ringPixels(frame, columns, lonePixels(module));
+        ringPixels(frame, columns, lonePixels(module), mostRings);
     }
 }
 
