@@ -91,7 +91,8 @@ std::uint32_t convertAndCopyDate(const void* source, std::uint64_t sourceSize, v
     if (length + longestDateSuffix >= destinationSize) {
         return VANTRIC_ERR_BUFFER_TOO_SMALL;
     }
-    std::snprintf(text + length, destinationSize - length, " (%" PRIu32 ")", wordAt(source, 0));
+    static_cast<void>(std::snprintf(text + length, destinationSize - length, " (%" PRIu32 ")",
+                                    wordAt(source, 0)));
     return VANTRIC_OK;
 }
 
@@ -176,6 +177,22 @@ CopyNeeds needsOf(RXCopyFunction copy) {
     const auto* known = std::find_if(own.begin(), own.end(),
                                      [copy](const CopyNeeds& needs) { return needs.copy == copy; });
     return known != own.end() ? *known : CopyNeeds{copy, CopyNeeds::Scratch::all, false, false};
+}
+
+std::uint64_t zeroedScratchOf(const RXBlockTable& table) {
+    std::uint64_t words = 0;
+    bool isForeign = false;
+    for (std::uint64_t i = 0; i < table.count; ++i) {
+        const RXTableEntry& entry = table.entries[i];
+        if (entry.copy != nullptr) {
+            words = std::max(words, entry.destinationSize);
+            isForeign = isForeign || needsOf(entry.copy).scratch == CopyNeeds::Scratch::all;
+        }
+    }
+    constexpr std::uint64_t most =
+        std::numeric_limits<std::uint64_t>::max() / sizeof(std::uint32_t);
+    return isForeign ? std::max<std::uint64_t>(std::min(words, most) * sizeof(std::uint32_t), 1)
+                     : 0;
 }
 
 }  // namespace vantric

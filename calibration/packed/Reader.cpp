@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
@@ -17,22 +16,17 @@
 #include "calibration/packed/CopyHooks.h"
 #include "calibration/packed/IdTable.h"
 #include "calibration/packed/Scratch.h"
+#include "calibration/packed/Teller.h"
 
 namespace vantric {
 
 namespace {
 
-bool hasForeignCopies(const RXBlockTable& table) {
-    return std::any_of(table.entries, table.entries + table.count, [](const RXTableEntry& entry) {
-        return entry.copy != nullptr && needsOf(entry.copy).scratch == CopyNeeds::Scratch::all;
-    });
-}
-
 // The walk that fills a record.
 class Walk {
   public:
     Walk(VantricStream& stream, const RXBlockTable& table, WalkObserver* observer)
-        : stream_(stream), table_(table), record_(*table.context), observer_(observer) {}
+        : stream_(stream), table_(table), record_(*table.context), tell_(observer) {}
 
     RXReadResult run() {
         Refusal refusal = begin();
@@ -64,23 +58,17 @@ class Walk {
         if (refusal.refused()) {
             return refusal;
         }
-        if (observer_ != nullptr) {
-            observer_->fileHeader(header_);
-        }
+        tell_.fileHeader(header_);
         numPixels_ = std::uint64_t{header_.columns} * header_.rows;
         scratch_ = Scratch(numPixels_);
         VantricImagerArea& area = record_.imagerArea;
-        // Only a record that never held a packed image or anything else has an unknown room, for
-        // which the caller vouches. One that did has that of its image, also when that was empty.
+        // For a new record the caller vouches; one that was read into has the room of its image,
+        // also when that was empty.
         wasRead_ = record_.calibrationType == packedCalibrationType;
         const std::uint64_t room = pixelsOf(area);
         if ((wasRead_ || room != 0) && room < numPixels_) {
-            return {VANTRIC_ERR_BUFFER_TOO_SMALL,
-                    Cause::recordTooSmall,
-                    columnsOffset,
-                    room,
-                    numPixels_,
-                    room};
+            return refuse(VANTRIC_ERR_BUFFER_TOO_SMALL, Cause::recordTooSmall, columnsOffset, room,
+                          numPixels_);
         }
         if (area.columns != header_.columns || area.rows != header_.rows) {
             std::free(std::exchange(record_.directions, nullptr));  // those of another image
@@ -88,8 +76,8 @@ class Walk {
         area = {0, 0, header_.columns, header_.rows};
         record_.version = recordVersion;
         record_.calibrationType = packedCalibrationType;
-        if (hasForeignCopies(table_) && !scratch_.makeZeroed()) {
-            return {VANTRIC_ERR_BUFFER_TOO_SMALL, Cause::outOfMemory, columnsOffset, 0, 0, 0};
+        if (!scratch_.makeZeroed(zeroedScratchOf(table_))) {
+            return refuse(VANTRIC_ERR_BUFFER_TOO_SMALL, Cause::outOfMemory, columnsOffset, 0, 0);
         }
         return {};
     }
@@ -145,17 +133,18 @@ class Walk {
         if (needs.fillsMask) {
             room = std::min(room, scratch_.usedWords());
         }
+        const std::pair psfSize(record_.psfWidth, record_.psfHeight);
         const std::uint32_t status =
             entry.copy(scratch_.data(), size, entry.destination, room, entry.countField);
+        if (needs.endsPsf || psfSize != std::pair(record_.psfWidth, record_.psfHeight)) {
+            std::free(std::exchange(record_.psf, nullptr));
+        }
         if (status != VANTRIC_OK) {
             return refuse(status, Cause::wrongContent, countCodeOffset, entry.destinationSize,
                           size);
         }
         if (needs.fillsMask) {
             fillMask(entry, room);
-        }
-        if (needs.endsPsf) {
-            std::free(std::exchange(record_.psf, nullptr));
         }
         return {};
     }
@@ -233,16 +222,14 @@ class Walk {
     }
 
     RXReadResult finish() {
-        if (observer_ != nullptr) {
-            observer_->endMarker(offset_);
-        }
+        tell_.endMarker(offset_);
         RXReadResult result = {VANTRIC_OK, noFailedBlock};
         result.status = table_.validateWholeCalibration(&table_, &result);
         if (result.status == VANTRIC_OK) {
             clearMaskTail();
             storeCounts();
-        } else if (observer_ != nullptr) {
-            observer_->refused(refusalOfWhole(table_, result, offset_), result.failedBlockId);
+        } else if (tell_.isHeard()) {
+            tell_.refused(refusalOfWhole(table_, result, offset_), result.failedBlockId);
         }
         return result;
     }
@@ -258,14 +245,12 @@ class Walk {
         }
     }
 
-    // ------------------------------------------------------------------- telling what happened --
-
     [[nodiscard]] Refusal refuse(std::uint32_t status, Cause cause, std::uint64_t offsetInHeader,
                                  std::uint64_t expected, std::uint64_t found) const {
         return {status, cause, offset_ + offsetInHeader, expected, found, expected};
     }
 
-    // A refusal of the payload, which knows nothing of the header before it.
+    // A refusal of the payload, with the place in the header that is to blame.
     [[nodiscard]] Refusal located(Refusal refusal) const {
         switch (refusal.cause) {
             case Cause::payloadCutShort:
@@ -284,22 +269,18 @@ class Walk {
     }
 
     void tellBlock() const {
-        if (observer_ != nullptr) {
-            observer_->block(
-                {block_, offset_, payloadOffset_, vantric_getRXPackedBlockSize(&block_), outcome_});
-        }
+        tell_.block(
+            {block_, offset_, payloadOffset_, vantric_getRXPackedBlockSize(&block_), outcome_});
     }
 
     RXReadResult endedBy(const Refusal& refusal, std::uint32_t blockId) {
-        if (observer_ != nullptr) {
-            if (blockId != noFailedBlock) {
-                outcome_ = BlockOutcome::failed;
-                tellBlock();
-            }
-            observer_->refused(refusal, blockId);
-            if (blockId != noFailedBlock) {
-                tellRest();
-            }
+        if (blockId != noFailedBlock) {
+            outcome_ = BlockOutcome::failed;
+            tellBlock();
+        }
+        tell_.refused(refusal, blockId);
+        if (blockId != noFailedBlock && tell_.isHeard()) {
+            tellRest();
         }
         return {refusal.status, blockId};
     }
@@ -314,7 +295,7 @@ class Walk {
                 return;
             }
             if (block_.id == VANTRIC_RX_END_MARKER) {
-                observer_->endMarker(offset_);
+                tell_.endMarker(offset_);
                 return;
             }
             payloadOffset_ = stream_.position;
@@ -326,11 +307,10 @@ class Walk {
     VantricStream& stream_;
     const RXBlockTable& table_;
     VantricCalibration& record_;
-    WalkObserver* observer_;
+    Teller tell_;
     RXHeader header_ = {};
     RXBlockHeader block_ = {};
-    std::uint64_t offset_ = 0;  // of the block header
-    std::uint64_t payloadOffset_ = 0;
+    std::uint64_t offset_ = 0, payloadOffset_ = 0;  // of the block's header and payload
     BlockOutcome outcome_ = BlockOutcome::read;
     std::uint64_t numPixels_ = 0;
     bool wasRead_ = false;
