@@ -50,7 +50,8 @@ std::string wrapped(const std::string& text, std::size_t indent, std::size_t wid
     for (std::size_t at = 0; at < text.size();) {
         const std::size_t end = std::min(text.find(' ', at), text.size());
         if (column == 0 || (width > 0 && column + 1 + end - at > width)) {
-            out += (column == 0 ? "" : "\n") + std::string(indent, ' ');
+            out += column == 0 ? "" : "\n";
+            out.append(indent, ' ');
             column = indent;
         } else {
             out += ' ';
@@ -91,11 +92,16 @@ class Table {
         const CutResult* result;  ///< null for the heading
     };
 
+    // Gives up columns from the right, and then the beginnings of long names.
     void fitNames() {
         constexpr std::size_t leastName = 12;
         std::size_t others = 0;
-        for (std::size_t i = 1; i < columns; ++i) {
-            others += gap + widths_[i];
+        for (shown_ = 1; shown_ < columns; ++shown_) {
+            others += gap + widths_[shown_];
+            if (shown_ >= numbersFrom && leastName + others > width_) {
+                others -= gap + widths_[shown_];
+                break;
+            }
         }
         const std::size_t room = std::max(leastName, width_ - std::min(width_, others));
         widths_[0] = std::min(widths_[0], room);
@@ -107,14 +113,15 @@ class Table {
     std::string rowText(const Row& row) {
         const bool failed = row.result != nullptr && !row.result->good();
         std::string out;
-        for (std::size_t i = 0; i < (failed ? numbersFrom : columns); ++i) {
+        for (std::size_t i = 0; i < (failed ? numbersFrom : shown_); ++i) {
             // Names to the left, numbers to the right.
             std::string cell = i < numbersFrom ? fmt::format("{:<{}}", row.line[i], widths_[i])
                                                : fmt::format("{:>{}}", row.line[i], widths_[i]);
             if (i == 2 && row.result != nullptr) {
                 cell = paint(stdout, failed ? Colour::Red : Colour::Green, cell);
             }
-            out += (i > 0 ? "  " : "") + cell;
+            out += i > 0 ? "  " : "";
+            out += cell;
         }
         if (row.result == nullptr) {
             return paint(stdout, Colour::Bold, out) + "\n";
@@ -130,6 +137,7 @@ class Table {
     }
 
     std::size_t width_;
+    std::size_t shown_ = columns;
     std::array<std::size_t, columns> widths_{};
     std::vector<Row> rows_;
 };

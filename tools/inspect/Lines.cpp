@@ -74,6 +74,10 @@ void Lines::wrapped(std::size_t start, std::string_view text, std::optional<Colo
 }
 
 void Lines::item(std::string_view name, std::string_view value, std::optional<Colour> colour) {
+    if (value.empty()) {
+        line(fmt::format("  {}", name));
+        return;
+    }
     out_ += fmt::format("  {:<{}} ", name, nameWidth);
     wrapped(itemStart, value, colour);
 }
@@ -106,6 +110,9 @@ void Lines::table(std::vector<TableColumn> columns, std::vector<TableRow> rows) 
                                       : fmt::format("  {:<{}}", rows[at][i], widths[i]);
         }
         start.append(gap, ' ');
+        if (rows[at].back().empty()) {
+            start.erase(start.find_last_not_of(' ') + 1);
+        }
         out_ += at == 0 ? painted(Colour::Dim, start) : start;
         wrapped(start.size(), rows[at].back(), at == 0 ? std::optional(Colour::Dim) : std::nullopt);
     }
