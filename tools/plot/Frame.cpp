@@ -13,7 +13,6 @@ constexpr Rgb lineColour{0x40, 0x40, 0x40};
 const TextStyle titleStyle{.size = 15.0, .bold = true};
 const TextStyle compactTitleStyle{.size = 12.0, .bold = true};
 const TextStyle noteStyle{.size = 11.5, .colour = quietColour};
-const TextStyle footerStyle{.size = 11.5, .anchor = Anchor::Middle};
 const TextStyle tickStyle{.size = 11.5};
 const TextStyle labelStyle{.size = 12.0, .anchor = Anchor::Middle};
 
@@ -79,7 +78,7 @@ Frame::Frame(Canvas& canvas, const Rect& cell, FrameText text, ImageShape shape,
     drawHead(canvas_, cell, text_);
     drawAxes(cell);
     if (bar_) {
-        placeBar(cell);
+        placeBar();
         drawBar();
     }
 }
@@ -187,7 +186,7 @@ void Frame::placeStripTicks() {
     (tall ? x_ : y_).label = "strip from " + (tall ? shape_->rowLabel : shape_->columnLabel);
 }
 
-void Frame::placeBar(const Rect& cell) {
+void Frame::placeBar() {
     const double middle = area_.y + area_.height / 2.0;
     const double height = std::max(area_.height, std::min(room_.height, shortestBar));
     barArea_ = {area_.right() + barGap, middle - height / 2.0, barWidth, height};
@@ -199,8 +198,6 @@ void Frame::placeBar(const Rect& cell) {
         barTicks_.push_back(
             {barArea_.bottom() - bar_->scale.fraction(tick.value) * barArea_.height, tick.label});
     }
-    const double end = barArea_.right() + tickLength + tickGap + widest(barTicks_) + labelSpace;
-    barArea_.x -= std::max(0.0, std::min(end - cell.right(), barGap - 4.0));
 }
 
 // -------------------------------------------------------------------------------------- drawing --
@@ -270,17 +267,9 @@ void Frame::drawAxes(const Rect& cell) {
     canvas_.text(
         {area_.x - tickLength - tickGap - widest(yTicks_) - 7.0, area_.y + area_.height / 2.0},
         canvas_.fitText(y_.label, upwards, 2.0 * sideReach()), upwards);
-    if (!text_.footer.empty()) {
-        const double width = cell.width - 2.0 * padding;
-        const std::string footer = canvas_.fitText(text_.footer, footerStyle, width);
-        const double half = canvas_.textWidth(footer, footerStyle) / 2.0;
-        const double middle =
-            std::clamp(area_.x + area_.width / 2.0, cell.x + padding + half,
-                       std::max(cell.right() - padding - half, cell.x + padding + half));
-        const double low = area_.y + area_.height / 2.0 + sideReach() - labelSpace;
-        canvas_.text({middle, std::max(foot, low) + labelSpace + lineHeight - 2.0}, footer,
-                     footerStyle);
-    }
+    const double low = area_.y + area_.height / 2.0 + sideReach() - labelSpace;
+    canvas_.text({cell.x + padding, std::max(foot, low) + labelSpace + lineHeight - 2.0},
+                 canvas_.fitText(text_.footer, tickStyle, cell.width - 2.0 * padding), tickStyle);
 }
 
 void Frame::drawBar() {

@@ -62,7 +62,8 @@ void drawSeries(Canvas& canvas, const Rect& cell, const Series& series) {
     }
     const double room = 0.08 * (high - low);
     const Scale up = scaleAround(low < 0.0 ? low - room : 0.0, high > 0.0 ? high + room : 0.0);
-    const double end = std::max({series.a.size(), series.b.size(), std::size_t{1}}) - 0.5;
+    const auto entries = static_cast<double>(std::max(series.a.size(), series.b.size()));
+    const double end = std::max(entries, 1.0) - 0.5;
     const Frame frame(canvas, cell, {.title = series.title, .compact = true},
                       {{-0.5, end, true}, ""}, {up, ""});
     const Point zero[] = {frame.at(-0.5, 0.0), frame.at(end, 0.0)};

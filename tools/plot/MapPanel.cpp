@@ -17,7 +17,7 @@ Rgb colourOf(const Map& map, const Scale& scale, const ElementBlock& block) {
     bool anyMasked = false;
     for (std::uint32_t row = block.firstRow; row < block.endRow; ++row) {
         for (std::uint32_t column = block.firstColumn; column < block.endColumn; ++column) {
-            const std::size_t at = std::size_t{row} * map.columns + column;
+            const std::size_t at = std::size_t{row} * map.shape.columns + column;
             if (map.values.masked(at)) {
                 anyMasked = true;
                 continue;
@@ -75,13 +75,10 @@ Frame drawMap(Canvas& canvas, const Rect& cell, const Map& map,
     if (statistics.count > 0) {
         bar = {scale, map.colourLabel, map.colours, outside.below > 0, outside.above > 0};
     }
-    Frame frame(
-        canvas, cell, std::move(text),
-        {map.columns, map.rows, map.firstColumn, map.firstRow, map.columnLabel, map.rowLabel},
-        std::move(bar));
+    Frame frame(canvas, cell, std::move(text), map.shape, std::move(bar));
     frame.image([&](const ElementBlock& block) { return colourOf(map, scale, block); });
-    ringPixels(frame, map.columns, outside.outliers, mostRings);
-    ringPixels(frame, map.columns, outside.notFinite, fewEnough);
+    ringPixels(frame, map.shape.columns, outside.outliers, mostRings);
+    ringPixels(frame, map.shape.columns, outside.notFinite, fewEnough);
     return frame;
 }
 

@@ -18,6 +18,9 @@ struct Module {
     const Diagnosis& diagnosis;
     const VantricCalibration& record;
 
+    [[nodiscard]] ImageShape shape() const {
+        return {record.imagerArea.columns, record.imagerArea.rows};
+    }
     [[nodiscard]] std::size_t pixels() const {
         return std::size_t{record.imagerArea.columns} * record.imagerArea.rows;
     }

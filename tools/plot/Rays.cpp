@@ -60,8 +60,7 @@ void drawRays(Canvas& canvas, const Rect& cell, const Module& module) {
     Map map;
     map.title = "Ray directions";
     map.colourLabel = "angle from axis (degrees)";
-    map.columns = columns;
-    map.rows = rows;
+    map.shape = module.shape();
     map.values.values = field.angles;
     const double cx = record.lensParameters[2];
     const double cy = record.lensParameters[3];

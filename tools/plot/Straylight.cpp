@@ -54,18 +54,18 @@ void drawPsf(Canvas& canvas, const Rect& cell, const Module& module) {
     map.note = fmt::format("{} x {} elements, the origin in the middle", module.record.psfWidth,
                            module.record.psfHeight);
     map.colourLabel = "log10 of the element";
-    map.columns = width;
-    map.rows = height;
+    map.shape = {width,
+                 height,
+                 "offset x (pixels)",
+                 "offset y (pixels)",
+                 -static_cast<double>(behindX),
+                 -static_cast<double>(behindY)};
     map.values.values = centred;
     const Statistics decades = statisticsOf(map.values);
     map.scale = decades.count == 0
                     ? Scale{}
                     : scaleAround(std::max(decades.min, decades.max - psfDecades), decades.max);
     map.footer = statisticsText(statisticsOf({psf, {}}));
-    map.columnLabel = "offset x (pixels)";
-    map.rowLabel = "offset y (pixels)";
-    map.firstColumn = -static_cast<double>(behindX);
-    map.firstRow = -static_cast<double>(behindY);
     drawMap(canvas, cell, map);
 }
 

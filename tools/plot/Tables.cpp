@@ -34,8 +34,7 @@ void drawTable(Canvas& canvas, const Rect& cell, const Module& module, std::stri
     Map map;
     map.title = std::move(title);
     map.colourLabel = scale ? "value, same scale for all" : "value (unit not recorded)";
-    map.columns = module.record.imagerArea.columns;
-    map.rows = module.record.imagerArea.rows;
+    map.shape = module.shape();
     map.values = {{values, module.pixels()}, module.mask()};
     map.scale = scale ? *scale : robustScale(statisticsOf(map.values), map.colours);
     if (const DiagnosedBlock* stored = module.diagnosis.readBlock(block)) {
@@ -66,10 +65,7 @@ void drawMask(Canvas& canvas, const Rect& cell, const Module& module) {
     text.footer = fmt::format("{:.4g} % of {} pixels are masked",
                               100.0 * static_cast<double>(zeros) / static_cast<double>(mask.size()),
                               mask.size());
-    const Frame frame(
-        canvas, cell, std::move(text),
-        {columns, module.record.imagerArea.rows, 0.0, 0.0, "column (pixels)", "row (pixels)"},
-        std::move(bar));
+    const Frame frame(canvas, cell, std::move(text), module.shape(), std::move(bar));
     frame.image([&](const ElementBlock& block) {
         std::uint8_t value = highest;
         for (std::uint32_t row = block.firstRow; row < block.endRow; ++row) {
