@@ -1,5 +1,6 @@
 #include <cstdio>
 #include <exception>
+#include <string>
 #include <vector>
 
 #include <benchmark/benchmark.h>
@@ -28,7 +29,12 @@ int main(int argc, char** argv) {
         for (calcut::bench::Work& item : calcut::bench::readingWork()) {
             work.push_back(std::move(item));
         }
-        return calcut::bench::measureAndReport(work, repetitions, secondsPerRun) ? 0 : 1;
+        const bool reached = calcut::bench::measureAndReport(work, repetitions, secondsPerRun);
+        const std::string filter = benchmark::GetBenchmarkFilter();
+        if (filter.empty() || filter == ".") {
+            calcut::bench::reportProcesses();
+        }
+        return reached ? 0 : 1;
     } catch (const std::exception& failure) {
         static_cast<void>(std::fprintf(stderr, "%s\n", failure.what()));
         return 2;

@@ -1,6 +1,5 @@
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <stdexcept>
@@ -14,6 +13,7 @@
 #include "calcut/cutter.h"
 #include "calcut/vantric.h"
 #include "calibration/calibration.h"
+#include "cutDirectory.h"
 #include "plain/plain.h"
 #include "work.h"
 #include "writer/writer.h"
@@ -24,18 +24,6 @@ namespace {
 
 constexpr std::size_t pixels = std::size_t{224} * 172;
 constexpr std::size_t frequencies = 3;
-constexpr std::size_t customBlockBytes = 40;
-
-// valueBits 0: plain float tables.
-writer::Bytes standardCalibration(float exponent, unsigned valueBits) {
-    writer::CalibrationOptions options;
-    options.straylightExponent = exponent;
-    writer::Calibration calibration = writer::makeCalibration(options);
-    calibration.custom.assign(2, std::vector<std::uint8_t>(customBlockBytes, 0x5A));
-    writer::PackOptions pack;
-    pack.valueBits = valueBits;
-    return writer::packCalibration(calibration, pack);
-}
 
 void check(bool done) {
     if (!done) {
@@ -137,35 +125,6 @@ Work wholeRead(const char* name, float exponent, unsigned valueBits, double targ
             [=] { touchRecord(*input); }};
 }
 
-int directories = 0;
-
-// A directory of its own in a memory file system, gone with the process.
-class CutDirectory {
-  public:
-    explicit CutDirectory(const writer::Bytes& dump)
-        : path_(std::filesystem::exists("/dev/shm") ? std::filesystem::path("/dev/shm")
-                                                    : std::filesystem::temp_directory_path()) {
-        path_ /=
-            "calcut-benchmark-" + std::to_string(::getpid()) + "-" + std::to_string(++directories);
-        std::filesystem::create_directories(path_);
-        std::ofstream(dumpFile(), std::ios::binary)
-            .write(reinterpret_cast<const char*>(dump.data()),
-                   static_cast<std::streamsize>(dump.size()));
-    }
-    CutDirectory(const CutDirectory&) = delete;
-    CutDirectory& operator=(const CutDirectory&) = delete;
-    ~CutDirectory() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-
-    [[nodiscard]] std::string dumpFile() const { return (path_ / "dump.bin").string(); }
-    [[nodiscard]] std::string directory() const { return path_.string(); }
-
-  private:
-    std::filesystem::path path_;
-};
-
 void copyFile(const std::string& from, const std::string& to) {
     std::ifstream input(from, std::ios::binary | std::ios::ate);
     std::vector<char> content(static_cast<std::size_t>(input.tellg()));
@@ -201,12 +160,12 @@ Work wholeCut(const char* name, double target) {
 }  // namespace
 
 std::vector<Work> readingWork() {
-    return {with(Memory::Kept, wholeRead("readCalibration, 12 bits, exponent 2.0", 2.0F, 12, 8.0)),
-            with(Memory::Kept, wholeRead("readCalibration, 12 bits, exponent 2.1", 2.1F, 12, 8.0)),
-            with(Memory::Kept, wholeRead("readCalibration, float tables", 2.0F, 0, 8.0)),
-            with(Memory::Fresh, wholeRead("readCalibration, 12 bits, fresh memory", 2.0F, 12, 0.0)),
-            with(Memory::Kept, wholeCut("cutEEPROMContent, v7 dump", 5.0)),
-            with(Memory::Fresh, wholeCut("cutEEPROMContent, v7 dump, fresh memory", 0.0))};
+    return {with(Memory::Kept, wholeRead("readCalibration, 12 bits, exponent 2.0", 2.0F, 12, 18.0)),
+            with(Memory::Kept, wholeRead("readCalibration, 12 bits, exponent 2.1", 2.1F, 12, 18.0)),
+            with(Memory::Kept, wholeRead("readCalibration, float tables", 2.0F, 0, 18.0)),
+            with(Memory::Fresh, wholeRead("readCalibration, 12 bits, fresh memory", 2.0F, 12, 9.0)),
+            with(Memory::Kept, wholeCut("cutEEPROMContent, v7 dump", 55.0)),
+            with(Memory::Fresh, wholeCut("cutEEPROMContent, v7 dump, fresh memory", 25.0))};
 }
 
 }  // namespace calcut::bench

@@ -38,6 +38,9 @@ Run zlibCrc32(const std::vector<std::uint8_t>& data);
 Run boostPchip(const std::vector<float>& x, const std::vector<float>& y,
                const std::vector<float>& at, std::vector<float>& out);
 
+/// Prints what a cut takes in a process of its own, and how many dumps a second one takes.
+void reportProcesses();
+
 /// Measures everything alternatingly and prints the table. False when a target was missed.
 bool measureAndReport(const std::vector<Work>& work, int repetitions, double secondsPerRun);
 

@@ -71,15 +71,14 @@ std::uint32_t readInto(const VantricCalibrationHandler& handler, const std::uint
     read.hasTables = wanted == Wanted::everything || !isOwn;
     read.record.reset(
         allocateCalibration(read.numPixels, read.hasTables ? Tables::allocated : Tables::none));
-    return isOwn ? readPackedInto(*read.record, data, size, wanted, nullptr).status
+    return isOwn ? readPackedInto(*read.record, read.numPixels, data, size, wanted, nullptr).status
                  : handler.readCalibration(data, size, read.record.get()).status;
 }
 
 // Directions and PSF, or their status alone.
 std::uint32_t complete(const VantricCalibrationHandler& handler, const std::uint8_t* data,
-                       std::size_t size, Wanted wanted, HandlerRead& read) {
-    const bool isOwn = isPackedHandler(handler);
-    if (isOwn && wanted == Wanted::cut) {
+                       std::size_t size, HandlerRead& read) {
+    if (!read.hasTables && isPackedHandler(handler)) {
         return refusalOfDirectionsAndPsf(*read.record, read.numPixels).status;
     }
     if (handler.calcPsfAndDirections == nullptr) {
@@ -88,7 +87,7 @@ std::uint32_t complete(const VantricCalibrationHandler& handler, const std::uint
     if (!read.hasTables) {
         // Another handler than the one that read: it gets the record that it would have got.
         read.record.reset(allocateCalibration(read.numPixels));
-        readPackedInto(*read.record, data, size, Wanted::everything, nullptr);
+        readPackedInto(*read.record, read.numPixels, data, size, Wanted::everything, nullptr);
     }
     return handler.calcPsfAndDirections(read.record.get(), read.numPixels);
 }
@@ -112,7 +111,7 @@ HandlerRead readThroughHandlers(const std::uint8_t* data, std::size_t size, Want
     });
     if (read.status == VANTRIC_OK && withPsfAndDirections) {
         read.status = dispatch(data, size, VANTRIC_OK, [&](const auto& handler) {
-            return complete(handler, data, size, wanted, read);
+            return complete(handler, data, size, read);
         });
     }
     if (read.status != VANTRIC_OK && read.status != VANTRIC_WARN_PARTIAL) {

@@ -11,7 +11,7 @@ class CALCUT_EXPORT EEPROMKorvelineCutter final : public EEPROMCutterBase {
     ~EEPROMKorvelineCutter() override;
 
     bool execute() override;
-    /// The record of the last execute; null before the first.
+    /// The record of the last execute (or of a write without one); null before.
     EEPROMMetaInformation* getMetaInformation() override;
 
     /// Writes "qov.spc" and what follows from it. An id other than 7 and 37 ends the process; a

@@ -10,7 +10,7 @@ class CALCUT_EXPORT EEPROMv7Cutter final : public EEPROMCutterBase {
     ~EEPROMv7Cutter() override;
 
     bool execute() override;
-    /// The record of the last execute; null before the first.
+    /// The record of the last execute (or of a write without one); null before.
     EEPROMMetaInformation* getMetaInformation() override;
 
     /// Writes "qov.spc" and what follows from it. An id other than 7 ends the process.

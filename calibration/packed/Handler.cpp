@@ -62,14 +62,16 @@ bool isPackedHandler(const VantricCalibrationHandler& handler) {
            handler.getNumPixels == own.getNumPixels;
 }
 
-RXReadResult readPackedInto(VantricCalibration& record, const std::uint8_t* data, std::size_t size,
-                            Wanted wanted, WalkObserver* observer) {
+RXReadResult readPackedInto(VantricCalibration& record, std::uint64_t madeFor,
+                            const std::uint8_t* data, std::size_t size, Wanted wanted,
+                            WalkObserver* observer) {
     RXHeader header = {};
     if (!readsHeader(data, size, header)) {
         return {VANTRIC_ERR_NOT_SUPPORTED, noFailedBlock};
     }
-    const TableOwner table(
-        createTessalyTable(record, std::uint64_t{header.columns} * header.rows, wanted));
+    const std::uint64_t numPixels = std::uint64_t{header.columns} * header.rows;
+    const TableOwner table(numPixels <= madeFor ? createTessalyTable(record, numPixels, wanted)
+                                                : nullptr);
     if (!table) {
         return {VANTRIC_ERR_BUFFER_TOO_SMALL, noFailedBlock};
     }
@@ -78,8 +80,9 @@ RXReadResult readPackedInto(VantricCalibration& record, const std::uint8_t* data
 }
 
 Refusal refusalOfDirectionsAndPsf(const VantricCalibration& record, std::uint32_t numPixels) {
-    if (std::uint64_t{numPixels} * floatsPerDirection > std::numeric_limits<std::uint32_t>::max()) {
-        // More than the rays of any image.
+    const bool isCountable =
+        std::uint64_t{numPixels} * floatsPerDirection <= std::numeric_limits<std::uint32_t>::max();
+    if (!isCountable || pixelsOf(record.imagerArea) != numPixels) {
         return {VANTRIC_ERR_ALREADY_SET, Cause::noPsf, columnsOffset, 0, numPixels, 0};
     }
     if (record.lensParameters == nullptr) {
@@ -120,7 +123,7 @@ PackedRead readPacked(const std::uint8_t* data, std::size_t size, Wanted wanted,
     }
     read.record.reset(
         allocateCalibration(numPixels, wanted == Wanted::cut ? Tables::none : Tables::allocated));
-    read.result = readPackedInto(*read.record, data, size, wanted, observer);
+    read.result = readPackedInto(*read.record, numPixels, data, size, wanted, observer);
     if (read.result.status != VANTRIC_OK) {
         return read;
     }
@@ -165,7 +168,9 @@ uint32_t vantric_getRXCalibrationType(void) {
 
 RXReadResult vantric_readRXHandlerCalibration(const uint8_t* data, size_t size,
                                               VantricCalibration* calibration) {
-    return readPackedInto(*calibration, data, size, Wanted::everything, nullptr);
+    // For how many pixels the record was made, only the caller knows.
+    constexpr std::uint64_t anyNumber = std::numeric_limits<std::uint64_t>::max();
+    return readPackedInto(*calibration, anyNumber, data, size, Wanted::everything, nullptr);
 }
 
 uint32_t vantric_readRXCustomFields(const uint8_t* data, size_t size,

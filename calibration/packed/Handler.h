@@ -14,9 +14,11 @@ namespace vantric {
 /// Whether all functions of a handler are this library's own.
 bool isPackedHandler(const VantricCalibrationHandler& handler);
 
-/// vantric_readRXHandlerCalibration with what is wanted, told to observer (null: nobody).
-RXReadResult readPackedInto(VantricCalibration& record, const std::uint8_t* data, std::size_t size,
-                            Wanted wanted, WalkObserver* observer);
+/// vantric_readRXHandlerCalibration with what is wanted, told to observer (null: nobody), into a
+/// record that was made for so many pixels; data with more are refused.
+RXReadResult readPackedInto(VantricCalibration& record, std::uint64_t madeFor,
+                            const std::uint8_t* data, std::size_t size, Wanted wanted,
+                            WalkObserver* observer);
 
 /// What vantric_calcRXPsfAndDirections would answer for a record that was just read, without
 /// computing anything.

@@ -8,8 +8,8 @@
  *  4. Both functions return 0 for success and 1 for failure and let no C++ exception out.
  *  5. Different threads may call at the same time; two cuts into one directory overwrite each
  *     other's files.
- *  6. Log lines are composed, with the reason of a 1 among them, and nothing emits them: the only
- *     way to learn the reason is the command, "calcut inspect DUMP".
+ *  6. Log lines are composed, most reasons of a 1 among them, and nothing emits them: what is wrong
+ *     with a dump tells the command, "calcut inspect DUMP".
  */
 #ifndef CALCUT_CUTTER_H
 #define CALCUT_CUTTER_H
@@ -27,9 +27,10 @@ extern "C" {
 #define CALCUT_LAYOUT_KORVELINE 1 /**< 104-byte header, magic "KORVELINE" */
 
 /** What a cut writes into its output directory. */
-#define CALCUT_CALIBRATION_FILE "qov.spc"     /**< the packed calibration, as vantric.h reads it */
-#define CALCUT_LENS_FILE "lensdata.dat"       /**< nine floats, as readLensParameters reads them */
-#define CALCUT_SIGNATURE_FILE "signature.bin" /**< 1 to 127 bytes, of some Korveline dumps */
+#define CALCUT_CALIBRATION_FILE "qov.spc" /**< the packed calibration, as vantric.h reads it */
+#define CALCUT_LENS_FILE "lensdata.dat"   /**< nine floats, as readLensParameters reads them */
+#define CALCUT_SIGNATURE_FILE \
+    "signature.bin" /**< 1 to 127 bytes, of some Korveline dumps; none after a 1 */
 
 /** The sensor that the stack serves, in pixels; dumps of other sizes are cut as well. */
 #define CALCUT_SENSOR_COLUMNS 224
@@ -66,7 +67,8 @@ typedef struct EEPROMMetaInformation {
  * "qov.spc" (the packed calibration), "lensdata.dat" (nine floats in host byte order: fx, fy, cx,
  * cy, k1, k2, p1, p2, k3) and, for a Korveline record that carries a signature area,
  * "signature.bin". Existing files of these names are overwritten; files written before a step fails
- * stay on disk.
+ * stay on disk, and so does a "signature.bin" of an earlier cut when this dump has none: use a
+ * directory for each module.
  *
  * Each cut leaves 38 bytes allocated on purpose: the record from which metaInformation is copied,
  * which belongs to nobody afterwards. Nothing else stays.
