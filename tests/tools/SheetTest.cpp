@@ -136,8 +136,6 @@ TEST(SheetColours, MarksAreToldApartByEveryone) {
         const Triple masked = lab(maskedColour, eye);
         const Triple notFinite = lab(notFiniteColour, eye);
         EXPECT_GE(distance(masked, notFinite), 9 * plain) << eye.name;
-        // In the panel of the mask.
-        EXPECT_GE(distance(lab(inkColour, eye), lab(paperColour, eye)), 8 * plain) << eye.name;
         for (const ColourMap map : {ColourMap::Sequential, ColourMap::Diverging}) {
             for (int i = 0; i < shades; ++i) {
                 const Triple seen = lab(shade(map, i), eye);

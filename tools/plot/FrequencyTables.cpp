@@ -63,10 +63,11 @@ void drawSeries(Canvas& canvas, const Rect& cell, const Series& series) {
     const double room = 0.08 * (high - low);
     const Scale up = scaleAround(low < 0.0 ? low - room : 0.0, high > 0.0 ? high + room : 0.0);
     const auto entries = static_cast<double>(std::max(series.a.size(), series.b.size()));
-    const double end = std::max(entries, 1.0) - 0.5;
+    const double begin = -0.7;  // room for the first number
+    const double end = std::max(entries, 1.0) - 0.3;
     const Frame frame(canvas, cell, {.title = series.title, .compact = true},
-                      {{-0.5, end, true}, ""}, {up, ""});
-    const Point zero[] = {frame.at(-0.5, 0.0), frame.at(end, 0.0)};
+                      {{begin, end, true}, ""}, {up, ""});
+    const Point zero[] = {frame.at(begin, 0.0), frame.at(end, 0.0)};
     canvas.line(zero, quietColour, 0.8);
     drawStems(frame, series.a, -1.0, series.numbers);
     drawStems(frame, series.b, 1.0, series.numbers);
@@ -112,8 +113,9 @@ void drawFrequencyTables(Canvas& canvas, const Rect& cell, const Module& module,
     const double width = (cell.width - 16.0) / 2.0;
     const double height = (cell.height - top - 12.0) / 2.0;
     for (int i = 0; i < 4; ++i) {
+        const int row = i / 2;
         drawSeries(canvas,
-                   {cell.x + 8.0 + i % 2 * width, cell.y + top + i / 2 * height, width, height},
+                   {cell.x + 8.0 + i % 2 * width, cell.y + top + row * height, width, height},
                    all[i]);
     }
 }

@@ -96,8 +96,9 @@ std::vector<std::uint8_t> drawPage(const std::vector<Panel>& panels, PictureForm
     Canvas canvas(cellWidth * static_cast<double>(columns), cellHeight * static_cast<double>(rows),
                   format);
     for (std::size_t i = 0; i < panels.size(); ++i) {
+        const std::size_t row = i / columns;
         panels[i](canvas, {cellWidth * static_cast<double>(i % columns),
-                           cellHeight * static_cast<double>(i / columns), cellWidth, cellHeight});
+                           cellHeight * static_cast<double>(row), cellWidth, cellHeight});
     }
     return canvas.finish();
 }

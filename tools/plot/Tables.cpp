@@ -46,7 +46,7 @@ void drawTable(Canvas& canvas, const Rect& cell, const Module& module, std::stri
 }  // namespace
 
 void drawMask(Canvas& canvas, const Rect& cell, const Module& module) {
-    constexpr Rgb masked = inkColour;
+    constexpr Rgb masked{0x00, 0x00, 0x00};
     constexpr double visible = 4.0;  // an element of that size needs no ring
     const std::span<const std::uint8_t> mask = module.mask();
     const std::uint32_t columns = module.record.imagerArea.columns;
