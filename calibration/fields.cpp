@@ -8,15 +8,7 @@ using namespace vantric;
 
 namespace {
 
-enum BuiltInField : std::uint32_t {
-    fieldLensParameters = 0,
-    fieldText1 = 1,
-    fieldText2 = 2,
-    fieldImagerArea = 3,
-    fieldIdBytes = 4,
-    fieldIdCodes = 5,
-    builtInFields = 6
-};
+constexpr std::uint32_t builtInFields = VANTRIC_FIELD_ID_CODES + 1;
 
 struct BuiltIn {
     const void* source;
@@ -52,15 +44,15 @@ BuiltIn idCodesField(const VantricCalibration& record) {
 
 BuiltIn builtInField(std::uint32_t fieldId, const VantricCalibration& record) {
     switch (fieldId) {
-        case fieldLensParameters:
+        case VANTRIC_FIELD_LENS_PARAMETERS:
             return lensField(record);
-        case fieldText1:
+        case VANTRIC_FIELD_TEXT1:
             return textField(record.text1);
-        case fieldText2:
+        case VANTRIC_FIELD_TEXT2:
             return textField(record.text2);
-        case fieldImagerArea:
+        case VANTRIC_FIELD_IMAGER_AREA:
             return {&record.imagerArea, sizeof record.imagerArea};
-        case fieldIdBytes:
+        case VANTRIC_FIELD_ID_BYTES:
             return idBytesField(record);
         default:
             return idCodesField(record);
@@ -100,7 +92,7 @@ int32_t vantric_getFieldSize(uint32_t fieldId, const VantricCalibration* record)
     if (!usable(record)) {
         return static_cast<std::int32_t>(VANTRIC_ERR_INVALID_ARGUMENT);
     }
-    if (fieldId == fieldLensParameters) {
+    if (fieldId == VANTRIC_FIELD_LENS_PARAMETERS) {
         return static_cast<std::int32_t>(lensField(*record).size);  // never empty
     }
     if (fieldId < builtInFields) {

@@ -3,12 +3,6 @@
 #include "cutter/LensData.h"
 #include "cutter/SkarLog.h"
 
-namespace {
-
-constexpr const char* calibrationFileName = "/qov.spc";
-
-}  // namespace
-
 EEPROMCutterBase::EEPROMCutterBase() = default;
 
 EEPROMCutterBase::~EEPROMCutterBase() = default;
@@ -45,7 +39,7 @@ bool EEPROMCutterBase::fail(const char* message) {
 }
 
 std::string EEPROMCutterBase::startCalibrationFile(unsigned int blockId, std::size_t bytes) const {
-    std::string path = outputPath_ + calibrationFileName;
+    std::string path = outputPath_ + "/" CALCUT_CALIBRATION_FILE;
     skarbo::SkarLog log(skarbo::info);
     log << "Writing block id " << std::to_string(blockId) << " to " << path << " ("
         << std::to_string(bytes) << " bytes).";

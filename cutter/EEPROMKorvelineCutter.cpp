@@ -11,12 +11,6 @@ using calcut::image::plainBlockId;
 using calcut::image::signedBlockId;
 namespace korveline = calcut::image::korveline;
 
-namespace {
-
-constexpr const char* signatureFileName = "/signature.bin";
-
-}  // namespace
-
 EEPROMKorvelineCutter::EEPROMKorvelineCutter() = default;
 
 EEPROMKorvelineCutter::~EEPROMKorvelineCutter() = default;
@@ -71,7 +65,7 @@ bool EEPROMKorvelineCutter::writeSignature(const ByteBuffer& data) {
     if (length > korveline::maxSignature) {
         return false;
     }
-    const bool opened = writeWholeFile(outputPath_ + signatureFileName,
+    const bool opened = writeWholeFile(outputPath_ + "/" CALCUT_SIGNATURE_FILE,
                                        area + korveline::signatureLengthSize, length);
     return opened && length != 0;
 }

@@ -11,15 +11,17 @@
 
 namespace {
 
-constexpr const char* lensFileName = "/lensdata.dat";
-
 constexpr std::size_t lensFileFloats = 9;
 constexpr std::size_t lensFileBytes = lensFileFloats * sizeof(float);
 static_assert(lensFileBytes == 36 && lensFileFloats == VANTRIC_LENS_PARAMETERS);
 
-// Camera models of the callers want cx, cy, fx, fy, p1, p2, k1, k2, k3.
-constexpr std::array<std::size_t, lensFileFloats> fileIndexOfParameter = {2, 3, 0, 1, 6,
-                                                                          7, 4, 5, 8};
+// Which of the file's values, which are in the record's order, the callers' camera models take.
+constexpr std::array<std::size_t, lensFileFloats> fileIndexOfParameter = {
+    VANTRIC_LENS_CX, VANTRIC_LENS_CY, VANTRIC_LENS_FX, VANTRIC_LENS_FY, VANTRIC_LENS_P1,
+    VANTRIC_LENS_P2, VANTRIC_LENS_K1, VANTRIC_LENS_K2, VANTRIC_LENS_K3};
+
+// So many entries of the mask are counted, of a smaller one all.
+constexpr std::size_t sensorPixels = std::size_t{CALCUT_SENSOR_COLUMNS} * CALCUT_SENSOR_ROWS;
 
 }  // namespace
 
@@ -35,7 +37,7 @@ bool writeLensData(const ByteBuffer& calibration, const std::string& outputPath,
     const std::size_t counted = std::min<std::size_t>(sensorPixels, read.numPixels);
     meta.zeroMaskCount = static_cast<std::uint16_t>(
         std::count(record->pixelMask, record->pixelMask + counted, std::uint8_t{0}));
-    return writeWholeFile(outputPath + lensFileName, record->lensParameters, lensFileBytes);
+    return writeWholeFile(outputPath + "/" CALCUT_LENS_FILE, record->lensParameters, lensFileBytes);
 }
 
 bool readLensData(const std::string& path, float* parameters) {

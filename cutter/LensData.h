@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <string>
 
 #include "calcut/cutter.h"
@@ -10,11 +9,6 @@
 //
 //     offset   0   4   8  12  16  20  24  28  32
 //     value   fx  fy  cx  cy  k1  k2  p1  p2  k3
-
-/// The sensor that the stack serves: so many entries of the mask are counted, of a smaller one all.
-constexpr std::size_t sensorColumns = 224;
-constexpr std::size_t sensorRows = 172;
-constexpr std::size_t sensorPixels = sensorColumns * sensorRows;
 
 /// Decodes a packed calibration, stores the number of masked pixels in meta and writes
 /// "lensdata.dat" into outputPath. False when the calibration does not read (meta is then

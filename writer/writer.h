@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "calcut/cutter.h"
+
 namespace calcut::writer {
 
 using Bytes = std::vector<std::uint8_t>;

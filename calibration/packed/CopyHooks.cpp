@@ -178,4 +178,10 @@ CopyNeeds needsOf(RXCopyFunction copy) {
     return known != own.end() ? *known : CopyNeeds{copy, CopyNeeds::Scratch::all, false, false};
 }
 
+bool hasForeignCopies(const RXBlockTable& table) {
+    return std::any_of(table.entries, table.entries + table.count, [](const RXTableEntry& entry) {
+        return entry.copy != nullptr && needsOf(entry.copy).scratch == CopyNeeds::Scratch::all;
+    });
+}
+
 }  // namespace vantric

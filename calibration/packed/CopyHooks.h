@@ -48,5 +48,7 @@ struct CopyNeeds {
     bool endsPsf;    ///< the PSF of an earlier profile is no longer that of the record
 };
 CopyNeeds needsOf(RXCopyFunction copy);
+/// Whether some entry's copy function is a host's.
+bool hasForeignCopies(const RXBlockTable& table);
 
 }  // namespace vantric

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
@@ -17,22 +16,17 @@
 #include "calibration/packed/CopyHooks.h"
 #include "calibration/packed/IdTable.h"
 #include "calibration/packed/Scratch.h"
+#include "calibration/packed/Teller.h"
 
 namespace vantric {
 
 namespace {
 
-bool hasForeignCopies(const RXBlockTable& table) {
-    return std::any_of(table.entries, table.entries + table.count, [](const RXTableEntry& entry) {
-        return entry.copy != nullptr && needsOf(entry.copy).scratch == CopyNeeds::Scratch::all;
-    });
-}
-
 // The walk that fills a record.
 class Walk {
   public:
     Walk(VantricStream& stream, const RXBlockTable& table, WalkObserver* observer)
-        : stream_(stream), table_(table), record_(*table.context), observer_(observer) {}
+        : stream_(stream), table_(table), record_(*table.context), tell_(observer) {}
 
     RXReadResult run() {
         Refusal refusal = begin();
@@ -64,14 +58,12 @@ class Walk {
         if (refusal.refused()) {
             return refusal;
         }
-        if (observer_ != nullptr) {
-            observer_->fileHeader(header_);
-        }
+        tell_.fileHeader(header_);
         numPixels_ = std::uint64_t{header_.columns} * header_.rows;
         scratch_ = Scratch(numPixels_);
         VantricImagerArea& area = record_.imagerArea;
-        // Only a record that never held a packed image or anything else has an unknown room, for
-        // which the caller vouches. One that did has that of its image, also when that was empty.
+        // For a new record the caller vouches; one that was read into has the room of its image,
+        // also when that was empty.
         wasRead_ = record_.calibrationType == packedCalibrationType;
         const std::uint64_t room = pixelsOf(area);
         if ((wasRead_ || room != 0) && room < numPixels_) {
@@ -233,16 +225,14 @@ class Walk {
     }
 
     RXReadResult finish() {
-        if (observer_ != nullptr) {
-            observer_->endMarker(offset_);
-        }
+        tell_.endMarker(offset_);
         RXReadResult result = {VANTRIC_OK, noFailedBlock};
         result.status = table_.validateWholeCalibration(&table_, &result);
         if (result.status == VANTRIC_OK) {
             clearMaskTail();
             storeCounts();
-        } else if (observer_ != nullptr) {
-            observer_->refused(refusalOfWhole(table_, result, offset_), result.failedBlockId);
+        } else if (tell_.isHeard()) {
+            tell_.refused(refusalOfWhole(table_, result, offset_), result.failedBlockId);
         }
         return result;
     }
@@ -257,8 +247,6 @@ class Walk {
             field = {nullptr, static_cast<std::uint8_t>(customBlockSizes_[i])};
         }
     }
-
-    // ------------------------------------------------------------------- telling what happened --
 
     [[nodiscard]] Refusal refuse(std::uint32_t status, Cause cause, std::uint64_t offsetInHeader,
                                  std::uint64_t expected, std::uint64_t found) const {
@@ -284,22 +272,18 @@ class Walk {
     }
 
     void tellBlock() const {
-        if (observer_ != nullptr) {
-            observer_->block(
-                {block_, offset_, payloadOffset_, vantric_getRXPackedBlockSize(&block_), outcome_});
-        }
+        tell_.block(
+            {block_, offset_, payloadOffset_, vantric_getRXPackedBlockSize(&block_), outcome_});
     }
 
     RXReadResult endedBy(const Refusal& refusal, std::uint32_t blockId) {
-        if (observer_ != nullptr) {
-            if (blockId != noFailedBlock) {
-                outcome_ = BlockOutcome::failed;
-                tellBlock();
-            }
-            observer_->refused(refusal, blockId);
-            if (blockId != noFailedBlock) {
-                tellRest();
-            }
+        if (blockId != noFailedBlock) {
+            outcome_ = BlockOutcome::failed;
+            tellBlock();
+        }
+        tell_.refused(refusal, blockId);
+        if (blockId != noFailedBlock && tell_.isHeard()) {
+            tellRest();
         }
         return {refusal.status, blockId};
     }
@@ -314,7 +298,7 @@ class Walk {
                 return;
             }
             if (block_.id == VANTRIC_RX_END_MARKER) {
-                observer_->endMarker(offset_);
+                tell_.endMarker(offset_);
                 return;
             }
             payloadOffset_ = stream_.position;
@@ -326,7 +310,7 @@ class Walk {
     VantricStream& stream_;
     const RXBlockTable& table_;
     VantricCalibration& record_;
-    WalkObserver* observer_;
+    Teller tell_;
     RXHeader header_ = {};
     RXBlockHeader block_ = {};
     std::uint64_t offset_ = 0;  // of the block header

@@ -2,6 +2,10 @@
 // unusable.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <cstring>
 #include <limits>
 
 #include "fixtures.h"
@@ -76,6 +80,72 @@ TEST_F(HostTables, ExpectationsAndCountsMayBeLeftOut) {
     EXPECT_EQ(filled, expected);
     EXPECT_EQ(record->straylightPointCount, VANTRIC_STRAYLIGHT_POINTS);
     EXPECT_EQ(record->frequencyCount, frequencies);
+}
+
+// The function of a host may look at the whole scratch, as the library's own mask copy once did.
+std::uint64_t nonZero;
+std::uint32_t copyOfHost(const void* source, std::uint64_t size, void* /*destination*/,
+                         std::uint64_t /*destinationSize*/, std::uint8_t* /*countField*/) {
+    const auto* bytes = static_cast<const std::uint8_t*>(source);
+    nonZero += static_cast<std::uint64_t>(
+        std::count_if(bytes + size, bytes + 32 * 4, [](std::uint8_t byte) { return byte != 0; }));
+    return ok;
+}
+
+TEST_F(HostTables, CopyFunctionsOfAHostSeeZerosBehindTheirBlock) {
+    // Used memory for the scratch to come from.
+    std::free(std::memset(std::malloc(32 * 12), 0xA5, 32 * 12));
+    nonZero = 0;
+    RXBlockTable* used = table(model->count);
+    for (std::uint64_t i = 0; i < model->count; ++i) {
+        const RXTableEntry& e = model->entries[i];
+        const RXCopyFunction copy = e.id == RX_BLOCK_DATE ? copyOfHost : e.copy;
+        vantric_addRXTableEntry(e.id, e.destination, e.destinationSize, e.countField,
+                                e.expectedCount, copy, nullptr, used);
+    }
+    EXPECT_EQ(readWith(used), ok);
+    EXPECT_EQ(nonZero, 0U);
+}
+
+// The room of a record is that of the smallest image it was given, and what belongs to one image
+// size goes with it.
+TEST_F(HostTables, ARecordHasTheRoomOfItsSmallestImage) {
+    const auto readSize = [&](std::uint8_t columns, std::uint8_t rows) {
+        Bytes sized = data;
+        sized[8] = columns;
+        sized[10] = rows;
+        return vantric_dispatchReadCalibration(sized.data(), sized.size(), record.get());
+    };
+    ASSERT_EQ(vantric_calcRXPsfAndDirections(record.get(), 32), ok);
+    EXPECT_EQ(readSize(8, 4), ok);
+    EXPECT_NE(record->directions, nullptr);
+    EXPECT_NE(readSize(4, 8), tooSmall);
+    EXPECT_EQ(record->directions, nullptr);  // as many pixels, but other ones
+    EXPECT_EQ(readSize(8, 5), tooSmall);
+    for (const auto& [columns, rows] : {std::pair{68, 0}, {0, 5}}) {
+        const Record one = readPlain(data);
+        record.swap(const_cast<Record&>(one));
+        EXPECT_NE(readSize(static_cast<std::uint8_t>(columns), static_cast<std::uint8_t>(rows)),
+                  ok);
+        EXPECT_EQ(vantric_addDirections(record.get(), nullptr, 0), ok);
+        EXPECT_EQ(readSize(8, 4), tooSmall);
+        EXPECT_EQ(readSize(1, 1), tooSmall);
+    }
+}
+
+// Also when a block behind the mask fails.
+TEST_F(HostTables, AShortMaskLeavesZerosBehindIt) {
+    std::memset(record->pixelMask, 1, 32);
+    calcut::writer::PackedWriter out(8, 4);
+    out.raw(RX_BLOCK_AUX_FLAG, Bytes{1});
+    out.floats(RX_BLOCK_LENS_PARAMETERS, std::array<float, 9>{});
+    out.packedUints(RX_BLOCK_MASK, std::array<std::uint32_t, 3>{1, 1, 1}, 1);
+    out.raw(RX_BLOCK_PIXEL_VALUES, Bytes{1});
+    const Bytes broken = out.finish();
+    EXPECT_EQ(vantric_dispatchReadCalibration(broken.data(), broken.size(), record.get()),
+              VANTRIC_ERR_COUNT_TOO_SMALL);
+    EXPECT_EQ(Bytes(record->pixelMask, record->pixelMask + 4), (Bytes{1, 1, 1, 0}));
+    EXPECT_EQ(std::count(record->pixelMask, record->pixelMask + 32, 0), 29);
 }
 
 }  // namespace
