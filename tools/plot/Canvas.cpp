@@ -26,19 +26,20 @@ cairo_surface_t* makePixels(int width, int height) {
     return cairo_image_surface_create(CAIRO_FORMAT_RGB24, width, height);
 }
 
-/// Writes the raster into a surface of its size.
-void paintInto(cairo_surface_t* surface, const Raster& raster) {
+/// Writes the raster into a surface that is scale times as large.
+void paintInto(cairo_surface_t* surface, const Raster& raster, int scale) {
     unsigned char* data = cairo_image_surface_get_data(surface);
     if (data == nullptr) {
         return;
     }
     const int stride = cairo_image_surface_get_stride(surface);
     cairo_surface_flush(surface);
-    auto pixel = raster.pixels.begin();
-    for (int y = 0; y < raster.height; ++y) {
+    for (int y = 0; y < raster.height * scale; ++y) {
         auto* row = reinterpret_cast<std::uint32_t*>(data + std::ptrdiff_t{y} * stride);
-        for (int x = 0; x < raster.width; ++x, ++pixel) {
-            row[x] = std::uint32_t{pixel->r} << 16 | std::uint32_t{pixel->g} << 8 | pixel->b;
+        const auto from = raster.pixels.begin() + std::ptrdiff_t{y / scale} * raster.width;
+        for (int x = 0; x < raster.width * scale; ++x) {
+            const Rgb pixel = from[x / scale];
+            row[x] = std::uint32_t{pixel.r} << 16 | std::uint32_t{pixel.g} << 8 | pixel.b;
         }
     }
     cairo_surface_mark_dirty(surface);
@@ -168,11 +169,16 @@ void Canvas::text(Point baseline, const std::string& text, const TextStyle& styl
 }
 
 void Canvas::image(const Rect& area, const Raster& raster) {
-    const Surface picture(makePixels(raster.width, raster.height));
-    paintInto(picture.get(), raster);
+    // Viewers smooth the pictures in an SVG; larger ones keep the edges of their elements.
+    const int scale = format_ == PictureFormat::Png
+                          ? 1
+                          : std::clamp(static_cast<int>(3.0 * area.width / raster.width), 1, 16);
+    const Surface picture(makePixels(raster.width * scale, raster.height * scale));
+    paintInto(picture.get(), raster, scale);
     beginClip(area);
     cairo_translate(context_.get(), area.x, area.y);
-    cairo_scale(context_.get(), area.width / raster.width, area.height / raster.height);
+    cairo_scale(context_.get(), area.width / raster.width / scale,
+                area.height / raster.height / scale);
     cairo_set_source_surface(context_.get(), picture.get(), 0.0, 0.0);
     cairo_pattern_set_filter(cairo_get_source(context_.get()), CAIRO_FILTER_NEAREST);
     cairo_pattern_set_extend(cairo_get_source(context_.get()), CAIRO_EXTEND_PAD);

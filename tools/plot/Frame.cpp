@@ -88,6 +88,10 @@ double Frame::widest(const std::vector<PlacedTick>& ticks) const {
     return width;
 }
 
+double Frame::sideReach() const {
+    return std::max(area_.height, std::min(room_.height, shortestBar)) / 2.0 + arrowHeight;
+}
+
 void Frame::makeRoom(const Rect& cell, double barSpace) {
     const double head = text_.compact ? titleHeight : padding + titleHeight + 2.0 * lineHeight;
     const double labels = text_.compact ? tickGap : labelSpace + lineHeight + padding;
@@ -95,8 +99,11 @@ void Frame::makeRoom(const Rect& cell, double barSpace) {
     const double pad = text_.compact ? 4.0 : padding;
     room_ = {cell.x, cell.y + head, cell.width, cell.height - head - foot};
     std::vector<PlacedTick> labelled;
-    for (const Tick& tick : ticksOf(y_.scale, static_cast<int>(room_.height / tickSpacing))) {
+    for (const Tick& tick : ticksOf(y_.scale, static_cast<int>(room_.height / verticalSpacing()))) {
         labelled.push_back({0.0, tick.label});
+    }
+    if (shape_ && needsStrips(shape_->columns, shape_->rows)) {
+        labelled.push_back({0.0, fmt::format("-{}", shape_->columns)});
     }
     const double left =
         pad + (y_.label.empty() ? 0.0 : labelSpace) + widest(labelled) + tickGap + tickLength;
@@ -115,10 +122,11 @@ void Frame::placeTicks() {
         }
         return placed;
     };
-    yTicks_ = place(y_, area_.height, text_.compact ? 30.0 : tickSpacing, false);
+    yTicks_ = place(y_, area_.height, verticalSpacing(), false);
     // Two passes: how many labels fit depends on how wide they are.
-    xTicks_ = place(x_, area_.width, 40.0, true);
-    xTicks_ = place(x_, area_.width, std::max(40.0, widest(xTicks_) + 18.0), true);
+    const double least = text_.compact ? 20.0 : 40.0;
+    xTicks_ = place(x_, area_.width, least, true);
+    xTicks_ = place(x_, area_.width, std::max(least, widest(xTicks_) + 12.0), true);
 }
 
 void Frame::placeImage() {
@@ -149,21 +157,22 @@ void Frame::placeStripTicks() {
     const double spacing = tall ? 48.0 : 20.0;
     const auto every = static_cast<std::uint32_t>(std::ceil(spacing / strips_.pitch));
     for (std::uint32_t strip = 0; strip < strips_.count; strip += every) {
-        across.push_back({begin + strip * strips_.pitch + thickness / 2.0,
-                          fmt::format("{:g}", first + double{strip} * strips_.length)});
+        across.push_back(
+            {begin + strip * strips_.pitch + thickness / 2.0,
+             fmt::format("{:g}", first + static_cast<double>(strip * strips_.length))});
     }
-    (tall ? y_ : x_).label = tall ? "row within its strip" : "column within its strip";
-    (tall ? x_ : y_).label = tall ? "first row of the strip" : "first column of the strip";
+    (tall ? y_ : x_).label = "elements within the strip";
+    (tall ? x_ : y_).label = "strip from " + (tall ? shape_->rowLabel : shape_->columnLabel);
 }
 
 void Frame::placeBar(const Rect& cell) {
-    const double height = std::max(area_.height, std::min(room_.height, shortestBar));
     const double middle = area_.y + area_.height / 2.0;
+    const double height = std::max(area_.height, std::min(room_.height, shortestBar));
     barArea_ = {area_.right() + barGap, middle - height / 2.0, barWidth, height};
     barArea_.y += bar_->valuesAbove ? arrowHeight : 0.0;
     barArea_.height -=
         (bar_->valuesAbove ? arrowHeight : 0.0) + (bar_->valuesBelow ? arrowHeight : 0.0);
-    const int count = static_cast<int>(barArea_.height / tickSpacing);
+    const int count = static_cast<int>(barArea_.height / 30.0);
     for (const Tick& tick : ticksOf(bar_->scale, count)) {
         barTicks_.push_back(
             {barArea_.bottom() - bar_->scale.fraction(tick.value) * barArea_.height, tick.label});
@@ -261,7 +270,7 @@ void Frame::drawAxes(const Rect& cell) {
     upwards.upwards = true;
     canvas_.text(
         {area_.x - tickLength - tickGap - widest(yTicks_) - 7.0, area_.y + area_.height / 2.0},
-        y_.label, upwards);
+        canvas_.fitText(y_.label, upwards, 2.0 * sideReach()), upwards);
     if (!text_.footer.empty()) {
         const double width = cell.width - 2.0 * padding;
         const std::string footer = canvas_.fitText(text_.footer, footerStyle, width);
@@ -269,7 +278,9 @@ void Frame::drawAxes(const Rect& cell) {
         const double middle =
             std::clamp(area_.x + area_.width / 2.0, cell.x + padding + half,
                        std::max(cell.right() - padding - half, cell.x + padding + half));
-        canvas_.text({middle, foot + labelSpace + lineHeight - 2.0}, footer, footerStyle);
+        const double low = area_.y + area_.height / 2.0 + sideReach() - labelSpace;
+        canvas_.text({middle, std::max(foot, low) + labelSpace + lineHeight - 2.0}, footer,
+                     footerStyle);
     }
 }
 
@@ -302,7 +313,8 @@ void Frame::drawBar() {
     TextStyle upwards = labelStyle;
     upwards.upwards = true;
     const double labelAt = bar.right() + tickLength + tickGap + widest(barTicks_);
-    canvas_.text({labelAt + 16.0, bar.y + bar.height / 2.0}, bar_->label, upwards);
+    canvas_.text({labelAt + 16.0, bar.y + bar.height / 2.0},
+                 canvas_.fitText(bar_->label, upwards, 2.0 * sideReach()), upwards);
 }
 
 }  // namespace calcut::tools

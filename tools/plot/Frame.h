@@ -81,7 +81,10 @@ class Frame {
         std::string label;
     };
 
+    [[nodiscard]] double verticalSpacing() const { return text_.compact ? 24.0 : 42.0; }
     [[nodiscard]] double widest(const std::vector<PlacedTick>& ticks) const;
+    /// Half as long as the labels at the sides may be, which is a little more than a low image.
+    [[nodiscard]] double sideReach() const;
     [[nodiscard]] Rect elements(const ElementBlock& block) const;
     void makeRoom(const Rect& cell, double barSpace);
     void placeImage();

@@ -15,17 +15,46 @@ namespace {
 
 struct Series {
     const char* title;
+    bool numbers;  ///< written beside the stems
     std::vector<double> a, b;
 };
 
 template <class Value>
-std::vector<double> numbers(const Value* values, std::size_t count, std::size_t most) {
+std::vector<double> listOf(const Value* values, std::size_t count, std::size_t most) {
     return {values, values + std::min(count, most)};
+}
+
+/// Stems from zero, with their numbers where some stems hardly show beside the others. side: -1
+/// left, 1 right of the entry's place.
+void drawStems(const Frame& frame, const std::vector<double>& values, double side, Mark mark,
+               Rgb colour, bool numbers) {
+    constexpr double apart = 0.13;
+    constexpr double textHeight = 7.0;
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        const double x = static_cast<double>(i) + side * apart;
+        const Point foot = frame.at(x, 0.0);
+        if (std::isfinite(values[i])) {
+            const Point stem[] = {foot, frame.at(x, values[i])};
+            frame.canvas().line(stem, colour, 1.6);
+            frame.canvas().mark(mark, stem[1], colour);
+        }
+        if (numbers) {
+            // Where there is more room for it.
+            const Rect& area = frame.area();
+            const bool above = foot.y - area.y > area.height / 2.0;
+            frame.canvas().text(
+                {foot.x + (side < 0.0 ? -5.0 : 5.0 + textHeight), foot.y + (above ? -4.0 : 4.0)},
+                fmt::format("{:.4g}", values[i]),
+                {.size = 9.5,
+                 .anchor = above ? Anchor::Start : Anchor::End,
+                 .upwards = true,
+                 .colour = quietColour});
+        }
+    }
 }
 
 /// The entries of A and B side by side as stems from zero.
 void drawSeries(Canvas& canvas, const Rect& cell, const Series& series) {
-    constexpr double offset = 0.14;  // of A and B from the entry's number
     double low = 0.0;
     double high = 0.0;
     std::size_t notFinite = 0;
@@ -46,18 +75,8 @@ void drawSeries(Canvas& canvas, const Rect& cell, const Series& series) {
                       {{-0.5, std::max(entries, 1.0) - 0.5, false, true}, ""}, {up, ""});
     const Point zero[] = {frame.at(-0.5, 0.0), frame.at(std::max(entries, 1.0) - 0.5, 0.0)};
     canvas.line(zero, quietColour, 0.8);
-    const auto stems = [&](const std::vector<double>& values, double shift, Mark mark, Rgb colour) {
-        for (std::size_t i = 0; i < values.size(); ++i) {
-            if (std::isfinite(values[i])) {
-                const double x = static_cast<double>(i) + shift;
-                const Point stem[] = {frame.at(x, 0.0), frame.at(x, values[i])};
-                canvas.line(stem, colour, 1.6);
-                canvas.mark(mark, stem[1], colour);
-            }
-        }
-    };
-    stems(series.a, -offset, Mark::Dot, curveColour);
-    stems(series.b, offset, Mark::Square, inkColour);
+    drawStems(frame, series.a, -1.0, Mark::Dot, curveColour, series.numbers);
+    drawStems(frame, series.b, 1.0, Mark::Square, inkColour, series.numbers);
 }
 
 }  // namespace
@@ -68,7 +87,7 @@ void drawFrequencyTables(Canvas& canvas, const Rect& cell, const Module& module,
         return module.diagnosis.wasRead(frequencyBlock(k, block));
     };
     const auto values = [](const float* data, std::uint8_t count, bool read) {
-        return numbers(data, read ? count : 0, VANTRIC_FREQUENCY_VALUES);
+        return listOf(data, read ? count : 0, VANTRIC_FREQUENCY_VALUES);
     };
     const VantricWigglingTable& a = frequency.wigglingA;
     const VantricWigglingTable& b = frequency.wigglingB;
@@ -76,11 +95,15 @@ void drawFrequencyTables(Canvas& canvas, const Rect& cell, const Module& module,
     const std::size_t entriesB = has(RX_FREQUENCY_WIGGLING_B) ? b.capacity : 0;
     constexpr std::size_t most = VANTRIC_WIGGLING_ENTRIES;
     const std::array<Series, 4> all = {
-        {{"values A and B", values(frequency.valuesA, frequency.countA, has(RX_FREQUENCY_VALUES_A)),
+        {{"values A and B", true,
+          values(frequency.valuesA, frequency.countA, has(RX_FREQUENCY_VALUES_A)),
           values(frequency.valuesB, frequency.countB, has(RX_FREQUENCY_VALUES_B))},
-         {"wiggling, first", numbers(a.first, entriesA, most), numbers(b.first, entriesB, most)},
-         {"wiggling, second", numbers(a.second, entriesA, most), numbers(b.second, entriesB, most)},
-         {"wiggling, third", numbers(a.third, entriesA, most), numbers(b.third, entriesB, most)}}};
+         {"wiggling, first", false, listOf(a.first, entriesA, most),
+          listOf(b.first, entriesB, most)},
+         {"wiggling, second", false, listOf(a.second, entriesA, most),
+          listOf(b.second, entriesB, most)},
+         {"wiggling, third", false, listOf(a.third, entriesA, most),
+          listOf(b.third, entriesB, most)}}};
 
     const auto header = [](const char* name, const VantricWigglingTable& table, std::size_t read) {
         return read > 0 ? fmt::format("{}, header {:.5g}", name, std::bit_cast<float>(table.header))

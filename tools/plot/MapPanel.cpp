@@ -9,6 +9,9 @@ namespace calcut::tools {
 
 namespace {
 
+/// So few pixels that are not finite could be overlooked.
+constexpr std::size_t fewEnough = 20;
+
 /// The mean's colour; what is not finite or masked is never averaged away.
 Rgb colourOf(const Map& map, const Scale& scale, const ElementBlock& block) {
     double sum = 0.0;
@@ -37,10 +40,10 @@ void addEntries(std::vector<LegendEntry>& legend, const Statistics& statistics,
     if (statistics.masked > 0) {
         legend.push_back({Mark::Box, maskedColour, fmt::format("masked ({})", statistics.masked)});
     }
-    if (outside.undrawn > 0) {
+    if (!outside.undrawn.empty()) {
         const char* what = scale.logarithmic ? "zero, negative or not finite" : "not finite";
         legend.push_back(
-            {Mark::Box, notFiniteColour, fmt::format("{} ({})", what, outside.undrawn)});
+            {Mark::Box, notFiniteColour, fmt::format("{} ({})", what, outside.undrawn.size())});
     }
     if (const std::size_t count = outside.outliers.size(); count > 0) {
         legend.push_back(
@@ -66,6 +69,9 @@ Frame drawMap(Canvas& canvas, const Rect& cell, const Map& map, std::vector<Lege
         std::move(bar));
     frame.image([&](const ElementBlock& block) { return colourOf(map, scale, block); });
     ringPixels(frame, map.columns, outside.outliers);
+    if (outside.undrawn.size() <= fewEnough) {
+        ringPixels(frame, map.columns, outside.undrawn);
+    }
     return frame;
 }
 

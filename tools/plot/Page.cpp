@@ -6,8 +6,8 @@ namespace calcut::tools {
 
 namespace {
 
-constexpr double cellWidth = 480.0;
-constexpr double cellHeight = 400.0;
+constexpr double cellWidth = 420.0;
+constexpr double cellHeight = 350.0;
 
 /// Few empty cells at a shape that suits a screen.
 std::size_t columnsFor(std::size_t panels) {

@@ -59,7 +59,7 @@ void drawRays(Canvas& canvas, const Rect& cell, const Module& module) {
     const RayField field = rayFieldOf(record);
     Map map;
     map.title = "Ray directions";
-    map.colourLabel = "angle from the optical axis (degrees)";
+    map.colourLabel = "angle from the axis (degrees)";
     map.columns = columns;
     map.rows = rows;
     map.values.values = field.angles;

@@ -90,7 +90,7 @@ Outside outsideOf(const MaskedValues& map, const Scale& scale) {
             continue;
         }
         if (!std::isfinite(value) || (scale.logarithmic && value <= 0.0)) {
-            ++outside.undrawn;
+            outside.undrawn.push_back(at);
             continue;
         }
         outside.below += value < scale.low ? 1 : 0;
@@ -106,7 +106,7 @@ std::string statisticsText(const Statistics& statistics) {
     if (statistics.count == 0) {
         return statistics.notFinite > 0 ? "no value is finite" : "no value: every pixel is masked";
     }
-    return fmt::format("min {:.5g}   mean {:.5g}   deviation {:.4g}   max {:.5g}", statistics.min,
+    return fmt::format("min {:.4g}   mean {:.4g}   deviation {:.4g}   max {:.4g}", statistics.min,
                        statistics.mean, statistics.deviation, statistics.max);
 }
 
@@ -117,8 +117,7 @@ std::string storageText(const RXBlockHeader& header, double width) {
     const double step = std::abs(double{header.scale});
     std::string text = fmt::format("stored in {} bits, step {:.3g}", header.bits, step);
     if (width < fineSteps * step) {
-        text += fmt::format(": {:.0f} steps in the colours, no contours",
-                            std::max(std::floor(width / step * (1.0 + 1e-6)), 1.0));
+        text += "; bands are these steps, no contours";
     }
     return text;
 }

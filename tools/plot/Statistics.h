@@ -46,7 +46,7 @@ Scale robustScale(const Statistics& statistics, ColourMap colours);
 struct Outside {
     std::size_t below = 0;
     std::size_t above = 0;
-    std::size_t undrawn = 0;            ///< not finite; on a logarithmic scale also 0 and below
+    std::vector<std::size_t> undrawn;   ///< not finite; on a logarithmic scale also 0 and below
     std::vector<std::size_t> outliers;  ///< farther from a linear scale than a quarter of it
 };
 Outside outsideOf(const MaskedValues& map, const Scale& scale);

@@ -1,6 +1,7 @@
 #include "tools/plot/Strips.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace calcut::tools {
 
@@ -17,6 +18,8 @@ Strips cutInto(std::uint32_t count, std::uint32_t longSide, std::uint32_t shortS
     strips.length = (longSide + count - 1) / count;
     strips.count = (longSide + strips.length - 1) / strips.length;
     strips.unit = std::min(along / strips.length, across / shortSide / (2.0 * strips.count - 1.0));
+    // Every element gets as many dots of the screen as any other.
+    strips.unit = strips.unit > 1.0 ? std::floor(strips.unit) : strips.unit;
     strips.pitch = 2.0 * shortSide * strips.unit;
     return strips;
 }

@@ -19,7 +19,7 @@ struct Strips {
 /// Whether an image is so long that it is cut.
 bool needsStrips(std::uint32_t columns, std::uint32_t rows);
 
-/// The arrangement with the largest elements.
+/// The arrangement with the largest elements. Those larger than a unit are whole units large.
 Strips stripsFor(std::uint32_t columns, std::uint32_t rows, double width, double height);
 
 }  // namespace calcut::tools

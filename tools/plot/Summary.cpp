@@ -77,10 +77,10 @@ std::vector<Line> linesOf(const Module& module) {
                                            : fmt::format("straylight:  PSF {} x {}",
                                                          record.psfWidth, record.psfHeight)});
     lines.push_back({});
-    lines.push_back(
-        {"Colours reach from 0.1 to 99.9 % of the values; an arrow on the bar: some lie", "",
-         quiet});
-    lines.push_back({"outside. Ringed: outside by more than a quarter of the bar.", "", quiet});
+    for (const char* text : {"Colours reach from 0.1 to 99.9 % of the values. An arrow on",
+                             "the bar: some lie outside; ringed: by more than a quarter of it."}) {
+        lines.push_back({text, "", quiet});
+    }
     return lines;
 }
 

@@ -33,7 +33,7 @@ void drawTable(Canvas& canvas, const Rect& cell, const Module& module, std::stri
                const float* values, std::uint32_t block, const std::optional<Scale>& scale) {
     Map map;
     map.title = std::move(title);
-    map.colourLabel = "value (unit not recorded)";
+    map.colourLabel = scale ? "value, same scale for all" : "value (unit not recorded)";
     map.columns = module.record.imagerArea.columns;
     map.rows = module.record.imagerArea.rows;
     map.values = {{values, module.pixels()}, module.mask()};
@@ -41,7 +41,6 @@ void drawTable(Canvas& canvas, const Rect& cell, const Module& module, std::stri
     if (const DiagnosedBlock* stored = module.diagnosis.readBlock(block)) {
         map.note = storageText(stored->sighting.header, map.scale->high - map.scale->low);
     }
-    map.note += scale ? "; same colours for all frequencies" : "";
     drawMap(canvas, cell, map);
 }
 
