@@ -9,6 +9,7 @@
 #include "tools/commands.h"
 #include "tools/compare/CompareText.h"
 #include "tools/compare/CompareTree.h"
+#include "tools/compare/LoadedModule.h"
 #include "tools/terminal/OutputFile.h"
 #include "tools/terminal/Terminal.h"
 
@@ -16,39 +17,9 @@ namespace calcut::tools {
 
 namespace {
 
-/// The bytes stay beside the diagnosis, which points into them.
-struct Module {
-    Dump dump;
-    Diagnosis diagnosis;
-};
-
-/// False, with a printed error, when the file holds no calibration that reads.
-bool load(const std::string& path, const CompareOptions& options, Module& module) {
-    printNote(path, "reading");
-    module.dump = loadDump(path, options.maxSize);
-    if (!module.dump.error.empty()) {
-        printError(path, module.dump.error);
-        return false;
-    }
-    const ByteView bytes = module.dump.bytes;
-    module.diagnosis =
-        diagnose(bytes, options.layout.value_or(classify(bytes)), vantric::Wanted::everything);
-    const auto& faults = module.diagnosis.faults;
-    // A fault of the image alone (a wrong CRC-32, say) does not keep the calibration from sight.
-    if (module.diagnosis.status != VANTRIC_OK || !module.diagnosis.record) {
-        printError(path, faults.empty() ? "holds no calibration" : describe(faults.front()));
-        return false;
-    }
-    for (const Finding& fault : faults) {
-        printWarning(path, describe(fault));
-    }
-    return true;
-}
-
 void write(const Json& tree, bool json) {
     if (json) {
-        const std::string text =
-            tree.dump(2, ' ', false, Json::error_handler_t::replace) + '\n';
+        const std::string text = tree.dump(2, ' ', false, Json::error_handler_t::replace) + '\n';
         (void)std::fwrite(text.data(), 1, text.size(), stdout);
     } else {
         print(compareText(tree, {terminalWidth(stdout), [](Colour colour, std::string_view text) {
@@ -57,7 +28,7 @@ void write(const Json& tree, bool json) {
     }
 }
 
-bool writePicture(const Module& a, const Module& b, const std::string& output,
+bool writePicture(const LoadedModule& a, const LoadedModule& b, const std::string& output,
                   DrawDifferences draw) {
     const std::vector<std::uint8_t> picture = draw(a.diagnosis, b.diagnosis, output);
     if (picture.empty()) {
@@ -75,15 +46,15 @@ int compare(const CompareOptions& options, DrawDifferences draw) {
             return exitNotCompared;
         }
     }
-    Module a, b;
     // Both are tried, so that one run tells about both.
-    const bool first = load(options.a, options, a);
-    if (!load(options.b, options, b) || !first) {
+    const auto a = loadModule(options.a, options.layout, options.maxSize);
+    const auto b = loadModule(options.b, options.layout, options.maxSize);
+    if (!a || !b) {
         return exitNotCompared;
     }
     const Json tree =
-        compareTree({options.a, a.diagnosis}, {options.b, b.diagnosis}, options.tolerance);
-    if (!options.output.empty() && !writePicture(a, b, options.output, draw)) {
+        compareTree({options.a, a->diagnosis}, {options.b, b->diagnosis}, options.tolerance);
+    if (!options.output.empty() && !writePicture(*a, *b, options.output, draw)) {
         return exitNotCompared;
     }
     write(tree, options.json);

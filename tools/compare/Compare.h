@@ -14,9 +14,9 @@ namespace calcut::tools {
 inline constexpr int exitNotCompared = 2;
 
 struct CompareOptions {
-    std::string a;       ///< dumps or bare calibrations; one of them may be "-"
+    std::string a;  ///< dumps or bare calibrations; one of them may be "-"
     std::string b;
-    std::string output;  ///< *.png or *.svg; empty for none
+    std::string output;            ///< *.png or *.svg; empty for none
     std::optional<Layout> layout;  ///< of both; by their first bytes when not set
     std::uint64_t maxSize = defaultMaxSize;
     std::optional<double> tolerance;

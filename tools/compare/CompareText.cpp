@@ -57,7 +57,8 @@ void writeBlocks(Lines& out, const Json& blocks) {
         }
     }
     out.heading("Blocks");
-    out.item("stored the same", fmt::format("{} of {}", blocks.size() - rows.size(), blocks.size()));
+    out.item("stored the same",
+             fmt::format("{} of {}", blocks.size() - rows.size(), blocks.size()));
     if (!rows.empty()) {
         out.table({{"id", true, 0},
                    {"name", false, 0},
@@ -74,8 +75,7 @@ void writeLens(Lines& out, const Json& lens) {
     }
     std::vector<TableRow> rows;
     for (const auto& [name, value] : lens.items()) {
-        rows.push_back(
-            {name, text(value["a"]), text(value["b"]), signedText(value["difference"])});
+        rows.push_back({name, text(value["a"]), text(value["b"]), signedText(value["difference"])});
     }
     out.heading("Lens");
     out.table({{"parameter", false, 0}, {"A", true, 0}, {"B", true, 0}, {"B - A", true, 0}},

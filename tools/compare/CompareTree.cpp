@@ -20,7 +20,8 @@ namespace {
 
 // --------------------------------------------------------------------------------------- blocks --
 
-/// A calibration that reads may still repeat ids that it does not know: the number tells them apart.
+/// A calibration that reads may still repeat ids that it does not know: the number tells them
+/// apart.
 using BlockKey = std::pair<std::uint32_t, unsigned>;
 
 std::map<BlockKey, const DiagnosedBlock*> blocksOf(const Diagnosis& about) {
@@ -111,8 +112,8 @@ Json valueTree(const Json& a, const Json& b, double tolerance) {
     tree["a"] = a;
     tree["b"] = b;
     const bool numbers = a.is_number() && b.is_number();
-    tree["difference"] = numbers ? Json(static_cast<float>(b.get<double>() - a.get<double>()))
-                                 : Json(nullptr);
+    tree["difference"] =
+        numbers ? Json(static_cast<float>(b.get<double>() - a.get<double>())) : Json(nullptr);
     tree["differs"] = a.is_number_float() && b.is_number_float()
                           ? tools::differs(a.get<float>(), b.get<float>(), tolerance)
                           : a != b;

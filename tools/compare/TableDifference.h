@@ -11,8 +11,8 @@ namespace calcut::tools {
 /// Differences are the second value less the first, in double precision, which holds each exactly
 /// enough to be 0 only for equal values. NaN equals NaN, an infinity itself.
 struct TableDifference {
-    std::uint64_t elements = 0;   ///< pixels, whatever their channels
-    std::uint64_t differing = 0;  ///< with any channel beyond the tolerance
+    std::uint64_t elements = 0;    ///< pixels, whatever their channels
+    std::uint64_t differing = 0;   ///< with any channel beyond the tolerance
     std::uint64_t unmeasured = 0;  ///< of those: not finite on one side, so in neither of the below
     double rms = 0.0;              ///< over all values whose difference is finite
     double max = 0.0;              ///< the difference of largest magnitude, with its sign

@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 
 #include "tools/commands.h"
+#include "tools/compare/LoadedModule.h"
 #include "tools/dump/Tables.h"
 #include "tools/export/LensFiles.h"
 #include "tools/export/TableFiles.h"
@@ -42,21 +43,18 @@ std::vector<ExportFile> tableFiles(const Diagnosis& module, ExportFormat format)
         const bool csv = format == ExportFormat::Csv;
         for (unsigned channel = 0; channel < table.channels; ++channel) {
             const std::string part = channelName(table, channel);
-            files.push_back({table.name + (part.empty() ? "" : "_") + part + (csv ? ".csv" : ".pgm"),
-                             [table, channel, csv] {
-                                 return csv ? csvText(table, channel) : pgmText(table, channel);
-                             }});
+            files.push_back(
+                {table.name + (part.empty() ? "" : "_") + part + (csv ? ".csv" : ".pgm"),
+                 [table, channel, csv] {
+                     return csv ? csvText(table, channel) : pgmText(table, channel);
+                 }});
         }
     }
     return files;
 }
 
 std::vector<ExportFile> filesOf(const Diagnosis& module, const ExportOptions& options) {
-    const VantricCalibration& record = *module.record;
-    const LensFile lens{
-        options.input, record.imagerArea.columns, record.imagerArea.rows,
-        std::span<const float, VANTRIC_LENS_PARAMETERS>(record.lensParameters,
-                                                        VANTRIC_LENS_PARAMETERS)};
+    const LensFile lens{options.input, module};
     switch (options.format) {
         case ExportFormat::OpencvYaml:
             return {{"opencv_camera.yaml", [lens] { return opencvText(lens); }}};
@@ -119,8 +117,7 @@ bool writeFiles(const std::vector<ExportFile>& files, const std::string& directo
 }  // namespace
 
 int runExport(const ExportOptions& options) {
-    const std::optional<Module> module =
-        loadModule(options.input, options.layout, options.maxSize);
+    const auto module = loadModule(options.input, options.layout, options.maxSize);
     if (!module) {
         return exitFailed;
     }

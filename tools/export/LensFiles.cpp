@@ -40,14 +40,26 @@ std::string yamlList(const Values& values) {
     return "[" + text + "]";
 }
 
+std::string yamlSize(const LensFile& lens) {
+    const VantricImagerArea& area = lens.module.record->imagerArea;
+    return fmt::format("image_width: {}\nimage_height: {}\n", area.columns, area.rows);
+}
+
 std::array<float, 9> cameraMatrix(const LensFile& lens) {
-    const auto& p = lens.parameters;
-    return {p[VANTRIC_LENS_FX], 0, p[VANTRIC_LENS_CX], 0, p[VANTRIC_LENS_FY],
-            p[VANTRIC_LENS_CY], 0, 0,                  1};
+    const float* p = lens.module.record->lensParameters;
+    return {p[VANTRIC_LENS_FX],
+            0,
+            p[VANTRIC_LENS_CX],
+            0,
+            p[VANTRIC_LENS_FY],
+            p[VANTRIC_LENS_CY],
+            0,
+            0,
+            1};
 }
 
 std::array<float, 5> distortion(const LensFile& lens) {
-    const auto& p = lens.parameters;
+    const float* p = lens.module.record->lensParameters;
     return {p[VANTRIC_LENS_K1], p[VANTRIC_LENS_K2], p[VANTRIC_LENS_P1], p[VANTRIC_LENS_P2],
             p[VANTRIC_LENS_K3]};
 }
@@ -55,7 +67,10 @@ std::array<float, 5> distortion(const LensFile& lens) {
 /// A name that needs no quotes, of the file's.
 std::string cameraName(const LensFile& lens) {
     std::string name(lens.source.substr(lens.source.find_last_of('/') + 1));
-    name = name == "-" ? "camera" : name.substr(0, name.find_last_of('.'));
+    if (name == "-") {
+        return "camera";
+    }
+    name = name.substr(0, name.find_last_of('.'));
     std::replace_if(
         name.begin(), name.end(),
         [](char c) {
@@ -72,8 +87,7 @@ std::string opencvText(const LensFile& lens) {
         return fmt::format("{}: !!opencv-matrix\n   rows: {}\n   cols: {}\n   dt: d\n   data: {}\n",
                            name, rows, columns, data);
     };
-    return fmt::format("%YAML:1.0\n---\nimage_width: {}\nimage_height: {}\n", lens.columns,
-                       lens.rows) +
+    return "%YAML:1.0\n---\n" + yamlSize(lens) +
            matrix("camera_matrix", 3, 3, yamlList(cameraMatrix(lens))) +
            matrix("distortion_coefficients", 1, 5, yamlList(distortion(lens)));
 }
@@ -82,13 +96,21 @@ std::string rosText(const LensFile& lens) {
     const auto matrix = [](const char* name, int rows, int columns, const std::string& data) {
         return fmt::format("{}:\n  rows: {}\n  cols: {}\n  data: {}\n", name, rows, columns, data);
     };
-    const auto& p = lens.parameters;
+    const float* p = lens.module.record->lensParameters;
     const std::array<float, 9> identity = {1, 0, 0, 0, 1, 0, 0, 0, 1};
-    const std::array<float, 12> projection = {
-        p[VANTRIC_LENS_FX], 0, p[VANTRIC_LENS_CX], 0, 0, p[VANTRIC_LENS_FY],
-        p[VANTRIC_LENS_CY], 0, 0,                  0, 1, 0};
-    return fmt::format("image_width: {}\nimage_height: {}\ncamera_name: {}\n", lens.columns,
-                       lens.rows, cameraName(lens)) +
+    const std::array<float, 12> projection = {p[VANTRIC_LENS_FX],
+                                              0,
+                                              p[VANTRIC_LENS_CX],
+                                              0,
+                                              0,
+                                              p[VANTRIC_LENS_FY],
+                                              p[VANTRIC_LENS_CY],
+                                              0,
+                                              0,
+                                              0,
+                                              1,
+                                              0};
+    return yamlSize(lens) + "camera_name: " + cameraName(lens) + "\n" +
            matrix("camera_matrix", 3, 3, yamlList(cameraMatrix(lens))) +
            "distortion_model: plumb_bob\n" +
            matrix("distortion_coefficients", 1, 5, yamlList(distortion(lens))) +
@@ -100,10 +122,12 @@ std::string lensJsonText(const LensFile& lens) {
     Json tree;
     tree["schema"] = lensSchema;
     tree["file"] = lens.source;
-    tree["columns"] = lens.columns;
-    tree["rows"] = lens.rows;
+    Json record = recordTree(lens.module);
+    for (const char* key : {"columns", "rows"}) {
+        tree[key] = record[key];
+    }
     tree["model"] = "plumb_bob";
-    tree["lens"] = lensTree(lens.parameters);
+    tree["lens"] = record["lens"];
     return tree.dump(2, ' ', false, Json::error_handler_t::replace) + '\n';
 }
 

@@ -3,19 +3,16 @@
 // so the numbers go over as they are.
 #pragma once
 
-#include <cstdint>
-#include <span>
 #include <string>
+#include <string_view>
 
-#include "calcut/vantric.h"
+#include "tools/dump/Diagnosis.h"
 
 namespace calcut::tools {
 
 struct LensFile {
     std::string_view source;  ///< path of the dump
-    std::uint32_t columns = 0;
-    std::uint32_t rows = 0;
-    std::span<const float, VANTRIC_LENS_PARAMETERS> parameters;
+    const Diagnosis& module;  ///< its calibration reads
 };
 
 /// For OpenCV's cv::FileStorage.

@@ -57,10 +57,9 @@ Samples samplesFor(const Table& table, unsigned channel) {
 }
 
 std::string meaningOf(const Samples& samples) {
-    return samples.first == 0
-               ? fmt::format("value = {} + {} * sample", samples.low, samples.step)
-               : fmt::format("value = {} + {} * (sample - 1); sample 0: not finite", samples.low,
-                             samples.step);
+    return samples.first == 0 ? fmt::format("value = {} + {} * sample", samples.low, samples.step)
+                              : fmt::format("value = {} + {} * (sample - 1); sample 0: not finite",
+                                            samples.low, samples.step);
 }
 
 }  // namespace

@@ -8,9 +8,6 @@
 #include <string>
 
 #include <fmt/format.h>
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 
 #include "cutter/korvelineImage.h"
 #include "tools/commands.h"
@@ -20,6 +17,8 @@
 #include "tools/make/Make.h"
 #include "tools/options/CommandTexts.h"
 #include "tools/options/footers.h"
+#include "tools/options/ModuleOptions.h"
+#include "tools/options/SharedOptions.h"
 #include "tools/plot/Launch.h"
 #include "tools/terminal/Escape.h"
 #include "tools/terminal/Terminal.h"
@@ -28,8 +27,6 @@ namespace calcut::tools {
 
 namespace {
 
-using Words = std::vector<std::string>;
-
 // All that a command line can ask for. Options of one subcommand do not touch those of another.
 struct Request {
     TerminalSettings terminal;
@@ -37,65 +34,9 @@ struct Request {
     InspectOptions inspect;
     MakeOptions make;
     PlotOptions plot;
+    CompareOptions compare;
+    ExportOptions exports;
 };
-
-// ------------------------------------------------------------------------------ shared options --
-
-void addTerminalOptions(CLI::App& command, TerminalSettings& settings) {
-    const char* group = "Terminal";
-    const auto set = [&settings](Verbosity verbosity) {
-        return [&settings, verbosity] { settings.verbosity = verbosity; };
-    };
-    command.add_flag_callback("-q,--quiet", set(Verbosity::Quiet), "Print errors only")
-        ->group(group);
-    command.add_flag_callback("-v,--verbose", set(Verbosity::Verbose), "Print what is being done")
-        ->group(group);
-    command
-        .add_option_function<std::string>(
-            "--color",
-            [&settings](const std::string& when) {
-                settings.colour = when == "always"  ? ColourMode::Always
-                                  : when == "never" ? ColourMode::Never
-                                                    : ColourMode::Auto;
-            },
-            "Colours: auto on a terminal, unless NO_COLOR is set")
-        ->check(CLI::IsMember(Words{"auto", "always", "never"}))
-        ->type_name("WHEN")
-        ->group(group);
-}
-
-std::optional<Layout> layoutOf(const std::string& name) {
-    for (const Layout layout : {Layout::V7, Layout::Korveline, Layout::Packed}) {
-        if (name == layoutName(layout)) {
-            return layout;
-        }
-    }
-    return std::nullopt;
-}
-
-template <class Target>
-CLI::Option* addLayout(CLI::App& command, Target& layout, const char* text) {
-    return command
-        .add_option_function<std::string>(
-            "--layout",
-            [&layout](const std::string& name) {
-                layout = layoutOf(name).value_or(Layout::V7);
-                if constexpr (!std::is_same_v<Target, Layout>) {
-                    layout = layoutOf(name);
-                }
-            },
-            text)
-        ->check(CLI::IsMember(Words{"auto", "v7", "korveline", "packed"}))
-        ->type_name("LAYOUT");
-}
-
-void addMaxSize(CLI::App& command, std::uint64_t& maxSize) {
-    command
-        .add_option("--max-size", maxSize,
-                    "Refuse files above this many bytes (K, M, G mean KiB, MiB, GiB) [256M]")
-        ->transform(CLI::AsSizeValue(false).description(""))
-        ->type_name("SIZE");
-}
 
 // Negative numbers would come out as huge ones.
 CLI::Validator digitsOnly() {
@@ -417,6 +358,8 @@ int runCommandLine(int argc, char** argv) {
     const CLI::App* cut = addCut(app, request);
     const CLI::App* inspect = addInspect(app, request);
     const CLI::App* plot = addPlot(app, request);
+    const CLI::App* compare = addCompare(app, request.compare);
+    const CLI::App* exports = addExport(app, request.exports);
     addMake(app, request);
     addTerminalOptions(app, request.terminal);
     for (CLI::App* command : app.get_subcommands({})) {
@@ -437,6 +380,13 @@ int runCommandLine(int argc, char** argv) {
     }
     if (app.got_subcommand(inspect)) {
         return runInspect(request.inspect);
+    }
+    if (app.got_subcommand(compare)) {
+        return request.compare.output.empty() ? runCompare(request.compare, nullptr)
+                                              : launchCompare(request.compare);
+    }
+    if (app.got_subcommand(exports)) {
+        return runExport(request.exports);
     }
     return app.got_subcommand(plot) ? launchPlot(request.plot) : runMake(request.make);
 }

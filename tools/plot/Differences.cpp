@@ -26,11 +26,8 @@ struct DifferenceMap {
 
 DifferenceMap differenceMap(const Table& a, const Table& b, unsigned channel) {
     const char* name = channelName(a, channel);
-    DifferenceMap map{a.title + (*name == '\0' ? "" : std::string(", ") + name),
-                      a.columns,
-                      a.rows,
-                      {},
-                      {}};
+    DifferenceMap map{
+        a.title + (*name == '\0' ? "" : std::string(", ") + name), a.columns, a.rows, {}, {}};
     for (std::size_t at = channel; at < a.size(); at += a.channels) {
         const bool equal = !differs(a[at], b[at], 0.0);
         if (!equal) {
@@ -59,9 +56,10 @@ void drawDifference(Canvas& canvas, const Rect& cell, const DifferenceMap& sourc
     const bool ringed = !source.differing.empty() && source.differing.size() <= mostRings;
     Map map;
     map.title = source.title;
-    map.note = source.differing.empty() ? "equal"
-                                        : fmt::format("{} of {} values differ",
-                                                      source.differing.size(), source.values.size());
+    map.note =
+        source.differing.empty()
+            ? "equal"
+            : fmt::format("{} of {} values differ", source.differing.size(), source.values.size());
     map.colourLabel = "B - A";
     map.columns = source.columns;
     map.rows = source.rows;
@@ -81,9 +79,9 @@ void drawDifference(Canvas& canvas, const Rect& cell, const DifferenceMap& sourc
 void drawIncomparable(Canvas& canvas, const Rect& cell, const Table& a, const Table* b) {
     constexpr double margin = 24.0;
     constexpr double line = 20.0;
-    const std::string why =
-        b == nullptr ? "missing on one side"
-                     : fmt::format("A has {} x {}, B {} x {}", a.columns, a.rows, b->columns, b->rows);
+    const std::string why = b == nullptr ? "missing on one side"
+                                         : fmt::format("A has {} x {}, B {} x {}", a.columns,
+                                                       a.rows, b->columns, b->rows);
     TextStyle style;
     style.bold = true;
     canvas.text({cell.x + margin, cell.y + margin}, a.title, style);
