@@ -5,6 +5,7 @@
 #include <iterator>
 
 #include "tools/options/footers.h"
+#include "tools/plot/Launch.h"
 
 namespace calcut::tools {
 
@@ -25,27 +26,23 @@ CLI::Validator tolerance() {
 CLI::App* addCompare(CLI::App& app, CompareOptions& options) {
     CLI::App* command = app.add_subcommand("compare", "Show how two modules differ");
     command->footer(footers::compare);
-    command->add_option("A", options.a, "Dump, packed calibration, or - for standard input")
-        ->required()
-        ->type_name("FILE");
-    command->add_option("B", options.b, "The one to compare it with, likewise")
-        ->required()
-        ->type_name("FILE");
+    addValue(*command, "A", options.a, "FILE", "Dump, packed calibration, or - for standard input")
+        ->required();
+    addValue(*command, "B", options.b, "FILE", "The one to compare it with, likewise")->required();
     command->add_flag("--json", options.json, "Print JSON (keys: docs/compare-json.md)");
-    command
-        ->add_option("--tolerance", options.tolerance,
-                     "Largest absolute difference that counts as equal, for every value stored as "
-                     "a float (lens, tables, rays, PSF, ...); mask, integers, texts and custom "
-                     "fields must be equal")
-        ->check(tolerance())
-        ->type_name("T");
-    command
-        ->add_option("-o,--output", options.output,
-                     "Draw the differences of the tables: NAME.png or NAME.svg")
-        ->check(pictureName())
-        ->type_name("FILE");
-    addLayout(*command, options.layout, "Layout of both files; auto goes by their first bytes");
-    addMaxSize(*command, options.maxSize);
+    addValue(
+        *command, "--tolerance", options.tolerance, "T",
+        "Largest absolute difference that counts as equal, for every value stored as a float "
+        "(lens, tables, rays, PSF, ...); mask, integers, texts and custom fields must be equal")
+        ->check(tolerance());
+    addValue(*command, "-o,--output", options.output, "FILE",
+             "Draw the differences of the tables: NAME.png or NAME.svg")
+        ->check([](const std::string& name) {
+            return std::string(name != "-" && isPictureName(name)
+                                   ? ""
+                                   : "the picture's name must end in .png or .svg");
+        });
+    addReading(*command, options.layout, options.maxSize);
     command->callback([&options] {
         if (options.a == "-" && options.b == "-") {
             throw CLI::ValidationError("compare", "only one of the two can be standard input");
@@ -58,29 +55,25 @@ CLI::App* addExport(CLI::App& app, ExportOptions& options) {
     CLI::App* command =
         app.add_subcommand("export", "Write a module's tables or lens for other tools");
     command->footer(footers::exports);
-    command->add_option("DUMP", options.input, "Dump, packed calibration, or - for standard input")
-        ->required()
-        ->type_name("FILE");
-    command->add_option("DIR", options.directory, "Directory to write into")
-        ->required()
-        ->type_name("DIR");
+    addValue(*command, "DUMP", options.input, "FILE",
+             "Dump, packed calibration, or - for standard input")
+        ->required();
+    addValue(*command, "DIR", options.directory, "DIR", "Directory to write into")->required();
+    const auto* first = std::begin(exportFormatNames);
+    const auto* end = std::end(exportFormatNames);
     command
         ->add_option_function<std::string>(
             "--as",
-            [&options](const std::string& name) {
-                const auto* found =
-                    std::find(std::begin(exportFormatNames), std::end(exportFormatNames), name);
+            [&options, first, end](const std::string& name) {
                 options.format =
-                    static_cast<ExportFormat>(std::distance(std::begin(exportFormatNames), found));
+                    static_cast<ExportFormat>(std::distance(first, std::find(first, end, name)));
             },
             "What to write")
-        ->check(CLI::IsMember(
-            std::vector<std::string>(std::begin(exportFormatNames), std::end(exportFormatNames))))
+        ->check(CLI::IsMember(Words(first, end)))
         ->required()
         ->type_name("FORMAT");
     command->add_flag("--force", options.force, "Replace files that exist");
-    addLayout(*command, options.layout, "Layout of the file; auto goes by its first bytes");
-    addMaxSize(*command, options.maxSize);
+    addReading(*command, options.layout, options.maxSize);
     return command;
 }
 

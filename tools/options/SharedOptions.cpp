@@ -20,35 +20,30 @@ void addTerminalOptions(CLI::App& command, TerminalSettings& settings) {
                                                     : ColourMode::Auto;
             },
             "Colours: auto on a terminal, unless NO_COLOR is set")
-        ->check(CLI::IsMember(std::vector<std::string>{"auto", "always", "never"}))
+        ->check(CLI::IsMember(Words{"auto", "always", "never"}))
         ->type_name("WHEN")
         ->group(group);
 }
 
-std::optional<Layout> layoutOf(const std::string& name) {
-    for (const Layout layout : {Layout::V7, Layout::Korveline, Layout::Packed}) {
-        if (name == layoutName(layout)) {
-            return layout;
-        }
-    }
-    return std::nullopt;
-}
-
-void addMaxSize(CLI::App& command, std::uint64_t& maxSize) {
-    command
-        .add_option("--max-size", maxSize,
-                    "Refuse files above this many bytes (K, M, G mean KiB, MiB, GiB) [256M]")
-        ->transform(CLI::AsSizeValue(false).description(""))
-        ->type_name("SIZE");
-}
-
-CLI::Validator pictureName() {
-    return {[](std::string& name) -> std::string {
-                return name.ends_with(".png") || name.ends_with(".svg")
-                           ? ""
-                           : "the picture's name must end in .png or .svg";
+CLI::Option* addLayout(CLI::App& command, std::optional<Layout>& layout, const char* text) {
+    return command
+        .add_option_function<std::string>(
+            "--layout",
+            [&layout](const std::string& name) {
+                for (const Layout known : knownLayouts) {
+                    layout = name == layoutName(known) ? known : layout;
+                }
             },
-            ""};
+            text)
+        ->check(CLI::IsMember(Words{"auto", "v7", "korveline", "packed"}))
+        ->type_name("LAYOUT");
+}
+
+void addReading(CLI::App& command, std::optional<Layout>& layout, std::uint64_t& maxSize) {
+    addLayout(command, layout, "Layout of what is read; auto goes by the first bytes");
+    addValue(command, "--max-size", maxSize, "SIZE",
+             "Refuse files above this many bytes (K, M, G mean KiB, MiB, GiB) [256M]")
+        ->transform(CLI::AsSizeValue(false).description(""));
 }
 
 }  // namespace calcut::tools

@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <type_traits>
 #include <vector>
 
 #include <CLI/App.hpp>
@@ -16,33 +15,20 @@
 
 namespace calcut::tools {
 
+using Words = std::vector<std::string>;
+
+template <class Target>
+CLI::Option* addValue(CLI::App& command, const char* names, Target& target, const char* type,
+                      const char* text) {
+    return command.add_option(names, target, text)->type_name(type);
+}
+
 /// -q, -v and --color.
 void addTerminalOptions(CLI::App& command, TerminalSettings& settings);
 
-/// The layout of that name; nothing for "auto".
-std::optional<Layout> layoutOf(const std::string& name);
+CLI::Option* addLayout(CLI::App& command, std::optional<Layout>& layout, const char* text);
 
-/// --layout. For "auto", a target that is not optional is v7.
-template <class Target>
-CLI::Option* addLayout(CLI::App& command, Target& layout, const char* text) {
-    return command
-        .add_option_function<std::string>(
-            "--layout",
-            [&layout](const std::string& name) {
-                layout = layoutOf(name).value_or(Layout::V7);
-                if constexpr (!std::is_same_v<Target, Layout>) {
-                    layout = layoutOf(name);
-                }
-            },
-            text)
-        ->check(CLI::IsMember(std::vector<std::string>{"auto", "v7", "korveline", "packed"}))
-        ->type_name("LAYOUT");
-}
-
-/// --max-size
-void addMaxSize(CLI::App& command, std::uint64_t& maxSize);
-
-/// Takes only names of pictures, .png or .svg.
-CLI::Validator pictureName();
+/// What every subcommand has that reads dumps.
+void addReading(CLI::App& command, std::optional<Layout>& layout, std::uint64_t& maxSize);
 
 }  // namespace calcut::tools

@@ -3,12 +3,10 @@
 #include <fmt/format.h>
 #include <algorithm>
 #include <cmath>
-#include <limits>
-#include <memory>
+#include <optional>
 
 #include "tools/compare/TableDifference.h"
 #include "tools/plot/MapPanel.h"
-#include "tools/plot/Page.h"
 
 namespace calcut::tools {
 
@@ -66,13 +64,13 @@ void drawDifference(Canvas& canvas, const Rect& cell, const DifferenceMap& sourc
     map.values = {source.values, {}};
     map.colours = ColourMap::Diverging;
     map.scale = scaleOf(source, ringed);
-    std::vector<LegendEntry> legend;
+    std::optional<LegendEntry> entry;
     if (ringed) {
-        legend.push_back({Mark::Ring, inkColour, "different"});
+        entry = {Mark::Ring, inkColour, "different"};
     }
-    const Frame frame = drawMap(canvas, cell, map, std::move(legend));
+    const Frame frame = drawMap(canvas, cell, map, entry);
     if (ringed) {
-        ringPixels(frame, source.columns, source.differing);
+        ringPixels(frame, source.columns, source.differing, mostRings);
     }
 }
 

@@ -59,6 +59,12 @@ Words terminalWords() {
 
 }  // namespace
 
+bool isPictureName(const std::string& name) {
+    const std::size_t dot = name.find_last_of('.');
+    const std::string ending = dot == std::string::npos ? "" : name.substr(dot);
+    return name == "-" || ending == ".png" || ending == ".svg";
+}
+
 int launchPlot(const PlotOptions& options) {
     Words words = {options.input, options.output, layoutWord(options.layout),
                    fmt::format("{}", options.maxSize), options.sharedScale ? "1" : "0"};
