@@ -59,8 +59,8 @@ void drawDifference(Canvas& canvas, const Rect& cell, const DifferenceMap& sourc
             ? "equal"
             : fmt::format("{} of {} values differ", source.differing.size(), source.values.size());
     map.colourLabel = "B - A";
-    map.columns = source.columns;
-    map.rows = source.rows;
+    map.shape.columns = source.columns;
+    map.shape.rows = source.rows;
     map.values = {source.values, {}};
     map.colours = ColourMap::Diverging;
     map.scale = scaleOf(source, ringed);
