@@ -41,7 +41,9 @@ function(calcut_harden_shared_library target)
     "LINKER:-z,text"
     "LINKER:-z,max-page-size=16384")
   if(NOT CALCUT_SANITIZE)
-    target_link_options(${target} PRIVATE "LINKER:--no-undefined" "LINKER:--as-needed")
+    # Of a C++ runtime that is linked in, only what is used.
+    target_link_options(${target} PRIVATE "LINKER:--no-undefined" "LINKER:--as-needed"
+                                          "LINKER:--gc-sections")
   endif()
   set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS
                                                 ${PROJECT_SOURCE_DIR}/cmake/calcut.map)

@@ -34,16 +34,17 @@ SkarLog::SkarLog() : SkarLog(debug) {}
 SkarLog::SkarLog(logtype type) : type_(type) {}
 
 SkarLog::~SkarLog() {
-    text_ << std::endl;
+    text_ += '\n';
 }
 
 SkarLog& SkarLog::operator<<(std::string text) {
-    text_ << text;
+    text_.reserve(text_.size() + text.size() + 1);
+    text_ += text;
     return *this;
 }
 
 void SkarLog::showLog() {
-    emit(getLogLevel(type_), text_.str().c_str());
+    emit(getLogLevel(type_), text_.c_str());
 }
 
 int getLogLevel(logtype type) {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <sstream>
 #include <string>
 
 namespace skarbo {
@@ -15,6 +14,7 @@ class SkarLog {
     explicit SkarLog(logtype type);
     SkarLog(const SkarLog&) = delete;
     SkarLog& operator=(const SkarLog&) = delete;
+    /// Ends the line. Never throws: the room for it is there.
     ~SkarLog();
 
     SkarLog& operator<<(std::string text);
@@ -25,7 +25,7 @@ class SkarLog {
 
   private:
     logtype type_;
-    std::stringstream text_;
+    std::string text_;
 };
 
 /// Android log priority of a log type; 1 (default) for values outside the enumeration.

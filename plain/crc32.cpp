@@ -21,9 +21,13 @@ struct Table {
 
 std::uint32_t crc32(const std::uint8_t* data, std::size_t length) {
     static const Table table;
+    return crc32(data, length, table.entries);
+}
+
+std::uint32_t crc32(const std::uint8_t* data, std::size_t length, const std::uint32_t* table) {
     std::uint32_t crc = 0xFFFFFFFFU;
     for (std::size_t i = 0; i < length; ++i) {
-        crc = table.entries[(crc ^ data[i]) & 0xFFU] ^ (crc >> 8);
+        crc = table[(crc ^ data[i]) & 0xFFU] ^ (crc >> 8);
     }
     return crc ^ 0xFFFFFFFFU;
 }

@@ -13,7 +13,9 @@
 
 namespace calcut::plain {
 
+/// By the standard table, or by one of 256 entries.
 std::uint32_t crc32(const std::uint8_t* data, std::size_t length);
+std::uint32_t crc32(const std::uint8_t* data, std::size_t length, const std::uint32_t* table);
 
 /// Writes columns x rows x 3 floats; lens as in the record.
 void updateDirections(float* directions, const float* lens, std::uint32_t columns,

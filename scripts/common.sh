@@ -6,9 +6,10 @@ jobs=$(nproc)
 export CMAKE_BUILD_PARALLEL_LEVEL=$jobs
 export CTEST_PARALLEL_LEVEL=$jobs
 
-# What every build needs, as Debian packages.
+# Debian packages: what the library needs, what the command needs too, and the tests.
+library_packages=(g++ cmake ninja-build)
 build_packages=(
-  g++ cmake ninja-build pkg-config
+  "${library_packages[@]}" pkg-config
   libcli11-dev libfmt-dev nlohmann-json3-dev libcairo2-dev
 )
 test_packages=(libgtest-dev)
@@ -39,28 +40,25 @@ require() {
     fi
     as_root=(sudo)
   fi
-  echo "Installing: ${missing[*]}"
-  local apt=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq)
-  if ! { "${apt[@]}" update && "${apt[@]}" install -y --no-install-recommends "${missing[@]}"; } \
-    >/tmp/calcut-install.$$.log 2>&1; then
-    tail -n 20 /tmp/calcut-install.$$.log >&2
+  echo "Installing Debian packages: ${missing[*]}"
+  local apt=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq) output
+  if ! output=$({ "${apt[@]}" update &&
+    "${apt[@]}" install -y --no-install-recommends "${missing[@]}"; } 2>&1); then
+    tail -n 20 <<< "$output" >&2
     echo "Could not install: ${missing[*]}" >&2
     exit 1
   fi
-  rm -f /tmp/calcut-install.$$.log
 }
 
-# configure_and_build PRESET [CMake arguments]: quiet unless something goes wrong. Warnings are errors
-# in CI, but not with sanitizers, which make GCC see uninitialised memory inside its own headers.
+# configure_and_build PRESET [CMake arguments]: quiet unless something goes wrong. Into BUILD_DIR if
+# that is set, and only the target TARGET if that is.
 configure_and_build() {
-  local preset=$1 log=$root/build/$1.log werror=OFF
+  local preset=$1 build=${BUILD_DIR:-$root/build/$1}
+  local log=$build.log
   shift
-  if [ -n "${CI:-}" ] && [ "$preset" != asan ] && [ "$preset" != tsan ]; then
-    werror=ON
-  fi
-  mkdir -p "$root/build"
-  if ! { cmake -S "$root" --preset "$preset" -DCALCUT_WERROR=$werror "$@" && cmake --build "$root/build/$preset"; } \
-    >"$log" 2>&1; then
+  mkdir -p "$build"
+  if ! { cmake -S "$root" --preset "$preset" -B "$build" "$@" &&
+    cmake --build "$build" ${TARGET:+--target "$TARGET"}; } > "$log" 2>&1; then
     grep -E -A5 'error|Error|FAILED' "$log" | head -n 60 >&2 || tail -n 40 "$log" >&2
     echo "Building the preset $preset failed; the whole log is $log" >&2
     return 1

@@ -12,12 +12,12 @@ namespace skarbo {
 SkarLog::SkarLog() : SkarLog(debug) {}
 SkarLog::SkarLog(logtype type) : type_(type) {}
 SkarLog::~SkarLog() {
-    text_ << std::endl;
+    text_ += '\n';
     const std::lock_guard<std::mutex> lock(linesMutex);
-    lines.emplace_back(type_, text_.str());
+    lines.emplace_back(type_, text_);
 }
 SkarLog& SkarLog::operator<<(std::string text) {
-    text_ << text;
+    text_ += text;
     return *this;
 }
 void SkarLog::showLog() {}

@@ -253,7 +253,7 @@ class Walk {
         return {status, cause, offset_ + offsetInHeader, expected, found, expected};
     }
 
-    // A refusal of the payload, which knows nothing of the header before it.
+    // A refusal of the payload, with the place in the header that is to blame.
     [[nodiscard]] Refusal located(Refusal refusal) const {
         switch (refusal.cause) {
             case Cause::payloadCutShort:
@@ -313,8 +313,7 @@ class Walk {
     Teller tell_;
     RXHeader header_ = {};
     RXBlockHeader block_ = {};
-    std::uint64_t offset_ = 0;  // of the block header
-    std::uint64_t payloadOffset_ = 0;
+    std::uint64_t offset_ = 0, payloadOffset_ = 0;  // of the block's header and payload
     BlockOutcome outcome_ = BlockOutcome::read;
     std::uint64_t numPixels_ = 0;
     bool wasRead_ = false;

@@ -104,6 +104,17 @@ TEST(Cut, WritesTheFilesOfBothLayouts) {
     }
 }
 
+// The lens parameters come from the whole payload: this one ends inside what the area takes away.
+TEST(Cut, DecodesASignedPayloadWithItsSignatureArea) {
+    const Bytes open = prefix(minimalPacked(), minimalPacked().size() - 1);
+    const Bytes payload = bytes(open, 128, 0, 127, Bytes(127, 9), 255);
+    const TempDir out;
+    EXPECT_EQ(cutImage(1, korvelineImage(payload, 22), out).result, 0);
+    EXPECT_EQ(readBytes(out / "qov.spc"), bytes(open, 128, 0, 127));
+    EXPECT_EQ(readBytes(out / "lensdata.dat").size(), 36U);
+    EXPECT_EQ(readBytes(out / "signature.bin"), Bytes(9, 9));
+}
+
 TEST(Cut, ReportsEachFailureAndLeavesWhatWasWrittenBefore) {
     const Bytes noise = bytes("no calibration");
     const Bytes onlySigned = signedPayload({}, 5);

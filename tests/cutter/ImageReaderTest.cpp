@@ -165,6 +165,15 @@ TYPED_TEST(AnyReader, IteratesResetsAndReleases) {
     reader.resetIterator();
     EXPECT_EQ(reader.getNextDataBlock().data, digits);
 
+    // Two records behind each other. The second Korveline one needs room for a header and has none
+    // of its own: its numbers are those of the first, counted from the cursor.
+    writeBytes(dir / "two",
+               isV7 ? bytes(v7Digits, v7Digits) : bytes(korvelineDigits, Bytes(104, 0xEE), digits));
+    reader.loadFile(dir / "two");
+    EXPECT_EQ(reader.getNextDataBlock().data, digits);
+    EXPECT_EQ(reader.getNextDataBlock().data, digits);
+    EXPECT_THROW(reader.getNextDataBlock(), bool);
+
     recording::takeLines();
     EXPECT_THROW(reader.getDataBlock(7), bool);
     EXPECT_THROW(reader.hasMoreBlocks(), bool);

@@ -14,6 +14,7 @@
 
 #include "calibration/packed/Compressed.h"
 #include "cutter/CRC32.h"
+#include "cutter/CRC32Kernels.h"
 #include "fixtures.h"
 #include "plain/plain.h"
 
@@ -374,16 +375,53 @@ TEST(KernelEquality, FloatsOfEveryExponentAndUnusualOnesAtEachPlace) {
 
 // ---------------------------------------------------------------------------------- checksum --
 
-TEST(KernelEquality, ChecksumOfEveryLengthAndStart) {
-    Bytes data = Random().many<std::uint8_t>(300000);
-    std::vector<std::size_t> lengths(2101);
+std::vector<std::size_t> checksumLengths() {
+    std::vector<std::size_t> lengths(1101);
     std::iota(lengths.begin(), lengths.end(), 0);
-    lengths.insert(lengths.end(), {4095, 4096, 4097, 65535, 65536, 65537, 100003, 299990});
-    for (const std::size_t length : lengths) {
+    lengths.insert(lengths.end(), {4095, 8191, 8192, 8215, 65535, 65536, 65537, 100003, 299990});
+    return lengths;
+}
+
+TEST(KernelEquality, ChecksumOfEveryLengthAndStartInEveryWay) {
+    Bytes data = Random().many<std::uint8_t>(300000);
+    for (const std::size_t length : checksumLengths()) {
         for (std::uint8_t* start = data.data(); start < data.data() + 9; ++start) {
-            ASSERT_EQ(calc_crc32(start, length), plain::crc32(start, length)) << length;
+            const std::uint32_t sum = plain::crc32(start, length);
+            ASSERT_EQ(calc_crc32(start, length), sum) << length;
+            ASSERT_EQ(~checksum::sideBySide(~0U, start, length), sum) << length;
+            if (checksum::hasInstructions()) {
+                ASSERT_EQ(~checksum::byInstructions(~0U, start, length), sum) << length;
+            }
         }
     }
+}
+
+// The table of a host is used as it is, also where it is not linear.
+TEST(KernelEquality, ChecksumByAChangedTable) {
+    Bytes data = Random().many<std::uint8_t>(300000);
+    Words standard(crc32table, crc32table + 256);
+    Words castagnoli;
+    for (std::uint32_t i = 0; i < 256; ++i) {
+        std::uint32_t rest = i;
+        for (int bit = 0; bit < 8; ++bit) {
+            rest = (rest >> 1) ^ ((rest & 1U) != 0 ? 0x82F63B78U : 0U);
+        }
+        castagnoli.push_back(rest);
+    }
+    std::vector<Words> tables = {castagnoli, Random().many<std::uint32_t>(256)};
+    for (const std::size_t changed : {0U, 127U, 255U}) {
+        tables.push_back(standard);
+        tables.back()[changed] ^= 1U;
+    }
+    for (const Words& table : tables) {
+        std::copy(table.begin(), table.end(), crc32table);
+        for (const std::size_t length : checksumLengths()) {
+            EXPECT_EQ(calc_crc32(data.data(), length),
+                      plain::crc32(data.data(), length, table.data()))
+                << length;
+        }
+    }
+    std::copy(standard.begin(), standard.end(), crc32table);
 }
 
 TEST(KernelEquality, ChecksumsThatOthersPublished) {

@@ -25,9 +25,21 @@ namespace {
 const char* shrinkingFile = nullptr;
 off_t shrunkSize = 0;
 
+// What a program that the host started in the middle of a cut would inherit.
+bool watching = false;
+int used = 0;
+int inherited = 0;
+
+void watch(int file) {
+    if (watching) {
+        ++used;
+        inherited += (::fcntl(file, F_GETFD) & FD_CLOEXEC) == 0 ? 1 : 0;
+    }
+}
+
 }  // namespace
 
-// The standard library reads files through this name, so the program's own definition comes first.
+// The library reads and writes through these names; the program's own definitions come first.
 // NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
 extern "C" ssize_t read(int file, void* buffer, size_t count) {
     if (shrinkingFile != nullptr) {
@@ -37,7 +49,14 @@ extern "C" ssize_t read(int file, void* buffer, size_t count) {
             return -1;
         }
     }
+    watch(file);
     return ::syscall(SYS_read, file, buffer, count);
+}
+
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
+extern "C" ssize_t write(int file, const void* buffer, size_t count) {
+    watch(file);
+    return ::syscall(SYS_write, file, buffer, count);
 }
 
 namespace {
@@ -110,6 +129,16 @@ TEST_F(Files, FullDeviceAndLinks) {
     EXPECT_EQ(fs::file_size(out + "/lensdata.dat"), 36U);
     fs::create_symlink("/dev/full", directory / "full.dat");
     EXPECT_EQ(readLens(directory / "full.dat"), "was refused");
+}
+
+TEST_F(Files, AreClosedOnExec) {
+    watching = true;
+    const std::string cutting = cut(dump, out);
+    const std::string reading = readLens(out + "/lensdata.dat");
+    watching = false;
+    EXPECT_EQ(cutting + " and " + reading, "was cut and was read");
+    EXPECT_GE(used, 4);
+    EXPECT_EQ(inherited, 0);
 }
 
 TEST_F(Files, DumpsThatCannotBeRead) {

@@ -7,14 +7,15 @@
 #include <string>
 #include <vector>
 
+#include "calcut/cutter.h"
 #include "tools/dump/Diagnosis.h"
 
 namespace calcut::tools {
 
 /// The files of a cut.
-inline constexpr const char* calibrationFile = "qov.spc";
-inline constexpr const char* lensFile = "lensdata.dat";
-inline constexpr const char* signatureFile = "signature.bin";
+inline constexpr const char* calibrationFile = CALCUT_CALIBRATION_FILE;
+inline constexpr const char* lensFile = CALCUT_LENS_FILE;
+inline constexpr const char* signatureFile = CALCUT_SIGNATURE_FILE;
 inline constexpr std::array<const char*, 3> stackFiles = {calibrationFile, lensFile, signatureFile};
 
 /// Names of the lens parameters in the order of the record.

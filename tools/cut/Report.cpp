@@ -62,17 +62,18 @@ std::string csvRow(const CutResult& result) {
     fields.push_back(fault.name);
     add(result.fault.has_value(), fmt::format("{}", fault.offset));
     add(result.fault.has_value(), statusName(fault.status));
-    std::string warnings;
+    std::vector<std::string> warnings;
     for (const Finding& warning : result.warnings) {
-        warnings += (warnings.empty() ? "" : " ") + warning.name;
+        warnings.push_back(warning.name);
     }
-    fields.push_back(warnings);
+    fields.push_back(fmt::format("{}", fmt::join(warnings, " ")));
     fields.emplace_back(result.earlierCut ? "yes" : "");
     std::string row;
     for (const std::string& field : fields) {
-        row += (row.empty() ? "" : ",") + csvField(field);
+        row += csvField(field);
+        row += &field == &fields.back() ? "\r\n" : ",";
     }
-    return row + "\r\n";
+    return row;
 }
 
 }  // namespace

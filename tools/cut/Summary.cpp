@@ -50,7 +50,8 @@ std::string wrapped(const std::string& text, std::size_t indent, std::size_t wid
     for (std::size_t at = 0; at < text.size();) {
         const std::size_t end = std::min(text.find(' ', at), text.size());
         if (column == 0 || (width > 0 && column + 1 + end - at > width)) {
-            out += (column == 0 ? "" : "\n") + std::string(indent, ' ');
+            out += column == 0 ? "" : "\n";
+            out.append(indent, ' ');
             column = indent;
         } else {
             out += ' ';
@@ -114,7 +115,8 @@ class Table {
             if (i == 2 && row.result != nullptr) {
                 cell = paint(stdout, failed ? Colour::Red : Colour::Green, cell);
             }
-            out += (i > 0 ? "  " : "") + cell;
+            out += i > 0 ? "  " : "";
+            out += cell;
         }
         if (row.result == nullptr) {
             return paint(stdout, Colour::Bold, out) + "\n";

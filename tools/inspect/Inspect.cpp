@@ -45,7 +45,8 @@ int runInspect(const InspectOptions& options) {
         good = good && diagnosis.intact() && !(options.strict && !diagnosis.warnings.empty());
         Json tree = inspectTree(diagnosis, path);
         if (!options.json) {
-            write((&path == options.paths.data() ? "" : "\n") + textOf(tree, styleOfStdout()));
+            write(&path == options.paths.data() ? "" : "\n");
+            write(textOf(tree, styleOfStdout()));
         } else if (several) {
             all.push_back(std::move(tree));
         } else {

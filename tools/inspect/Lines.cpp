@@ -106,6 +106,9 @@ void Lines::table(std::vector<TableColumn> columns, std::vector<TableRow> rows) 
                                       : fmt::format("  {:<{}}", rows[at][i], widths[i]);
         }
         start.append(gap, ' ');
+        if (rows[at].back().empty()) {
+            start.erase(start.find_last_not_of(' ') + 1);
+        }
         out_ += at == 0 ? painted(Colour::Dim, start) : start;
         wrapped(start.size(), rows[at].back(), at == 0 ? std::optional(Colour::Dim) : std::nullopt);
     }
