@@ -13,6 +13,8 @@ build_packages=(
   libcli11-dev libfmt-dev nlohmann-json3-dev libcairo2-dev
 )
 test_packages=(libgtest-dev)
+# The Python module and its tests.
+python_packages=(python3-dev pybind11-dev python3-numpy python3-pandas python3-pytest)
 
 missing_packages() {
   local package

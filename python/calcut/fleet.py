@@ -164,26 +164,23 @@ def _on_processes(items: List[Item], jobs: int) -> Iterator[Part]:
 def _on_cluster(items: List[Item], client: Any) -> Iterator[Part]:
     from distributed import as_completed
 
-    def submit(some: List[Item]) -> List[Any]:
-        futures = client.map(_rows, [paths for _, paths in some], pure=False, retries=_ATTEMPTS)
-        running.update({future.key: item for future, item in zip(futures, some)})
-        return list(futures)
+    def submit(paths: List[str]) -> Any:
+        return client.submit(_rows, paths, pure=False, retries=_ATTEMPTS)
 
-    running: Dict[str, Item] = {}
-    completed = as_completed(submit(items))
-    for future in completed:
-        item = running.pop(future.key)
+    running = {submit(item[1]): item for item in items}
+    suspects: List[Item] = []
+    for future in as_completed(list(running)):
+        item = running.pop(future)
         try:
-            if future.status != "finished":
-                raise future.exception() if future.status == "error" else ConnectionError(future.status)
             yield item[0], future.result()
+        except Exception:
+            suspects += _singly(item)
+    # What was under way on workers that ended is blamed for it, too. One by one it shows who did it.
+    for start, paths in suspects:
+        try:
+            yield start, submit(paths).result()
         except Exception as error:
-            # Workers that die are replaced by others; what killed several is told from its neighbours.
-            if future.status == "error" and len(item[1]) > 1:
-                completed.update(submit(_singly(item)))
-            else:
-                yield item[0], _lost(item[1], f"{type(error).__name__}: {error}")
-        future.release()
+            yield start, _lost(paths, f"{type(error).__name__}: {error}")
 
 
 def summarise(
@@ -204,7 +201,7 @@ def summarise(
     progress is called with the rows done and the rows in all. The table does not depend on any of
     these.
     """
-    names = [os.fsdecode(path) for path in paths]
+    names: List[str] = [os.fsdecode(path) for path in paths]
     items = [(start, names[start : start + _BATCH]) for start in range(0, len(names), _BATCH)]
     parts: List[Part] = [(-1, _frame([], []))]
     done = 0
