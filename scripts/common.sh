@@ -52,6 +52,18 @@ require() {
   fi
 }
 
+# run_workflow PRESET: configures, builds and tests, and ends with the line "N passed, N failed".
+run_workflow() {
+  local results=$root/build/tests-$1.xml status=0
+  rm -f "$results"
+  cmake --workflow --preset "$1" || status=$?
+  [ -f "$results" ] && awk -F'"' '
+    /^\ttests=/ { all = $2 }
+    /^\tfailures=/ { bad = $2 }
+    END { print all - bad " passed, " bad + 0 " failed" }' "$results"
+  return $status
+}
+
 # configure_and_build PRESET [CMake arguments]: quiet unless something goes wrong. Into BUILD_DIR if
 # that is set, and only the target TARGET if that is.
 configure_and_build() {

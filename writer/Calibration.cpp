@@ -187,7 +187,8 @@ Calibration makeCalibration(const CalibrationOptions& options) {
     Noise noise(options.seed);
     const std::size_t pixels = std::size_t{options.columns} * options.rows;
     const std::size_t workBytes = pixels * sizeof(float);
-    const std::size_t wigglingEntries = std::min<std::size_t>(VANTRIC_WIGGLING_ENTRIES, (pixels - 1) / 3);
+    const std::size_t wigglingEntries =
+        std::min<std::size_t>(VANTRIC_WIGGLING_ENTRIES, (pixels - 1) / 3);
 
     Calibration calibration;
     calibration.columns = options.columns;

@@ -91,7 +91,8 @@ std::uint32_t convertAndCopyDate(const void* source, std::uint64_t sourceSize, v
     if (length + longestDateSuffix >= destinationSize) {
         return VANTRIC_ERR_BUFFER_TOO_SMALL;
     }
-    std::snprintf(text + length, destinationSize - length, " (%" PRIu32 ")", wordAt(source, 0));
+    static_cast<void>(std::snprintf(text + length, destinationSize - length, " (%" PRIu32 ")",
+                                    wordAt(source, 0)));
     return VANTRIC_OK;
 }
 

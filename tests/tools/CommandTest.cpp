@@ -1,61 +1,24 @@
-#include <gtest/gtest.h>
-#include <sys/wait.h>
-
-#include <algorithm>
-#include <cstdlib>
 #include <cstring>
-#include <nlohmann/json.hpp>
-#include <regex>
+#include <sstream>
 
-#include "fixtures.h"
+#include "tools/Command.h"
 
-using namespace fixtures;
-
-namespace {
-
-struct Outcome {
-    int status = -1;
-    std::string out, err;
-};
-
-std::string text(const std::string& path) {
-    const Bytes bytes = readBytes(path);
-    return {bytes.begin(), bytes.end()};
-}
-
-// Runs calcut with the words of a shell line, inside dir.
-Outcome run(const TempDir& dir, const std::string& words) {
-    const std::string line =
-        "cd " + dir.path() + " && " + CALCUT_COMMAND + " " + words + " >.out 2>.err </dev/null";
-    const int status = std::system(line.c_str());
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, text(dir / ".out"), text(dir / ".err")};
-}
-
-std::size_t lines(const std::string& text) {
-    return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
-}
-
-void make(const TempDir& dir, const std::string& words) {
-    const Outcome result = run(dir, "make " + words);
-    ASSERT_EQ(result.status, 0) << result.err;
-}
-
-nlohmann::json inspect(const TempDir& dir, const std::string& file, int status) {
-    const Outcome result = run(dir, "inspect --json " + file);
-    EXPECT_EQ(result.status, status) << result.err;
-    return nlohmann::json::parse(result.out);
-}
-
-}  // namespace
+using namespace command;
 
 TEST(Command, OneLineForEachMistake) {
     const TempDir dir;
     make(dir, "--size 16x12 -o good");
-    std::filesystem::create_directory(dir / "out");
+    fs::create_directory(dir / "out");
+    fs::create_directory(dir / "none");
     writeBytes(dir / "empty", {});
     writeBytes(dir / "noise", bytes("neither one nor the other layout"));
     writeBytes(dir / "checksum", flipped(readBytes(dir / "good"), 200 * 8));
     writeBytes(dir / "nothing", v7Image(bytes("no calibration in here")));
+    ASSERT_EQ(shell(dir,
+                    "truncate -s 10G huge; mkfifo pipe out/lensdata.dat; mkdir fifo; "
+                    "mv out/lensdata.dat fifo/qov.spc; printf 'x' >'esc\033[31m\n'")
+                  .status,
+              0);
     struct Case {
         const char* words;
         int status;
@@ -74,35 +37,77 @@ TEST(Command, OneLineForEachMistake) {
         {"cut nothing out", 1, "nothing: .*byte 67"},
         {"cut --layout v8 good out", 2, "--layout"},
         {"cut", 2, "DUMP"},
-        {"cut good", 2, "."},
+        {"cut good", 2, "DUMP"},
+        {"cut good --verify out more", 2, "--verify"},
+        {"cut good out --jobs 2", 2, "--out"},
+        {"cut none --out all", 1, "none: holds no files"},
+        {"cut good --out all --report all.txt", 2, "csv or .json"},
+        {"cut - --out all", 1, "standard input"},
+        {"cut --files-from missing --out all", 1, "missing: No such file"},
+        {"cut huge out", 1, "huge: .*256 MiB.*--max-size"},
+        {"cut /dev/zero out", 1, "256 MiB"},
+        {"cut - out </dev/zero", 1, "256 MiB"},
+        {"inspect --max-size 1K good", 1, "1 KiB"},
+        {"cut pipe out", 1, "pipe"},
+        {"cut good fifo", 1, "qov.spc is not a regular file"},
         {"make", 2, "--output|-o"},
         {"make --size 0x5 -o x", 2, "--size"},
+        {"make --size 5x-5 -o x", 2, "--size"},
         {"make --frequencies 9 -o x", 2, "--frequencies"},
         {"make --custom 6 -o x", 2, "--custom"},
         {"make --signature 3 -o x", 2, "--signature"},
+        {"make --seed -1 -o x", 2, "--seed"},
         {"make -o nowhere/x", 1, "nowhere/x: No such file"},
+        {"make -o good", 1, "good: exists; --force"},
+        {"make -o pipe", 1, "pipe: nobody reads"},
+        {"make -o - >/dev/full", 1, "standard output: No space"},
+        {"inspect good >/dev/full", 1, "standard output: No space"},
         {"inspect missing", 1, "missing: No such file"},
-        {"frobnicate", 2, "frobnicate"},
+        {"inspect \"$(printf 'e\\033[31m')\"", 1, "e.x1b.31m: No such file"},
+        {"cut esc* out", 1, "esc.x1b.31m.x0a: "},
+        {"frobnicate", 2, "frobnicate \\(calcut"},
+        {"inspekt good", 2, "did you mean inspect"},
         {"", 2, "subcommand"},
     };
     for (const auto& [words, status, pattern] : cases) {
         const Outcome result = run(dir, words);
         EXPECT_EQ(result.status, status) << words;
         EXPECT_EQ(lines(result.err), 1U) << words << "\n" << result.err;
-        EXPECT_TRUE(std::regex_search(result.err, std::regex(pattern))) << result.err;
+        EXPECT_TRUE(matches(result.err, pattern)) << words << "\n" << result.err;
         EXPECT_EQ(result.out, "") << words;
     }
+    EXPECT_TRUE(fs::is_empty(dir / "out"));
 }
 
-TEST(Command, HelpShowsAnExampleForEachSubcommand) {
+TEST(Command, HelpManPagesAndCompletionsSayTheSame) {
     const TempDir dir;
-    for (const char* name : {"make", "cut", "inspect", "plot"}) {
-        const Outcome result = run(dir, std::string(name) + " --help");
-        EXPECT_EQ(result.status, 0);
-        EXPECT_NE(result.out.find(std::string("calcut ") + name + " "), std::string::npos)
-            << result.out;
+    ASSERT_EQ(run(dir, "--generate .").status, 0);
+    const std::vector<std::string> completions = {text(dir / "calcut.bash"), text(dir / "_calcut"),
+                                                  text(dir / "calcut.fish")};
+    for (const std::string name : {"make", "cut", "inspect", "plot"}) {
+        const Outcome help = run(dir, name + " --help");
+        EXPECT_EQ(help.status, 0);
+        EXPECT_NE(help.out.find("  calcut " + name + " "), std::string::npos) << help.out;
+        const std::string page = text(dir / ("calcut-" + name + ".1"));
+        const std::regex option("--([a-z-]+)");
+        for (std::sregex_iterator at(help.out.begin(), help.out.end(), option), end; at != end;
+             ++at) {
+            const std::string word = (*at)[1];
+            EXPECT_NE(
+                page.find(std::regex_replace("\\-\\-" + word, std::regex("([a-z])-"), "$1\\-")),
+                std::string::npos)
+                << name << word;
+            for (const std::string& completion : completions) {
+                EXPECT_NE(completion.find(word), std::string::npos) << name << word;
+            }
+        }
+        EXPECT_EQ(run(dir, name + " --help >/dev/full").status, 1);
     }
-    EXPECT_NE(run(dir, "--version").out.find(CALCUT_VERSION), std::string::npos);
+    EXPECT_EQ(shell(dir, "bash -n calcut.bash").status, 0);
+    for (const char* words : {"-V", "--version"}) {
+        EXPECT_EQ(run(dir, words).out, "calcut " CALCUT_VERSION "\n");
+    }
+    EXPECT_FALSE(matches(shell(dir, "LD_TRACE_LOADED_OBJECTS=1 $C").out, "cairo"));
 }
 
 TEST(Command, CutsWhatItMakes) {
@@ -111,77 +116,59 @@ TEST(Command, CutsWhatItMakes) {
              "--layout v7", "--layout korveline", "--layout korveline --signature 64",
              "--size 33x21 --frequencies 8 --custom 5 --table-bits 0",
              "--no-straylight --custom 0"}) {
-        make(dir, words + " -o dump --seed 5");
-        std::filesystem::remove_all(dir / "out");
-        std::filesystem::create_directory(dir / "out");
-        const Outcome result = run(dir, "cut dump out");
+        make(dir, words + " -o dump --seed 5 --force");
+        fs::remove_all(dir / "out");
+        fs::create_directory(dir / "out");
+        const Outcome result = run(dir, "cut - out <dump");
         EXPECT_EQ(result.status, 0) << result.err;
-        EXPECT_TRUE(std::regex_search(result.out, std::regex("masked pixels: +[0-9]+")));
-        for (const char* name : {"cx", "cy", "fx", "fy", "p1", "p2", "k1", "k2", "k3"}) {
-            EXPECT_TRUE(std::regex_search(result.out, std::regex(std::string(name) + " +-?[0-9]")));
-        }
+        EXPECT_TRUE(matches(result.out, "masked pixels: +[0-9]+"));
         const bool isSigned = words.find("signature") != std::string::npos;
-        EXPECT_EQ(std::filesystem::exists(dir / "out/signature.bin"), isSigned);
+        EXPECT_EQ(tree(dir / "out").size(), isSigned ? 3U : 2U);
         EXPECT_TRUE(!isSigned || readBytes(dir / "out/signature.bin").size() == 64);
         // The numbers read back to the floats of the file.
-        std::smatch match;
-        ASSERT_TRUE(std::regex_search(result.out, match, std::regex("fx +(\\S+)")));
-        float fx = 0.0F;
         const Bytes lens = readBytes(dir / "out/lensdata.dat");
-        std::memcpy(&fx, lens.data(), sizeof fx);
-        EXPECT_EQ(std::strtof(match[1].str().c_str(), nullptr), fx);
+        std::size_t at = 0;
+        for (const std::string name : {"fx", "fy", "cx", "cy", "k1", "k2", "p1", "p2", "k3"}) {
+            std::smatch match;
+            ASSERT_TRUE(std::regex_search(result.out, match, std::regex(name + " +(\\S+)")));
+            float value = 0.0F;
+            std::memcpy(&value, lens.data() + at, sizeof value);
+            EXPECT_EQ(std::strtof(match[1].str().c_str(), nullptr), value) << name;
+            at += sizeof value;
+        }
         EXPECT_TRUE(inspect(dir, "dump", 0).at("intact").get<bool>());
         EXPECT_EQ(inspect(dir, "out/qov.spc", 0).at("layout"), "packed");
     }
+    const std::string same = run(dir, "make --seed 9 -o -").out;
+    EXPECT_EQ(same, run(dir, "make --seed 9 --layout auto -o - -q").out);
+    EXPECT_NE(same, run(dir, "make --seed 10 -o -").out);
+    EXPECT_EQ(run(dir, "make --bare -o -").out, run(dir, "make --layout packed -o -").out);
 }
 
-TEST(Command, MakesTheSameBytesForTheSameOptions) {
+// A dump under the names of outputs, also through links: refused, and nothing changes.
+// Between two dumps: what is done is whole and reported, and can be resumed.
+TEST(Command, FitsTheTerminalAndObeysItsColours) {
     const TempDir dir;
-    make(dir, "--seed 9 -o a");
-    make(dir, "--seed 10 -o c");
-    EXPECT_NE(readBytes(dir / "a"), readBytes(dir / "c"));
-    EXPECT_EQ(run(dir, "make --seed 9 -o -").out, text(dir / "a"));
-}
-
-TEST(Command, CutsManyAndNamesTheBadOnes) {
-    const TempDir dir;
-    std::filesystem::create_directory(dir / "more");
-    make(dir, "--size 24x18 -o one.bin");
-    make(dir, "--layout korveline --size 24x18 --signature 9 -o two.bin");
-    make(dir, "--size 24x18 --seed 7 -o more/one.bin");  // the stem once more
-    writeBytes(dir / "empty.bin", {});                   // ends the library's process
-    writeBytes(dir / "short,\"er.bin", prefix(readBytes(dir / "one.bin"), 100));
-    const std::string dumps = "one.bin empty.bin two.bin 'short,\"er.bin' more/one.bin missing.bin";
-    for (const char* jobs : {"1", "3"}) {
-        std::filesystem::remove_all(dir / "out");
-        const Outcome result =
-            run(dir, "cut " + dumps + " --out out --jobs " + jobs + " --report report.json");
-        EXPECT_EQ(result.status, 1);
-        EXPECT_EQ(result.err.find('\r'), std::string::npos);  // no progress bar off a terminal
-        int folders = 0;
-        for (const auto& entry : std::filesystem::directory_iterator(dir / "out")) {
-            EXPECT_TRUE(std::filesystem::exists(entry.path() / "lensdata.dat"));
-            ++folders;
-        }
-        EXPECT_EQ(folders, 3);  // nothing of the failed ones, nothing temporary
-        const auto report = nlohmann::json::parse(text(dir / "report.json"));
-        const nlohmann::json& rows = report.at("dumps");
-        ASSERT_EQ(rows.size(), 6U);
-        const bool good[] = {true, false, true, false, true, false};
-        for (std::size_t i = 0; i < 6; ++i) {
-            const nlohmann::json& row = rows[i];
-            EXPECT_EQ(row.at("result") == "cut", good[i]) << row;
-            EXPECT_EQ(row.at("reason").is_null(), good[i]) << row;
-            EXPECT_EQ(row.at("fx").is_number(), good[i]) << row;
-        }
-        EXPECT_EQ(rows[2].at("layout"), "korveline");
+    make(dir, "--size 16x12 -o a-dump-with-a-name-that-is-far-longer-than-need-be.bin");
+    writeBytes(dir / "bad.bin", bytes("neither one nor the other layout"));
+    const Outcome result = shell(
+        dir,
+        "TERM=xterm script -qc 'stty cols 60; '\"$C\"' cut --color never *.bin --out s' /dev/null");
+    EXPECT_TRUE(matches(result.out, "unknown magic")) << result.out;
+    std::istringstream shown(result.out);
+    for (std::string line; std::getline(shown, line);) {
+        EXPECT_LE(line.size(), 61U) << line;  // with the carriage return
     }
-    const Outcome csv = run(dir, "cut 'short,\"er.bin' one.bin --out csv --report report.csv");
-    EXPECT_EQ(csv.status, 1);
-    const std::string table = text(dir / "report.csv");
-    EXPECT_EQ(table.rfind("file,layout,result,reason,masked", 0), 0U) << table;
-    EXPECT_NE(table.find("\"short,\"\"er.bin\""), std::string::npos) << table;
-    EXPECT_EQ(run(dir, "cut one.bin two.bin --out csv").status, 0);
+    const struct {
+        const char* words;
+        bool colours;
+    } cases[] = {
+        {"", false}, {"--color auto", false}, {"--color=always", true}, {"--color never", false}};
+    for (const auto& [words, colours] : cases) {
+        const Outcome cut = run(dir, std::string("cut bad.bin --out s ") + words);
+        EXPECT_EQ(matches(cut.out, "\033"), colours) << words;
+        EXPECT_EQ(matches(cut.err, "\033"), colours) << words;
+    }
 }
 
 TEST(Command, InspectShowsTheFaultWhereItIs) {
@@ -207,26 +194,6 @@ TEST(Command, InspectShowsTheFaultWhereItIs) {
     EXPECT_TRUE(std::regex_search(kind.out, std::regex("fault.*byte 1[56]"))) << kind.out;
 }
 
-// Whatever a file holds: an exit status of 0 or 1, and JSON that parses.
-TEST(Command, InspectSurvivesEveryKindOfDamage) {
-    const TempDir dir;
-    const Bytes small = smallPacked();
-    for (std::size_t size = 0; size < small.size(); size += 17) {
-        writeBytes(dir / "cut", prefix(small, size));
-        const Outcome result = run(dir, "inspect --json cut");
-        EXPECT_EQ(result.status, 1) << size;
-        EXPECT_TRUE(result.out.empty() || nlohmann::json::accept(result.out)) << size;
-    }
-    for (std::size_t i = 0; i < small.size(); i += 23) {
-        writeBytes(dir / "changed", v7Image(flipped(small, i * 8 + i % 8)));
-        const Outcome result = run(dir, "inspect --json changed");
-        EXPECT_TRUE(result.status == 0 || result.status == 1) << i;
-        EXPECT_TRUE(nlohmann::json::accept(result.out)) << i;
-    }
-    writeBytes(dir / "huge", bytes("QOVRXF", 1, 255, 255, 255, 255, 2, 5, 255, 31, 0, 0));
-    EXPECT_EQ(run(dir, "inspect huge").status, 1);
-}
-
 TEST(Command, PlotDrawsOrSaysWhyNot) {
     const TempDir dir;
     make(dir, "--size 32x24 --frequencies 8 -o good");
@@ -247,7 +214,7 @@ TEST(Command, PlotDrawsOrSaysWhyNot) {
     EXPECT_EQ(lines(noise.err), 1U);
     EXPECT_FALSE(std::filesystem::exists(dir / "noise.png"));
     for (const char* options : {"--no-straylight --size 4x1", "--layout korveline --size 9x9"}) {
-        make(dir, std::string(options) + " -o other");
+        make(dir, std::string(options) + " -o other --force");
         EXPECT_EQ(run(dir, "plot other -o other.png").status, 0) << options;
     }
 }

@@ -296,8 +296,8 @@ TEST(Inspect, ShowsEachValueUnderItsName) {
     const std::string text = textOf(tree, {});
     for (std::size_t i = 0; i < lens.size(); ++i) {
         EXPECT_EQ(record["lens"][lens[i]].get<float>(), made.lens.at(i)) << lens[i];
-        const std::size_t line = text.find(std::string("\n  ") + lens[i] + " ");
-        EXPECT_EQ(std::stof(text.substr(line + 5)), made.lens.at(i)) << lens[i];
+        const std::size_t line = text.find(std::string("\n    ") + lens[i] + " ");
+        EXPECT_EQ(std::stof(text.substr(line + 7)), made.lens.at(i)) << lens[i];
     }
     EXPECT_EQ(record["text1"], *made.text1);
     EXPECT_EQ(record["text2"], *made.text2);

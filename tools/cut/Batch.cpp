@@ -111,7 +111,10 @@ class Batch {
             } catch (const std::exception& error) {
                 result.fail(error.what());
             }
-            done(i, std::move(result));
+            // An interrupted wait for a pipe's next bytes says nothing of the dump.
+            if (result.loaded || !InterruptGuard::interrupted()) {
+                done(i, std::move(result));
+            }
         }
     }
 

@@ -26,7 +26,7 @@ std::string crcText(std::uint32_t crc) {
 Json findingJson(const Finding& finding) {
     return {{"name", finding.name},
             {"offset", finding.offset},
-            {"status", statusName(finding.status)},
+            {"status", finding.status == VANTRIC_OK ? Json() : Json(statusName(finding.status))},
             {"text", describe(finding)}};
 }
 

@@ -61,7 +61,7 @@ std::string csvRow(const CutResult& result) {
     const Finding fault = result.fault.value_or(Finding());
     fields.push_back(fault.name);
     add(result.fault.has_value(), fmt::format("{}", fault.offset));
-    add(result.fault.has_value(), statusName(fault.status));
+    add(fault.status != VANTRIC_OK, statusName(fault.status));
     std::vector<std::string> warnings;
     for (const Finding& warning : result.warnings) {
         warnings.push_back(warning.name);

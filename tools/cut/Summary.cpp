@@ -92,11 +92,16 @@ class Table {
         const CutResult* result;  ///< null for the heading
     };
 
+    // Gives up columns from the right, and then the beginnings of long names.
     void fitNames() {
         constexpr std::size_t leastName = 12;
         std::size_t others = 0;
-        for (std::size_t i = 1; i < columns; ++i) {
-            others += gap + widths_[i];
+        for (shown_ = 1; shown_ < columns; ++shown_) {
+            others += gap + widths_[shown_];
+            if (shown_ >= numbersFrom && leastName + others > width_) {
+                others -= gap + widths_[shown_];
+                break;
+            }
         }
         const std::size_t room = std::max(leastName, width_ - std::min(width_, others));
         widths_[0] = std::min(widths_[0], room);
@@ -108,7 +113,7 @@ class Table {
     std::string rowText(const Row& row) {
         const bool failed = row.result != nullptr && !row.result->good();
         std::string out;
-        for (std::size_t i = 0; i < (failed ? numbersFrom : columns); ++i) {
+        for (std::size_t i = 0; i < (failed ? numbersFrom : shown_); ++i) {
             // Names to the left, numbers to the right.
             std::string cell = i < numbersFrom ? fmt::format("{:<{}}", row.line[i], widths_[i])
                                                : fmt::format("{:>{}}", row.line[i], widths_[i]);
@@ -132,6 +137,7 @@ class Table {
     }
 
     std::size_t width_;
+    std::size_t shown_ = columns;
     std::array<std::size_t, columns> widths_{};
     std::vector<Row> rows_;
 };

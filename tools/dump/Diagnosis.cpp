@@ -27,7 +27,7 @@ class Notes final : public vantric::WalkObserver {
   public:
     explicit Notes(Diagnosis& diagnosis) : about_(diagnosis) {}
 
-    void fileHeader(const RXHeader& header) override { about_.header = header; }
+    void fileHeader(const RXHeader& /*header*/) override {}  // also wanted of a refused one
 
     void block(const vantric::BlockSighting& sighting) override {
         if (about_.blocks.size() == mostBlocks) {
@@ -146,18 +146,13 @@ void lookAtSignature(Diagnosis& about) {
 
 // ---------------------------------------------------------------------------------- calibration --
 
+/// What a block must have for its copy function.
 const char* expectedElements(std::uint32_t blockId) {
-    switch (blockId) {
-        case RX_BLOCK_DATE:
-            return "1";
-        case RX_BLOCK_TEXT1:
-        case RX_BLOCK_TEXT2:
-            return "at most 63";
-        case RX_BLOCK_STRAYLIGHT:
-            return "32";
-        default:
-            return "1 and 3 for each entry (4, 7, 10, 13 or 16)";
-    }
+    const bool isText = blockId == RX_BLOCK_TEXT1 || blockId == RX_BLOCK_TEXT2;
+    return blockId == RX_BLOCK_DATE         ? "1"
+           : isText                         ? "at most 63"
+           : blockId == RX_BLOCK_STRAYLIGHT ? "32"
+                                            : "1 and 3 for each entry (4, 7, 10, 13 or 16)";
 }
 
 /// The block that a refusal is about: the last one of that id, as a repeated id is met behind its
@@ -264,17 +259,13 @@ void noteReadFaults(Diagnosis& about, const Notes& notes) {
 
 void readCalibration(Diagnosis& about, vantric::Wanted wanted) {
     Notes notes(about);
+    RXHeader header{};
+    VantricStream stream = vantric_createStreamFromData(about.payload.data(), about.payload.size());
+    if (vantric_readRXHeader(&stream, &header) == VANTRIC_OK) {
+        about.header = header;
+    }
     vantric::PackedRead read =
         vantric::readPacked(about.payload.data(), about.payload.size(), wanted, &notes);
-    if (!about.header) {
-        // Refused by the header's content; its numbers are worth showing.
-        VantricStream stream =
-            vantric_createStreamFromData(about.payload.data(), about.payload.size());
-        RXHeader header{};
-        if (vantric_readRXHeader(&stream, &header) == VANTRIC_OK) {
-            about.header = header;
-        }
-    }
     about.status = read.result.status;
     about.failedBlockId = read.result.failedBlockId;
     about.record = std::move(read.record);
@@ -330,9 +321,7 @@ Diagnosis diagnose(ByteView file, Layout layout, vantric::Wanted wanted) {
         readCalibration(about, wanted);
         lookAtSignature(about);
     }
-    for (Finding& warning : warningsAbout(about)) {
-        about.warnings.push_back(std::move(warning));
-    }
+    addWarnings(about);
     return about;
 }
 

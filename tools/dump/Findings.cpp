@@ -10,6 +10,12 @@ namespace calcut::tools {
 
 namespace {
 
+constexpr const char* readAgain = "read the part again";
+// Below a checksum that matches there is no reading error.
+constexpr const char* askWriter =
+    "reading the part again does not help where its checksum matches: ask whoever calibrated the "
+    "module";
+
 /// expected and found are patterns: {expected}, {found} and {also} are the numbers, with Bytes
 /// behind them byte counts and with Kind names of payload kinds; {block} is the block's label;
 /// {wanted} and {seen} are texts.
@@ -18,14 +24,9 @@ struct Words {
     const char* what;
     const char* expected;
     const char* found;
-    const char* advice;
+    const char* advice = askWriter;
 };
 
-constexpr const char* readAgain = "read the part again";
-// Below a checksum that matches there is no reading error.
-constexpr const char* askWriter =
-    "reading the part again does not help where its checksum matches: ask whoever calibrated the "
-    "module";
 constexpr const char* moreMemory = "try again with more memory free";
 constexpr const char* reorder = "read the part in byte order, or turn the bytes around";
 constexpr const char* checkLens = "the cut is made all the same: check the lens parameters";
@@ -50,47 +51,41 @@ constexpr std::array imageWords = {
 
 // In the order of vantric::Cause.
 constexpr std::array readWords = {
-    Words{"unexplained", "the calibration does not read", "", "", askWriter},
+    Words{"unexplained", "the calibration does not read", "", ""},
     Words{"calibration-header-cut-short", "calibration header cut short", "{expectedBytes}",
           "{foundBytes}", noCalibration},
     Words{"calibration-magic", "wrong calibration magic", "{wanted}", "{seen}", noCalibration},
     Words{"calibration-version", "wrong calibration version", "{expected}", "{found}",
           "this calcut does not know that version of the format"},
-    Words{"no-pixels", "impossible sensor size", "at least 1 pixel", "{seen}", askWriter},
-    Words{"too-many-pixels", "impossible sensor size", "at most {expected} pixels", "{seen}",
-          askWriter},
+    Words{"no-pixels", "impossible sensor size", "at least 1 pixel", "{seen}"},
+    Words{"too-many-pixels", "impossible sensor size", "at most {expected} pixels", "{seen}"},
     Words{"record-too-small", "larger than the record that it is read into", "{expected} pixels",
           "{found} pixels", moreMemory},
     Words{"out-of-memory", "not enough memory", "", "", moreMemory},
     Words{"calibration-cut-short", "calibration cut short", "a block or the end marker",
-          "the end of the data after {foundBytes}", askWriter},
-    Words{"unknown-kind", "{block} has an unknown kind", "0 to {expected}", "{found}", askWriter},
-    Words{"block-order", "block ids do not ascend", "an id above {seen}", "{block}", askWriter},
-    Words{"block-kind", "{block} has the wrong kind", "{expectedKind}", "{foundKind}", askWriter},
-    Words{"too-few-elements", "{block} has too few elements", "at least {expected}", "{found}",
-          askWriter},
-    Words{"block-too-large", "{block} is too large", "at most {expectedBytes}", "{foundBytes}",
-          askWriter},
+          "the end of the data after {foundBytes}"},
+    Words{"unknown-kind", "{block} has an unknown kind", "0 to {expected}", "{found}"},
+    Words{"block-order", "block ids do not ascend", "an id above {seen}", "{block}"},
+    Words{"block-kind", "{block} has the wrong kind", "{expectedKind}", "{foundKind}"},
+    Words{"too-few-elements", "{block} has too few elements", "at least {expected}", "{found}"},
+    Words{"block-too-large", "{block} is too large", "at most {expectedBytes}", "{foundBytes}"},
     Words{"block-too-large-to-unpack", "{block} is too large to unpack", "at most {expectedBytes}",
-          "{foundBytes}", askWriter},
-    Words{"block-cut-short", "{block} is cut short", "{expectedBytes}", "{foundBytes}", askWriter},
-    Words{"block-width", "{block} has an impossible width", "1 to {expected} bits", "{found}",
-          askWriter},
+          "{foundBytes}"},
+    Words{"block-cut-short", "{block} is cut short", "{expectedBytes}", "{foundBytes}"},
+    Words{"block-width", "{block} has an impossible width", "1 to {expected} bits", "{found}"},
     Words{"too-few-words", "{block} is too short for its values", "{expected} values",
-          "fewer in a payload whose size was rounded", askWriter},
-    Words{"block-content", "{block} has the wrong number of elements", "{wanted}", "{seen}",
-          askWriter},
+          "fewer in a payload whose size was rounded"},
+    Words{"block-content", "{block} has the wrong number of elements", "{wanted}", "{seen}"},
     Words{"too-many-custom-blocks", "one custom block too many, {block}", "at most {expected}",
-          "number {found}", askWriter},
-    Words{"missing-block", "required {block} is missing", "it before the end marker", "",
-          askWriter},
+          "number {found}"},
+    Words{"missing-block", "required {block} is missing", "it before the end marker", ""},
     Words{"block-without-frequency", "{block} has no frequency id block",
-          "its frequency's first block, {expected}, before it", "", askWriter},
-    Words{"value-unset", "{block} carries the mark of an unset value", "a value", "", askWriter},
-    Words{"refused", "the calibration as a whole is refused", "", "", askWriter},
+          "its frequency's first block, {expected}, before it", ""},
+    Words{"value-unset", "{block} carries the mark of an unset value", "a value", ""},
+    Words{"refused", "the calibration as a whole is refused", "", ""},
     Words{"psf-too-large", "the PSF of the straylight profile is too large",
-          "at most {expected} elements", "{found}", askWriter},
-    Words{"no-psf", "directions or PSF cannot be computed", "", "", askWriter},
+          "at most {expected} elements", "{found}"},
+    Words{"no-psf", "directions or PSF cannot be computed", "", ""},
 };
 static_assert(readWords.size() == static_cast<std::size_t>(vantric::Cause::noPsf) + 1);
 
@@ -128,7 +123,7 @@ constexpr std::array ownWords = {
           "no reader knows"},
     Words{"focal-length", "focal length not positive and finite", "", "{seen}", checkLens},
     Words{"centre", "centre outside the image", "{wanted}", "{seen}", checkLens},
-    Words{"all-masked", "every pixel is masked", "", "{found} of {found} pixels", askWriter},
+    Words{"all-masked", "every pixel is masked", "", "{found} of {found} pixels"},
     Words{"custom-fields", "custom fields cannot be read",
           "ids in a row from 128 on, unpacked kinds, at most 255 bytes each", "{seen}",
           "a cut is not touched by it, hosts that ask for the fields are"},

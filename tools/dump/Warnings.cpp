@@ -1,10 +1,14 @@
 #include "tools/dump/Warnings.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <functional>
+#include <span>
 
 #include <fmt/format.h>
 
+#include "calibration/packed/Block.h"
 #include "cutter/korvelineImage.h"
 #include "tools/dump/Findings.h"
 #include "tools/dump/Names.h"
@@ -13,129 +17,108 @@ namespace calcut::tools {
 
 namespace {
 
-constexpr std::size_t centreIndex = 2;  // of cx in the lens parameters; fx and fy come first
+using Findings = std::vector<Finding>;
 
-class Warnings {
-  public:
-    explicit Warnings(const Diagnosis& diagnosis) : about_(diagnosis) {}
+/// Offset and id of a block.
+Particulars about(const vantric::BlockSighting& block) {
+    Particulars particulars;
+    particulars.offset = block.offset;
+    particulars.blockId = block.header.id;
+    return particulars;
+}
 
-    std::vector<Finding> take() {
-        if (about_.record) {
-            lookAtLens();
-            lookAtMask();
-            lookAtCustomFields();
-        }
-        if (about_.endMarker) {
-            lookAtEnd();
-        }
-        return std::move(warnings_);
+void lookAtLens(const Diagnosis& dump, Findings& warnings) {
+    const DiagnosedBlock* block = dump.readBlock(RX_BLOCK_LENS_PARAMETERS);
+    if (block == nullptr || dump.record->lensParameters == nullptr) {
+        return;
     }
-
-  private:
-    void warn(OwnCause cause, const Particulars& particulars) {
-        warnings_.push_back(findingOf(cause, particulars));
+    const std::span lens(dump.record->lensParameters, VANTRIC_LENS_PARAMETERS);
+    const VantricImagerArea& area = dump.record->imagerArea;
+    const auto [fx, fy, cx, cy] = std::array{lens[0], lens[1], lens[2], lens[3]};
+    Particulars particulars = about(block->sighting);
+    particulars.offset = block->sighting.payloadOffset;
+    const auto usable = [](float length) { return length > 0.0F && std::isfinite(length); };
+    if (!usable(fx) || !usable(fy)) {
+        particulars.seen = fmt::format("fx {}, fy {}", fx, fy);
+        warnings.push_back(findingOf(OwnCause::focalLength, particulars));
     }
-
-    void lookAtLens() {
-        const DiagnosedBlock* block = about_.readBlock(RX_BLOCK_LENS_PARAMETERS);
-        if (block == nullptr) {
-            return;
-        }
-        const float* lens = about_.record->lensParameters;
-        const float* centre = lens + centreIndex;
-        const VantricImagerArea& area = about_.record->imagerArea;
-        Particulars particulars;
-        particulars.offset = block->sighting.payloadOffset;
-        particulars.blockId = block->sighting.header.id;
-        const auto usable = [](float length) { return length > 0.0F && std::isfinite(length); };
-        if (!usable(lens[0]) || !usable(lens[1])) {
-            particulars.seen = fmt::format("fx {}, fy {}", lens[0], lens[1]);
-            warn(OwnCause::focalLength, particulars);
-        }
-        // Pixel centres have whole coordinates, so that the image begins half a pixel before 0.
-        const auto inside = [](float at, std::uint32_t size) {
-            return at >= -0.5F && at <= static_cast<float>(size) - 0.5F;
-        };
-        if (!inside(centre[0], area.columns) || !inside(centre[1], area.rows)) {
-            particulars.offset += centreIndex * sizeof(float);
-            particulars.wanted = fmt::format("it within {} x {} pixels", area.columns, area.rows);
-            particulars.seen = fmt::format("cx {}, cy {}", centre[0], centre[1]);
-            warn(OwnCause::centre, particulars);
-        }
+    // Pixel centres have whole coordinates, so that the image begins half a pixel before 0.
+    const auto inside = [](float at, std::uint32_t size) {
+        return at >= -0.5F && at <= static_cast<float>(size) - 0.5F;
+    };
+    if (!inside(cx, area.columns) || !inside(cy, area.rows)) {
+        particulars.offset += 2 * sizeof(float);
+        particulars.wanted = fmt::format("it within {} x {} pixels", area.columns, area.rows);
+        particulars.seen = fmt::format("cx {}, cy {}", cx, cy);
+        warnings.push_back(findingOf(OwnCause::centre, particulars));
     }
+}
 
-    void lookAtMask() {
-        const DiagnosedBlock* block = about_.readBlock(RX_BLOCK_MASK);
-        const VantricImagerArea& area = about_.record->imagerArea;
-        const std::uint64_t pixels = std::uint64_t{area.columns} * area.rows;
-        const std::uint8_t* mask = about_.record->pixelMask;
-        if (block != nullptr && mask != nullptr &&
-            std::all_of(mask, mask + pixels, [](std::uint8_t pixel) { return pixel == 0; })) {
-            Particulars particulars;
-            particulars.offset = block->sighting.offset;
-            particulars.blockId = block->sighting.header.id;
-            particulars.found = pixels;
-            warn(OwnCause::allMasked, particulars);
-        }
+void lookAtMask(const Diagnosis& dump, Findings& warnings) {
+    const DiagnosedBlock* block = dump.readBlock(RX_BLOCK_MASK);
+    const VantricImagerArea& area = dump.record->imagerArea;
+    const std::span mask(dump.record->pixelMask, std::size_t{area.columns} * area.rows);
+    if (block != nullptr && mask.data() != nullptr &&
+        std::all_of(mask.begin(), mask.end(), std::logical_not())) {
+        Particulars particulars = about(block->sighting);
+        particulars.found = mask.size();
+        warnings.push_back(findingOf(OwnCause::allMasked, particulars));
     }
+}
 
-    void lookAtCustomFields() {
-        if (about_.customStatus == VANTRIC_OK) {
-            return;
-        }
-        // The second pass does not tell which block it refused: the first one that it cannot take.
-        std::uint32_t nextId = RX_BLOCK_FIRST_CUSTOM;
-        for (const DiagnosedBlock& block : about_.blocks) {
-            const vantric::BlockSighting& custom = block.sighting;
-            if (custom.outcome != vantric::BlockOutcome::custom) {
-                continue;
-            }
-            if (custom.header.id != nextId++ || custom.header.kind >= RX_KIND_PACKED_UINT ||
-                custom.payloadSize > UINT8_MAX) {
-                Particulars particulars;
-                particulars.offset = custom.offset;
-                particulars.blockId = custom.header.id;
-                particulars.status = about_.customStatus;
-                particulars.seen =
-                    fmt::format("block {}, {} in {}", custom.header.id,
-                                kindName(custom.header.kind), byteCount(custom.payloadSize));
-                warn(OwnCause::customFields, particulars);
-                return;
-            }
-        }
-        Particulars particulars;
-        particulars.offset = about_.payloadOffset;
-        particulars.status = about_.customStatus;
-        warn(OwnCause::customFields, particulars);
+/// The second pass does not tell which block it refused: the first one that it cannot take.
+void lookAtCustomFields(const Diagnosis& dump, Findings& warnings) {
+    if (dump.customStatus == VANTRIC_OK) {
+        return;
     }
-
-    void lookAtEnd() {
-        const std::uint64_t end = about_.payload.size() - about_.signatureAreaSize;
-        Particulars particulars;
-        particulars.offset = *about_.endMarker;
-        if (about_.status == VANTRIC_OK && *about_.endMarker - about_.payloadOffset >= end) {
-            warn(OwnCause::endsInSignature, particulars);
-            return;
-        }
-        particulars.offset = *about_.endMarker + 1;
-        particulars.found = about_.trailingBytes();
-        const bool couldBeSigned =
-            about_.layout == Layout::Korveline && about_.image.blockId == image::plainBlockId;
-        if (couldBeSigned && particulars.found == image::korveline::signatureArea) {
-            warn(OwnCause::uncutSignature, particulars);
-        } else if (particulars.found != 0) {
-            warn(OwnCause::trailingBytes, particulars);
+    Particulars particulars;
+    std::uint32_t nextId = RX_BLOCK_FIRST_CUSTOM;
+    for (const auto& [custom, name] : dump.blocks) {
+        if (custom.outcome == vantric::BlockOutcome::custom && !particulars.blockId &&
+            (custom.header.id != nextId++ || vantric::isPacked(custom.header.kind) ||
+             custom.payloadSize > UINT8_MAX)) {
+            particulars = about(custom);
+            particulars.seen =
+                fmt::format("block {}, {} in {}", custom.header.id, kindName(custom.header.kind),
+                            byteCount(custom.payloadSize));
         }
     }
+    particulars.status = dump.customStatus;
+    warnings.push_back(findingOf(OwnCause::customFields, particulars));
+}
 
-    const Diagnosis& about_;
-    std::vector<Finding> warnings_;
-};
+void lookAtEnd(const Diagnosis& dump, Findings& warnings) {
+    const std::uint64_t end = dump.payloadOffset + dump.payload.size() - dump.signatureAreaSize;
+    Particulars particulars;
+    particulars.offset = *dump.endMarker;
+    if (*dump.endMarker >= end) {
+        if (dump.status == VANTRIC_OK) {
+            warnings.push_back(findingOf(OwnCause::endsInSignature, particulars));
+        }
+        return;
+    }
+    particulars.offset += 1;
+    particulars.found = dump.trailingBytes();
+    const bool couldBeSigned =
+        dump.layout == Layout::Korveline && dump.image.blockId == image::plainBlockId;
+    if (couldBeSigned && particulars.found == image::korveline::signatureArea) {
+        warnings.push_back(findingOf(OwnCause::uncutSignature, particulars));
+    } else if (particulars.found != 0) {
+        warnings.push_back(findingOf(OwnCause::trailingBytes, particulars));
+    }
+}
 
 }  // namespace
 
-std::vector<Finding> warningsAbout(const Diagnosis& diagnosis) {
-    return Warnings(diagnosis).take();
+void addWarnings(Diagnosis& dump) {
+    if (dump.record) {
+        lookAtLens(dump, dump.warnings);
+        lookAtMask(dump, dump.warnings);
+        lookAtCustomFields(dump, dump.warnings);
+    }
+    if (dump.endMarker) {
+        lookAtEnd(dump, dump.warnings);
+    }
 }
 
 }  // namespace calcut::tools

@@ -12,13 +12,8 @@ namespace calcut::tools {
 
 namespace {
 
-void write(const std::string& text) {
-    // A failure is told when standard output is finished.
-    (void)std::fwrite(text.data(), 1, text.size(), stdout);
-}
-
 void writeJson(const Json& tree) {
-    write(tree.dump(2, ' ', false, Json::error_handler_t::replace) + '\n');
+    writeStdout(tree.dump(2, ' ', false, Json::error_handler_t::replace) + '\n');
 }
 
 TextStyle styleOfStdout() {
@@ -45,8 +40,8 @@ int runInspect(const InspectOptions& options) {
         good = good && diagnosis.intact() && !(options.strict && !diagnosis.warnings.empty());
         Json tree = inspectTree(diagnosis, path);
         if (!options.json) {
-            write(&path == options.paths.data() ? "" : "\n");
-            write(textOf(tree, styleOfStdout()));
+            writeStdout(&path == options.paths.data() ? "" : "\n");
+            writeStdout(textOf(tree, styleOfStdout()));
         } else if (several) {
             all.push_back(std::move(tree));
         } else {

@@ -74,6 +74,10 @@ void Lines::wrapped(std::size_t start, std::string_view text, std::optional<Colo
 }
 
 void Lines::item(std::string_view name, std::string_view value, std::optional<Colour> colour) {
+    if (value.empty()) {
+        line(fmt::format("  {}", name));
+        return;
+    }
     out_ += fmt::format("  {:<{}} ", name, nameWidth);
     wrapped(itemStart, value, colour);
 }

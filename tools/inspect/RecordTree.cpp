@@ -6,6 +6,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "calcut/cutter.h"
 #include "tools/dump/Names.h"
 #include "tools/inspect/Tree.h"
 #include "tools/terminal/Escape.h"
@@ -14,8 +15,8 @@ namespace calcut::tools {
 
 namespace {
 
-/// Pixels whose mask a cut counts (224 x 172, see EEPROMMetaInformation).
-constexpr std::uint64_t cutMaskPixels = 38528;
+/// Pixels whose mask a cut counts.
+constexpr std::uint64_t cutMaskPixels = CALCUT_SENSOR_COLUMNS * CALCUT_SENSOR_ROWS;
 
 constexpr std::array<const char*, VANTRIC_LENS_PARAMETERS> lensParameterNames = {
     "fx", "fy", "cx", "cy", "k1", "k2", "p1", "p2", "k3"};
@@ -30,7 +31,7 @@ Json floats(std::span<const float> values) {
 
 Json lensTree(const VantricCalibration& record) {
     Json lens;
-    for (std::size_t i = 0; i < lensParameterNames.size(); ++i) {
+    for (std::size_t i = 0; i < lensParameterNames.size() && record.lensParameters; ++i) {
         lens[lensParameterNames[i]] = jsonFloat(record.lensParameters[i]);
     }
     return lens;
@@ -43,12 +44,10 @@ Json textTree(const char* buffer) {
 
 Json wigglingTree(const VantricWigglingTable& table) {
     const std::size_t entries = std::min<std::size_t>(table.capacity, VANTRIC_WIGGLING_ENTRIES);
-    Json tree;
-    tree["header"] = table.header;
-    tree["first"] = floats({table.first, entries});
-    tree["second"] = std::span(table.second, entries);
-    tree["third"] = floats({table.third, entries});
-    return tree;
+    return {{"header", table.header},
+            {"first", floats({table.first, entries})},
+            {"second", std::span(table.second, entries)},
+            {"third", floats({table.third, entries})}};
 }
 
 Json frequencyTree(const Diagnosis& about, unsigned index) {
@@ -60,19 +59,17 @@ Json frequencyTree(const Diagnosis& about, unsigned index) {
     const auto values = [](const float* data, std::uint8_t count) {
         return floats({data, std::min<std::size_t>(count, VANTRIC_FREQUENCY_VALUES)});
     };
-    Json tree;
-    tree["index"] = index;
-    tree["id"] = source.frequencyId;
-    tree["scalar"] = ifRead(RX_FREQUENCY_SCALAR, [&] { return jsonFloat(source.scalar); });
-    tree["valuesA"] =
-        ifRead(RX_FREQUENCY_VALUES_A, [&] { return values(source.valuesA, source.countA); });
-    tree["valuesB"] =
-        ifRead(RX_FREQUENCY_VALUES_B, [&] { return values(source.valuesB, source.countB); });
-    tree["wigglingA"] =
-        ifRead(RX_FREQUENCY_WIGGLING_A, [&] { return wigglingTree(source.wigglingA); });
-    tree["wigglingB"] =
-        ifRead(RX_FREQUENCY_WIGGLING_B, [&] { return wigglingTree(source.wigglingB); });
-    return tree;
+    return {{"index", index},
+            {"id", source.frequencyId},
+            {"scalar", ifRead(RX_FREQUENCY_SCALAR, [&] { return jsonFloat(source.scalar); })},
+            {"valuesA",
+             ifRead(RX_FREQUENCY_VALUES_A, [&] { return values(source.valuesA, source.countA); })},
+            {"valuesB",
+             ifRead(RX_FREQUENCY_VALUES_B, [&] { return values(source.valuesB, source.countB); })},
+            {"wigglingA",
+             ifRead(RX_FREQUENCY_WIGGLING_A, [&] { return wigglingTree(source.wigglingA); })},
+            {"wigglingB",
+             ifRead(RX_FREQUENCY_WIGGLING_B, [&] { return wigglingTree(source.wigglingB); })}};
 }
 
 Json straylightTree(const VantricCalibration& record) {
@@ -80,16 +77,14 @@ Json straylightTree(const VantricCalibration& record) {
     const std::size_t points =
         std::min<std::size_t>(record.straylightPointCount, VANTRIC_STRAYLIGHT_POINTS + 1);
     const std::size_t skip = record.psf != nullptr && points > 0 ? 1 : 0;
-    Json tree;
-    tree["scale"] = jsonFloat(record.straylightScale);
-    tree["exponent"] = jsonFloat(record.straylightExponent);
-    tree["offset"] = jsonFloat(record.straylightOffset);
-    tree["centre"] = jsonFloat(record.straylightCentre);
-    tree["psfWidth"] = record.psfWidth;
-    tree["psfHeight"] = record.psfHeight;
-    tree["radius"] = floats({record.straylightRadius + skip, points - skip});
-    tree["value"] = floats({record.straylightValue + skip, points - skip});
-    return tree;
+    return {{"scale", jsonFloat(record.straylightScale)},
+            {"exponent", jsonFloat(record.straylightExponent)},
+            {"offset", jsonFloat(record.straylightOffset)},
+            {"centre", jsonFloat(record.straylightCentre)},
+            {"psfWidth", record.psfWidth},
+            {"psfHeight", record.psfHeight},
+            {"radius", floats({record.straylightRadius + skip, points - skip})},
+            {"value", floats({record.straylightValue + skip, points - skip})}};
 }
 
 Json customTree(const Diagnosis& about) {
@@ -99,9 +94,8 @@ Json customTree(const Diagnosis& about) {
     }
     for (std::uint32_t k = 0; k < about.record->customFieldCount; ++k) {
         const VantricCustomField& field = about.record->customFields[k];
-        Json& entry = list.emplace_back();
-        entry["id"] = about.record->firstCustomFieldId + k;
-        entry["hex"] = hexText({field.data, field.data == nullptr ? 0U : field.size});
+        list.push_back({{"id", about.record->firstCustomFieldId + k},
+                        {"hex", hexText({field.data, field.data == nullptr ? 0U : field.size})}});
     }
     return list;
 }
@@ -128,6 +122,9 @@ Json recordTree(const Diagnosis& about) {
     };
     const std::uint64_t pixels = std::uint64_t{record.imagerArea.columns} * record.imagerArea.rows;
     const auto maskedUpTo = [&record](std::uint64_t end) {
+        if (record.pixelMask == nullptr) {
+            return std::ptrdiff_t{0};  // no memory for it
+        }
         return std::count(record.pixelMask, record.pixelMask + end, std::uint8_t{0});
     };
     Json tree;

@@ -1,13 +1,11 @@
 #include "tools/inspect/Text.h"
 
 #include <algorithm>
-#include <bit>
-#include <cstdint>
+#include <cctype>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include "calcut/vantric_rx.h"
 #include "tools/dump/Names.h"
 #include "tools/inspect/Lines.h"
 #include "tools/terminal/Escape.h"
@@ -16,93 +14,76 @@ namespace calcut::tools {
 
 namespace {
 
+/// Numbers that people know by their hexadecimal digits.
+constexpr std::string_view hexadecimalKeys[] = {"storedCrc", "computedCrc", "code", "header",
+                                                "idCodes"};
+/// Bytes, shown in lines of 32.
+constexpr std::string_view byteKeys[] = {"hex", "idBytes"};
+
+bool isOneOf(std::string_view key, std::span<const std::string_view> keys) {
+    return std::find(keys.begin(), keys.end(), key) != keys.end();
+}
+
 /// A value as people read it; nothing for null.
-std::string text(const Json& value) {
+std::string text(const Json& value, bool hexadecimal = false) {
     if (value.is_string()) {
         return value.get<std::string>();
     }
     if (value.is_number_float()) {
         return fmt::format("{}", value.get<float>());
     }
+    if (value.is_array()) {
+        std::string list;
+        for (const Json& element : value) {
+            list += (list.empty() ? "" : "  ") + text(element, hexadecimal);
+        }
+        return list;
+    }
+    if (hexadecimal && value.is_number()) {
+        return fmt::format("{:#x}", value.get<std::uint32_t>());
+    }
     return value.is_null() ? std::string() : value.dump();
 }
 
-std::string listText(const Json& values) {
-    std::string list;
-    for (const Json& value : values) {
-        list += (list.empty() ? "" : "  ") + text(value);
+/// "maskedPixels" becomes "masked pixels", "valuesA" "values A".
+std::string label(std::string_view key) {
+    std::string words;
+    for (std::size_t at = 0; at < key.size(); ++at) {
+        const bool capital = std::isupper(static_cast<unsigned char>(key[at])) != 0;
+        words += capital ? " " : "";
+        words += capital && at + 1 < key.size() ? static_cast<char>(key[at] - 'A' + 'a') : key[at];
     }
-    return list;
+    return words;
 }
 
-std::uint32_t number(const Json& value) {
-    return value.get<std::uint32_t>();
-}
-
-std::string codeText(const Json& name, std::uint32_t status) {
-    return fmt::format("{} (0x{:08x}: {})", text(name), status, statusText(status));
-}
-
-void writeImage(Lines& out, const Json& image) {
-    out.heading("Image header");
+void writeFields(Lines& out, const Json& fields) {
     std::vector<TableRow> rows;
-    for (const Json& field : image["fields"]) {
+    for (const Json& field : fields) {
         rows.push_back({text(field["offset"]), text(field["name"]), text(field["text"])});
     }
     out.table({{"offset", true, 0}, {"field", false, 0}, {"value", false, 0}}, std::move(rows));
-    const Json& payload = image["payload"];
-    if (!payload.is_null()) {
-        out.item("payload", fmt::format("{} bytes at byte {}{}", text(payload["bytes"]),
-                                        text(payload["offset"]),
-                                        payload["inside"] ? "" : ", not all inside the file"));
-        out.item("stored CRC-32", fmt::format("0x{:08x}", number(image["storedCrc"])));
-    }
-    if (!image["computedCrc"].is_null()) {
-        const bool matches = image["storedCrc"] == image["computedCrc"];
-        out.item("computed CRC-32",
-                 fmt::format("0x{:08x}  {}", number(image["computedCrc"]),
-                             matches ? out.painted(Colour::Green, "matches")
-                                     : out.painted(Colour::Red, "does not match")));
-    }
-    const Json& signature = image["signature"];
-    if (!signature.is_null()) {
-        out.item("signature", byteCount(number(signature["bytes"])));
-        if (signature["hex"] != "") {
-            out.hexItem("", text(signature["hex"]));
-        }
-    }
 }
 
 std::string rangeText(const Json& range) {
-    if (range.is_null()) {
-        return "";
-    }
-    std::string line = text(range["min"]);
-    if (range["min"] != range["max"]) {
-        line += " to " + text(range["max"]);
-    }
-    if (range["infinite"] != 0U) {
-        line += fmt::format("{}{} infinite", line.empty() ? "" : ", ", text(range["infinite"]));
+    std::string line;
+    if (!range.is_null()) {
+        line = text(range["min"]);
+        line += range["min"] != range["max"] ? " to " + text(range["max"]) : "";
+        line += range["infinite"] != 0U ? " and " + text(range["infinite"]) + " infinite" : "";
     }
     return line;
 }
 
-void writeBlocks(Lines& out, const Json& calibration) {
+void writeBlocks(Lines& out, const Json& blocks) {
     out.heading("Blocks");
     std::vector<TableRow> rows;
-    bool ignored = false;
-    for (const Json& block : calibration["blocks"]) {
+    for (const Json& block : blocks) {
         const std::string scale = text(block["scale"]);
         rows.push_back({text(block["offset"]), text(block["id"]), text(block["name"]),
                         text(block["kind"]), text(block["count"]), text(block["bits"]),
                         scale.empty() ? "" : scale + ", " + text(block["valueOffset"]),
                         text(block["payloadOffset"]), text(block["payloadBytes"]),
                         rangeText(block["range"]), text(block["outcome"])});
-        ignored = ignored || block["outcome"] == outcomeName(vantric::BlockOutcome::unknown);
-    }
-    if (!calibration["endMarker"].is_null()) {
-        rows.push_back({text(calibration["endMarker"]), std::to_string(VANTRIC_RX_END_MARKER),
-                        blockName(VANTRIC_RX_END_MARKER), "", "", "", "", "", "", "", ""});
     }
     out.table({{"offset", true, 7},
                {"id", true, 0},
@@ -116,125 +97,48 @@ void writeBlocks(Lines& out, const Json& calibration) {
                {"values", false, 8},
                {"read", false, 0}},
               std::move(rows));
-    if (ignored) {
-        out.item("ignored",
-                 "an id below 128 that the reader does not know. It takes the next block header "
-                 "right behind that block's header; the payload is not skipped.");
-    }
-    if (calibration["trailingBytes"] != 0U) {
-        out.item("behind the end", text(calibration["trailingBytes"]) + " bytes");
-    }
 }
 
-void writeCalibration(Lines& out, const Json& calibration) {
-    out.heading("Packed calibration");
-    out.item("at", fmt::format("byte {}, {} bytes", text(calibration["offset"]),
-                               text(calibration["bytes"])));
-    const Json& header = calibration["header"];
-    if (header.is_null()) {
-        return;
-    }
-    out.item("version", text(header["version"]));
-    out.item("sensor",
-             fmt::format("{} columns x {} rows, {} pixels", text(header["columns"]),
-                         text(header["rows"]),
-                         header["columns"].get<std::uint64_t>() * number(header["rows"])));
-    writeBlocks(out, calibration);
-}
+void writeParts(Lines& out, const Json& tree, const std::string& indent);
 
-void writeWiggling(Lines& out, std::string_view name, const Json& table) {
-    if (table.is_null()) {
-        return;
-    }
-    const std::uint32_t header = number(table["header"]);
-    out.item(name, fmt::format("header 0x{:08x} ({}), entries: {}", header,
-                               std::bit_cast<float>(header), table["third"].size()));
-    for (const char* part : {"first", "second", "third"}) {
-        out.item(fmt::format("    {}", part), listText(table[part]));
-    }
-}
-
-void writeFrequency(Lines& out, const Json& frequency) {
-    out.item("frequency " + text(frequency["index"]), "id " + text(frequency["id"]));
-    if (!frequency["scalar"].is_null()) {
-        out.item("  scalar", text(frequency["scalar"]));
-    }
-    for (const auto& [name, key] :
-         {std::pair{"  values A", "valuesA"}, {"  values B", "valuesB"}}) {
-        if (!frequency[key].is_null()) {
-            out.item(name, listText(frequency[key]));
+void writePart(Lines& out, const std::string& key, const Json& value, const std::string& indent) {
+    const std::string name = indent + label(key);
+    if (key == "fields") {
+        writeFields(out, value);
+    } else if (key == "blocks") {
+        writeBlocks(out, value);
+    } else if (value.is_object()) {
+        out.item(name, "");
+        writeParts(out, value, indent + "  ");
+    } else if (value.is_array() && !value.empty() && value.front().is_object()) {
+        for (std::size_t i = 0; i < value.size(); ++i) {
+            out.item(fmt::format("{} {}", name, i), "");
+            writeParts(out, value[i], indent + "  ");
         }
+    } else if (isOneOf(key, byteKeys)) {
+        out.hexItem(name, text(value));
+    } else if (key.starts_with("text")) {
+        out.item(name, fmt::format("\"{}\"", text(value)));
+    } else {
+        out.item(name, text(value, isOneOf(key, hexadecimalKeys)));
     }
-    writeWiggling(out, "  wiggling A", frequency["wigglingA"]);
-    writeWiggling(out, "  wiggling B", frequency["wigglingB"]);
 }
 
-void writeStraylight(Lines& out, const Json& straylight) {
-    out.item("straylight", fmt::format("scale {}, exponent {}, offset {}, centre {}",
-                                       text(straylight["scale"]), text(straylight["exponent"]),
-                                       text(straylight["offset"]), text(straylight["centre"])));
-    out.item("  PSF", fmt::format("{} x {} elements", text(straylight["psfWidth"]),
-                                  text(straylight["psfHeight"])));
-    out.item("  radius", listText(straylight["radius"]));
-    out.item("  value", listText(straylight["value"]));
-}
-
-void writeIdentity(Lines& out, const Json& record) {
-    if (!record["auxFlag"].is_null()) {
-        out.item("aux flag", text(record["auxFlag"]));
-    }
-    for (const auto& [name, value] : record["lens"].items()) {
-        const bool inPixels = name.front() == 'f' || name.front() == 'c';
-        out.item(name, text(value) + (inPixels ? " pixels" : ""));
-    }
-    for (const auto& [name, key] :
-         {std::pair{"text 0", "text0"}, {"text 1", "text1"}, {"text 2", "text2"}}) {
-        if (!record[key].is_null()) {
-            out.item(name, fmt::format("\"{}\"", text(record[key])));
+/// What is null or empty was not there and is left out.
+void writeParts(Lines& out, const Json& tree, const std::string& indent) {
+    for (const auto& [key, value] : tree.items()) {
+        if (!value.empty()) {
+            writePart(out, key, value, indent);
         }
-    }
-    if (record["idBytes"] != "") {
-        out.hexItem("id bytes", text(record["idBytes"]));
-    }
-    const Json& codes = record["idCodes"];
-    if (!codes.is_null()) {
-        out.item("id codes", fmt::format("0x{:04x}  0x{:04x}", number(codes[0]), number(codes[1])));
-    }
-}
-
-void writeRecord(Lines& out, const Json& record, bool complete) {
-    out.heading(complete ? "Record" : "Record, as far as it was read");
-    out.item("image area",
-             fmt::format("{} x {} pixels", text(record["columns"]), text(record["rows"])));
-    writeIdentity(out, record);
-    if (!record["maskedPixels"].is_null()) {
-        out.item("masked pixels",
-                 fmt::format("{} of {}", text(record["maskedPixels"]),
-                             record["columns"].get<std::uint64_t>() * number(record["rows"])));
-        if (record["zeroMaskCount"] != record["maskedPixels"]) {
-            out.item("  as cut reports", text(record["zeroMaskCount"]));
-        }
-    }
-    for (const Json& frequency : record["frequencies"]) {
-        writeFrequency(out, frequency);
-    }
-    if (!record["straylight"].is_null()) {
-        writeStraylight(out, record["straylight"]);
-    }
-    for (const Json& custom : record["custom"]) {
-        out.hexItem("custom " + text(custom["id"]), text(custom["hex"]));
     }
 }
 
 void writeResult(Lines& out, const Json& tree) {
     out.heading("Result");
-    const Json& read = tree["read"];
-    out.item("read",
-             read.is_null() ? "not attempted" : codeText(read["status"], number(read["code"])));
-    if (!read.is_null() && !read["failedBlock"].is_null()) {
-        const std::uint32_t id = number(read["failedBlock"]);
-        out.item("failing block", fmt::format("{} ({})", id, blockName(id)));
+    if (tree["read"].is_null()) {
+        out.item("read", "not attempted");
     }
+    writeParts(out, tree["read"], "");
     for (const Json& fault : tree["faults"]) {
         out.item("fault", text(fault["text"]), Colour::Red);
     }
@@ -260,14 +164,13 @@ std::string textOf(const Json& tree, const TextStyle& style) {
     out.line(fmt::format("{}: {}, {} bytes",
                          out.painted(Colour::Bold, escapePath(text(tree["file"]))),
                          titleOf(tree["layout"]), text(tree["bytes"])));
-    if (!tree["image"].is_null()) {
-        writeImage(out, tree["image"]);
-    }
-    if (!tree["calibration"].is_null()) {
-        writeCalibration(out, tree["calibration"]);
-    }
-    if (!tree["record"].is_null()) {
-        writeRecord(out, tree["record"], tree["read"]["code"] == VANTRIC_OK);
+    for (const auto& [key, title] : {std::pair{"image", "Image header"},
+                                     {"calibration", "Packed calibration"},
+                                     {"record", "Record, as far as it was read"}}) {
+        if (!tree[key].is_null()) {
+            out.heading(key == std::string_view("record") && tree["intact"] ? "Record" : title);
+            writeParts(out, tree[key], "");
+        }
     }
     writeResult(out, tree);
     return out.take();

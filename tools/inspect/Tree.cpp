@@ -10,7 +10,6 @@
 #include "cutter/v7Image.h"
 #include "tools/dump/Hints.h"
 #include "tools/dump/Names.h"
-#include "tools/inspect/ValueRange.h"
 #include "tools/terminal/Escape.h"
 
 namespace calcut::tools {
@@ -75,13 +74,12 @@ Json fieldsTree(const Diagnosis& about) {
         const bool isNumber = (field.format == image::Format::decimal ||
                                field.format == image::Format::hexadecimal) &&
                               bytes.size() == field.size;
-        Json& entry = fields.emplace_back();
-        entry["offset"] = field.offset;
-        entry["name"] = field.name;
-        entry["hex"] = hexText(bytes);
-        entry["value"] = isNumber ? Json(numberOf(bytes)) : Json(nullptr);
-        entry["text"] = fieldText(field, bytes);
-        entry["examined"] = field.examined;
+        fields.push_back({{"offset", field.offset},
+                          {"name", field.name},
+                          {"hex", hexText(bytes)},
+                          {"value", isNumber ? Json(numberOf(bytes)) : Json(nullptr)},
+                          {"text", fieldText(field, bytes)},
+                          {"examined", field.examined}});
     }
     return fields;
 }
@@ -97,42 +95,23 @@ Json imageTree(const Diagnosis& about) {
     tree["computedCrc"] = orNull(image.computedCrc);
     tree["payload"] = nullptr;
     if (image.hasHeader) {
-        Json& payload = tree["payload"] = Json::object();
-        payload["offset"] = image.payloadOffset;
-        payload["bytes"] = image.payloadLength;
-        payload["inside"] = about.payload.size() == image.payloadLength;
+        tree["payload"] = {{"offset", image.payloadOffset},
+                           {"bytes", image.payloadLength},
+                           {"inside", about.payload.size() == image.payloadLength}};
     }
     tree["signature"] = nullptr;
     if (about.signatureLength) {
-        const ByteView area = about.payload.last(about.signatureAreaSize)
-                                  .subspan(image::korveline::signatureLengthSize);
-        Json& signature = tree["signature"] = Json::object();
-        signature["bytes"] = *about.signatureLength;
-        signature["hex"] =
-            hexText(area.first(*about.signatureLength <= area.size() ? *about.signatureLength : 0));
+        const std::uint8_t length = *about.signatureLength;
+        const ByteView signature = about.payload.last(about.signatureAreaSize)
+                                       .subspan(image::korveline::signatureLengthSize);
+        tree["signature"] = {
+            {"bytes", length},
+            {"hex", hexText(signature.first(length <= signature.size() ? length : 0))}};
     }
     return tree;
 }
 
 // ---------------------------------------------------------------------------------- calibration --
-
-Json rangeTree(const std::optional<ValueRange>& range) {
-    if (!range) {
-        return nullptr;
-    }
-    const auto bound = [&range](double value) -> Json {
-        if (range->finite == 0) {
-            return nullptr;
-        }
-        return range->whole ? Json(static_cast<std::int64_t>(value))
-                            : Json(static_cast<float>(value));
-    };
-    Json tree;
-    tree["min"] = bound(range->low);
-    tree["max"] = bound(range->high);
-    tree["infinite"] = range->notFinite;
-    return tree;
-}
 
 /// decodedBytes is what the ranges of this file have taken so far: unknown blocks may lie over each
 /// other, so that a small file could ask for hours.
@@ -154,10 +133,7 @@ Json blockTree(const Diagnosis& about, const DiagnosedBlock& block, std::uint64_
     tree["valueOffset"] = fixedPoint ? jsonFloat(header.offset) : Json(nullptr);
     tree["payloadOffset"] = sighting.payloadOffset;
     tree["payloadBytes"] = sighting.payloadSize;
-    tree["range"] = decodedBytes > mostDecodedBytes
-                        ? Json(nullptr)
-                        : rangeTree(rangeOf(about.payload,
-                                            sighting.payloadOffset - about.payloadOffset, header));
+    tree["range"] = decodedBytes > mostDecodedBytes ? Json(nullptr) : rangeTree(about, sighting);
     tree["outcome"] = outcomeName(sighting.outcome);
     return tree;
 }
@@ -171,10 +147,9 @@ Json calibrationTree(const Diagnosis& about) {
     tree["bytes"] = about.payload.size() - about.signatureAreaSize;
     tree["header"] = nullptr;
     if (about.header) {
-        Json& header = tree["header"] = Json::object();
-        header["version"] = about.header->version;
-        header["columns"] = about.header->columns;
-        header["rows"] = about.header->rows;
+        tree["header"] = {{"version", about.header->version},
+                          {"columns", about.header->columns},
+                          {"rows", about.header->rows}};
     }
     Json& blocks = tree["blocks"] = Json::array();
     std::uint64_t decodedBytes = 0;
@@ -190,12 +165,11 @@ Json readTree(const Diagnosis& about) {
     if (!about.status) {
         return nullptr;
     }
-    Json tree;
-    tree["status"] = statusName(*about.status);
-    tree["code"] = *about.status;
-    tree["failedBlock"] =
-        about.failedBlockId == vantric::noFailedBlock ? Json(nullptr) : Json(about.failedBlockId);
-    return tree;
+    return {
+        {"status", statusName(*about.status)},
+        {"code", *about.status},
+        {"failedBlock", about.failedBlockId == vantric::noFailedBlock ? Json(nullptr)
+                                                                      : Json(about.failedBlockId)}};
 }
 
 // ------------------------------------------------------------------------------------- findings --

@@ -26,6 +26,10 @@ Json inspectTree(const Diagnosis& diagnosis, std::string_view path);
 /// Its part about the decoded record; null without one.
 Json recordTree(const Diagnosis& diagnosis);
 
+/// Smallest and largest decoded value of a block; null for a payload that is empty, incomplete or
+/// not decodable.
+Json rangeTree(const Diagnosis& diagnosis, const vantric::BlockSighting& block);
+
 /// A float as JSON has it: "inf" and "-inf", null for NaN.
 Json jsonFloat(float value);
 

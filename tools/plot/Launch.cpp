@@ -5,7 +5,6 @@
 #include <array>
 #include <cerrno>
 #include <climits>
-#include <cstdio>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -13,8 +12,6 @@
 #include <fmt/format.h>
 
 #include "tools/commands.h"
-#include "tools/terminal/Escape.h"
-#include "tools/terminal/OutputFile.h"
 #include "tools/terminal/Terminal.h"
 
 namespace calcut::tools {
@@ -32,11 +29,6 @@ std::string ownFolder() {
 }  // namespace
 
 int launchPlot(const PlotOptions& options) {
-    const std::string refusal = whyNotWritable(options.output, {options.input});
-    if (!refusal.empty()) {
-        printError(options.output, refusal);
-        return exitFailed;
-    }
     const std::string folder = ownFolder();
     std::vector<std::string> words = {
         "",

@@ -106,7 +106,7 @@ std::string whyNotWritable(const std::string& path, const std::vector<std::strin
 
 bool writeOutput(const std::string& path, std::span<const std::uint8_t> bytes) {
     if (path == "-") {
-        (void)std::fwrite(bytes.data(), 1, bytes.size(), stdout);
+        writeStdout({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
         return finishStdout();
     }
     struct stat status {};

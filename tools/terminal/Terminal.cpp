@@ -1,6 +1,5 @@
 #include "tools/terminal/Terminal.h"
 
-#include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -23,6 +22,9 @@ namespace {
 
 TerminalSettings current;
 
+/// errno of the first failed write to standard output.
+int stdoutError = 0;
+
 bool isSet(const char* variable) {
     const char* value = std::getenv(variable);
     return value != nullptr && *value != '\0';
@@ -43,12 +45,6 @@ void printLine(Colour colour, const char* head, std::string_view subject, std::s
     const std::string line = fmt::format("{} {}{}{}\n", paint(stderr, colour, head),
                                          escapePath(subject), subject.empty() ? "" : ": ", reason);
     (void)std::fwrite(line.data(), 1, line.size(), stderr);
-}
-
-// What is written to a pipe whose reader is gone is nobody's loss.
-bool readerIsGone() {
-    pollfd readers{STDOUT_FILENO, POLLOUT, 0};
-    return poll(&readers, 1, 0) > 0 && (readers.revents & POLLERR) != 0;
 }
 
 }  // namespace
@@ -96,26 +92,30 @@ void printNote(std::string_view subject, std::string_view reason) {
 
 void print(std::string_view text) {
     if (current.verbosity != Verbosity::Quiet) {
-        (void)std::fwrite(text.data(), 1, text.size(), stdout);
+        writeStdout(text);
+    }
+}
+
+void writeStdout(std::string_view text) {
+    if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size() && stdoutError == 0) {
+        stdoutError = errno;
     }
 }
 
 bool finishStdout() {
     static bool told = false;
-    // The reason of an earlier failure is gone by now, that of a flush is not.
-    const bool failedBefore = std::ferror(stdout) != 0;
-    errno = 0;
-    if (std::fflush(stdout) == 0 && !failedBefore) {
-        return true;
+    if (std::fflush(stdout) != 0 && stdoutError == 0) {
+        stdoutError = errno;
     }
-    const int error = errno;
-    if (readerIsGone()) {
+    // What is written to a pipe whose reader is gone is nobody's loss.
+    if ((stdoutError == 0 && std::ferror(stdout) == 0) || stdoutError == EPIPE) {
         return true;
     }
     if (!told) {
         told = true;
-        printError("standard output", error != 0 ? std::generic_category().message(error)
-                                                 : std::string("cannot be written"));
+        printError("standard output", stdoutError != 0
+                                          ? std::generic_category().message(stdoutError)
+                                          : std::string("cannot be written"));
     }
     return false;
 }

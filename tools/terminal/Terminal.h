@@ -43,9 +43,11 @@ void printWarning(std::string_view subject, std::string_view reason);
 /// What is being done; only when verbose.
 void printNote(std::string_view subject, std::string_view reason);
 
-/// Text for people on standard output; nothing when quiet. Data that was asked for goes there with
-/// std::fwrite, always.
+/// Text for people on standard output; nothing when quiet.
 void print(std::string_view text);
+
+/// Data that was asked for, on standard output. finishStdout tells about a failure.
+void writeStdout(std::string_view data);
 
 /// Flushes standard output. False, with a printed error, when not everything could be written; a
 /// reader that merely went away (as head does) is no error, and what was told once is not told

@@ -1,0 +1,47 @@
+# Which parts are built beside the library, which needs a compiler and nothing else. AUTO builds a
+# part where its packages are found and says what is missing otherwise; ON insists on it.
+set(choices "AUTO (where its packages are found), ON or OFF")
+set(CALCUT_BUILD_TOOLS AUTO CACHE STRING "Build the calcut command: ${choices}")
+set(CALCUT_BUILD_TESTS AUTO CACHE STRING "Build the tests: ${choices}")
+set_property(CACHE CALCUT_BUILD_TOOLS CALCUT_BUILD_TESTS PROPERTY STRINGS AUTO ON OFF)
+
+# calcut_package(NAME, its Debian package): notes in "missing" what is not there.
+macro(calcut_package name debian)
+  find_package(${name} QUIET)
+  if(NOT ${name}_FOUND)
+    list(APPEND missing "${name} (${debian})")
+  endif()
+endmacro()
+
+# calcut_decide(VARIABLE, PART): makes AUTO of the variable ON or OFF for this run, by "missing".
+function(calcut_decide variable part)
+  set(build ${${variable}})
+  set(reason "${variable} is OFF")
+  if(build STREQUAL "AUTO" AND NOT PROJECT_IS_TOP_LEVEL)
+    set(build OFF)
+  elseif(build STREQUAL "AUTO")
+    string(REPLACE ";" ", " reason "not found: ${missing}")
+    string(COMPARE EQUAL "${missing}" "" build)
+  endif()
+  if(build)
+    message(STATUS "Building ${part}")
+  elseif(PROJECT_IS_TOP_LEVEL)
+    message(STATUS "Leaving out ${part}; ${reason}")
+  endif()
+  set(${variable} ${build} PARENT_SCOPE)
+endfunction()
+
+set(missing "")
+if(CALCUT_BUILD_TOOLS STREQUAL "AUTO")
+  calcut_package(CLI11 libcli11-dev)
+  calcut_package(fmt libfmt-dev)
+  calcut_package(nlohmann_json nlohmann-json3-dev)
+endif()
+calcut_decide(CALCUT_BUILD_TOOLS "the command")
+
+set(missing "")
+if(CALCUT_BUILD_TESTS STREQUAL "AUTO")
+  calcut_package(Threads libc6-dev)
+  calcut_package(GTest libgtest-dev)
+endif()
+calcut_decide(CALCUT_BUILD_TESTS "the tests")

@@ -1,0 +1,41 @@
+// Maps as pictures: values over an image with their colours, limits and statistics. This is what
+// other rooms draw with; the drawing library stays out of sight.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/plot/Colour.h"
+#include "tools/plot/Scale.h"
+#include "tools/plot/Statistics.h"
+
+namespace calcut::tools {
+
+enum class PictureFormat : std::uint8_t { Png, Svg };
+
+/// Svg for a name that ends in .svg.
+PictureFormat pictureFormatOf(const std::string& path);
+
+/// One map. What its spans point to has to outlive the drawing.
+struct Map {
+    std::string title;
+    std::string note;  ///< below the title
+    std::string colourLabel;
+    std::uint32_t columns = 0;
+    std::uint32_t rows = 0;
+    MaskedValues values;  ///< columns x rows of them
+    ColourMap colours = ColourMap::Sequential;
+    std::optional<Scale> scale{};  ///< of the colours; robust limits when not set
+    // Axes: names, and the coordinates of the first element.
+    std::string columnLabel = "column (pixels)";
+    std::string rowLabel = "row (pixels)";
+    double firstColumn = 0.0;
+    double firstRow = 0.0;
+};
+
+/// Draws the maps on one page, in their order. Empty when the picture could not be made.
+std::vector<std::uint8_t> drawMaps(const std::vector<Map>& maps, PictureFormat format);
+
+}  // namespace calcut::tools

@@ -1,0 +1,61 @@
+// Numbers about a map of values: what stands under it, and where its colours end.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "calcut/vantric_rx.h"
+#include "tools/plot/Colour.h"
+#include "tools/plot/Scale.h"
+
+namespace calcut::tools {
+
+/// Values of an image, row by row, with the mask that goes with them.
+struct MaskedValues {
+    std::span<const float> values;
+    std::span<const std::uint8_t> mask;  ///< 0 is masked; empty: nothing is
+
+    [[nodiscard]] bool masked(std::size_t at) const { return !mask.empty() && mask[at] == 0; }
+};
+
+/// Of the finite values that are not masked; NaN where there is none.
+struct Statistics {
+    std::size_t count = 0;
+    std::size_t masked = 0;
+    std::size_t notFinite = 0;  ///< not masked, not finite
+    double min = 0.0;
+    double mean = 0.0;
+    double deviation = 0.0;  ///< of the sample (divided by count - 1); 0 for one value
+    double max = 0.0;
+    double robustLow = 0.0;   ///< one value in a thousand lies below
+    double robustHigh = 0.0;  ///< one value in a thousand lies above
+};
+Statistics statisticsOf(const MaskedValues& map);
+
+/// The value below which a fraction of the values lies, by rank; values come back in another order.
+/// NaN for none.
+double quantile(std::vector<float>& values, double fraction);
+
+/// Colour limits that a few wild values do not move; symmetric about 0 for a diverging map.
+Scale robustScale(const Statistics& statistics, ColourMap colours);
+
+/// What a colour scale does not show.
+struct Outside {
+    std::size_t below = 0;
+    std::size_t above = 0;
+    std::vector<std::size_t> undrawn;   ///< not finite; on a logarithmic scale also 0 and below
+    std::vector<std::size_t> outliers;  ///< farther from a linear scale than a quarter of it
+};
+Outside outsideOf(const MaskedValues& map, const Scale& scale);
+
+/// "min 0.1   mean 0.2   deviation 0.05   max 0.3"
+std::string statisticsText(const Statistics& statistics);
+
+/// How finely a block stores its values, "12 bits, step 0.0001": so that the steps of a coarse
+/// table are not taken for contours. width: of the colour scale.
+std::string storageText(const RXBlockHeader& header, double width);
+
+}  // namespace calcut::tools
