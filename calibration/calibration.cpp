@@ -117,6 +117,10 @@ void copyCustomFields(VantricCalibration& to, const VantricCalibration& from) {
     to.customFieldReserved = from.customFieldReserved;
 }
 
+bool hasPsfSize(const VantricCalibration& record) {
+    return record.psfWidth != unset32 && record.psfHeight != unset32;
+}
+
 float* copyOfFloats(const float* values, std::uint64_t count) {
     float* copy = values == nullptr ? nullptr : allocate<float>(count);
     copyElements(copy, values, count);
@@ -176,8 +180,9 @@ std::uint64_t pixelsOf(const VantricImagerArea& area) {
 
 std::uint64_t psfElementsOf(const VantricCalibration& record) {
     const std::uint64_t elements = std::uint64_t{record.psfWidth} * record.psfHeight;
-    const bool isSet = record.psfWidth != unset32 && record.psfHeight != unset32;
-    return isSet && elements <= VANTRIC_MAX_PSF_ELEMENTS ? std::max<std::uint64_t>(elements, 1) : 0;
+    return hasPsfSize(record) && elements <= VANTRIC_MAX_PSF_ELEMENTS
+               ? std::max<std::uint64_t>(elements, 1)
+               : 0;
 }
 
 std::uint32_t customFieldsInUse(const VantricCalibration& record) {
@@ -268,7 +273,11 @@ uint32_t vantric_getTemporaryMemorySize(void) {
 }
 
 uint32_t vantric_addPsf(VantricCalibration* calibration, const float* values, uint32_t count) {
-    return adopt(calibration->psf, values, count, psfElementsOf(*calibration));
+    // Also above what this library computes: readers go by the sizes in the record.
+    const std::uint64_t named = hasPsfSize(*calibration)
+                                    ? std::uint64_t{calibration->psfWidth} * calibration->psfHeight
+                                    : 0;
+    return adopt(calibration->psf, values, count, named);
 }
 
 uint32_t vantric_addDirections(VantricCalibration* calibration, const float* values,

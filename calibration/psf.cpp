@@ -4,11 +4,11 @@
 #include <array>
 #include <cmath>
 #include <cstddef>
-#include <memory>
 
 #include "calibration/calibration.h"
 #include "calibration/cubicinterpol.h"
 #include "calibration/memory.h"
+#include "calibration/owners.h"
 
 using namespace vantric;
 
@@ -29,14 +29,23 @@ struct ProfilePoints {
     std::uint8_t count;
 };
 
+// Not with NaN among them.
+bool isAscending(const ProfilePoints& points) {
+    const auto* end = points.radius.begin() + points.count;
+    return std::adjacent_find(points.radius.begin(), end,
+                              [](float a, float b) { return !(a <= b); }) == end;
+}
+
 // The profile as a curve, with what is the same for every element of a segment computed once.
 class Profile {
   public:
-    Profile(const ProfilePoints& points, float scale)
+    Profile(const ProfilePoints& points, float scale, float offset)
         : poly_(vantric_createPolyHandle(points.radius.data(), points.value.data(), points.count)),
           segments_(segmentsOf(*poly_)),
+          ascending_(isAscending(points)),
           last_(points.radius[points.count - 1U]),
-          scale_(scale) {
+          scale_(scale),
+          offset_(offset) {
         for (std::uint32_t k = 0; k < segments_; ++k) {
             segment_[k] = hermiteSegment(*poly_, k);
         }
@@ -45,29 +54,41 @@ class Profile {
     /// False when there was no memory for the nodes.
     [[nodiscard]] bool hasSegments() const { return segments_ != 0; }
 
-    /// PSF element at distance r, without the offset.
-    [[nodiscard]] float element(float r) const {
-        return r > last_ ? 0.0F : scale_ * std::exp(-exponent(r));
+    /// PSF element at distance r.
+    [[nodiscard]] float element(float r) {
+        const float value = r > last_ ? 0.0F : scale_ * std::exp(-exponent(r));
+        return offset_ != 0.0F ? value + offset_ : value;
     }
 
   private:
-    struct PolyRelease {
-        void operator()(VantricPoly* poly) const { vantric_freePoly(poly); }
-    };
-
-    [[nodiscard]] float exponent(float r) const {
+    // Neighbours mostly lie in one segment. Behind its left node, if the nodes are ascending, no
+    // earlier segment holds r, so the one found last is still the first that does.
+    [[nodiscard]] float exponent(float r) {
+        if (foundLow_ < r && r <= foundHigh_) {
+            return evaluate(found_, r);
+        }
         for (std::uint32_t k = 0; k < segments_; ++k) {
             if (poly_->x[k] <= r && poly_->x[k + 1] >= r) {
+                if (ascending_) {
+                    foundLow_ = poly_->x[k];
+                    foundHigh_ = poly_->x[k + 1];
+                    found_ = segment_[k];
+                }
                 return evaluate(segment_[k], r);
             }
         }
         return outsideProfile;
     }
 
-    std::unique_ptr<VantricPoly, PolyRelease> poly_;
+    PolyOwner poly_;
     std::uint32_t segments_;
+    bool ascending_;
     float last_;
     float scale_;
+    float offset_;
+    float foundLow_ = 0.0F;
+    float foundHigh_ = 0.0F;  // nothing lies between the two at first
+    HermiteSegment found_{};
     std::array<HermiteSegment, VANTRIC_STRAYLIGHT_POINTS> segment_{};
 };
 
@@ -91,7 +112,7 @@ void mirrorRow(float* row, std::uint32_t width) {
 }
 
 void fillPsf(float* psf, std::uint32_t width, std::uint32_t height, const float* powers,
-             float inverseExponent, const Profile& profile) {
+             float inverseExponent, Profile& profile) {
     const std::uint32_t columns = std::min(distancesOf(width), width);
     const std::uint32_t rows = std::min(distancesOf(height), height);
     const auto row = [&](std::uint32_t y) { return psf + std::size_t{y} * width; };
@@ -102,8 +123,13 @@ void fillPsf(float* psf, std::uint32_t width, std::uint32_t height, const float*
         for (std::uint32_t x = 0; x < known; ++x) {
             row(y)[x] = row(x)[y];
         }
+        // In two passes: calls of one function overlap better than of two by turns.
+        float* const elements = row(y);
         for (std::uint32_t x = known; x < columns; ++x) {
-            row(y)[x] = profile.element(std::pow(powers[y] + powers[x], inverseExponent));
+            elements[x] = std::pow(powers[y] + powers[x], inverseExponent);
+        }
+        for (std::uint32_t x = known; x < columns; ++x) {
+            elements[x] = profile.element(elements[x]);
         }
         mirrorRow(row(y), width);
     }
@@ -112,50 +138,63 @@ void fillPsf(float* psf, std::uint32_t width, std::uint32_t height, const float*
     }
 }
 
+Owned<float> allocatePsf(std::uint64_t elements) {
+    return Owned<float>(allocate<float>(std::max<std::uint64_t>(elements, 1)));
+}
+
+// Null without memory. The curve, without which the process ends, comes before what may be large.
+Owned<float> computePsf(const VantricCalibration& record, const ProfilePoints& points) {
+    const std::uint32_t width = record.psfWidth;
+    const std::uint32_t height = record.psfHeight;
+    const std::uint64_t elements = std::uint64_t{width} * height;
+    if (elements == 0) {
+        return allocatePsf(elements);
+    }
+    Profile profile(points, record.straylightScale, record.straylightOffset);
+    const Owned<float> powers =
+        powersOfDistances(distancesOf(std::max(width, height)), record.straylightExponent);
+    Owned<float> psf = allocatePsf(elements);
+    if (!psf || !powers || !profile.hasSegments()) {
+        return nullptr;
+    }
+    fillPsf(psf.get(), width, height, powers.get(), 1.0F / record.straylightExponent, profile);
+    return psf;
+}
+
 }  // namespace
 
-uint32_t vantric_allocateAndCalculatePsf(VantricCalibration* record) {
-    if (record == nullptr || vantric_validFloatField(record->straylightScale) == 0) {
+std::uint32_t vantric::psfStatus(const VantricCalibration& record) {
+    if (vantric_validFloatField(record.straylightScale) == 0) {
         return VANTRIC_ERR_INVALID_ARGUMENT;
     }
-    if (record->psf != nullptr) {
+    if (record.psf != nullptr) {
         return VANTRIC_ERR_ALREADY_SET;
     }
-    if (record->straylightPointCount == 0) {
+    if (record.straylightPointCount == 0) {
         return VANTRIC_ERR_INVALID_ARGUMENT;
     }
-    if (record->straylightPointCount > VANTRIC_STRAYLIGHT_POINTS) {
-        return VANTRIC_ERR_BUFFER_TOO_SMALL;
-    }
+    const std::uint64_t elements = std::uint64_t{record.psfWidth} * record.psfHeight;
+    return record.straylightPointCount > VANTRIC_STRAYLIGHT_POINTS ||
+                   elements > VANTRIC_MAX_PSF_ELEMENTS
+               ? VANTRIC_ERR_BUFFER_TOO_SMALL
+               : VANTRIC_OK;
+}
 
-    const std::uint32_t width = record->psfWidth;
-    const std::uint32_t height = record->psfHeight;
-    const std::uint64_t elements = std::uint64_t{width} * height;
-    if (elements > VANTRIC_MAX_PSF_ELEMENTS) {
-        return VANTRIC_ERR_BUFFER_TOO_SMALL;
+uint32_t vantric_allocateAndCalculatePsf(VantricCalibration* record) {
+    if (record == nullptr) {
+        return VANTRIC_ERR_INVALID_ARGUMENT;
     }
-    Owned<float> psf(allocate<float>(std::max<std::uint64_t>(elements, 1)));
+    if (const std::uint32_t status = psfStatus(*record); status != VANTRIC_OK) {
+        return status;
+    }
+    const ProfilePoints points(*record);
+    Owned<float> psf = computePsf(*record, points);
     if (!psf) {
         return VANTRIC_ERR_BUFFER_TOO_SMALL;
     }
-    const ProfilePoints points(*record);
-    if (elements != 0) {
-        const Profile profile(points, record->straylightScale);
-        const Owned<float> powers =
-            powersOfDistances(distancesOf(std::max(width, height)), record->straylightExponent);
-        if (!powers || !profile.hasSegments()) {
-            return VANTRIC_ERR_BUFFER_TOO_SMALL;
-        }
-        fillPsf(psf.get(), width, height, powers.get(), 1.0F / record->straylightExponent, profile);
-    }
-
     std::copy_n(points.radius.begin(), points.count, record->straylightRadius);
     std::copy_n(points.value.begin(), points.count, record->straylightValue);
     record->straylightPointCount = points.count;
-    const float offset = record->straylightOffset;
-    if (offset != 0.0F) {
-        std::for_each(psf.get(), psf.get() + elements, [&](float& element) { element += offset; });
-    }
     *psf = record->straylightCentre;
     record->psf = psf.release();
     return VANTRIC_OK;

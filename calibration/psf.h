@@ -1,4 +1,12 @@
 #pragma once
 
-// The straylight point-spread function; declared in the public header.
+#include <cstdint>
+
 #include "calcut/vantric.h"
+
+namespace vantric {
+
+/// What vantric_allocateAndCalculatePsf answers before it asks for memory.
+std::uint32_t psfStatus(const VantricCalibration& record);
+
+}  // namespace vantric

@@ -1,21 +1,15 @@
 // Whatever a host can do with a calibration in memory, done with arbitrary bytes.
-#include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <memory>
 
 #include "calcut/vantric.h"
 #include "calcut/vantric_rx.h"
+#include "Reading.h"
 #include "targets.h"
 
 namespace fuzz {
 
 namespace {
-
-struct ReleaseRecord {
-    void operator()(VantricCalibration* record) const { vantric_freeCalibration(record); }
-};
-using Record = std::unique_ptr<VantricCalibration, ReleaseRecord>;
 
 constexpr std::uint32_t firstNegative = 0x80000000U;
 
@@ -33,69 +27,6 @@ bool documentedReadStatus(std::uint32_t status) {
             return true;
         default:
             return false;
-    }
-}
-
-// Reads from end to end, so that AddressSanitizer sees a buffer that is shorter than it claims.
-template <class T>
-void touch(const T* values, std::uint64_t count) {
-    if (values == nullptr || count == 0) {
-        return;
-    }
-    constexpr std::uint64_t stride = 16;  // finer than the distance between two heap blocks
-    const auto* bytes = reinterpret_cast<const volatile std::uint8_t*>(values);
-    const std::uint64_t last = count * sizeof(T) - 1;
-    for (std::uint64_t i = 0; i < last; i += stride) {
-        static_cast<void>(bytes[i]);
-    }
-    static_cast<void>(bytes[last]);
-}
-
-void touchRecord(const VantricCalibration& record, std::uint64_t pixels) {
-    touch(record.text0, std::strlen(record.text0) + 1);
-    touch(record.text1, std::strlen(record.text1) + 1);
-    touch(record.text2, std::strlen(record.text2) + 1);
-    touch(record.idBytes, record.idBytesSize);
-    touch(record.lensParameters, record.lensParameterCount);
-    touch(record.pixelMask, pixels);
-    touch(record.pixelValues, pixels);
-    touch(record.directions, pixels * 3);
-    touch(record.psf, std::uint64_t{record.psfWidth} * record.psfHeight);
-    for (int k = 0; record.frequencies != nullptr && k < record.frequencyCount; ++k) {
-        const VantricFrequencyRecord& frequency = record.frequencies[k];
-        touch(frequency.pixelTable, pixels);
-        touch(frequency.valuesA, frequency.countA);
-        touch(frequency.valuesB, frequency.countB);
-        for (const auto* table : {&frequency.wigglingA, &frequency.wigglingB}) {
-            touch(table->first, table->capacity);
-            touch(table->second, table->capacity);
-            touch(table->third, table->capacity);
-        }
-    }
-}
-
-void everyField(const VantricCalibration& record, bool customRead) {
-    const auto tryField = [&](std::uint32_t id) {
-        const std::int32_t size = vantric_getFieldSize(id, &record);
-        require(size <= 260, "no field is larger than a text or a custom block");
-        const auto room = static_cast<std::size_t>(std::max(size, 0));
-        const std::unique_ptr<std::uint8_t[]> value(new std::uint8_t[room]);
-        const std::uint32_t status = vantric_getField(id, &record, value.get());
-        if (size < 1) {
-            require(status == static_cast<std::uint32_t>(size),
-                    "a field without size has a status");
-        } else if (status == VANTRIC_OK) {
-            touch(value.get(), room);
-        } else {
-            require(status == VANTRIC_ERR_FIELD_NOT_READ && !customRead,
-                    "only a custom field can be unread");
-        }
-    };
-    for (std::uint32_t id = 0; id <= 260; ++id) {
-        tryField(id);
-    }
-    for (const std::uint32_t id : {0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFFU}) {
-        tryField(id);
     }
 }
 
@@ -142,11 +73,10 @@ void wholeInterface(const std::uint8_t* data, std::size_t size, bool withPsf) {
                 custom == VANTRIC_ERR_BUFFER_TOO_SMALL || custom == VANTRIC_ERR_INVALID_DATA,
             "the status of a custom field pass is a documented one");
     if (vantric_getNumCustomFields(record.get()) != 0) {
-        require(vantric_readCustomFields(data, size, record.get()) ==
-                    (custom == VANTRIC_OK ? VANTRIC_ERR_INVALID_ARGUMENT : custom),
-                "custom fields are read once, and a failure can be repeated");
+        require(vantric_readCustomFields(data, size, record.get()) == VANTRIC_ERR_INVALID_ARGUMENT,
+                "custom fields are read once, whatever the first answer was");
     }
-    everyField(*record, custom == VANTRIC_OK);
+    everyField(*record, true);
     copyEquals(*record, count);
 }
 

@@ -1,6 +1,9 @@
 // Runs fuzz targets without a fuzzer.
 //
 //   fuzz_replay                    every target over its seeds and inputs of a random generator
+//   fuzz_replay --exhaustive [TARGET]
+//                                  every target, or one, over every truncation and every flipped
+//                                  bit of its smaller seeds
 //   fuzz_replay --write DIRECTORY  writes the seeds to DIRECTORY/<target>/<number>
 //   fuzz_replay TARGET FILE...     one target over given inputs, to look into a finding
 #include <algorithm>
@@ -16,6 +19,9 @@
 #include "targets.h"
 
 namespace {
+
+// Every target has seeds below this size.
+constexpr std::size_t largestExhausted = 1000;
 
 // The same inputs on every machine.
 fuzz::Bytes randomInput(std::mt19937& generator) {
@@ -39,6 +45,34 @@ void replay() {
         }
         std::printf("%s: %zu seeds, %d random inputs\n", target.name.data(), seeds.size(),
                     randomInputs);
+    }
+}
+
+void exhaust(std::string_view only) {
+    for (const fuzz::Target& target : fuzz::targets) {
+        if (!only.empty() && only != target.name) {
+            continue;
+        }
+        std::size_t inputs = 0;
+        const auto run = [&](const fuzz::Bytes& input) {
+            target.run(input.data(), input.size());
+            ++inputs;
+        };
+        for (const fuzz::Bytes& seed : fuzz::seeds(target.name)) {
+            if (seed.size() > largestExhausted) {
+                continue;
+            }
+            // From buffers of exactly that size.
+            for (std::size_t size = 0; size < seed.size(); ++size) {
+                run(fuzz::Bytes(seed.begin(), seed.begin() + static_cast<std::ptrdiff_t>(size)));
+            }
+            for (std::size_t bit = 0; bit < seed.size() * 8; ++bit) {
+                fuzz::Bytes flipped = seed;
+                flipped[bit / 8] = static_cast<std::uint8_t>(flipped[bit / 8] ^ (1U << (bit % 8)));
+                run(flipped);
+            }
+        }
+        std::printf("%s: %zu inputs\n", target.name.data(), inputs);
     }
 }
 
@@ -79,15 +113,20 @@ void replayFile(std::string_view name, const char* path) {
 
 int main(int argc, char** argv) {
     try {
+        const std::string mode = argc > 1 ? argv[1] : "";
         if (argc == 1) {
             replay();
-        } else if (argc == 3 && std::string(argv[1]) == "--write") {
+        } else if (argc <= 3 && mode == "--exhaustive") {
+            exhaust(argc == 3 ? argv[2] : "");
+        } else if (argc == 3 && mode == "--write") {
             writeSeeds(argv[2]);
         } else if (argc < 3) {
-            throw std::runtime_error("usage: fuzz_replay [--write DIRECTORY | TARGET FILE...]");
-        }
-        for (int i = 2; i < argc && std::string(argv[1]) != "--write"; ++i) {
-            replayFile(argv[1], argv[i]);
+            throw std::runtime_error(
+                "usage: fuzz_replay [--exhaustive [TARGET] | --write DIRECTORY | TARGET FILE...]");
+        } else {
+            for (int i = 2; i < argc; ++i) {
+                replayFile(mode, argv[i]);
+            }
         }
     } catch (const std::exception& failure) {
         static_cast<void>(std::fprintf(stderr, "fuzz_replay: %s\n", failure.what()));

@@ -6,7 +6,6 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
-#include <memory>
 #include <set>
 #include <string>
 
@@ -15,6 +14,7 @@
 #include "cutter/EEPROMKorvelineReader.h"
 #include "cutter/EEPROMv7Reader.h"
 #include "Input.h"
+#include "Reading.h"
 #include "Scratch.h"
 #include "targets.h"
 #include "writer/writer.h"
@@ -24,10 +24,6 @@ namespace fuzz {
 namespace {
 
 namespace writer = calcut::writer;
-
-struct ReleaseRecord {
-    void operator()(VantricCalibration* record) const { vantric_freeCalibration(record); }
-};
 
 bool sameBits(float a, float b) {
     return std::bit_cast<std::uint32_t>(a) == std::bit_cast<std::uint32_t>(b);
@@ -286,7 +282,7 @@ void calibrationRead(const writer::Calibration& content, const writer::PackOptio
     VantricCalibration* raw = nullptr;
     const std::uint32_t status =
         vantric_readCalibrationExt(packed.data(), packed.size(), &raw, withPsf ? 1 : 0);
-    std::unique_ptr<VantricCalibration, ReleaseRecord> read(raw);
+    Record read(raw);
     if (written.idCodes && (*written.idCodes)[0] == 0xFFFF) {
         require(status == VANTRIC_ERR_VALUE_UNSET, "an unset id code is refused");
         return;
@@ -296,7 +292,7 @@ void calibrationRead(const writer::Calibration& content, const writer::PackOptio
                 vantric_readCustomFields(packed.data(), packed.size(), raw) == VANTRIC_OK,
             "custom fields are read");
     everythingRead(*read, written, options, withPsf);
-    const std::unique_ptr<VantricCalibration, ReleaseRecord> copy(vantric_copyCalibration(raw));
+    const Record copy(vantric_copyCalibration(raw));
     read.reset();  // nothing of the copy goes with it
     everythingRead(*copy, written, options, withPsf);
 }

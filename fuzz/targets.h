@@ -23,15 +23,18 @@ void images(const std::uint8_t* data, std::size_t size);
 void structured(const std::uint8_t* data, std::size_t size);
 /// A calibration with the input's content: what the writer makes must read back equal.
 void roundtrip(const std::uint8_t* data, std::size_t size);
+/// Calls in the order that the input says, over records that live on.
+void sequences(const std::uint8_t* data, std::size_t size);
 
 struct Target {
     std::string_view name;
     void (*run)(const std::uint8_t* data, std::size_t size);
 };
-constexpr std::array<Target, 4> targets = {{{"calibration", calibration},
+constexpr std::array<Target, 5> targets = {{{"calibration", calibration},
                                             {"images", images},
                                             {"structured", structured},
-                                            {"roundtrip", roundtrip}}};
+                                            {"roundtrip", roundtrip},
+                                            {"sequences", sequences}}};
 
 /// Inputs to start from, made anew each time, and everything that fuzzing once found.
 std::vector<Bytes> seeds(std::string_view target);

@@ -179,10 +179,20 @@ CopyNeeds needsOf(RXCopyFunction copy) {
     return known != own.end() ? *known : CopyNeeds{copy, CopyNeeds::Scratch::all, false, false};
 }
 
-bool hasForeignCopies(const RXBlockTable& table) {
-    return std::any_of(table.entries, table.entries + table.count, [](const RXTableEntry& entry) {
-        return entry.copy != nullptr && needsOf(entry.copy).scratch == CopyNeeds::Scratch::all;
-    });
+std::uint64_t zeroedScratchOf(const RXBlockTable& table) {
+    std::uint64_t words = 0;
+    bool isForeign = false;
+    for (std::uint64_t i = 0; i < table.count; ++i) {
+        const RXTableEntry& entry = table.entries[i];
+        if (entry.copy != nullptr) {
+            words = std::max(words, entry.destinationSize);
+            isForeign = isForeign || needsOf(entry.copy).scratch == CopyNeeds::Scratch::all;
+        }
+    }
+    constexpr std::uint64_t most =
+        std::numeric_limits<std::uint64_t>::max() / sizeof(std::uint32_t);
+    return isForeign ? std::max<std::uint64_t>(std::min(words, most) * sizeof(std::uint32_t), 1)
+                     : 0;
 }
 
 }  // namespace vantric

@@ -48,7 +48,8 @@ struct CopyNeeds {
     bool endsPsf;    ///< the PSF of an earlier profile is no longer that of the record
 };
 CopyNeeds needsOf(RXCopyFunction copy);
-/// Whether some entry's copy function is a host's.
-bool hasForeignCopies(const RXBlockTable& table);
+/// Bytes of zeros that the copy functions of a host may look at, which go by the destination's size
+/// as copyMask does; 0 when all are the library's own.
+std::uint64_t zeroedScratchOf(const RXBlockTable& table);
 
 }  // namespace vantric

@@ -7,6 +7,7 @@
 #include "calibration/memory.h"
 #include "calibration/packed/Block.h"
 #include "calibration/packed/Tessaly.h"
+#include "calibration/psf.h"
 
 namespace vantric {
 
@@ -87,12 +88,16 @@ Refusal refusalOfDirectionsAndPsf(const VantricCalibration& record, std::uint32_
     if (vantric_validFloatField(record.straylightScale) == 0) {
         return {};
     }
-    const std::uint64_t elements = std::uint64_t{record.psfWidth} * record.psfHeight;
-    if (elements > VANTRIC_MAX_PSF_ELEMENTS) {
-        return {VANTRIC_ERR_BUFFER_TOO_SMALL, Cause::psfTooLarge, 0,
-                VANTRIC_MAX_PSF_ELEMENTS,     elements,           VANTRIC_MAX_PSF_ELEMENTS};
+    const std::uint32_t status = psfStatus(record);
+    if (status != VANTRIC_ERR_BUFFER_TOO_SMALL) {
+        return {status, status == VANTRIC_OK ? Cause::none : Cause::noPsf, 0, 0, 0, 0};
     }
-    return {};
+    return {status,
+            Cause::psfTooLarge,
+            0,
+            VANTRIC_MAX_PSF_ELEMENTS,
+            std::uint64_t{record.psfWidth} * record.psfHeight,
+            VANTRIC_MAX_PSF_ELEMENTS};
 }
 
 PackedRead readPacked(const std::uint8_t* data, std::size_t size, Wanted wanted,

@@ -67,12 +67,8 @@ class Walk {
         wasRead_ = record_.calibrationType == packedCalibrationType;
         const std::uint64_t room = pixelsOf(area);
         if ((wasRead_ || room != 0) && room < numPixels_) {
-            return {VANTRIC_ERR_BUFFER_TOO_SMALL,
-                    Cause::recordTooSmall,
-                    columnsOffset,
-                    room,
-                    numPixels_,
-                    room};
+            return refuse(VANTRIC_ERR_BUFFER_TOO_SMALL, Cause::recordTooSmall, columnsOffset, room,
+                          numPixels_);
         }
         if (area.columns != header_.columns || area.rows != header_.rows) {
             std::free(std::exchange(record_.directions, nullptr));  // those of another image
@@ -80,8 +76,8 @@ class Walk {
         area = {0, 0, header_.columns, header_.rows};
         record_.version = recordVersion;
         record_.calibrationType = packedCalibrationType;
-        if (hasForeignCopies(table_) && !scratch_.makeZeroed()) {
-            return {VANTRIC_ERR_BUFFER_TOO_SMALL, Cause::outOfMemory, columnsOffset, 0, 0, 0};
+        if (!scratch_.makeZeroed(zeroedScratchOf(table_))) {
+            return refuse(VANTRIC_ERR_BUFFER_TOO_SMALL, Cause::outOfMemory, columnsOffset, 0, 0);
         }
         return {};
     }
@@ -137,17 +133,18 @@ class Walk {
         if (needs.fillsMask) {
             room = std::min(room, scratch_.usedWords());
         }
+        const std::pair psfSize(record_.psfWidth, record_.psfHeight);
         const std::uint32_t status =
             entry.copy(scratch_.data(), size, entry.destination, room, entry.countField);
+        if (needs.endsPsf || psfSize != std::pair(record_.psfWidth, record_.psfHeight)) {
+            std::free(std::exchange(record_.psf, nullptr));
+        }
         if (status != VANTRIC_OK) {
             return refuse(status, Cause::wrongContent, countCodeOffset, entry.destinationSize,
                           size);
         }
         if (needs.fillsMask) {
             fillMask(entry, room);
-        }
-        if (needs.endsPsf) {
-            std::free(std::exchange(record_.psf, nullptr));
         }
         return {};
     }

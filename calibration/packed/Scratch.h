@@ -19,10 +19,13 @@ class Scratch {
   public:
     explicit Scratch(std::uint64_t numPixels) : numPixels_(numPixels) {}
 
-    /// Makes it now, filled with zeros; false without memory.
-    bool makeZeroed() {
-        bytes_.reset(allocateZeroed<std::uint8_t>(size()));
-        return bytes_ != nullptr;
+    /// Makes it now, of so many bytes at least, filled with zeros, unless none are asked for; false
+    /// without memory.
+    bool makeZeroed(std::uint64_t atLeast) {
+        if (atLeast != 0) {
+            bytes_.reset(allocateZeroed<std::uint8_t>(std::max(size(), atLeast)));
+        }
+        return atLeast == 0 || bytes_ != nullptr;
     }
 
     [[nodiscard]] std::uint64_t size() const { return numPixels_ * scratchBytesPerPixel; }

@@ -12,7 +12,8 @@ namespace vantric {
 namespace {
 
 constexpr std::uint64_t fixedEntries = 10;
-constexpr std::uint64_t tableEntries = fixedEntries + VANTRIC_FREQUENCIES * RX_BLOCKS_PER_FREQUENCY;
+constexpr std::uint64_t frequencyEntries = RX_BLOCKS_PER_FREQUENCY;
+constexpr std::uint64_t tableEntries = fixedEntries + VANTRIC_FREQUENCIES * frequencyEntries;
 static_assert(tableEntries == 66 && sizeof(RXBlockExpectation) == 20);
 
 constexpr std::uint64_t textSize = VANTRIC_TEXT_BYTES - 1;

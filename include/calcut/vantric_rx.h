@@ -246,8 +246,9 @@ typedef struct RXBlockTable {
 /**
  * An empty table; context, the callbacks and firstCustomBlockId are 0 for the caller to set.
  * @param capacity         entries
- * @param expectationSize  bytes of one expectation, 0 for none; at least sizeof(RXBlockExpectation)
- *                         where the callbacks of the Tessaly table are used
+ * @param expectationSize  bytes of one expectation, 0 for none; a multiple of 4 and at least
+ *                         sizeof(RXBlockExpectation) where the callbacks of the Tessaly table are
+ *                         used
  * @return the table, released with vantric_freeRXTable or by vantric_readRXCalibration; null for
  *         capacity 0. Aborts when the table record cannot be allocated.
  */
