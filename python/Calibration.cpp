@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include <fmt/format.h>
-
 #include "python/Input.h"
 #include "tools/dump/Names.h"
 #include "tools/terminal/Escape.h"
@@ -32,8 +30,9 @@ py::object viewOf(const py::object& owner, const T* data, std::size_t count) {
 }
 
 template <class T>
-py::object imageOf(const py::object& owner, const Record& record, const T* data) {
-    return viewOf(owner, data, Shape{record.imagerArea.rows, record.imagerArea.columns});
+py::object imageOf(const py::object& owner, const T* data) {
+    const VantricImagerArea& area = owner.cast<const Calibration&>().record().imagerArea;
+    return viewOf(owner, data, Shape{area.rows, area.columns});
 }
 
 py::object textOf(const char* text) {
@@ -65,8 +64,8 @@ py::object straylightOf(const py::object& owner, const Record& record) {
 }
 
 py::object directionsOf(const py::object& owner, const Record& record) {
-    return viewOf(owner, record.directions,
-                  Shape{record.imagerArea.rows, record.imagerArea.columns, 3});
+    const VantricImagerArea& area = record.imagerArea;
+    return viewOf(owner, record.directions, Shape{area.rows, area.columns, 3});
 }
 
 py::object psfOf(const py::object& owner, const Record& record) {
@@ -77,18 +76,20 @@ py::object psfOf(const py::object& owner, const Record& record) {
 constexpr const char* textDoc =
     "str of printable ASCII, a backslash doubled and any other byte as \\xNN; or None.";
 
-/// What a calibration has when its block is there, and what the block is.
+/// What a record or a frequency of it has when its block is there. owner is the Calibration.
+template <class Of>
 struct Property {
     const char* name;
     std::uint32_t block;
-    py::object (*get)(const py::object& owner, const Record& record);
+    py::object (*get)(const py::object& owner, const Of& record);
     const char* doc;
 };
-constexpr Property properties[] = {
-    {"mask", RX_BLOCK_MASK, [](auto& owner, auto& of) { return imageOf(owner, of, of.pixelMask); },
+
+constexpr Property<Record> properties[] = {
+    {"mask", RX_BLOCK_MASK, [](auto& owner, auto& of) { return imageOf(owner, of.pixelMask); },
      "uint8 (rows, columns); 0 is a masked (unusable) pixel."},
     {"pixel_values", RX_BLOCK_PIXEL_VALUES,
-     [](auto& owner, auto& of) { return imageOf(owner, of, of.pixelValues); },
+     [](auto& owner, auto& of) { return imageOf(owner, of.pixelValues); },
      "float32 (rows, columns), one value a pixel."},
     {"directions", RX_BLOCK_LENS_PARAMETERS, directionsOf,
      "float32 (rows, columns, 3): the unit vector that each pixel looks along; x right, y down, z "
@@ -114,72 +115,57 @@ constexpr Property properties[] = {
 // ------------------------------------------------------------------------------------ frequency --
 
 struct Frequency {
-    py::object owner;  ///< the Calibration
+    py::object owner;
     unsigned index;
-
-    [[nodiscard]] const Calibration& calibration() const {
-        return owner.cast<const Calibration&>();
-    }
-    [[nodiscard]] const VantricFrequencyRecord& record() const {
-        return calibration().record().frequencies[index];
-    }
 };
 
 std::uint32_t frequencyBlock(unsigned index, std::uint32_t block) {
     return RX_BLOCK_FIRST_FREQUENCY + RX_BLOCKS_PER_FREQUENCY * index + block;
 }
 
-py::object wigglingOf(const Frequency& of, const VantricWigglingTable& table) {
+py::object wigglingOf(const py::object& owner, const VantricWigglingTable& table) {
     const std::size_t entries = std::min<std::size_t>(table.capacity, VANTRIC_WIGGLING_ENTRIES);
-    return typeNamed("Wiggling")(table.header, viewOf(of.owner, table.first, entries),
-                                 viewOf(of.owner, table.second, entries),
-                                 viewOf(of.owner, table.third, entries));
+    return typeNamed("Wiggling")(table.header, viewOf(owner, table.first, entries),
+                                 viewOf(owner, table.second, entries),
+                                 viewOf(owner, table.third, entries));
 }
 
-py::object valuesOf(const Frequency& of, const float* values, std::uint8_t count) {
-    return viewOf(of.owner, values, std::min<std::size_t>(count, VANTRIC_FREQUENCY_VALUES));
+py::object valuesOf(const py::object& owner, const float* values, std::uint8_t count) {
+    return viewOf(owner, values, std::min<std::size_t>(count, VANTRIC_FREQUENCY_VALUES));
 }
 
-struct FrequencyProperty {
-    const char* name;
-    std::uint32_t block;
-    py::object (*get)(const Frequency& of, const VantricFrequencyRecord& record);
-    const char* doc;
-};
-constexpr FrequencyProperty frequencyProperties[] = {
-    {"id", RX_FREQUENCY_ID,
-     [](auto&, auto& record) -> py::object { return py::int_(record.frequencyId); },
+constexpr Property<VantricFrequencyRecord> frequencyProperties[] = {
+    {"id", RX_FREQUENCY_ID, [](auto&, auto& of) -> py::object { return py::int_(of.frequencyId); },
      "Number of the frequency."},
     {"pixel_table", RX_FREQUENCY_PIXEL_TABLE,
-     [](auto& of, auto& record) {
-         return imageOf(of.owner, of.calibration().record(), record.pixelTable);
-     },
+     [](auto& owner, auto& of) { return imageOf(owner, of.pixelTable); },
      "float32 (rows, columns), one value a pixel."},
     {"values_a", RX_FREQUENCY_VALUES_A,
-     [](auto& of, auto& record) { return valuesOf(of, record.valuesA, record.countA); },
+     [](auto& owner, auto& of) { return valuesOf(owner, of.valuesA, of.countA); },
      "float32 (up to 4,)."},
     {"values_b", RX_FREQUENCY_VALUES_B,
-     [](auto& of, auto& record) { return valuesOf(of, record.valuesB, record.countB); },
+     [](auto& owner, auto& of) { return valuesOf(owner, of.valuesB, of.countB); },
      "float32 (up to 4,)."},
     {"scalar", RX_FREQUENCY_SCALAR,
-     [](auto&, auto& record) -> py::object { return py::float_(record.scalar); },
+     [](auto&, auto& of) -> py::object { return py::float_(of.scalar); },
      "float, or None where the dump has none."},
     {"wiggling_a", RX_FREQUENCY_WIGGLING_A,
-     [](auto& of, auto& record) { return wigglingOf(of, record.wigglingA); },
+     [](auto& owner, auto& of) { return wigglingOf(owner, of.wigglingA); },
      "Wiggling: first table of the periodic distance error."},
     {"wiggling_b", RX_FREQUENCY_WIGGLING_B,
-     [](auto& of, auto& record) { return wigglingOf(of, record.wigglingB); },
+     [](auto& owner, auto& of) { return wigglingOf(owner, of.wigglingB); },
      "Wiggling: second table of the periodic distance error."},
 };
 
 void bindFrequency(py::module_& module) {
     py::class_<Frequency> type(module, "Frequency", "Calibration of one modulation frequency.");
     type.def_readonly("index", &Frequency::index, "Place among the eight records, from 0.");
-    for (const FrequencyProperty& property : frequencyProperties) {
-        const auto get = [&property](const Frequency& of) -> py::object {
-            const std::uint32_t block = frequencyBlock(of.index, property.block);
-            return of.calibration().about().wasRead(block) ? property.get(of, of.record())
-                                                           : py::none();
+    for (const auto& property : frequencyProperties) {
+        const auto get = [&property](const Frequency& self) -> py::object {
+            const auto& of = self.owner.cast<const Calibration&>();
+            return of.about().wasRead(frequencyBlock(self.index, property.block))
+                       ? property.get(self.owner, of.record().frequencies[self.index])
+                       : py::none();
         };
         type.def_property_readonly(property.name, get, property.doc);
     }
@@ -211,12 +197,6 @@ py::dict customOf(const Calibration& of) {
     return fields;
 }
 
-std::string reprOf(const Calibration& of) {
-    return fmt::format("<calcut.Calibration: {}, {} x {} pixels>",
-                       tools::layoutName(of.about().layout), of.record().imagerArea.columns,
-                       of.record().imagerArea.rows);
-}
-
 }  // namespace
 
 std::shared_ptr<Calibration> read(const py::object& source, const std::string& layout) {
@@ -241,7 +221,7 @@ void bindCalibration(py::module_& module) {
         module, "Calibration",
         "A read dump. Its arrays are read-only views into memory that they keep alive; what the "
         "dump does not have is None. Pickles by its bytes.");
-    for (const Property& property : properties) {
+    for (const auto& property : properties) {
         const auto get = [&property](const py::object& self) -> py::object {
             const auto& of = self.cast<const Calibration&>();
             return of.about().wasRead(property.block) ? property.get(self, of.record())
@@ -254,6 +234,11 @@ void bindCalibration(py::module_& module) {
     };
     const auto layout = [](const Calibration& of) { return tools::layoutName(of.about().layout); };
     const auto warnings = [](const Calibration& of) { return toPython(of.about().warnings); };
+    const auto repr = [](const Calibration& of) {
+        const VantricImagerArea& area = of.record().imagerArea;
+        return py::str("<calcut.Calibration: {}, {} x {} pixels>")
+            .format(tools::layoutName(of.about().layout), area.columns, area.rows);
+    };
     const auto state = [](const Calibration& of) {
         const auto* bytes = reinterpret_cast<const char*>(of.bytes().data());
         return py::make_tuple(py::bytes(bytes, of.bytes().size()),
@@ -268,7 +253,7 @@ void bindCalibration(py::module_& module) {
         .def_property_readonly("warnings", warnings, "list of Finding: what is odd about it.")
         .def_property_readonly("frequencies", frequenciesOf, "list of Frequency, those it has.")
         .def_property_readonly("custom", customOf, "dict of field id (from 128) to bytes.")
-        .def("__repr__", reprOf)
+        .def("__repr__", repr)
         .def(py::pickle(state, again));
 }
 

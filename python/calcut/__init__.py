@@ -32,8 +32,9 @@ __all__ = [
 ]
 
 # Pickles and messages name them where people find them.
-for _public in (Calibration, Frequency, CalcutError, Cut, Diagnosis, Finding, Lens, Straylight, Wiggling):
-    _public.__module__ = __name__
+for _public in list(globals().values()):
+    if isinstance(_public, type):
+        _public.__module__ = __name__
 
 
 def inspect(source: Any, layout: str = "auto") -> Dict[str, Any]:

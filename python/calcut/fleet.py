@@ -162,7 +162,7 @@ def _on_processes(items: List[Item], jobs: int) -> Iterator[Part]:
 
 
 def _on_cluster(items: List[Item], client: Any) -> Iterator[Part]:
-    from distributed import as_completed
+    from distributed import KilledWorker, as_completed
 
     def submit(paths: List[str]) -> Any:
         return client.submit(_rows, paths, pure=False, retries=_ATTEMPTS)
@@ -173,14 +173,14 @@ def _on_cluster(items: List[Item], client: Any) -> Iterator[Part]:
         item = running.pop(future)
         try:
             yield item[0], future.result()
-        except Exception:
+        except KilledWorker:
             suspects += _singly(item)
     # What was under way on workers that ended is blamed for it, too. One by one it shows who did it.
     for start, paths in suspects:
         try:
             yield start, submit(paths).result()
-        except Exception as error:
-            yield start, _lost(paths, f"{type(error).__name__}: {error}")
+        except KilledWorker:
+            yield start, _lost(paths, "the workers that read it ended")
 
 
 def summarise(

@@ -74,6 +74,11 @@ def main():
     start = time.monotonic()
     expected = fleet.summarise(paths)
     print(f"without a cluster: {len(paths) / (time.monotonic() - start):.0f} dumps/s")
+    for some in (paths[1:33], large[:32]):
+        start = time.process_time()
+        for path in some:
+            fleet.row(path)
+        print(f"processor time of a row: {1000 * (time.process_time() - start) / len(some):.2f} ms")
     bad = expected[expected["result"] != "ok"]
     check(f"{len(damaged)} of {len(paths)} rows are those of damaged dumps", set(bad["path"]) == damaged)
     with Client(address, timeout=30) as client:
