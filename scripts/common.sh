@@ -14,6 +14,8 @@ build_packages=(
 )
 # The last three read what calcut export writes.
 test_packages=(libgtest-dev python3-numpy python3-yaml python3-opencv)
+# The Python module and its tests.
+python_packages=(python3-dev pybind11-dev python3-numpy python3-pandas python3-pytest)
 
 missing_packages() {
   local package

@@ -7,6 +7,7 @@
 
 #include "tools/commands.h"
 #include "tools/cut/Batch.h"
+#include "tools/cut/CutInto.h"
 #include "tools/cut/Folder.h"
 #include "tools/cut/Report.h"
 #include "tools/cut/StackFiles.h"
@@ -57,38 +58,12 @@ int cutOne(const CutOptions& options) {
                                                                  : std::string()));
         return exitFailed;
     }
-    std::vector<FileIdentity> inputs;
-    if (const auto identity = identityOf(dump)) {
-        inputs.push_back(*identity);
-    }
-    std::string reason = whyNoOutput(directory);
-    if (reason.empty()) {
-        reason = whyNotInto(directory, inputs, options.force);
-    }
-    if (!reason.empty()) {
-        printError(directory, reason);
-        return exitFailed;
-    }
-    const InterruptGuard guard;
-    TemporaryFolder temporary(directory, 0);
-    if (!temporary.error().empty()) {
-        printError(dump, temporary.error());
-        return exitFailed;
-    }
-    writeStackFiles(*taken, temporary.path(), result);
-    if (InterruptGuard::interrupted()) {
-        result.fail("interrupted");
-    }
     const std::string signature = directory + "/" + signatureFile;
     const bool leftover = identityOf(signature) && filesOf(*taken).size() < stackFiles.size();
-    if (result.outcome != Outcome::Failed) {
-        reason = moveFiles(temporary, directory);
-        if (!reason.empty()) {
-            result.fail(reason);
-        }
-    }
-    if (result.outcome == Outcome::Failed) {
-        printError(dump, result.reason);
+    const InterruptGuard guard;
+    const std::string culprit = cutInto(*taken, directory, options.force, result);
+    if (!result.good()) {
+        printError(culprit, result.reason);
         return exitFailed;
     }
     if (leftover) {

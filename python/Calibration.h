@@ -1,0 +1,38 @@
+// A read dump as Python sees it: every array is a view into the library's record.
+#pragma once
+
+#include <pybind11/pybind11.h>
+
+#include <cstdint>
+#include <vector>
+
+#include "tools/dump/Diagnosis.h"
+
+namespace calcut::python {
+
+/// Bytes, and what was read from them; the arrays that are handed out keep it alive.
+class Calibration {
+  public:
+    /// Reads; needs no interpreter lock. Look at about().faults before anything else.
+    Calibration(std::vector<std::uint8_t> bytes, std::optional<tools::Layout> layout)
+        : bytes_(std::move(bytes)),
+          about_(tools::diagnose(bytes_, layout.value_or(tools::classify(bytes_)),
+                                 vantric::Wanted::everything)) {}
+    Calibration(const Calibration&) = delete;
+    Calibration& operator=(const Calibration&) = delete;
+
+    [[nodiscard]] const std::vector<std::uint8_t>& bytes() const { return bytes_; }
+    [[nodiscard]] const tools::Diagnosis& about() const { return about_; }
+    [[nodiscard]] const VantricCalibration& record() const { return *about_.record; }
+
+  private:
+    std::vector<std::uint8_t> bytes_;
+    tools::Diagnosis about_;
+};
+
+/// calcut.read(): raises when the dump does not read.
+std::shared_ptr<Calibration> read(const pybind11::object& source, const std::string& layout);
+
+void bindCalibration(pybind11::module_& module);
+
+}  // namespace calcut::python

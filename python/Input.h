@@ -1,0 +1,54 @@
+// What a caller hands in, and what goes back when it is no good.
+#pragma once
+
+#include <pybind11/pybind11.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/dump/Diagnosis.h"
+
+namespace calcut::python {
+
+namespace py = pybind11;
+
+/// Something of calcut._types, by its name there.
+py::object typeNamed(const char* name);
+
+/// str and os.PathLike as the bytes of a path; nothing for anything else.
+std::optional<std::string> pathOf(const py::object& source);
+
+/// "auto" is nothing. Raises ValueError for a word that names no layout.
+std::optional<tools::Layout> layoutOf(const std::string& word);
+
+/// A dump as a path or as bytes.
+class Input {
+  public:
+    /// Raises TypeError for what is neither path nor bytes-like. Bytes are copied.
+    explicit Input(const py::object& source);
+
+    /// Loads a file; needs no interpreter lock.
+    void load();
+    /// Raises OSError when the file did not load.
+    void raiseUnlessLoaded() const;
+
+    /// The path as given, or "<bytes>".
+    [[nodiscard]] const std::string& name() const { return name_; }
+    [[nodiscard]] std::vector<std::uint8_t>& bytes() { return dump_.bytes; }
+
+  private:
+    std::optional<std::string> path_;
+    std::string name_;
+    tools::Dump dump_;
+};
+
+py::object toPython(const tools::Finding& finding);
+py::list toPython(const std::vector<tools::Finding>& findings);
+
+/// OSError, or FileNotFoundError where nothing has that path.
+[[noreturn]] void raiseOsError(const std::string& path, const std::string& reason);
+
+[[noreturn]] void raiseCalcutError(const tools::Finding& finding, const std::string& name);
+
+}  // namespace calcut::python

@@ -1,0 +1,90 @@
+// The module calcut._calcut; calcut/__init__.py is what people import.
+#include <pybind11/pybind11.h>
+
+#include <nlohmann/json.hpp>
+
+#include "python/Calibration.h"
+#include "python/Input.h"
+#include "tools/cut/CutInto.h"
+#include "tools/inspect/Tree.h"
+
+namespace calcut::python {
+
+namespace {
+
+std::string inspectJson(const py::object& source, const std::string& layout) {
+    Input input(source);
+    const std::optional<tools::Layout> wanted = layoutOf(layout);
+    std::string text;
+    {
+        const py::gil_scoped_release others;
+        input.load();
+        const Calibration calibration(std::move(input.bytes()), wanted);
+        text = tools::inspectTree(calibration.about(), input.name())
+                   .dump(-1, ' ', false, tools::Json::error_handler_t::replace);
+    }
+    input.raiseUnlessLoaded();
+    return text;
+}
+
+std::string pathOrRaise(const py::object& source) {
+    const std::optional<std::string> path = pathOf(source);
+    if (!path) {
+        throw py::type_error("cut takes the path of a dump and that of a directory");
+    }
+    return *path;
+}
+
+py::object cut(const py::object& dump, const py::object& directory, const std::string& layout,
+               bool force) {
+    tools::CutOptions options;
+    options.paths = {pathOrRaise(dump), pathOrRaise(directory)};
+    options.layout = layoutOf(layout);
+    tools::CutResult result;
+    std::string culprit = options.paths[0];
+    std::optional<tools::TakenDump> taken;
+    {
+        const py::gil_scoped_release others;
+        taken = tools::takeDump(options.paths[0], options, result);
+        if (taken) {
+            culprit = tools::cutInto(*taken, options.paths[1], force, result);
+        }
+    }
+    if (result.fault) {
+        raiseCalcutError(*result.fault, culprit);
+    }
+    if (!result.good()) {
+        raiseOsError(culprit, result.reason);
+    }
+    py::dict files;
+    for (const tools::StackFile& file : tools::filesOf(*taken)) {
+        files[file.name] = file.bytes.size();
+    }
+    return typeNamed("Cut")(tools::layoutName(result.layout), files, result.maskedPixels,
+                            toPython(result.warnings));
+}
+
+}  // namespace
+
+}  // namespace calcut::python
+
+PYBIND11_MODULE(_calcut, module) {
+    using namespace calcut::python;
+    namespace py = pybind11;
+    bindCalibration(module);
+    module.attr("__version__") = CALCUT_VERSION;
+    module.def(
+        "read", calcut::python::read, py::arg("source"), py::arg("layout") = "auto",
+        "Reads a dump or a bare packed calibration, from a path or from bytes.\n\n"
+        "layout is \"auto\" (by the first bytes), \"v7\", \"korveline\" or \"packed\".\n"
+        "Raises CalcutError for a dump that does not read, OSError for a file that does not.\n"
+        "Other threads run meanwhile.");
+    module.def("inspect_json", inspectJson, py::arg("source"), py::arg("layout") = "auto");
+    module.def(
+        "cut", cut, py::arg("dump"), py::arg("directory"), py::arg("layout") = "auto",
+        py::kw_only(), py::arg("force") = false,
+        "Cuts a dump into the files of the camera stack, in a directory that exists.\n\n"
+        "Either all files replace an earlier cut's or everything stays as it was; files that\n"
+        "look like a dump are not replaced unless forced. Raises CalcutError when the dump is\n"
+        "to blame and OSError when the file or the directory is.");
+}

@@ -1,0 +1,229 @@
+import gc
+import json
+import pickle
+import shutil
+import subprocess
+import sys
+import threading
+from pathlib import Path
+
+import calcut
+import numpy as np
+import pytest
+from conftest import calcut_command, make
+
+KINDS = {
+    "v7": ["--layout", "v7"],
+    "signed": ["--layout", "korveline", "--signature", "64", "--size", "20x7"],
+    "packed": ["--bare", "--frequencies", "8", "--custom", "5"],
+    "plain": ["--layout", "korveline", "--no-straylight", "--custom", "0", "--frequencies", "1", "--size", "3x90"],
+}
+
+
+@pytest.fixture(params=KINDS)
+def dump(request, tmp_path):
+    return make(tmp_path / request.param, *KINDS[request.param])
+
+
+def arrays(module):
+    """Every array by a name."""
+    found = {name: getattr(module, name) for name in ("mask", "pixel_values", "directions", "psf")}
+    if module.straylight is not None:
+        found.update(radius=module.straylight.radius, value=module.straylight.value)
+    for frequency in module.frequencies:
+        for name in ("pixel_table", "values_a", "values_b"):
+            found[f"{name}{frequency.index}"] = getattr(frequency, name)
+        for name in ("wiggling_a", "wiggling_b"):
+            table = getattr(frequency, name)
+            for part in ("first", "second", "third"):
+                found[f"{name}.{part}{frequency.index}"] = getattr(table, part)
+    return {name: array for name, array in found.items() if array is not None}
+
+
+def test_values_are_those_of_inspect(dump):
+    module = calcut.read(dump)
+    tree = json.loads(calcut_command("inspect", "--json", dump).stdout)
+    assert calcut.inspect(str(dump)) == tree
+    record = tree["record"]
+    shape = (record["rows"], record["columns"])
+    assert (module.rows, module.columns) == shape == module.mask.shape
+    assert module.directions.shape == (*shape, 3)
+    assert np.abs(np.linalg.norm(module.directions, axis=2) - 1).max() < 1e-6
+    # The tree has the fewest digits that read back to the same float.
+    assert {name: np.float32(value) for name, value in record["lens"].items()} == module.lens._asdict()
+    texts = [module.text0, module.text1, module.text2, (module.id_bytes or b"").hex(), module.aux_flag]
+    assert texts == [record[name] for name in ("text0", "text1", "text2", "idBytes", "auxFlag")]
+    assert list(module.id_codes) == record["idCodes"]
+    assert {f["id"]: f["hex"] for f in record["custom"]} == {k: v.hex() for k, v in module.custom.items()}
+    assert int((module.mask == 0).sum()) == record["maskedPixels"]
+    assert [f.id for f in module.frequencies] == [f["id"] for f in record["frequencies"]]
+    for mine, theirs in zip(module.frequencies, record["frequencies"]):
+        assert (mine.scalar is None) == (theirs["scalar"] is None)
+        for key, values in (("valuesA", mine.values_a), ("valuesB", mine.values_b)):
+            assert values.tolist() == [np.float32(v) for v in theirs[key]]
+        for key, table in (("wigglingA", mine.wiggling_a), ("wigglingB", mine.wiggling_b)):
+            assert [table.header, table.second.tolist()] == [theirs[key]["header"], theirs[key]["second"]]
+            assert table.first.tolist() == [np.float32(v) for v in theirs[key]["first"]]
+            assert table.third.tolist() == [np.float32(v) for v in theirs[key]["third"]]
+    ranges = {block["id"]: block["range"] for block in tree["calibration"]["blocks"]}
+    tables = {3: module.pixel_values, **{17 + 7 * f.index: f.pixel_table for f in module.frequencies}}
+    for block, table in tables.items():
+        assert table.shape == shape and table.dtype == np.float32
+        assert [table.min(), table.max()] == [np.float32(ranges[block][end]) for end in ("min", "max")]
+    if record["straylight"] is None:
+        assert module.psf is None and module.straylight is None
+    else:
+        light = record["straylight"]
+        assert module.psf.shape == (light["psfHeight"], light["psfWidth"])
+        assert module.psf[0, 0] == np.float32(light["centre"]) == module.straylight.centre
+        assert module.straylight.radius.tolist() == [np.float32(v) for v in light["radius"]]
+
+
+def test_arrays_are_read_only_views_that_outlive_their_module(dump):
+    module = calcut.read(dump)
+    views, again = arrays(module), arrays(module)
+    kept = {name: view.copy() for name, view in views.items()}
+    for name, view in views.items():
+        assert np.shares_memory(view, again[name]), name
+        with pytest.raises(ValueError):
+            view[...] = 0
+        with pytest.raises(ValueError):
+            view.flags.writeable = True
+    frequency = module.frequencies[0]
+    del module, again
+    gc.collect()
+    noise = [np.full(1 << 16, 255, np.uint8) for _ in range(64)]  # over whatever was freed
+    for name, view in views.items():
+        assert np.array_equal(view, kept[name], equal_nan=True), name
+    assert np.array_equal(frequency.pixel_table, kept["pixel_table0"]) and noise
+
+
+def test_bytes_and_pickles_give_the_same(dump):
+    data = dump.read_bytes()
+    module = calcut.read(dump)
+    expected = arrays(module)
+    sources = [data, bytearray(data), memoryview(data), np.frombuffer(data, np.uint8), str(dump)]
+    for other in [*map(calcut.read, sources), pickle.loads(pickle.dumps(module))]:
+        assert (repr(other), other.lens, other.custom) == (repr(module), module.lens, module.custom)
+        found = arrays(other)
+        assert found.keys() == expected.keys()
+        assert all(np.array_equal(found[name], expected[name], equal_nan=True) for name in expected)
+
+
+def damages(data):
+    """Every truncation, and a bit of every byte."""
+    yield from (data[:size] for size in range(len(data)))
+    for place in range(len(data)):
+        damaged = bytearray(data)
+        damaged[place] ^= 1 << place % 8
+        yield bytes(damaged)
+
+
+def test_errors_carry_what_inspect_says(small):
+    raised = 0
+    for damaged in damages(small.read_bytes()):
+        fault = next(iter(calcut.inspect(damaged)["faults"]), None)
+        assert [finding._asdict() for finding in calcut.diagnose(damaged).faults[:1]] == ([fault] if fault else [])
+        try:
+            calcut.read(damaged)
+            assert fault is None
+        except calcut.CalcutError as error:
+            raised += 1
+            names = ["name", "expected", "found", "advice", "offset", "status", "block_id"]
+            assert [getattr(error, name) for name in names] == [fault[name.replace("_id", "")] for name in names]
+            assert str(error) == f"<bytes>: {fault['text']}" == str(pickle.loads(pickle.dumps(error)))
+    assert raised > 2 * len(small.read_bytes()) - 64  # nothing looks at some bytes of the header
+
+
+def test_what_is_no_dump(small, tmp_path, monkeypatch):
+    (tmp_path / "empty").touch()
+    cases = [
+        ((tmp_path / "missing",), FileNotFoundError),
+        ((tmp_path,), OSError),
+        ((tmp_path / "empty",), OSError),
+        ((7,), TypeError),
+        ((["small"],), TypeError),
+        (("a\0b",), ValueError),
+        ((small, "v8"), ValueError),
+        ((small, "korveline"), calcut.CalcutError),
+        ((b"",), calcut.CalcutError),
+    ]
+    for function in (calcut.read, calcut.inspect):
+        for words, error in cases:
+            if function is calcut.inspect and error is calcut.CalcutError:
+                assert not function(*words)["intact"]
+                continue
+            with pytest.raises(error):
+                function(*words)
+    # A file of that name, not standard input.
+    monkeypatch.chdir(tmp_path)
+    shutil.copy(small, "-")
+    assert calcut.read("-").columns == 16
+
+
+def files(folder):
+    return {path.name: path.read_bytes() for path in folder.iterdir()}
+
+
+def test_cut_is_that_of_the_command(dump, tmp_path):
+    mine, theirs = tmp_path / "mine", tmp_path / "theirs"
+    mine.mkdir(), theirs.mkdir()
+    command = calcut_command("cut", dump, theirs)
+    if dump.name == "packed":
+        with pytest.raises(calcut.CalcutError):
+            calcut.cut(dump, mine)
+        assert command.returncode == 1 and not files(mine)
+        return
+    cut = calcut.cut(dump, mine)
+    assert files(mine) == files(theirs) and cut.files == {name: len(data) for name, data in files(mine).items()}
+    assert f"masked pixels: {cut.masked_pixels}\n" in command.stdout
+    # What fails leaves the earlier cut alone.
+    bad = tmp_path / "bad"
+    bad.write_bytes(dump.read_bytes()[:-1])
+    for words, error in [((bad, mine), calcut.CalcutError), ((dump, tmp_path / "none"), FileNotFoundError)]:
+        with pytest.raises(error):
+            calcut.cut(*words)
+    shutil.copy(dump, theirs / "qov.spc")
+    with pytest.raises(OSError, match="qov.spc"):
+        calcut.cut(dump, theirs)
+    assert files(theirs)["qov.spc"] == dump.read_bytes()
+    calcut.cut(dump, theirs, force=True)
+    assert files(mine) == files(theirs)
+
+
+def test_threads(tmp_path):
+    dumps = [make(tmp_path / str(seed), "--seed", seed, "--size", "64x48") for seed in range(4)]
+    expected = [calcut.read(dump).pixel_values.copy() for dump in dumps]
+    wrong = []
+
+    def work(first):
+        for i in range(200):
+            k = (first + i) % len(dumps)
+            if not np.array_equal(calcut.read(dumps[k]).pixel_values, expected[k]):
+                wrong.append(k)
+
+    threads = [threading.Thread(target=work, args=(k,)) for k in range(4)]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    assert not wrong
+
+
+@pytest.mark.skipif(shutil.which("mypy") is None, reason="needs mypy")
+def test_types(tmp_path):
+    user = tmp_path / "user.py"
+    user.write_text("import calcut\nx: float = calcut.read('a').mask.mean()\nreveal_type(calcut.read(b'').lens.fx)\n")
+    words = ["mypy", "--strict", "--cache-dir", tmp_path / "cache", user]
+    done = subprocess.run(words, capture_output=True, text=True,
+                          env={"MYPYPATH": str(Path(calcut.__file__).parents[1]), "PATH": "/usr/bin:/bin"})
+    assert done.returncode == 0 and 'is "builtins.float"' in done.stdout, done.stdout + done.stderr
+
+
+def test_opencv_example(tmp_path):
+    pytest.importorskip("cv2")
+    script = Path(__file__).parents[2] / "examples" / "python" / "undistort.py"
+    dump = make(tmp_path / "module")
+    done = subprocess.run([sys.executable, script, dump, tmp_path / "out.png"], capture_output=True, text=True)
+    assert done.returncode == 0, done.stderr
+    assert (tmp_path / "out.png").stat().st_size > 1000
