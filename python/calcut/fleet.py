@@ -43,9 +43,6 @@ Item = Tuple[int, List[str]]  # number of the first row, paths
 Part = Tuple[int, pd.DataFrame]
 
 
-# ------------------------------------------------------------------------------------- one dump --
-
-
 def statistics(values: np.ndarray[Any, Any]) -> Dict[str, float]:
     """Of the finite ones among the values; mad is the median distance from the median."""
     finite = values[np.isfinite(values)]
@@ -116,9 +113,6 @@ def _rows(paths: List[str]) -> pd.DataFrame:
 
 def _lost(paths: List[str], why: str) -> pd.DataFrame:
     return _frame(paths, [_failed_row("lost", "worker", why) for _ in paths])
-
-
-# ------------------------------------------------------------------------------------ many dumps --
 
 
 def _singly(item: Item) -> List[Item]:
@@ -215,9 +209,6 @@ def summarise(
     return pd.concat([frame for _, frame in parts], ignore_index=True)
 
 
-# -------------------------------------------------------------------------------------- outliers --
-
-
 def scores(table: pd.DataFrame) -> pd.DataFrame:
     """Modified z-score of each value of MEASURES: 0.6745 (x - median) / MAD.
 
@@ -273,9 +264,6 @@ def plot(table: pd.DataFrame, target: Any, threshold: float = 3.5) -> None:
     axes.invert_yaxis()
     axes.set_xlabel(f"modified z-score (linear up to {threshold})")
     figure.savefig(target)
-
-
-# ---------------------------------------------------------------------------------- command line --
 
 
 def _dumps(words: List[str], list_file: Optional[str]) -> Iterator[str]:
