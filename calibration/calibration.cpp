@@ -180,9 +180,10 @@ std::uint64_t pixelsOf(const VantricImagerArea& area) {
 
 std::uint64_t psfElementsOf(const VantricCalibration& record) {
     const std::uint64_t elements = std::uint64_t{record.psfWidth} * record.psfHeight;
-    return hasPsfSize(record) && elements <= VANTRIC_MAX_PSF_ELEMENTS
-               ? std::max<std::uint64_t>(elements, 1)
-               : 0;
+    if (elements == 0) {
+        return 1;  // also where the other size is the unset mark
+    }
+    return hasPsfSize(record) && elements <= VANTRIC_MAX_PSF_ELEMENTS ? elements : 0;
 }
 
 std::uint32_t customFieldsInUse(const VantricCalibration& record) {

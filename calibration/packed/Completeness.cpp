@@ -2,6 +2,8 @@
 
 #include <array>
 
+#include "calibration/packed/IdTable.h"
+
 namespace vantric {
 
 namespace {
@@ -116,7 +118,7 @@ Refusal refusalOfWhole(const RXBlockTable& table, const RXReadResult& result,
                        std::uint64_t offset) {
     const auto [status, id] = result;
     const RXTableEntry* entry = vantric_findRXTableEntry(static_cast<std::uint8_t>(id), &table);
-    const bool known = entry != nullptr && entry->expectation != nullptr;
+    const bool known = entry != nullptr && hasExpectation(table, *entry);
     Refusal refusal = {status, Cause::incomplete, offset, 0, 0, 0};
     if (known && status == VANTRIC_ERR_VALUE_UNSET) {
         refusal.cause = Cause::valueUnset;

@@ -9,6 +9,10 @@
 
 namespace vantric {
 
+bool hasExpectation(const RXBlockTable& table, const RXTableEntry& entry) {
+    return entry.expectation != nullptr && table.expectationSize >= sizeof(RXBlockExpectation);
+}
+
 std::int32_t minimumCount(std::int32_t expectedCount, std::uint64_t numPixels) {
     const auto pixels = static_cast<std::uint32_t>(numPixels);
     if (expectedCount < 0) {

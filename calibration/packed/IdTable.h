@@ -13,6 +13,9 @@ constexpr std::int32_t perPixelCount = 0;
 constexpr std::int32_t firstLiteralCount = 2;
 constexpr std::int32_t lastLiteralCount = 249;
 
+/// Whether an entry's expectation is of this library's kind; a host's may be smaller.
+bool hasExpectation(const RXBlockTable& table, const RXTableEntry& entry);
+
 /// Elements that a block must have at least, compared as signed numbers.
 std::int32_t minimumCount(std::int32_t expectedCount, std::uint64_t numPixels);
 

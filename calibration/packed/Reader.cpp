@@ -94,12 +94,13 @@ class Walk {
             return {};
         }
         Refusal refusal = validate(*entry);
+        const bool isFrequency = table_.isFrequencyBlock(&block_) != 0;
         if (entry->copy != nullptr) {
             refusal = refusal.refused() ? refusal : copyBlock(*entry, needsOf(entry->copy));
         } else {
             refusal = placeBlock(*entry, refusal);
         }
-        if (!refusal.refused() && table_.isFrequencyBlock(&block_) != 0) {
+        if (!refusal.refused() && isFrequency) {
             ++frequencyBlockCount_;
         }
         return refusal;
@@ -111,7 +112,7 @@ class Walk {
             return {};
         }
         Refusal refusal = refuse(status, Cause::wrongContent, 0, 0, 0);
-        if (entry.expectation != nullptr) {
+        if (hasExpectation(table_, entry)) {
             refusal =
                 refuse(status, Cause::wrongKind, kindOffset, entry.expectation->kindA, block_.kind);
             refusal.alsoExpected = entry.expectation->kindB;
@@ -136,7 +137,8 @@ class Walk {
         const std::pair psfSize(record_.psfWidth, record_.psfHeight);
         const std::uint32_t status =
             entry.copy(scratch_.data(), size, entry.destination, room, entry.countField);
-        if (needs.endsPsf || psfSize != std::pair(record_.psfWidth, record_.psfHeight)) {
+        const bool isNewProfile = needs.endsPsf && status == VANTRIC_OK;
+        if (isNewProfile || psfSize != std::pair(record_.psfWidth, record_.psfHeight)) {
             std::free(std::exchange(record_.psf, nullptr));
         }
         if (status != VANTRIC_OK) {

@@ -294,12 +294,13 @@ CALCUT_EXPORT uint32_t vantric_dispatchGetCalibrationType(const uint8_t* data, s
  * Records are meant for one read. That the record was made for at least as many pixels as are read
  * into it stays the caller's duty: a record does not know how many it was made for.
  *
- * What the packed format does on a second read into a record (of type 3; a read that failed behind
- * the header counts): the record has the room of the smallest image that it was given, also of one
- * with 0 pixels, and of the fewest values of each counted array; more gives
- * VANTRIC_ERR_BUFFER_TOO_SMALL. It keeps what the new calibration does not bring and appends the
- * date to the one that is there. Custom data is dropped, directions when the image size changes,
- * and the PSF when a straylight block comes.
+ * What the packed format does on a second read into a record (of type 3, or with an image area that
+ * a host has set; a read that failed behind the header counts): the record has the room of the
+ * smallest image that it was given, also of one with 0 pixels, and each counted array that of the
+ * count which the last block for it had, refused or not; more gives VANTRIC_ERR_BUFFER_TOO_SMALL.
+ * It keeps what the new calibration does not bring and appends the date to the one that is there.
+ * Custom data is dropped, directions when the image size changes, and the PSF when a straylight
+ * block comes.
  */
 CALCUT_EXPORT uint32_t vantric_dispatchReadCalibration(const uint8_t* data, size_t size,
                                                        VantricCalibration* record);

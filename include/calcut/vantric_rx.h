@@ -207,7 +207,8 @@ typedef struct RXBlockExpectation {
  * @param source      sourceSize bytes of decoded elements, at the start of a scratch of 4 bytes per
  *                    pixel of the image; the scratch is zero behind them as far as no earlier block
  *                    of the read was decoded into it
- * @param destination destinationSize bytes or entries
+ * @param destination destinationSize bytes or entries. The scratch has 4 bytes for each of these,
+ * too, so a size beyond all memory fails the read (VANTRIC_ERR_BUFFER_TOO_SMALL).
  * @param countField  receives the number of entries written; may be null
  * @return VANTRIC_OK; any other status fails the read with it
  */
