@@ -9,6 +9,10 @@
 // or in ../libexec/calcut, with fixed words (tools/plot/main.cpp reads them):
 //
 //     calcut-plot INPUT OUTPUT LAYOUT MAX-SIZE SHARED-SCALE COLOUR VERBOSITY
+//
+// So is a comparison that draws:
+//
+//     calcut-plot compare A B OUTPUT LAYOUT MAX-SIZE JSON TOLERANCE COLOUR VERBOSITY
 #pragma once
 
 namespace calcut::tools {

@@ -5,9 +5,6 @@
 #include <string>
 
 #include <fmt/format.h>
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 
 #include "cutter/korvelineImage.h"
 #include "tools/commands.h"
@@ -16,6 +13,8 @@
 #include "tools/make/Make.h"
 #include "tools/options/CommandTexts.h"
 #include "tools/options/footers.h"
+#include "tools/options/ModuleOptions.h"
+#include "tools/options/SharedOptions.h"
 #include "tools/options/Suggestion.h"
 #include "tools/plot/Launch.h"
 #include "tools/terminal/Escape.h"
@@ -25,8 +24,6 @@ namespace calcut::tools {
 
 namespace {
 
-using Words = std::vector<std::string>;
-
 // All that a command line can ask for. Options of one subcommand do not touch those of another.
 struct Request {
     TerminalSettings terminal;
@@ -35,60 +32,9 @@ struct Request {
     MakeOptions make;
     std::optional<Layout> madeLayout;
     PlotOptions plot;
+    CompareOptions compare;
+    ExportOptions exports;
 };
-
-template <class Target>
-CLI::Option* addValue(CLI::App& command, const char* names, Target& target, const char* type,
-                      const char* text) {
-    return command.add_option(names, target, text)->type_name(type);
-}
-
-// ------------------------------------------------------------------------------ shared options --
-
-void addTerminalOptions(CLI::App& command, TerminalSettings& settings) {
-    const char* group = "Terminal";
-    const auto set = [&settings](Verbosity verbosity) {
-        return [&settings, verbosity] { settings.verbosity = verbosity; };
-    };
-    command.add_flag_callback("-q,--quiet", set(Verbosity::Quiet), "Print errors only")
-        ->group(group);
-    command.add_flag_callback("-v,--verbose", set(Verbosity::Verbose), "Print what is being done")
-        ->group(group);
-    command
-        .add_option_function<std::string>(
-            "--color",
-            [&settings](const std::string& when) {
-                settings.colour = when == "always"  ? ColourMode::Always
-                                  : when == "never" ? ColourMode::Never
-                                                    : ColourMode::Auto;
-            },
-            "Colours: auto on a terminal, unless NO_COLOR is set")
-        ->check(CLI::IsMember(Words{"auto", "always", "never"}))
-        ->type_name("WHEN")
-        ->group(group);
-}
-
-CLI::Option* addLayout(CLI::App& command, std::optional<Layout>& layout, const char* text) {
-    return command
-        .add_option_function<std::string>(
-            "--layout",
-            [&layout](const std::string& name) {
-                for (const Layout known : knownLayouts) {
-                    layout = name == layoutName(known) ? known : layout;
-                }
-            },
-            text)
-        ->check(CLI::IsMember(Words{"auto", "v7", "korveline", "packed"}))
-        ->type_name("LAYOUT");
-}
-
-// What every subcommand has that reads dumps.
-void addReading(CLI::App& command, std::optional<Layout>& layout, std::uint64_t& maxSize) {
-    addLayout(command, layout, "Layout of what is read; auto goes by the first bytes");
-    addValue(command, "--max-size", maxSize, "SIZE",
-             "Refuse files above this many bytes (K, M, G mean KiB, MiB, GiB) [256M]")
-        ->transform(CLI::AsSizeValue(false).description(""));
-}
 
 // Negative numbers would come out as huge ones.
 CLI::Validator digitsOnly() {
@@ -323,6 +269,8 @@ int runCommandLine(int argc, char** argv) {
     const CLI::App* cut = addCut(app, request);
     const CLI::App* inspect = addInspect(app, request);
     const CLI::App* plot = addPlot(app, request);
+    const CLI::App* compare = addCompare(app, request.compare);
+    const CLI::App* exports = addExport(app, request.exports);
     addMake(app, request);
     addTerminalOptions(app, request.terminal);
     for (CLI::App* command : app.get_subcommands({})) {
@@ -343,6 +291,13 @@ int runCommandLine(int argc, char** argv) {
     }
     if (app.got_subcommand(inspect)) {
         return runInspect(request.inspect);
+    }
+    if (app.got_subcommand(compare)) {
+        return request.compare.output.empty() ? runCompare(request.compare, nullptr)
+                                              : launchCompare(request.compare);
+    }
+    if (app.got_subcommand(exports)) {
+        return runExport(request.exports);
     }
     return app.got_subcommand(plot) ? launchPlot(request.plot) : runMake(request.make);
 }

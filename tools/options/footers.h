@@ -5,7 +5,7 @@ namespace calcut::tools::footers {
 
 inline constexpr const char* command =
     R"(Exit status: 0 everything was done, 1 a file was refused or could not be written,
-2 the command line is wrong; an interrupted command ends by its signal (130, 143).
+2 the command line is wrong (compare: 1 different, 2 not compared); an interrupted command ends by its signal (130, 143).
 Nothing that is also read is ever written to. calcut SUBCOMMAND --help tells more.
 
 Examples:
@@ -14,7 +14,9 @@ Examples:
   calcut cut module.bin out                      cut a dump into the existing folder out
   calcut cut line/*.bin --out cut --report cut.csv
   calcut inspect module.bin                      what is in a dump, or why it cannot be cut
-  calcut plot module.bin -o module.png           its calibration as one sheet)";
+  calcut plot module.bin -o module.png           its calibration as one sheet
+  calcut compare golden.bin module.bin           how two modules differ
+  calcut export module.bin tables --as npy       its tables for NumPy)";
 
 inline constexpr const char* cut =
     R"(calcut cut [OPTIONS] DUMP OUTDIR         one dump into an existing directory
@@ -49,6 +51,40 @@ inline constexpr const char* plot = R"(Exit status: 0 the sheet was written, 1 i
 
 Examples:
   calcut plot module.bin -o sheet.png)";
+
+inline constexpr const char* compare =
+    R"(Differences are B - A. NaN equals NaN. Where the sensors have different sizes, their tables
+are told to differ and are not compared further. Only the calibration counts, not the image
+around it: a dump equals the packed calibration that was cut from it.
+
+Without --tolerance the blocks must be stored alike, too: the same kinds, bits and bytes.
+
+Exit status: 0 equal, 1 different, 2 a file is not readable, or usage.
+
+Examples:
+  calcut compare golden.bin module.bin
+  calcut compare golden.bin module.bin -q && echo equal
+  calcut compare golden.bin module.bin --tolerance 1e-4 -o differences.png
+  calcut compare golden.bin module.bin --json | jq '.tables[] | select(.differs)')";
+
+inline constexpr const char* exports =
+    R"(calcut export [OPTIONS] DUMP DIR --as FORMAT   into DIR, made when it is not there
+
+Tables (mask, pixel_values, frequency_N_pixel_table, rays, psf, custom_ID):
+  npy          NumPy arrays (rows, columns), rays (rows, columns, 3), custom fields of bytes
+  csv          a line for each row of the image; rays as three files, _x, _y and _z
+  pgm          grey pictures of 16 bits; a comment in them says which values they mean
+The lens:
+  opencv-yaml  opencv_camera.yaml for cv::FileStorage: camera_matrix and
+               distortion_coefficients k1 k2 p1 p2 k3, lengths in pixels
+  ros-yaml     camera_info.yaml of ROS, model plumb_bob
+  json         lens.json, with the names of calcut inspect --json
+
+Exit status: 0 all files were written, 1 one was not, 2 usage.
+
+Examples:
+  calcut export module.bin tables --as npy
+  calcut export module.bin . --as opencv-yaml --force)";
 
 inline constexpr const char* make = R"(The same options give the same bytes on every machine.
 Exit status: 0 the file was written, 1 it was not, 2 usage.

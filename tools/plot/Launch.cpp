@@ -26,6 +26,37 @@ std::string ownFolder() {
     return program.substr(0, program.find_last_of('/'));
 }
 
+using Words = std::vector<std::string>;
+
+/// Becomes calcut-plot with these words behind its name; comes back when it cannot.
+void become(const Words& words) {
+    const std::string folder = ownFolder();
+    for (std::string program :
+         {folder + "/calcut-plot", folder + "/../libexec/calcut/calcut-plot"}) {
+        Words all = words;
+        std::vector<char*> arguments = {program.data()};
+        for (std::string& word : all) {
+            arguments.push_back(word.data());
+        }
+        arguments.push_back(nullptr);
+        execv(program.c_str(), arguments.data());
+        if (errno != ENOENT) {
+            printError(program, std::generic_category().message(errno));
+            return;
+        }
+    }
+    printError("", "calcut-plot is not installed: this build was made without Cairo");
+}
+
+std::string layoutWord(const std::optional<Layout>& layout) {
+    return layout ? layoutName(*layout) : "auto";
+}
+
+Words terminalWords() {
+    return {fmt::format("{}", static_cast<unsigned>(terminal().colour)),
+            fmt::format("{}", static_cast<unsigned>(terminal().verbosity))};
+}
+
 }  // namespace
 
 bool isPictureName(const std::string& name) {
@@ -35,32 +66,27 @@ bool isPictureName(const std::string& name) {
 }
 
 int launchPlot(const PlotOptions& options) {
-    const std::string folder = ownFolder();
-    std::vector<std::string> words = {
-        "",
-        options.input,
-        options.output,
-        options.layout ? layoutName(*options.layout) : "auto",
-        fmt::format("{}", options.maxSize),
-        options.sharedScale ? "1" : "0",
-        fmt::format("{}", static_cast<unsigned>(terminal().colour)),
-        fmt::format("{}", static_cast<unsigned>(terminal().verbosity))};
-    for (const std::string& program :
-         {folder + "/calcut-plot", folder + "/../libexec/calcut/calcut-plot"}) {
-        words[0] = program;
-        std::vector<char*> arguments;
-        for (std::string& word : words) {
-            arguments.push_back(word.data());
-        }
-        arguments.push_back(nullptr);
-        execv(program.c_str(), arguments.data());
-        if (errno != ENOENT) {
-            printError(program, std::generic_category().message(errno));
-            return exitFailed;
-        }
-    }
-    printError("", "calcut-plot is not installed: this build was made without Cairo");
+    Words words = {options.input, options.output, layoutWord(options.layout),
+                   fmt::format("{}", options.maxSize), options.sharedScale ? "1" : "0"};
+    const Words more = terminalWords();
+    words.insert(words.end(), more.begin(), more.end());
+    become(words);
     return exitFailed;
+}
+
+int launchCompare(const CompareOptions& options) {
+    Words words = {"compare",
+                   options.a,
+                   options.b,
+                   options.output,
+                   layoutWord(options.layout),
+                   fmt::format("{}", options.maxSize),
+                   options.json ? "1" : "0",
+                   options.tolerance ? fmt::format("{}", *options.tolerance) : ""};
+    const Words more = terminalWords();
+    words.insert(words.end(), more.begin(), more.end());
+    become(words);
+    return exitNotCompared;
 }
 
 }  // namespace calcut::tools

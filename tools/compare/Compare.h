@@ -1,0 +1,33 @@
+// calcut compare: how two modules differ.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/dump/Diagnosis.h"
+
+namespace calcut::tools {
+
+/// Beside exitOk for equal modules and exitFailed for different ones: neither can be told.
+inline constexpr int exitNotCompared = 2;
+
+struct CompareOptions {
+    std::string a;  ///< dumps or bare calibrations; one of them may be "-"
+    std::string b;
+    std::string output;            ///< *.png or *.svg; empty for none
+    std::optional<Layout> layout;  ///< of both; by their first bytes when not set
+    std::uint64_t maxSize = defaultMaxSize;
+    std::optional<double> tolerance;
+    bool json = false;
+};
+
+/// Makes the picture for options.output; empty when it cannot.
+using DrawDifferences = std::vector<std::uint8_t> (*)(const Diagnosis& a, const Diagnosis& b,
+                                                      const std::string& output);
+
+/// Prints how two modules differ. draw is null in a program that cannot. Returns the exit status.
+int runCompare(const CompareOptions& options, DrawDifferences draw);
+
+}  // namespace calcut::tools

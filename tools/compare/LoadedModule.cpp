@@ -1,0 +1,30 @@
+#include "tools/compare/LoadedModule.h"
+
+#include "tools/terminal/Terminal.h"
+
+namespace calcut::tools {
+
+std::unique_ptr<LoadedModule> loadModule(const std::string& path, std::optional<Layout> layout,
+                                         std::uint64_t maxSize) {
+    printNote(path, "reading");
+    auto module = std::make_unique<LoadedModule>();
+    module->dump = loadDump(path, maxSize);
+    if (!module->dump.error.empty()) {
+        printError(path, module->dump.error);
+        return nullptr;
+    }
+    const ByteView bytes = module->dump.bytes;
+    Diagnosis& diagnosis = module->diagnosis;
+    diagnosis = diagnose(bytes, layout.value_or(classify(bytes)), vantric::Wanted::everything);
+    if (diagnosis.status != VANTRIC_OK || !diagnosis.record) {
+        printError(path, diagnosis.faults.empty() ? "holds no calibration"
+                                                  : describe(diagnosis.faults.front()));
+        return nullptr;
+    }
+    for (const Finding& fault : diagnosis.faults) {
+        printWarning(path, describe(fault));
+    }
+    return module;
+}
+
+}  // namespace calcut::tools
