@@ -12,7 +12,8 @@ build_packages=(
   "${library_packages[@]}" pkg-config
   libcli11-dev libfmt-dev nlohmann-json3-dev libcairo2-dev
 )
-test_packages=(libgtest-dev)
+# The last three read what calcut export writes.
+test_packages=(libgtest-dev python3-numpy python3-yaml python3-opencv)
 
 missing_packages() {
   local package

@@ -1,0 +1,202 @@
+// How two modules differ, in process: what a comparison may not miss, and what it may not invent.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <nlohmann/json.hpp>
+
+#include "fixtures.h"
+#include "tools/compare/Compare.h"
+#include "tools/compare/CompareText.h"
+#include "tools/compare/CompareTree.h"
+#include "tools/compare/TableDifference.h"
+
+using namespace fixtures;
+using namespace calcut::tools;
+
+namespace {
+
+using calcut::writer::Calibration;
+using Change = std::function<void(Calibration&)>;
+
+Diagnosis diagnosisOf(const Bytes& file) {
+    return diagnose(file, classify(file), vantric::Wanted::everything);
+}
+
+Json compared(const Bytes& a, const Bytes& b, std::optional<double> tolerance = {}) {
+    return compareTree({"a", diagnosisOf(a)}, {"b", diagnosisOf(b)}, tolerance);
+}
+
+Bytes packed(const Change& change, unsigned valueBits = 0) {
+    Calibration calibration = smallCalibration();
+    change(calibration);
+    calcut::writer::PackOptions options;
+    options.valueBits = valueBits;
+    return calcut::writer::packCalibration(calibration, options);
+}
+
+void unchanged(Calibration& /*calibration*/) {}
+
+Json tableOf(const Json& tree, const std::string& name) {
+    for (const Json& table : tree["tables"]) {
+        if (table["name"] == name) {
+            return table;
+        }
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+TEST(Compare, EveryBitThatStillReadsIsADifference) {
+    // 36 pixels: no flipped bit makes another spelling of the same count.
+    calcut::writer::CalibrationOptions options;
+    options.columns = 9;
+    options.rows = 4;
+    options.frequencies = 1;
+    const Bytes original =
+        calcut::writer::packCalibration(calcut::writer::makeCalibration(options));
+    const Diagnosis about = diagnosisOf(original);
+    EXPECT_TRUE(compared(original, original)["equal"].get<bool>());
+    EXPECT_TRUE(compared(original, v7Image(original))["equal"].get<bool>());
+    unsigned seen = 0;
+    for (std::size_t bit = 0; bit < 8 * original.size(); ++bit) {
+        const Bytes changed = flipped(original, bit);
+        if (const Diagnosis other = diagnosisOf(changed); other.status == VANTRIC_OK) {
+            ++seen;
+            const Json tree = bit % 2 == 0 ? compareTree({"a", about}, {"b", other}, {})
+                                           : compareTree({"a", other}, {"b", about}, {});
+            EXPECT_FALSE(tree["equal"].get<bool>()) << "bit " << bit;
+        }
+    }
+    EXPECT_GT(seen, 1000U);
+}
+
+TEST(Compare, WhereAndByHowMuch) {
+    const Bytes original = packed(unchanged);
+    struct Case {
+        const char* name;
+        Change change;
+        const char* table;  ///< the only one that differs, or none
+        const char* value;  ///< the only other value that differs, or none
+    };
+    const std::vector<Case> cases = {
+        {"mask", [](Calibration& c) { c.mask[9] ^= 1; }, "mask", nullptr},
+        {"pixel value", [](Calibration& c) { c.pixelValues[9] += 0.5F; }, "pixel_values", nullptr},
+        {"table", [](Calibration& c) { c.frequencies[1].pixelTable[9] -= 0.5F; },
+         "frequency_1_pixel_table", nullptr},
+        {"text", [](Calibration& c) { c.text1 = "another"; }, nullptr, "text1"},
+        {"custom", [](Calibration& c) { c.custom[1].back() ^= 1; }, nullptr, "custom.129"},
+        {"values", [](Calibration& c) { c.frequencies[0].valuesB[1] += 1.0F; }, nullptr,
+         "frequencies.0.valuesB.1"},
+    };
+    for (const Case& test : cases) {
+        const Json tree = compared(original, packed(test.change));
+        EXPECT_FALSE(tree["equal"].get<bool>()) << test.name;
+        for (const Json& table : tree["tables"]) {
+            const bool expected = test.table != nullptr && table["name"] == test.table;
+            EXPECT_EQ(table["differs"].get<bool>(), expected) << test.name << table;
+            EXPECT_EQ(table["differing"], expected ? 1 : 0) << test.name;
+            if (expected) {
+                const double size = table["max"]["difference"].get<double>();
+                EXPECT_EQ(table["max"]["column"], 1) << test.name;
+                EXPECT_EQ(table["max"]["row"], 1) << test.name;
+                EXPECT_FLOAT_EQ(table["rms"].get<float>(),
+                                static_cast<float>(std::abs(size) / std::sqrt(32.0)));
+                EXPECT_EQ(size < 0, test.table != std::string("pixel_values"));
+            }
+        }
+        ASSERT_EQ(tree["values"].size(), test.value == nullptr ? 0U : 1U) << tree["values"];
+        EXPECT_TRUE(test.value == nullptr || tree["values"][0]["name"] == test.value) << test.name;
+    }
+}
+
+TEST(Compare, AHundredPixelValues) {
+    const auto wide = [](bool changed) {
+        return packed([changed](Calibration& c) {
+            c.columns = 40;
+            c.rows = 30;
+            c.mask.assign(1200, 1);
+            c.pixelValues.assign(1200, 1.0F);
+            for (auto& frequency : c.frequencies) {
+                frequency.pixelTable.assign(1200, 0.0F);
+            }
+            for (std::size_t i = 0; changed && i < 100; ++i) {
+                c.pixelValues[12 * i] = 1.5F;
+            }
+        });
+    };
+    const Json tree = compared(wide(false), wide(true));
+    EXPECT_EQ(tableOf(tree, "pixel_values")["differing"], 100);
+    EXPECT_NE(compareText(tree, {}).find("100 of 1200"), std::string::npos);
+    // Other sizes are told, not compared.
+    const Json sizes = compared(packed(unchanged), wide(false));
+    EXPECT_FALSE(sizes["equal"].get<bool>());
+    EXPECT_TRUE(tableOf(sizes, "mask")["differing"].is_null());
+    EXPECT_NE(compareText(sizes, {}).find("A: 8 x 4, B: 40 x 30"), std::string::npos);
+}
+
+TEST(Compare, ToleranceAppliesToValuesNotToHowTheyAreStored) {
+    const Bytes original = packed(unchanged);
+    const Bytes shifted = packed([](Calibration& c) { c.pixelValues[3] += 0.25F; });
+    const Bytes coarse = packed(unchanged, 12);
+    const Bytes text = packed([](Calibration& c) { c.text2 = "another"; });
+    const Bytes fewer = packed([](Calibration& c) { c.frequencies.pop_back(); });
+    struct Case {
+        const Bytes& other;
+        std::optional<double> tolerance;
+        bool equal;
+    };
+    const std::vector<Case> cases = {
+        {shifted, {}, false}, {shifted, 0.2, false}, {shifted, 0.25, true}, {coarse, {}, false},
+        {coarse, 0.01, true}, {text, 1e9, false},    {fewer, 1e9, false},   {original, 0.0, true},
+    };
+    for (std::size_t i = 0; i < cases.size(); ++i) {
+        EXPECT_EQ(compared(original, cases[i].other, cases[i].tolerance)["equal"], cases[i].equal)
+            << "case " << i;
+    }
+}
+
+TEST(Compare, WhatIsNotFinite) {
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const float inf = std::numeric_limits<float>::infinity();
+    const std::vector<float> a = {nan, inf, nan, inf, 1.0F, 0.0F};
+    const std::vector<float> b = {nan, inf, 1.0F, -inf, 3.0F, -0.0F};
+    const auto table = [](const std::vector<float>& values) {
+        return Table{"t", "t", 6, 1, 1, {}, values};
+    };
+    const TableDifference difference = differenceOf(table(a), table(b), 1.0);
+    EXPECT_EQ(difference.differing, 3U);
+    EXPECT_EQ(difference.unmeasured, 2U);
+    EXPECT_EQ(difference.max, 2.0);
+    EXPECT_EQ(difference.maxAt, 4U);
+    EXPECT_EQ(difference.rms, 1.0);  // of the four that can be measured
+}
+
+TEST(Compare, ExitStatuses) {
+    const TempDir dir;
+    writeBytes(dir / "a.png", smallPacked());
+    writeBytes(dir / "b", packed([](Calibration& c) { c.text1 = "another"; }));
+    writeBytes(dir / "broken", prefix(smallPacked(), 100));
+    struct Case {
+        const char *a, *b, *output;
+        int status;
+    };
+    const std::vector<Case> cases = {
+        {"a.png", "a.png", "", 0},  {"a.png", "b", "", 1},      {"a.png", "missing", "", 2},
+        {"broken", "a.png", "", 2}, {"b", "a.png", "a.png", 2}, {"b", "a.png", "no/x.png", 2},
+    };
+    for (const auto& [a, b, output, status] : cases) {
+        CompareOptions options;
+        options.a = dir / a;
+        options.b = dir / b;
+        options.output = *output == '\0' ? "" : dir / output;
+        testing::internal::CaptureStdout();
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(runCompare(options, nullptr), status) << a << " " << b << " " << output;
+        EXPECT_EQ(testing::internal::GetCapturedStdout().empty(), status == 2);
+        EXPECT_EQ(testing::internal::GetCapturedStderr().empty(), status != 2);
+    }
+    EXPECT_EQ(readBytes(dir / "a.png"), smallPacked());
+}
