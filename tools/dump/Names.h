@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "calibration/packed/Reader.h"
 
@@ -10,6 +11,9 @@ namespace calcut::tools {
 
 /// "VANTRIC_ERR_END_OF_DATA" and so on; "0x12345678" for a number without a name.
 std::string statusName(std::uint32_t status);
+
+/// What the name of a status of a read means: "the data ends inside a header or payload".
+const char* statusText(std::string_view name);
 
 /// What a block carries, for instance "lens parameters" or "frequency 2: pixel table"; "custom
 /// block" from 128 on, "unknown" where the format has no such id.

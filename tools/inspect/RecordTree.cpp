@@ -103,9 +103,6 @@ Json customTree(const Diagnosis& about) {
 }  // namespace
 
 Json jsonFloat(float value) {
-    if (std::isnan(value)) {
-        return nullptr;
-    }
     if (std::isinf(value)) {
         return value < 0 ? "-inf" : "inf";
     }
