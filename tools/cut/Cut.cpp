@@ -8,6 +8,7 @@
 #include "tools/commands.h"
 #include "tools/cut/Batch.h"
 #include "tools/cut/Folder.h"
+#include "tools/cut/Report.h"
 #include "tools/cut/StackFiles.h"
 #include "tools/terminal/Escape.h"
 #include "tools/terminal/Interrupt.h"
@@ -121,6 +122,23 @@ int verify(const CutOptions& options) {
 }
 
 }  // namespace
+
+std::string usageFault(const CutOptions& options) {
+    if (!options.verify.empty()) {
+        return options.paths.size() == 1 ? "" : "--verify takes the directory and one DUMP";
+    }
+    if (options.out.empty()) {
+        return options.paths.size() == 2 ? ""
+                                         : "give one DUMP and its output directory, or DUMPs and "
+                                           "--out DIR";
+    }
+    if (options.paths.empty() && options.filesFrom.empty()) {
+        return "give a DUMP, a folder of them, or --files-from";
+    }
+    return options.report.empty() || Report::supports(options.report)
+               ? ""
+               : "the file of --report must end in .csv or .json";
+}
 
 int runCut(const CutOptions& options) {
     if (!options.verify.empty()) {

@@ -29,6 +29,9 @@ struct CutOptions {
     std::string verify;  ///< the directory to compare with the dump
 };
 
+/// What is wrong with the options among themselves; empty when nothing is.
+std::string usageFault(const CutOptions& options);
+
 /// Cuts, or compares. Returns the exit status.
 int runCut(const CutOptions& options);
 

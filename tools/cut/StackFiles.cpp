@@ -29,11 +29,12 @@ std::string differenceOf(ByteView wanted, const Dump& found) {
     if (!found.error.empty()) {
         return found.error;
     }
-    const auto [in, out] =
-        std::mismatch(wanted.begin(), wanted.end(), found.bytes.begin(), found.bytes.end());
-    if (in == wanted.end() && out == found.bytes.end()) {
+    if (wanted.size() == found.bytes.size() &&
+        std::memcmp(wanted.data(), found.bytes.data(), wanted.size()) == 0) {
         return {};
     }
+    const auto in =
+        std::mismatch(wanted.begin(), wanted.end(), found.bytes.begin(), found.bytes.end()).first;
     const auto at = in - wanted.begin();
     std::string text = fmt::format("differs at byte {} ({:#x})", at, at);
     if (wanted.size() != found.bytes.size()) {

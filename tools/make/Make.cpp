@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <random>
 #include <stdexcept>
@@ -20,6 +21,10 @@
 namespace calcut::tools {
 
 namespace {
+
+constexpr std::uint64_t leastPixels = 4;
+/// Far above any sensor, and small enough not to bring a machine down by a typing error.
+constexpr std::uint64_t mostPixels = std::uint64_t{1} << 24;
 
 constexpr unsigned defaultTableBits = 12;
 
@@ -140,6 +145,21 @@ std::string whyNotMade(const MakeOptions& options) {
 }
 
 }  // namespace
+
+std::string parseSize(const std::string& text, MakeOptions& options) {
+    const char* end = text.data() + text.size();
+    const auto columns = std::from_chars(text.data(), end, options.columns);
+    const bool cross = columns.ec == std::errc() && columns.ptr != end && *columns.ptr == 'x';
+    const auto rows = cross ? std::from_chars(columns.ptr + 1, end, options.rows) : columns;
+    if (!cross || rows.ec != std::errc() || rows.ptr != end) {
+        return "give columns and rows of at most 65535 each, for instance 224x172, not " + text;
+    }
+    const std::uint64_t pixels = std::uint64_t{options.columns} * options.rows;
+    return pixels >= leastPixels && pixels <= mostPixels
+               ? std::string()
+               : fmt::format("{} has {} pixels, not {} to {}", text, pixels, leastPixels,
+                             mostPixels);
+}
 
 int runMake(const MakeOptions& options) {
     const std::string refusal = whyNotMade(options);

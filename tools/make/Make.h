@@ -9,10 +9,6 @@
 
 namespace calcut::tools {
 
-/// Far above any sensor, and small enough not to bring a machine down by a typing error.
-inline constexpr std::uint64_t leastMadePixels = 4;
-inline constexpr std::uint64_t mostMadePixels = std::uint64_t{1} << 24;
-
 struct MakeOptions {
     Layout layout = Layout::V7;  ///< Packed: no image around the calibration
     std::optional<unsigned> signature;
@@ -26,6 +22,9 @@ struct MakeOptions {
     std::string output;
     bool force = false;
 };
+
+/// Stores columns and rows, written as 224x172. Returns what is wrong with them; empty for nothing.
+std::string parseSize(const std::string& text, MakeOptions& options);
 
 /// Writes what the options describe. Returns the exit status.
 int runMake(const MakeOptions& options);

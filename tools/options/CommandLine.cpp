@@ -1,9 +1,6 @@
 #include "tools/options/CommandLine.h"
 
-#include <algorithm>
-#include <charconv>
 #include <cstdio>
-#include <numeric>
 #include <optional>
 #include <string>
 
@@ -15,11 +12,11 @@
 #include "cutter/korvelineImage.h"
 #include "tools/commands.h"
 #include "tools/cut/Cut.h"
-#include "tools/cut/Report.h"
 #include "tools/inspect/Inspect.h"
 #include "tools/make/Make.h"
 #include "tools/options/CommandTexts.h"
 #include "tools/options/footers.h"
+#include "tools/options/Suggestion.h"
 #include "tools/plot/Launch.h"
 #include "tools/terminal/Escape.h"
 #include "tools/terminal/Terminal.h"
@@ -36,8 +33,15 @@ struct Request {
     CutOptions cut;
     InspectOptions inspect;
     MakeOptions make;
+    std::optional<Layout> madeLayout;
     PlotOptions plot;
 };
+
+template <class Target>
+CLI::Option* addValue(CLI::App& command, const char* names, Target& target, const char* type,
+                      const char* text) {
+    return command.add_option(names, target, text)->type_name(type);
+}
 
 // ------------------------------------------------------------------------------ shared options --
 
@@ -64,24 +68,13 @@ void addTerminalOptions(CLI::App& command, TerminalSettings& settings) {
         ->group(group);
 }
 
-std::optional<Layout> layoutOf(const std::string& name) {
-    for (const Layout layout : {Layout::V7, Layout::Korveline, Layout::Packed}) {
-        if (name == layoutName(layout)) {
-            return layout;
-        }
-    }
-    return std::nullopt;
-}
-
-template <class Target>
-CLI::Option* addLayout(CLI::App& command, Target& layout, const char* text) {
+CLI::Option* addLayout(CLI::App& command, std::optional<Layout>& layout, const char* text) {
     return command
         .add_option_function<std::string>(
             "--layout",
             [&layout](const std::string& name) {
-                layout = layoutOf(name).value_or(Layout::V7);
-                if constexpr (!std::is_same_v<Target, Layout>) {
-                    layout = layoutOf(name);
+                for (const Layout known : knownLayouts) {
+                    layout = name == layoutName(known) ? known : layout;
                 }
             },
             text)
@@ -89,12 +82,12 @@ CLI::Option* addLayout(CLI::App& command, Target& layout, const char* text) {
         ->type_name("LAYOUT");
 }
 
-void addMaxSize(CLI::App& command, std::uint64_t& maxSize) {
-    command
-        .add_option("--max-size", maxSize,
-                    "Refuse files above this many bytes (K, M, G mean KiB, MiB, GiB) [256M]")
-        ->transform(CLI::AsSizeValue(false).description(""))
-        ->type_name("SIZE");
+// What every subcommand has that reads dumps.
+void addReading(CLI::App& command, std::optional<Layout>& layout, std::uint64_t& maxSize) {
+    addLayout(command, layout, "Layout of what is read; auto goes by the first bytes");
+    addValue(command, "--max-size", maxSize, "SIZE",
+             "Refuse files above this many bytes (K, M, G mean KiB, MiB, GiB) [256M]")
+        ->transform(CLI::AsSizeValue(false).description(""));
 }
 
 // Negative numbers would come out as huge ones.
@@ -109,84 +102,49 @@ CLI::Validator digitsOnly() {
 
 // -------------------------------------------------------------------------------------- cut --
 
-void checkCut(const CutOptions& options) {
-    if (!options.verify.empty()) {
-        if (options.paths.size() != 1) {
-            throw CLI::ValidationError("--verify", "give the directory and one DUMP");
-        }
-    } else if (options.out.empty()) {
-        if (options.paths.size() != 2) {
-            throw CLI::ValidationError(
-                "cut", "give one DUMP and its output directory, or DUMPs and --out DIR");
-        }
-    } else if (options.paths.empty() && options.filesFrom.empty()) {
-        throw CLI::ValidationError("cut", "give a DUMP, a folder of them, or --files-from");
-    }
-    if (!options.report.empty() && !Report::supports(options.report)) {
-        throw CLI::ValidationError("--report", "the file must end in .csv or .json");
-    }
-}
-
 void addBatchOptions(CLI::App& command, CutOptions& options) {
-    const char* group = "Many dumps";
-    CLI::Option* out =
-        command
-            .add_option("--out", options.out, "Directory for many dumps, made when it is not there")
-            ->type_name("DIR")
-            ->group(group);
-    command
-        .add_option("--files-from", options.filesFrom,
-                    "Take the paths in FILE, too, one on each line (or between zero bytes); - for "
-                    "standard input")
-        ->type_name("FILE")
-        ->needs(out)
-        ->group(group);
-    command
-        .add_option("--glob", options.glob,
-                    "Of folders, take only files of such a name, for instance '*.bin'")
-        ->type_name("PATTERN")
-        ->needs(out)
-        ->group(group);
-    command.add_option("-j,--jobs", options.jobs, "Dumps cut at once (one for each processor)")
-        ->check(CLI::Range(1U, 1024U))
-        ->type_name("N")
-        ->needs(out)
-        ->group(group);
-    command
-        .add_option("--report", options.report,
-                    "Write what came of each dump, by its extension as .csv or .json")
-        ->type_name("FILE")
-        ->needs(out)
-        ->group(group);
-    command
-        .add_flag("--resume", options.resume,
-                  "Leave out dumps whose folder holds their whole cut already")
-        ->needs(out)
-        ->group(group);
+    CLI::Option* out = addValue(command, "--out", options.out, "DIR",
+                                "Directory for many dumps, made when it is not there");
+    const std::initializer_list<CLI::Option*> all = {
+        addValue(command, "--files-from", options.filesFrom, "FILE",
+                 "Take the paths in FILE, too, one on each line (or between zero bytes); - for "
+                 "standard input"),
+        addValue(command, "--glob", options.glob, "PATTERN",
+                 "Of folders, take only files of such a name, for instance '*.bin'"),
+        addValue(command, "-j,--jobs", options.jobs, "N",
+                 "Dumps cut at once (one for each processor)")
+            ->check(CLI::Range(1U, 1024U)),
+        addValue(command, "--report", options.report, "FILE",
+                 "Write what came of each dump, by its extension as .csv or .json"),
+        command.add_flag("--resume", options.resume,
+                         "Leave out dumps whose folder holds their whole cut already")};
+    out->group("Many dumps");
+    for (CLI::Option* option : all) {
+        option->needs(out)->group("Many dumps");
+    }
 }
 
 CLI::App* addCut(CLI::App& app, Request& request) {
     CutOptions& options = request.cut;
     CLI::App* command = app.add_subcommand("cut", "Cut dumps into the files of the camera stack");
     command->footer(footers::cut);
-    command
-        ->add_option("DUMP", options.paths,
-                     "Dumps or folders of them, or one dump (- for standard input) and the output "
-                     "directory")
-        ->type_name("FILE");
-    addLayout(*command, options.layout, "Layout of the dumps; auto goes by their first bytes");
-    addMaxSize(*command, options.maxSize);
+    addValue(*command, "DUMP", options.paths, "FILE",
+             "Dumps or folders of them, or one dump (- for standard input) and the output "
+             "directory");
+    addReading(*command, options.layout, options.maxSize);
     command->add_flag("--force", options.force,
                       "Replace also what is a dump or belongs to another one");
     command->add_flag("--strict", options.strict, "Exit with 1 when there are warnings, too");
     CLI::Option* verify =
-        command
-            ->add_option("--verify", options.verify,
-                         "Write nothing; compare the files in DIR with the dump, byte for byte")
-            ->type_name("DIR");
+        addValue(*command, "--verify", options.verify, "DIR",
+                 "Write nothing; compare the files in DIR with the dump, byte for byte");
     addBatchOptions(*command, options);
     verify->excludes(command->get_option("--out"));
-    command->callback([&options] { checkCut(options); });
+    command->callback([&options] {
+        if (const std::string fault = usageFault(options); !fault.empty()) {
+            throw CLI::ValidationError("cut", fault);
+        }
+    });
     return command;
 }
 
@@ -197,13 +155,11 @@ CLI::App* addInspect(CLI::App& app, Request& request) {
     CLI::App* command = app.add_subcommand(
         "inspect", "Show what dumps and packed calibrations hold, and why they do not read");
     command->footer(footers::inspect);
-    command
-        ->add_option("FILE", options.paths, "Dumps, packed calibrations, or - for standard input")
-        ->required()
-        ->type_name("FILE");
+    addValue(*command, "FILE", options.paths, "FILE",
+             "Dumps, packed calibrations, or - for standard input")
+        ->required();
     command->add_flag("--json", options.json, "Print JSON (keys: docs/inspect-json.md)");
-    addLayout(*command, options.layout, "Layout of the files; auto goes by their first bytes");
-    addMaxSize(*command, options.maxSize);
+    addReading(*command, options.layout, options.maxSize);
     command->add_flag("--strict", options.strict, "Exit with 1 when there are warnings, too");
     return command;
 }
@@ -212,83 +168,57 @@ CLI::App* addPlot(CLI::App& app, Request& request) {
     PlotOptions& options = request.plot;
     CLI::App* command = app.add_subcommand("plot", "Draw a calibration on one sheet");
     command->footer(footers::plot);
-    command->add_option("FILE", options.input, "Dump, packed calibration, or - for standard input")
+    addValue(*command, "FILE", options.input, "FILE",
+             "Dump, packed calibration, or - for standard input")
+        ->required();
+    addValue(*command, "-o,--output", options.output, "FILE",
+             "Picture to write: NAME.png or NAME.svg; - writes a PNG to standard output")
         ->required()
-        ->type_name("FILE");
-    command
-        ->add_option("-o,--output", options.output,
-                     "Picture to write: NAME.png or NAME.svg; - writes a PNG to standard output")
-        ->required()
-        ->type_name("FILE")
-        ->check([](const std::string& name) -> std::string {
-            const std::size_t dot = name.find_last_of('.');
-            const std::string ending = dot == std::string::npos ? "" : name.substr(dot);
-            return name == "-" || ending == ".png" || ending == ".svg"
-                       ? ""
-                       : "the picture's name must end in .png or .svg";
+        ->check([](const std::string& name) {
+            return std::string(isPictureName(name) ? ""
+                                                   : "the picture's name must end in .png or .svg");
         });
-    addLayout(*command, options.layout, "Layout of the file; auto goes by its first bytes");
-    addMaxSize(*command, options.maxSize);
+    addReading(*command, options.layout, options.maxSize);
     command->add_flag("--shared-scale", options.sharedScale,
                       "One colour scale for the tables of all frequencies");
     return command;
 }
 
-void parseSize(const std::string& text, MakeOptions& options) {
-    const char* end = text.data() + text.size();
-    const auto columns = std::from_chars(text.data(), end, options.columns);
-    const bool cross = columns.ec == std::errc() && columns.ptr != end && *columns.ptr == 'x';
-    const auto rows = cross ? std::from_chars(columns.ptr + 1, end, options.rows) : columns;
-    if (!cross || rows.ec != std::errc() || rows.ptr != end || options.columns == 0 ||
-        options.rows == 0) {
-        throw CLI::ValidationError(
-            "--size",
-            "give columns and rows of 1 to 65535 each, for instance 224x172, not " + text);
-    }
-    const std::uint64_t pixels = std::uint64_t{options.columns} * options.rows;
-    if (pixels > mostMadePixels || pixels < leastMadePixels) {
-        throw CLI::ValidationError("--size", fmt::format("{} has {} pixels, not {} to {}", text,
-                                                         pixels, leastMadePixels, mostMadePixels));
-    }
-}
-
 void addContentOptions(CLI::App& command, MakeOptions& options) {
     command
         .add_option_function<std::string>(
-            "--size", [&options](const std::string& text) { parseSize(text, options); },
+            "--size",
+            [&options](const std::string& text) {
+                if (const std::string fault = parseSize(text, options); !fault.empty()) {
+                    throw CLI::ValidationError("--size", fault);
+                }
+            },
             "Columns and rows of the sensor [224x172]")
         ->type_name("WxH");
-    command.add_option("--frequencies", options.frequencies, "Modulation frequencies [3]")
-        ->check(CLI::Range(1U, 8U))
-        ->type_name("N");
+    addValue(command, "--frequencies", options.frequencies, "N", "Modulation frequencies [3]")
+        ->check(CLI::Range(1U, 8U));
     command.add_flag("--no-straylight{false}", options.straylight,
                      "Leave the straylight profile out");
-    command.add_option("--custom", options.custom, "Custom blocks [2]")
-        ->check(CLI::Range(0U, 5U))
-        ->type_name("N");
-    command
-        .add_option("--table-bits", options.tableBits,
-                    "Bits of a value in the per-pixel tables, 0 for plain floats (12; for "
-                    "Korveline the widest up to 12 that fit)")
-        ->check(CLI::Range(0U, 31U))
-        ->type_name("N");
-    command
-        .add_option("--straylight-exponent", options.straylightExponent,
-                    "Exponent of the straylight distance norm, 2 is Euclidean [2]")
-        ->check(CLI::PositiveNumber)
-        ->type_name("P");
-    command
-        .add_option("--seed", options.seed, "Seed of everything that varies between modules [1]")
-        ->check(digitsOnly())
-        ->type_name("N");
+    addValue(command, "--custom", options.custom, "N", "Custom blocks [2]")
+        ->check(CLI::Range(0U, 5U));
+    addValue(command, "--table-bits", options.tableBits, "N",
+             "Bits of a value in the per-pixel tables, 0 for plain floats (12; for Korveline the "
+             "widest up to 12 that fit)")
+        ->check(CLI::Range(0U, 31U));
+    addValue(command, "--straylight-exponent", options.straylightExponent, "P",
+             "Exponent of the straylight distance norm, 2 is Euclidean [2]")
+        ->check(CLI::PositiveNumber);
+    addValue(command, "--seed", options.seed, "N",
+             "Seed of everything that varies between modules [1]")
+        ->check(digitsOnly());
 }
 
 CLI::App* addMake(CLI::App& app, Request& request) {
     MakeOptions& options = request.make;
     CLI::App* command = app.add_subcommand("make", "Make a dump with a plausible calibration");
     command->footer(footers::make);
-    CLI::Option* layout =
-        addLayout(*command, options.layout, "Layout of the dump; auto is v7, packed has no image");
+    CLI::Option* layout = addLayout(*command, request.madeLayout,
+                                    "Layout of the dump; auto is v7, packed has no image");
     command
         ->add_option("--signature", options.signature,
                      "Put a signature of N bytes behind a Korveline payload (0: an area without "
@@ -298,14 +228,15 @@ CLI::App* addMake(CLI::App& app, Request& request) {
     addContentOptions(*command, options);
     command
         ->add_flag_callback(
-            "--bare", [&options] { options.layout = Layout::Packed; },
+            "--bare", [&request] { request.madeLayout = Layout::Packed; },
             "The same as --layout packed")
         ->excludes(layout);
-    command->add_option("-o,--output", options.output, "File to write, - for standard output")
-        ->required()
-        ->type_name("FILE");
+    addValue(*command, "-o,--output", options.output, "FILE",
+             "File to write, - for standard output")
+        ->required();
     command->add_flag("--force", options.force, "Replace a file that exists");
-    command->callback([&options] {
+    command->callback([&options, &request] {
+        options.layout = request.madeLayout.value_or(Layout::V7);
         if (options.signature && options.layout != Layout::Korveline) {
             throw CLI::ValidationError("--signature", "only Korveline dumps carry a signature");
         }
@@ -315,35 +246,6 @@ CLI::App* addMake(CLI::App& app, Request& request) {
 
 // ------------------------------------------------------------------------------ the whole line --
 
-std::size_t editDistance(std::string_view one, std::string_view other) {
-    std::vector<std::size_t> row(other.size() + 1);
-    std::iota(row.begin(), row.end(), std::size_t{0});
-    for (std::size_t i = 0; i < one.size(); ++i) {
-        std::size_t diagonal = row[0]++;
-        for (std::size_t j = 0; j < other.size(); ++j) {
-            const std::size_t changed = diagonal + (one[i] == other[j] ? 0 : 1);
-            diagonal = row[j + 1];
-            row[j + 1] = std::min({changed, row[j] + 1, diagonal + 1});
-        }
-    }
-    return row.back();
-}
-
-// " (did you mean ...?)" for the subcommand that is nearest to a word, if any is near.
-std::string suggestion(CLI::App& app, const std::string& word) {
-    std::string best;
-    std::size_t least = std::max<std::size_t>(2, word.size() / 2);
-    for (const CLI::App* command : app.get_subcommands({})) {
-        const std::size_t distance = editDistance(word, command->get_name());
-        const bool begun = command->get_name().rfind(word, 0) == 0;
-        if (begun || distance < least) {
-            least = begun ? 0 : distance;
-            best = command->get_name();
-        }
-    }
-    return best.empty() ? std::string() : fmt::format(" (did you mean {}?)", best);
-}
-
 int tellParseError(CLI::App& app, const CLI::ParseError& error) {
     if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
         const bool version = error.get_name() == "CallForVersion";
@@ -352,10 +254,14 @@ int tellParseError(CLI::App& app, const CLI::ParseError& error) {
         return exitOk;
     }
     const auto parsed = app.get_subcommands();
+    Words subcommands;
+    for (const CLI::App* command : app.get_subcommands({})) {
+        subcommands.push_back(command->get_name());
+    }
     const auto unknown = app.remaining();
     const std::string what =
         parsed.empty() && !unknown.empty()
-            ? "no such subcommand: " + unknown.front() + suggestion(app, unknown.front())
+            ? "no such subcommand: " + unknown.front() + suggestion(unknown.front(), subcommands)
             : error.what();
     printError("", fmt::format("{} (calcut {}--help shows how)", escapePath(what),
                                parsed.empty() ? "" : parsed.front()->get_name() + " "));

@@ -102,53 +102,31 @@ void Canvas::outline(const Rect& area, Rgb colour) {
     cairo_stroke(context_.get());
 }
 
-void Canvas::circle(Point centre, double radius) {
-    cairo_new_path(context_.get());
-    cairo_arc(context_.get(), centre.x, centre.y, radius, 0.0, 2.0 * std::numbers::pi);
-}
-
 void Canvas::mark(Mark mark, Point centre, Rgb colour) {
-    constexpr double reach = 6.0;
-    constexpr double small = 3.5;
+    constexpr double reach = 5.5;
     const auto [x, y] = centre;
-    const Rect box{x - small, y - small, 2.0 * small, 2.0 * small};
-    switch (mark) {
-        case Mark::Box:
-            fill({x - 5.0, y - 5.0, 10.0, 10.0}, colour);
-            outline({x - 5.5, y - 5.5, 11.0, 11.0}, quietColour);
-            break;
-        case Mark::Ring:
-            for (const auto& [shade, thickness] :
-                 {std::pair{paperColour, 3.5}, std::pair{colour, 1.4}}) {
-                circle(centre, reach - 0.5);
-                setColour(shade);
-                cairo_set_line_width(context_.get(), thickness);
-                cairo_stroke(context_.get());
+    if (mark == Mark::Box) {
+        fill({x - 4.5, y - 4.5, 9.0, 9.0}, colour);
+        outline({x - 4.5, y - 4.5, 9.0, 9.0}, inkColour);
+        return;
+    }
+    for (const auto& [shade, thickness] : {std::pair{paperColour, 3.5}, std::pair{colour, 1.4}}) {
+        setColour(shade);
+        cairo_set_line_width(context_.get(), thickness);
+        cairo_new_path(context_.get());
+        if (mark == Mark::Cross) {
+            cairo_move_to(context_.get(), x - reach, y);
+            cairo_line_to(context_.get(), x + reach, y);
+            cairo_move_to(context_.get(), x, y - reach);
+            cairo_line_to(context_.get(), x, y + reach);
+        } else {
+            const double radius = mark == Mark::Ring ? reach : 3.0;
+            cairo_arc(context_.get(), x, y, radius, 0.0, 2.0 * std::numbers::pi);
+            if (mark == Mark::Dot) {
+                cairo_fill_preserve(context_.get());
             }
-            break;
-        case Mark::Cross:
-            for (const auto& [shade, thickness] :
-                 {std::pair{paperColour, 3.5}, std::pair{colour, 1.4}}) {
-                const Point across[] = {{x - reach, y}, {x + reach, y}};
-                const Point down[] = {{x, y - reach}, {x, y + reach}};
-                line(across, shade, thickness);
-                line(down, shade, thickness);
-            }
-            break;
-        case Mark::Line: {
-            const Point ends[] = {{x - reach, y}, {x + reach, y}};
-            line(ends, colour, 2.0);
-            break;
         }
-        case Mark::Dot:
-            circle(centre, small);
-            setColour(colour);
-            cairo_fill(context_.get());
-            break;
-        case Mark::Square:
-            fill(box, paperColour);
-            outline(box, colour);
-            break;
+        cairo_stroke(context_.get());
     }
 }
 
@@ -203,28 +181,18 @@ double Canvas::textWidth(const std::string& text, const TextStyle& style) const 
     return extents.x_advance;
 }
 
-std::string Canvas::fitText(const std::string& text, const TextStyle& style, double width) const {
+std::string Canvas::fitText(std::string text, const TextStyle& style, double width) const {
     if (textWidth(text, style) <= width) {
         return text;
     }
-    const auto isContinuation = [&text](std::size_t at) {
-        return (static_cast<unsigned char>(text[at]) & 0xC0U) == 0x80U;
-    };
-    for (std::size_t kept = std::min<std::size_t>(text.size(), 400); kept > 1; --kept) {
-        std::size_t head = (kept + 1) / 2;
-        std::size_t tail = text.size() - kept / 2;
-        while (head > 0 && isContinuation(head)) {
-            --head;
+    while (!text.empty() && textWidth(text + "…", style) > width) {
+        // A whole character of UTF-8 goes.
+        while ((static_cast<unsigned char>(text.back()) & 0xC0U) == 0x80U && text.size() > 1) {
+            text.pop_back();
         }
-        while (tail < text.size() && isContinuation(tail)) {
-            ++tail;
-        }
-        std::string shortened = text.substr(0, head) + "…" + text.substr(tail);
-        if (textWidth(shortened, style) <= width) {
-            return shortened;
-        }
+        text.pop_back();
     }
-    return "…";
+    return text + "…";
 }
 
 std::vector<std::uint8_t> Canvas::finish() {
@@ -232,15 +200,11 @@ std::vector<std::uint8_t> Canvas::finish() {
         return {};
     }
     if (format_ == PictureFormat::Png) {
-        if (cairo_surface_write_to_png_stream(surface_.get(), append, &bytes_) !=
-            CAIRO_STATUS_SUCCESS) {
-            bytes_.clear();
-        }
-    } else {
-        cairo_surface_finish(surface_.get());
-        if (cairo_surface_status(surface_.get()) != CAIRO_STATUS_SUCCESS) {
-            bytes_.clear();
-        }
+        (void)cairo_surface_write_to_png_stream(surface_.get(), append, &bytes_);
+    }
+    cairo_surface_finish(surface_.get());
+    if (cairo_surface_status(surface_.get()) != CAIRO_STATUS_SUCCESS) {
+        bytes_.clear();
     }
     return std::move(bytes_);
 }

@@ -43,7 +43,7 @@ struct TextStyle {
 };
 
 /// How a thing is marked on the page and in a legend.
-enum class Mark : std::uint8_t { Box, Ring, Cross, Line, Dot, Square };
+enum class Mark : std::uint8_t { Box, Ring, Cross, Dot };
 
 /// A page. Lengths are pixels of the PNG; y grows downwards. Text must be UTF-8.
 class Canvas {
@@ -71,9 +71,8 @@ class Canvas {
     void endClip();
 
     [[nodiscard]] double textWidth(const std::string& text, const TextStyle& style) const;
-    /// text, shortened in its middle until it is no wider than width.
-    [[nodiscard]] std::string fitText(const std::string& text, const TextStyle& style,
-                                      double width) const;
+    /// text, its end left out where it is wider than width.
+    [[nodiscard]] std::string fitText(std::string text, const TextStyle& style, double width) const;
 
     /// The finished file; empty when it could not be made. Nothing can be drawn afterwards.
     std::vector<std::uint8_t> finish();
@@ -86,7 +85,6 @@ class Canvas {
     using Surface = std::unique_ptr<cairo_surface_t, Destroy>;
 
     void setColour(Rgb colour);
-    void circle(Point centre, double radius);
 
     PictureFormat format_;
     std::vector<std::uint8_t> bytes_;  ///< before the surface, which writes here to its end

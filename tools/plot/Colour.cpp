@@ -19,7 +19,7 @@ constexpr Rgb viridis[] = {{0x44, 0x01, 0x54}, {0x48, 0x17, 0x69}, {0x47, 0x2A, 
                            {0xB0, 0xDD, 0x2F}, {0xD8, 0xE2, 0x19}, {0xFD, 0xE7, 0x25}};
 /// The part in use, of lightness 19 to 84.
 constexpr double viridisBegin = 0.05;
-constexpr double viridisEnd = 0.90;
+constexpr double viridisEnd = 0.89;
 
 /// Straight lines in CIELAB from blue (lightness 34, chroma 50, hue 286 degrees) over grey of
 /// lightness 83.5 to red (34, 56, 45).

@@ -13,7 +13,6 @@ constexpr Rgb lineColour{0x40, 0x40, 0x40};
 const TextStyle titleStyle{.size = 15.0, .bold = true};
 const TextStyle compactTitleStyle{.size = 12.0, .bold = true};
 const TextStyle noteStyle{.size = 11.5, .colour = quietColour};
-const TextStyle footerStyle{.size = 11.5, .anchor = Anchor::Middle};
 const TextStyle tickStyle{.size = 11.5};
 const TextStyle labelStyle{.size = 12.0, .anchor = Anchor::Middle};
 
@@ -33,12 +32,34 @@ constexpr double tickSpacing = 42.0;
 
 }  // namespace
 
+void drawHead(Canvas& canvas, const Rect& cell, const FrameText& text) {
+    const double x = cell.x + padding;
+    const double width = cell.width - 2.0 * padding;
+    if (text.compact) {
+        canvas.text({cell.x + 30.0, cell.y + titleHeight - 8.0}, text.title, compactTitleStyle);
+        return;
+    }
+    double y = cell.y + padding + 14.0;
+    canvas.text({x, y}, canvas.fitText(text.title, titleStyle, width), titleStyle);
+    if (!text.note.empty()) {
+        y += lineHeight + 2.0;
+        canvas.text({x, y}, canvas.fitText(text.note, noteStyle, width), noteStyle);
+    }
+    y += lineHeight;
+    double at = x + 6.0;
+    for (const LegendEntry& entry : text.legend) {
+        canvas.mark(entry.mark, {at, y - 4.0}, entry.colour);
+        canvas.text({at + 11.0, y}, entry.label, noteStyle);
+        at += 31.0 + canvas.textWidth(entry.label, noteStyle);
+    }
+}
+
 Frame::Frame(Canvas& canvas, const Rect& cell, FrameText text, Axis x, Axis y)
     : canvas_(canvas), text_(std::move(text)), x_(std::move(x)), y_(std::move(y)) {
     makeRoom(cell, 0.0);
     area_ = room_;
     placeTicks();
-    drawHead(cell);
+    drawHead(canvas_, cell, text_);
     drawAxes(cell);
 }
 
@@ -46,18 +67,18 @@ Frame::Frame(Canvas& canvas, const Rect& cell, FrameText text, ImageShape shape,
              std::optional<ColourBar> bar)
     : canvas_(canvas),
       text_(std::move(text)),
-      x_{{shape.firstColumn - 0.5, shape.firstColumn + shape.columns - 0.5, false, true},
+      x_{{shape.firstColumn - 0.5, shape.firstColumn + shape.columns - 0.5, true},
          shape.columnLabel},
-      y_{{shape.firstRow - 0.5, shape.firstRow + shape.rows - 0.5, false, true}, shape.rowLabel},
+      y_{{shape.firstRow - 0.5, shape.firstRow + shape.rows - 0.5, true}, shape.rowLabel},
       shape_(std::move(shape)),
       bar_(std::move(bar)) {
     // Maps with and without a bar get the same place, so that they can be compared by eye.
     makeRoom(cell, barGap + barWidth + tickLength + tickGap + barLabels + labelSpace);
     placeImage();
-    drawHead(cell);
+    drawHead(canvas_, cell, text_);
     drawAxes(cell);
     if (bar_) {
-        placeBar(cell);
+        placeBar();
         drawBar();
     }
 }
@@ -148,7 +169,7 @@ void Frame::placeStripTicks() {
     std::vector<PlacedTick>& across = tall ? xTicks_ : yTicks_;
     const double start = tall ? area_.y : area_.x;
     const double extent = tall ? area_.height : area_.width;
-    const Scale elements{-0.5, strips_.length - 0.5, false, true};
+    const Scale elements{-0.5, strips_.length - 0.5, true};
     for (const Tick& tick : ticksOf(elements, static_cast<int>(extent / tickSpacing))) {
         along.push_back({start + elements.fraction(tick.value) * extent, tick.label});
     }
@@ -165,7 +186,7 @@ void Frame::placeStripTicks() {
     (tall ? x_ : y_).label = "strip from " + (tall ? shape_->rowLabel : shape_->columnLabel);
 }
 
-void Frame::placeBar(const Rect& cell) {
+void Frame::placeBar() {
     const double middle = area_.y + area_.height / 2.0;
     const double height = std::max(area_.height, std::min(room_.height, shortestBar));
     barArea_ = {area_.right() + barGap, middle - height / 2.0, barWidth, height};
@@ -177,8 +198,6 @@ void Frame::placeBar(const Rect& cell) {
         barTicks_.push_back(
             {barArea_.bottom() - bar_->scale.fraction(tick.value) * barArea_.height, tick.label});
     }
-    const double end = barArea_.right() + tickLength + tickGap + widest(barTicks_) + labelSpace;
-    barArea_.x -= std::max(0.0, std::min(end - cell.right(), barGap - 4.0));
 }
 
 // -------------------------------------------------------------------------------------- drawing --
@@ -224,29 +243,6 @@ Rect Frame::elements(const ElementBlock& block) const {
             (block.endRow - block.firstRow) * strips_.unit};
 }
 
-void Frame::drawHead(const Rect& cell) {
-    const double x = cell.x + padding;
-    const double width = cell.width - 2.0 * padding;
-    if (text_.compact) {
-        canvas_.text({area_.x, cell.y + titleHeight - 8.0}, text_.title, compactTitleStyle);
-        return;
-    }
-    double y = cell.y + padding + 14.0;
-    canvas_.text({x, y}, canvas_.fitText(text_.title, titleStyle, width), titleStyle);
-    y += 2.0;
-    if (!text_.note.empty()) {
-        y += lineHeight;
-        canvas_.text({x, y}, canvas_.fitText(text_.note, noteStyle, width), noteStyle);
-    }
-    y += lineHeight;
-    double at = x + 6.0;
-    for (const LegendEntry& entry : text_.legend) {
-        canvas_.mark(entry.mark, {at, y - 4.0}, entry.colour);
-        canvas_.text({at + 11.0, y}, entry.label, noteStyle);
-        at += 11.0 + canvas_.textWidth(entry.label, noteStyle) + 20.0;
-    }
-}
-
 void Frame::drawAxes(const Rect& cell) {
     const double foot = area_.bottom() + tickLength + tickGap + textHeight;
     for (const PlacedTick& tick : xTicks_) {
@@ -271,17 +267,9 @@ void Frame::drawAxes(const Rect& cell) {
     canvas_.text(
         {area_.x - tickLength - tickGap - widest(yTicks_) - 7.0, area_.y + area_.height / 2.0},
         canvas_.fitText(y_.label, upwards, 2.0 * sideReach()), upwards);
-    if (!text_.footer.empty()) {
-        const double width = cell.width - 2.0 * padding;
-        const std::string footer = canvas_.fitText(text_.footer, footerStyle, width);
-        const double half = canvas_.textWidth(footer, footerStyle) / 2.0;
-        const double middle =
-            std::clamp(area_.x + area_.width / 2.0, cell.x + padding + half,
-                       std::max(cell.right() - padding - half, cell.x + padding + half));
-        const double low = area_.y + area_.height / 2.0 + sideReach() - labelSpace;
-        canvas_.text({middle, std::max(foot, low) + labelSpace + lineHeight - 2.0}, footer,
-                     footerStyle);
-    }
+    const double low = area_.y + area_.height / 2.0 + sideReach() - labelSpace;
+    canvas_.text({cell.x + padding, std::max(foot, low) + labelSpace + lineHeight - 2.0},
+                 canvas_.fitText(text_.footer, tickStyle, cell.width - 2.0 * padding), tickStyle);
 }
 
 void Frame::drawBar() {

@@ -40,18 +40,14 @@ struct ElementBlock {
 /// What stands around the data.
 struct FrameText {
     std::string title;
-    std::string note;  ///< below the title
-    std::vector<LegendEntry> legend;
-    std::string footer;    ///< below the axes
+    std::string note{};  ///< below the title
+    std::vector<LegendEntry> legend{};
+    std::string footer{};  ///< below the axes
     bool compact = false;  ///< a small frame: title and axes only
 };
 
-/// The data is an image with square elements, row numbers growing downwards; axes count from here.
-struct ImageShape {
-    std::uint32_t columns = 1, rows = 1;
-    double firstColumn = 0.0, firstRow = 0.0;
-    std::string columnLabel, rowLabel;
-};
+/// Draws title, note and legend at the top of a cell.
+void drawHead(Canvas& canvas, const Rect& cell, const FrameText& text);
 
 /// Draws the frame into a cell of the page and converts values to places there.
 class Frame {
@@ -90,8 +86,7 @@ class Frame {
     void placeImage();
     void placeTicks();
     void placeStripTicks();
-    void placeBar(const Rect& cell);
-    void drawHead(const Rect& cell);
+    void placeBar();
     void drawAxes(const Rect& cell);
     void drawBar();
 

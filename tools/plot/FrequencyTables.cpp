@@ -1,9 +1,9 @@
 // Panel of what a frequency has beside its pixel table.
 #include <fmt/format.h>
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <cmath>
+#include <string>
 #include <vector>
 
 #include "tools/plot/Frame.h"
@@ -13,37 +13,35 @@ namespace calcut::tools {
 
 namespace {
 
+/// Entries of A and B with the same meaning.
 struct Series {
-    const char* title;
-    bool numbers;  ///< written beside the stems
+    std::string title;
     std::vector<double> a, b;
+    bool numbers = false;  ///< beside the stems, where some hardly show among the others
 };
 
 template <class Value>
-std::vector<double> listOf(const Value* values, std::size_t count, std::size_t most) {
+std::vector<double> listOf(const Value* values, int count, int most) {
     return {values, values + std::min(count, most)};
 }
 
-/// Stems from zero, with their numbers where some stems hardly show beside the others. side: -1
-/// left, 1 right of the entry's place.
-void drawStems(const Frame& frame, const std::vector<double>& values, double side, Mark mark,
-               Rgb colour, bool numbers) {
+/// Stems from zero. side: -1 left, 1 right of the entry's place.
+void drawStems(const Frame& frame, const std::vector<double>& values, double side, bool numbers) {
     constexpr double apart = 0.13;
-    constexpr double textHeight = 7.0;
+    const Mark mark = side < 0.0 ? Mark::Dot : Mark::Box;
     for (std::size_t i = 0; i < values.size(); ++i) {
         const double x = static_cast<double>(i) + side * apart;
         const Point foot = frame.at(x, 0.0);
         if (std::isfinite(values[i])) {
             const Point stem[] = {foot, frame.at(x, values[i])};
-            frame.canvas().line(stem, colour, 1.6);
-            frame.canvas().mark(mark, stem[1], colour);
+            frame.canvas().line(stem, curveColour, 1.6);
+            frame.canvas().mark(mark, stem[1], side < 0.0 ? curveColour : paperColour);
         }
-        if (numbers) {
+        if (numbers || !std::isfinite(values[i])) {
             // Where there is more room for it.
-            const Rect& area = frame.area();
-            const bool above = foot.y - area.y > area.height / 2.0;
+            const bool above = foot.y - frame.area().y > frame.area().height / 2.0;
             frame.canvas().text(
-                {foot.x + (side < 0.0 ? -5.0 : 5.0 + textHeight), foot.y + (above ? -4.0 : 4.0)},
+                {foot.x + (side < 0.0 ? -5.0 : 12.0), foot.y + (above ? -4.0 : 4.0)},
                 fmt::format("{:.4g}", values[i]),
                 {.size = 9.5,
                  .anchor = above ? Anchor::Start : Anchor::End,
@@ -53,79 +51,69 @@ void drawStems(const Frame& frame, const std::vector<double>& values, double sid
     }
 }
 
-/// The entries of A and B side by side as stems from zero.
 void drawSeries(Canvas& canvas, const Rect& cell, const Series& series) {
     double low = 0.0;
     double high = 0.0;
-    std::size_t notFinite = 0;
     for (const auto* values : {&series.a, &series.b}) {
         for (const double value : *values) {
-            notFinite += std::isfinite(value) ? 0 : 1;
-            low = std::min(low, std::isfinite(value) ? value : 0.0);
-            high = std::max(high, std::isfinite(value) ? value : 0.0);
+            low = std::isfinite(value) ? std::min(low, value) : low;
+            high = std::isfinite(value) ? std::max(high, value) : high;
         }
     }
+    const double room = 0.08 * (high - low);
+    const Scale up = scaleAround(low < 0.0 ? low - room : 0.0, high > 0.0 ? high + room : 0.0);
     const auto entries = static_cast<double>(std::max(series.a.size(), series.b.size()));
-    Scale up = scaleAround(low, high);
-    const double room = 0.08 * (up.high - up.low);
-    up = {low < 0.0 ? up.low - room : 0.0, high > 0.0 || low == 0.0 ? up.high + room : 0.0};
-    const std::string title =
-        series.title + (notFinite > 0 ? fmt::format(" ({} not finite)", notFinite) : "");
-    const Frame frame(canvas, cell, {.title = title, .compact = true},
-                      {{-0.5, std::max(entries, 1.0) - 0.5, false, true}, ""}, {up, ""});
-    const Point zero[] = {frame.at(-0.5, 0.0), frame.at(std::max(entries, 1.0) - 0.5, 0.0)};
+    const double end = std::max(entries, 1.0) - 0.5;
+    const Frame frame(canvas, cell, {.title = series.title, .compact = true},
+                      {{-0.5, end, true}, ""}, {up, ""});
+    const Point zero[] = {frame.at(-0.5, 0.0), frame.at(end, 0.0)};
     canvas.line(zero, quietColour, 0.8);
-    drawStems(frame, series.a, -1.0, Mark::Dot, curveColour, series.numbers);
-    drawStems(frame, series.b, 1.0, Mark::Square, inkColour, series.numbers);
+    drawStems(frame, series.a, -1.0, series.numbers);
+    drawStems(frame, series.b, 1.0, series.numbers);
 }
 
 }  // namespace
 
 void drawFrequencyTables(Canvas& canvas, const Rect& cell, const Module& module, unsigned k) {
     const VantricFrequencyRecord& frequency = module.record.frequencies[k];
-    const auto has = [&](RXFrequencyBlock block) {
-        return module.diagnosis.wasRead(frequencyBlock(k, block));
-    };
-    const auto values = [](const float* data, std::uint8_t count, bool read) {
-        return listOf(data, read ? count : 0, VANTRIC_FREQUENCY_VALUES);
-    };
     const VantricWigglingTable& a = frequency.wigglingA;
     const VantricWigglingTable& b = frequency.wigglingB;
-    const std::size_t entriesA = has(RX_FREQUENCY_WIGGLING_A) ? a.capacity : 0;
-    const std::size_t entriesB = has(RX_FREQUENCY_WIGGLING_B) ? b.capacity : 0;
-    constexpr std::size_t most = VANTRIC_WIGGLING_ENTRIES;
-    const std::array<Series, 4> all = {
-        {{"values A and B", true,
-          values(frequency.valuesA, frequency.countA, has(RX_FREQUENCY_VALUES_A)),
-          values(frequency.valuesB, frequency.countB, has(RX_FREQUENCY_VALUES_B))},
-         {"wiggling, first", false, listOf(a.first, entriesA, most),
-          listOf(b.first, entriesB, most)},
-         {"wiggling, second", false, listOf(a.second, entriesA, most),
-          listOf(b.second, entriesB, most)},
-         {"wiggling, third", false, listOf(a.third, entriesA, most),
-          listOf(b.third, entriesB, most)}}};
-
-    const auto header = [](const char* name, const VantricWigglingTable& table, std::size_t read) {
-        return read > 0 ? fmt::format("{}, header {:.5g}", name, std::bit_cast<float>(table.header))
-                        : fmt::format("{}: no wiggling table", name);
+    const auto ifRead = [&](RXFrequencyBlock block, int count) {
+        return module.diagnosis.wasRead(frequencyBlock(k, block)) ? count : 0;
     };
-    const double x = cell.x + 12.0;
-    canvas.text({x, cell.y + 26.0}, fmt::format("Frequency {}: small tables, by entry", k),
-                {.size = 15.0, .bold = true});
-    const TextStyle quiet{.size = 11.5, .colour = quietColour};
-    canvas.mark(Mark::Dot, {x + 6.0, cell.y + 41.0}, curveColour);
-    canvas.text({x + 17.0, cell.y + 45.0}, header("A", a, entriesA), quiet);
-    canvas.mark(Mark::Square, {x + 220.0, cell.y + 41.0}, inkColour);
-    canvas.text({x + 231.0, cell.y + 45.0}, header("B", b, entriesB), quiet);
-
-    constexpr double head = 56.0;
+    const int countA = ifRead(RX_FREQUENCY_WIGGLING_A, a.capacity);
+    const int countB = ifRead(RX_FREQUENCY_WIGGLING_B, b.capacity);
+    const auto wiggling = [&](const char* name, auto member) {
+        return Series{fmt::format("wiggling, {}", name),
+                      listOf(a.*member, countA, VANTRIC_WIGGLING_ENTRIES),
+                      listOf(b.*member, countB, VANTRIC_WIGGLING_ENTRIES)};
+    };
+    const Series all[] = {
+        {"values A and B",
+         listOf(frequency.valuesA, ifRead(RX_FREQUENCY_VALUES_A, frequency.countA),
+                VANTRIC_FREQUENCY_VALUES),
+         listOf(frequency.valuesB, ifRead(RX_FREQUENCY_VALUES_B, frequency.countB),
+                VANTRIC_FREQUENCY_VALUES),
+         true},
+        wiggling("first", &VantricWigglingTable::first),
+        wiggling("second", &VantricWigglingTable::second),
+        wiggling("third", &VantricWigglingTable::third)};
+    const auto header = [](const char* name, const VantricWigglingTable& table, int count) {
+        return count > 0
+                   ? fmt::format("{}, header {:.5g}", name, std::bit_cast<float>(table.header))
+                   : fmt::format("{}, no wiggling", name);
+    };
+    drawHead(canvas, cell,
+             {fmt::format("Frequency {}: small tables, by entry", k),
+              "",
+              {{Mark::Dot, curveColour, header("A", a, countA)},
+               {Mark::Box, paperColour, header("B", b, countB)}}});
+    constexpr double top = 58.0;
     const double width = (cell.width - 16.0) / 2.0;
-    const double height = (cell.height - head - 12.0) / 2.0;
-    for (std::size_t i = 0; i < all.size(); ++i) {
-        const auto column = static_cast<double>(i % 2);
-        const auto row = static_cast<double>(i / 2);
+    const double height = (cell.height - top - 12.0) / 2.0;
+    for (int i = 0; i < 4; ++i) {
         drawSeries(canvas,
-                   {cell.x + 8.0 + column * width, cell.y + head + row * height, width, height},
+                   {cell.x + 8.0 + i % 2 * width, cell.y + top + i / 2 * height, width, height},
                    all[i]);
     }
 }

@@ -28,6 +28,12 @@ std::string ownFolder() {
 
 }  // namespace
 
+bool isPictureName(const std::string& name) {
+    const std::size_t dot = name.find_last_of('.');
+    const std::string ending = dot == std::string::npos ? "" : name.substr(dot);
+    return name == "-" || ending == ".png" || ending == ".svg";
+}
+
 int launchPlot(const PlotOptions& options) {
     const std::string folder = ownFolder();
     std::vector<std::string> words = {

@@ -5,6 +5,9 @@
 
 namespace calcut::tools {
 
+/// Whether a picture can have this name: *.png, *.svg, or "-".
+bool isPictureName(const std::string& name);
+
 /// Becomes calcut-plot. Returns the exit status when it cannot.
 int launchPlot(const PlotOptions& options);
 

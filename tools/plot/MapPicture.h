@@ -18,21 +18,26 @@ enum class PictureFormat : std::uint8_t { Png, Svg };
 /// Svg for a name that ends in .svg.
 PictureFormat pictureFormatOf(const std::string& path);
 
+/// An image with square elements, row numbers growing downwards.
+struct ImageShape {
+    std::uint32_t columns = 1;
+    std::uint32_t rows = 1;
+    std::string columnLabel = "column (pixels)";
+    std::string rowLabel = "row (pixels)";
+    double firstColumn = 0.0;  ///< coordinates of the first element
+    double firstRow = 0.0;
+};
+
 /// One map. What its spans point to has to outlive the drawing.
 struct Map {
     std::string title;
     std::string note;  ///< below the title
     std::string colourLabel;
-    std::uint32_t columns = 0;
-    std::uint32_t rows = 0;
+    ImageShape shape;
     MaskedValues values;  ///< columns x rows of them
     ColourMap colours = ColourMap::Sequential;
     std::optional<Scale> scale{};  ///< of the colours; robust limits when not set
-    // Axes: names, and the coordinates of the first element.
-    std::string columnLabel = "column (pixels)";
-    std::string rowLabel = "row (pixels)";
-    double firstColumn = 0.0;
-    double firstRow = 0.0;
+    std::string footer{};          ///< statistics of the values when empty
 };
 
 /// Draws the maps on one page, in their order. Empty when the picture could not be made.

@@ -1,4 +1,4 @@
-// The panels of a module's sheet.
+// The sheet of "calcut plot", one calibration on one page, and its panels.
 #pragma once
 
 #include <optional>
@@ -6,6 +6,7 @@
 
 #include "tools/dump/Diagnosis.h"
 #include "tools/plot/Canvas.h"
+#include "tools/plot/MapPicture.h"
 #include "tools/plot/Scale.h"
 
 namespace calcut::tools {
@@ -17,6 +18,9 @@ struct Module {
     const Diagnosis& diagnosis;
     const VantricCalibration& record;
 
+    [[nodiscard]] ImageShape shape() const {
+        return {record.imagerArea.columns, record.imagerArea.rows};
+    }
     [[nodiscard]] std::size_t pixels() const {
         return std::size_t{record.imagerArea.columns} * record.imagerArea.rows;
     }
@@ -29,6 +33,10 @@ struct Module {
 constexpr std::uint32_t frequencyBlock(unsigned k, RXFrequencyBlock block) {
     return RX_BLOCK_FIRST_FREQUENCY + RX_BLOCKS_PER_FREQUENCY * k + block;
 }
+
+/// Draws all panels. sharedScale: the pixel tables of all frequencies in the same colours. Empty
+/// when the picture could not be made.
+std::vector<std::uint8_t> drawSheet(const Module& module, bool sharedScale, PictureFormat format);
 
 void drawSummary(Canvas& canvas, const Rect& cell, const Module& module);
 void drawMask(Canvas& canvas, const Rect& cell, const Module& module);

@@ -1,7 +1,7 @@
 #include "tools/plot/Plot.h"
 
 #include "tools/commands.h"
-#include "tools/plot/Sheet.h"
+#include "tools/plot/Panels.h"
 #include "tools/terminal/Escape.h"
 #include "tools/terminal/OutputFile.h"
 #include "tools/terminal/Terminal.h"

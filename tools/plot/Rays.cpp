@@ -59,19 +59,18 @@ void drawRays(Canvas& canvas, const Rect& cell, const Module& module) {
     const RayField field = rayFieldOf(record);
     Map map;
     map.title = "Ray directions";
-    map.colourLabel = "angle from the axis (degrees)";
-    map.columns = columns;
-    map.rows = rows;
+    map.colourLabel = "angle from axis (degrees)";
+    map.shape = module.shape();
     map.values.values = field.angles;
     const double cx = record.lensParameters[2];
     const double cy = record.lensParameters[3];
     const bool inside = cx >= -0.5 && cy >= -0.5 && cx <= columns - 0.5 && cy <= rows - 0.5;
-    std::vector<LegendEntry> legend{{Mark::Cross, inkColour,
-                                     fmt::format("principal point ({:.4g}, {:.4g}){}", cx, cy,
-                                                 inside ? "" : ", not on the image")}};
+    const LegendEntry entry{Mark::Cross, inkColour,
+                            fmt::format("principal point ({:.4g}, {:.4g}){}", cx, cy,
+                                        inside ? "" : ", not on the image")};
     const bool arrows = field.magnification > 0.0 && !needsStrips(columns, rows);
     map.note = distortionText(field, arrows);
-    const Frame frame = drawMap(canvas, cell, map, std::move(legend));
+    const Frame frame = drawMap(canvas, cell, map, entry);
     if (arrows) {
         drawArrows(frame, module, field);
     }

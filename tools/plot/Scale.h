@@ -9,11 +9,10 @@ namespace calcut::tools {
 struct Scale {
     double low = 0.0;
     double high = 1.0;
-    bool logarithmic = false;  ///< low and high are positive then
-    bool whole = false;        ///< ticks only at integers
+    bool whole = false;  ///< ticks only at integers
 
     /// 0 at low, 1 at high; not cut to that range.
-    [[nodiscard]] double fraction(double value) const;
+    [[nodiscard]] double fraction(double value) const { return (value - low) / (high - low); }
 };
 
 struct Tick {

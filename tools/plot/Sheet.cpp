@@ -1,9 +1,8 @@
-#include "tools/plot/Sheet.h"
-
 #include <algorithm>
 #include <optional>
 
-#include "tools/plot/Page.h"
+#include "tools/plot/MapPanel.h"
+#include "tools/plot/Panels.h"
 
 namespace calcut::tools {
 

@@ -89,13 +89,13 @@ Outside outsideOf(const MaskedValues& map, const Scale& scale) {
         if (map.masked(at)) {
             continue;
         }
-        if (!std::isfinite(value) || (scale.logarithmic && value <= 0.0)) {
-            outside.undrawn.push_back(at);
+        if (!std::isfinite(value)) {
+            outside.notFinite.push_back(at);
             continue;
         }
         outside.below += value < scale.low ? 1 : 0;
         outside.above += value > scale.high ? 1 : 0;
-        if (!scale.logarithmic && (value < scale.low - margin || value > scale.high + margin)) {
+        if (value < scale.low - margin || value > scale.high + margin) {
             outside.outliers.push_back(at);
         }
     }

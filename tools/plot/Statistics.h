@@ -46,8 +46,8 @@ Scale robustScale(const Statistics& statistics, ColourMap colours);
 struct Outside {
     std::size_t below = 0;
     std::size_t above = 0;
-    std::vector<std::size_t> undrawn;   ///< not finite; on a logarithmic scale also 0 and below
-    std::vector<std::size_t> outliers;  ///< farther from a linear scale than a quarter of it
+    std::vector<std::size_t> notFinite;
+    std::vector<std::size_t> outliers;  ///< farther from the scale than a quarter of it
 };
 Outside outsideOf(const MaskedValues& map, const Scale& scale);
 

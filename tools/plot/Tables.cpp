@@ -34,8 +34,7 @@ void drawTable(Canvas& canvas, const Rect& cell, const Module& module, std::stri
     Map map;
     map.title = std::move(title);
     map.colourLabel = scale ? "value, same scale for all" : "value (unit not recorded)";
-    map.columns = module.record.imagerArea.columns;
-    map.rows = module.record.imagerArea.rows;
+    map.shape = module.shape();
     map.values = {{values, module.pixels()}, module.mask()};
     map.scale = scale ? *scale : robustScale(statisticsOf(map.values), map.colours);
     if (const DiagnosedBlock* stored = module.diagnosis.readBlock(block)) {
@@ -56,7 +55,7 @@ void drawMask(Canvas& canvas, const Rect& cell, const Module& module) {
     FrameText text{.title = "Pixel mask"};
     text.legend = {{Mark::Box, masked, fmt::format("masked, 0 ({})", zeros)}};
     std::optional<ColourBar> bar;
-    const Scale scale{1.0, std::max<double>(highest, 2.0), false, true};
+    const Scale scale{1.0, std::max<double>(highest, 2.0), true};
     if (highest > 1) {
         bar = {scale, "mask value"};
     } else {
@@ -66,10 +65,7 @@ void drawMask(Canvas& canvas, const Rect& cell, const Module& module) {
     text.footer = fmt::format("{:.4g} % of {} pixels are masked",
                               100.0 * static_cast<double>(zeros) / static_cast<double>(mask.size()),
                               mask.size());
-    const Frame frame(
-        canvas, cell, std::move(text),
-        {columns, module.record.imagerArea.rows, 0.0, 0.0, "column (pixels)", "row (pixels)"},
-        std::move(bar));
+    const Frame frame(canvas, cell, std::move(text), module.shape(), std::move(bar));
     frame.image([&](const ElementBlock& block) {
         std::uint8_t value = highest;
         for (std::uint32_t row = block.firstRow; row < block.endRow; ++row) {
@@ -82,7 +78,7 @@ void drawMask(Canvas& canvas, const Rect& cell, const Module& module) {
                              : paperColour;
     });
     if (frame.unit() < visible) {
-        ringPixels(frame, columns, lonePixels(module));
+        ringPixels(frame, columns, lonePixels(module), mostRings);
     }
 }
 

@@ -30,7 +30,7 @@ int plot(int argc, char** argv) {
     PlotOptions options;
     options.input = argv[input];
     options.output = argv[output];
-    for (const Layout known : {Layout::V7, Layout::Korveline, Layout::Packed}) {
+    for (const Layout known : knownLayouts) {
         if (std::strcmp(argv[layout], layoutName(known)) == 0) {
             options.layout = known;
         }

@@ -1,0 +1,344 @@
+// Numbers, colours and words of the pictures, without drawing them.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <limits>
+#include <numbers>
+#include <tuple>
+
+#include "fixtures.h"
+#include "tools/plot/Colour.h"
+#include "tools/plot/RayField.h"
+#include "tools/plot/Statistics.h"
+#include "tools/plot/Strips.h"
+
+namespace {
+
+using namespace calcut::tools;
+
+// -------------------------------------------------------------------------------------- colours --
+
+using Triple = std::array<double, 3>;
+using Matrix = std::array<Triple, 3>;
+
+struct Eye {
+    const char* name;
+    Matrix seen;  ///< linear RGB as it is seen
+};
+
+/// Dichromats: G. M. Machado, M. M. Oliveira, L. A. F. Fernandes, "A physiologically-based model
+/// for simulation of color vision deficiency", IEEE TVCG 15(6), 2009, severity 1. Grey print keeps
+/// the luminance (ITU-R BT.709).
+constexpr Eye eyes[] = {
+    {"normal", {{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}}},
+    {"protanopia",
+     {{{0.152286, 1.052583, -0.204868},
+       {0.114503, 0.786281, 0.099216},
+       {-0.003882, -0.048116, 1.051998}}}},
+    {"deuteranopia",
+     {{{0.367322, 0.860646, -0.227968},
+       {0.280085, 0.672501, 0.047413},
+       {-0.011820, 0.042940, 0.968881}}}},
+    {"tritanopia",
+     {{{1.255528, -0.076749, -0.178779},
+       {-0.078411, 0.930809, 0.147602},
+       {0.004733, 0.691367, 0.303900}}}},
+    {"grey print",
+     {{{0.2126, 0.7152, 0.0722}, {0.2126, 0.7152, 0.0722}, {0.2126, 0.7152, 0.0722}}}}};
+
+Triple times(const Matrix& matrix, const Triple& vector) {
+    Triple product{};
+    for (std::size_t i = 0; i < 3; ++i) {
+        product[i] = matrix[i][0] * vector[0] + matrix[i][1] * vector[1] + matrix[i][2] * vector[2];
+    }
+    return product;
+}
+
+/// CIELAB, D65, of an sRGB colour as an eye sees it.
+Triple lab(Rgb colour, const Eye& eye) {
+    const auto linear = [](std::uint8_t value) {
+        const double part = value / 255.0;
+        return part <= 0.04045 ? part / 12.92 : std::pow((part + 0.055) / 1.055, 2.4);
+    };
+    Triple rgb = times(eye.seen, {linear(colour.r), linear(colour.g), linear(colour.b)});
+    std::transform(rgb.begin(), rgb.end(), rgb.begin(),
+                   [](double part) { return std::clamp(part, 0.0, 1.0); });
+    constexpr Matrix toXyz = {
+        {{0.4124, 0.3576, 0.1805}, {0.2126, 0.7152, 0.0722}, {0.0193, 0.1192, 0.9505}}};
+    const Triple xyz = times(toXyz, rgb);
+    const Triple white = times(toXyz, {1, 1, 1});
+    const auto f = [](double t) {
+        return t > 216.0 / 24389.0 ? std::cbrt(t) : (24389.0 / 27.0 * t + 16.0) / 116.0;
+    };
+    const double y = f(xyz[1] / white[1]);
+    return {116 * y - 16, 500 * (f(xyz[0] / white[0]) - y), 200 * (y - f(xyz[2] / white[2]))};
+}
+
+/// CIEDE2000 (CIE 142-2001), as written down by G. Sharma, W. Wu and E. N. Dalal, 2005.
+double distance(const Triple& one, const Triple& two) {
+    constexpr double degree = std::numbers::pi / 180.0;
+    const auto seventh = [](double c) {
+        return std::sqrt(std::pow(c, 7) / (std::pow(c, 7) + std::pow(25.0, 7)));
+    };
+    const double g =
+        0.5 - 0.5 * seventh((std::hypot(one[1], one[2]) + std::hypot(two[1], two[2])) / 2);
+    const double a1 = one[1] * (1 + g);
+    const double a2 = two[1] * (1 + g);
+    const double c1 = std::hypot(a1, one[2]);
+    const double c2 = std::hypot(a2, two[2]);
+    const auto hue = [](double b, double a) {
+        return std::fmod(std::atan2(b, a) / degree + 360, 360);
+    };
+    const double h1 = hue(one[2], a1);
+    const double h2 = hue(two[2], a2);
+    const bool grey = c1 * c2 == 0;
+    const double turn = grey ? 0 : std::fmod(h2 - h1 + 540, 360) - 180;
+    const double h = grey ? h1 + h2 : h1 + turn / 2;
+    const double l = (one[0] + two[0]) / 2;
+    const double c = (c1 + c2) / 2;
+    const double t = 1 - 0.17 * std::cos((h - 30) * degree) + 0.24 * std::cos(2 * h * degree) +
+                     0.32 * std::cos((3 * h + 6) * degree) - 0.2 * std::cos((4 * h - 63) * degree);
+    const double middle = std::pow(l - 50, 2);
+    const double dl = (two[0] - one[0]) / (1 + 0.015 * middle / std::sqrt(20 + middle));
+    const double dc = (c2 - c1) / (1 + 0.045 * c);
+    const double dh = 2 * std::sqrt(c1 * c2) * std::sin(turn / 2 * degree) / (1 + 0.015 * c * t);
+    const double turned = std::fmod(h + 360, 360);
+    const double rotation =
+        -2 * seventh(c) * std::sin(60 * degree * std::exp(-std::pow((turned - 275) / 25, 2)));
+    return std::sqrt(dl * dl + dc * dc + dh * dh + rotation * dc * dh);
+}
+
+constexpr int shades = 256;
+
+Rgb shade(ColourMap map, int i) {
+    return mapColour(map, i / (shades - 1.0));
+}
+
+// The distance itself, against pairs that Sharma et al. published.
+TEST(SheetColours, DistanceIsTheStandards) {
+    using Pair = std::tuple<Triple, Triple, double>;
+    for (const auto& [one, two, expected] :
+         {Pair{{50, 2.6772, -79.7751}, {50, 0, -82.7485}, 2.0425},
+          Pair{{50, 2.5, 0}, {73, 25, -18}, 27.1492},
+          Pair{{50, 2.49, -0.001}, {50, -2.49, 0.0011}, 7.2195},
+          Pair{{22.7233, 20.0904, -46.6940}, {23.0331, 14.9730, -42.5619}, 2.0373},
+          Pair{{90.8027, -2.0831, 1.4410}, {91.1528, -1.6435, 0.0447}, 1.4441},
+          Pair{{2.0776, 0.0795, -1.1350}, {0.9033, -0.0636, -0.5514}, 0.9082}}) {
+        EXPECT_NEAR(distance(one, two), expected, 1e-4);
+    }
+}
+
+TEST(SheetColours, MarksAreToldApartByEveryone) {
+    constexpr double plain = 10.0;  // a good four times what is just noticed
+    for (const Eye& eye : eyes) {
+        const Triple masked = lab(maskedColour, eye);
+        const Triple notFinite = lab(notFiniteColour, eye);
+        EXPECT_GE(distance(masked, notFinite), 9 * plain) << eye.name;
+        // In the panel of the mask.
+        EXPECT_GE(distance(lab(inkColour, eye), lab(paperColour, eye)), 8 * plain) << eye.name;
+        for (const ColourMap map : {ColourMap::Sequential, ColourMap::Diverging}) {
+            for (int i = 0; i < shades; ++i) {
+                const Triple seen = lab(shade(map, i), eye);
+                EXPECT_GE(distance(seen, masked), plain) << eye.name << " " << i;
+                EXPECT_GE(distance(seen, notFinite), plain) << eye.name << " " << i;
+            }
+        }
+    }
+}
+
+TEST(SheetColours, MapsAreEvenAndReadableByEveryone) {
+    for (const Eye& eye : eyes) {
+        for (int i = 16; i < shades; ++i) {
+            // Dark to light, whoever looks at it.
+            EXPECT_GT(lab(shade(ColourMap::Sequential, i), eye)[0],
+                      lab(shade(ColourMap::Sequential, i - 16), eye)[0])
+                << eye.name << " " << i;
+        }
+        for (int i = 0; i < shades / 2 - 16; ++i) {
+            // Size: lighter towards the middle. Sign: not in grey print.
+            const Triple minus = lab(shade(ColourMap::Diverging, i), eye);
+            const Triple plus = lab(shade(ColourMap::Diverging, shades - 1 - i), eye);
+            EXPECT_LT(minus[0], lab(shade(ColourMap::Diverging, i + 16), eye)[0]) << eye.name;
+            if (eye.name != eyes[4].name && i < shades / 2 - 32) {
+                EXPECT_GE(distance(minus, plus), 15) << eye.name << " " << i;
+            }
+        }
+    }
+    for (const ColourMap map : {ColourMap::Sequential, ColourMap::Diverging}) {
+        double least = 100;
+        double most = 0;
+        for (int i = 16; i < shades; i += 16) {
+            const double step =
+                distance(lab(shade(map, i), eyes[0]), lab(shade(map, i - 16), eyes[0]));
+            least = std::min(least, step);
+            most = std::max(most, step);
+        }
+        EXPECT_LT(most, 2.5 * least);
+        EXPECT_EQ(mapColour(map, -1), mapColour(map, 0));
+        EXPECT_EQ(mapColour(map, 2), mapColour(map, 1));
+    }
+}
+
+// ----------------------------------------------------------------------------------- statistics --
+
+constexpr float nan = std::numeric_limits<float>::quiet_NaN();
+constexpr float infinity = std::numeric_limits<float>::infinity();
+
+TEST(SheetStatistics, LeavesOutWhatIsMaskedOrNotFinite) {
+    const std::vector<float> values{2, 4, nan, 4, 4, infinity, 5, 5, 7, 9, 1e30F};
+    std::vector<std::uint8_t> mask(values.size(), 1);
+    mask[10] = 0;
+    const Statistics some = statisticsOf({values, mask});
+    EXPECT_EQ(std::tuple(some.count, some.masked, some.notFinite), std::tuple(8U, 1U, 2U));
+    EXPECT_EQ(std::tuple(some.min, some.mean, some.max), std::tuple(2.0, 5.0, 9.0));
+    EXPECT_NEAR(some.deviation, 2.13809, 1e-5);
+    EXPECT_EQ(statisticsText(some), "min 2   mean 5   deviation 2.138   max 9");
+    EXPECT_EQ(statisticsOf({std::span(values).first(1), {}}).deviation, 0.0);
+    mask.assign(values.size(), 0);
+    EXPECT_EQ(statisticsText(statisticsOf({values, mask})), "no value: every pixel is masked");
+    EXPECT_EQ(statisticsText(statisticsOf({std::span(values).subspan(2, 1), {}})),
+              "no value is finite");
+}
+
+TEST(SheetStatistics, FewWildValuesDoNotMoveTheColours) {
+    for (const std::size_t count : {100U, 999U, 10'000U, 38'528U}) {
+        std::vector<float> values(count);
+        for (std::size_t i = 0; i < count; ++i) {
+            values[i * 7919 % count] = static_cast<float>(i) / static_cast<float>(count);
+        }
+        const std::size_t wild = count / 1001;  // on each side
+        for (std::size_t i = 0; i < wild; ++i) {
+            values[2 * i] = 1e6F;
+            values[2 * i + 1] = -1e6F;
+        }
+        const Scale scale = robustScale(statisticsOf({values, {}}), ColourMap::Sequential);
+        EXPECT_GE(scale.low, 0.0);
+        EXPECT_LE(scale.low, 0.003);
+        EXPECT_GE(scale.high, 0.987);
+        EXPECT_LE(scale.high, 1.0);
+        const Outside outside = outsideOf({values, {}}, scale);
+        // No arrow without a value outside.
+        EXPECT_EQ(outside.below > 0, wild > 0) << count;
+        EXPECT_EQ(outside.above > 0, wild > 0) << count;
+        ASSERT_EQ(outside.outliers.size(), 2 * wild);
+        for (std::size_t i = 0; i < 2 * wild; ++i) {
+            EXPECT_EQ(outside.outliers[i], i);
+        }
+    }
+    const std::vector<float> differences{-3, 1, 2, nan};
+    const Scale scale = robustScale(statisticsOf({differences, {}}), ColourMap::Diverging);
+    EXPECT_EQ(std::pair(scale.low, scale.high), std::pair(-3.0, 3.0));
+    EXPECT_EQ(outsideOf({differences, {}}, scale).notFinite, std::vector<std::size_t>{3});
+    // A constant table, and one without values, have a scale too.
+    const std::vector<float> same(5000, 0.25F);
+    const Scale constant = robustScale(statisticsOf({same, {}}), ColourMap::Sequential);
+    EXPECT_NEAR(constant.fraction(0.25), 0.5, 1e-9);
+    EXPECT_LT(constant.low, constant.high);
+    const Scale none = robustScale(statisticsOf({{}, {}}), ColourMap::Diverging);
+    EXPECT_LT(none.low, none.high);
+}
+
+TEST(SheetStatistics, StepsOfCoarseTablesAreNamed) {
+    const auto header = [](std::uint32_t kind, std::uint8_t bits, float scale) {
+        return RXBlockHeader{RX_BLOCK_PIXEL_VALUES, kind, 1, bits, scale, 0.0F};
+    };
+    using Case = std::tuple<RXBlockHeader, std::string>;
+    for (const auto& [stored, text] :
+         {Case{header(RX_KIND_FLOAT, 0, 0.0F), "stored as floats"},
+          Case{header(RX_KIND_PACKED_FLOAT, 12, 0.001F), "stored in 12 bits, step 0.001"},
+          Case{header(RX_KIND_PACKED_FLOAT, 4, -0.0625F),
+               "stored in 4 bits, step 0.0625; bands are these steps, no contours"}}) {
+        EXPECT_EQ(storageText(stored, 1.0), text);
+    }
+}
+
+TEST(SheetStatistics, TicksAreRoundAndApart) {
+    for (const double low : {-1e9, -3.0, 0.0, 1e-7, 0.1234, 5e5}) {
+        for (const double width : {1e-6, 0.003, 1.0, 17.0, 4e4, 9e8}) {
+            const Scale scale = scaleAround(low, low + width);
+            const std::vector<Tick> ticks = ticksOf(scale, 5);
+            ASSERT_GE(ticks.size(), 2U) << low << " " << width;
+            ASSERT_LE(ticks.size(), 7U) << low << " " << width;
+            for (std::size_t i = 0; i < ticks.size(); ++i) {
+                EXPECT_GE(scale.fraction(ticks[i].value), -1e-5);
+                EXPECT_LE(scale.fraction(ticks[i].value), 1 + 1e-5);
+                EXPECT_TRUE(i == 0 || ticks[i].label != ticks[i - 1].label) << ticks[i].label;
+            }
+        }
+    }
+}
+
+// --------------------------------------------------------------------------------------- shapes --
+
+TEST(SheetShapes, EveryShapeFitsAndIsSeen) {
+    constexpr double width = 237;
+    constexpr double height = 213;
+    for (const auto& [columns, rows] :
+         std::vector<std::pair<std::uint32_t, std::uint32_t>>{{224, 172},
+                                                              {1, 1},
+                                                              {8, 4},
+                                                              {1, 2000},
+                                                              {2000, 1},
+                                                              {2000, 4},
+                                                              {640, 480},
+                                                              {12, 1},
+                                                              {13, 1},
+                                                              {1, 65535},
+                                                              {65535, 3},
+                                                              {65535, 65535},
+                                                              {300, 20}}) {
+        const Strips strips = stripsFor(columns, rows, width, height);
+        EXPECT_LE(strips.width, width + 1e-9) << columns << " x " << rows;
+        EXPECT_LE(strips.height, height + 1e-9) << columns << " x " << rows;
+        EXPECT_EQ(strips.count > 1, needsStrips(columns, rows)) << columns << " x " << rows;
+        EXPECT_GE(std::uint64_t{strips.count} * strips.length, std::max(columns, rows));
+        if (strips.count == 1) {
+            EXPECT_NEAR(strips.width * rows, strips.height * columns, 1e-6 * strips.width * rows);
+        } else {
+            EXPECT_LT((strips.count - 1) * strips.length, std::max(columns, rows));
+            EXPECT_GE(strips.pitch, strips.unit * std::min(columns, rows));
+        }
+    }
+}
+
+// ----------------------------------------------------------------------------------------- rays --
+
+TEST(SheetRays, SayWhatTheyAre) {
+    constexpr std::uint32_t columns = 24;
+    constexpr std::uint32_t rows = 16;
+    struct Case {
+        float fx, k1;
+        std::size_t damaged;  ///< rays made NaN
+        std::string text;     ///< how the line begins
+    };
+    for (const Case& one :
+         {Case{20, 0, 0, "no distortion: every ray is that of a pinhole"},
+          Case{20, -0.1F, 0, "arrows, "},
+          Case{0, 0, 0, "no ray is finite: look at the lens parameters"},
+          Case{20, 0, 3, "3 of 384 rays are not finite; no distortion: every other "},
+          Case{20, -0.1F, 3, "3 of 384 rays are not finite; arrows, "}}) {
+        std::array<float, 9> lens{one.fx, 20, 11.5F, 7.5F, one.k1, 0, 0, 0, 0};
+        std::vector<float> directions(std::size_t{columns} * rows * 3);
+        VantricCalibration record{};
+        record.imagerArea = {0, 0, columns, rows};
+        record.lensParameters = lens.data();
+        record.directions = directions.data();
+        ASSERT_EQ(vantric_updateDirections(record.directions, columns * rows * 3, lens.data(),
+                                           &record.imagerArea),
+                  fixtures::ok);
+        std::fill_n(directions.begin() + 30, 3 * one.damaged, nan);
+        const RayField field = rayFieldOf(record);
+        EXPECT_EQ(distortionText(field, true).substr(0, one.text.size()), one.text);
+        EXPECT_EQ(field.notFinite, one.fx == 0 ? columns * rows : one.damaged);
+        ASSERT_EQ(field.angles.size(), columns * rows);
+        if (one.fx > 0) {
+            EXPECT_NEAR(field.angles[8 * columns + 11],
+                        std::atan(std::hypot(0.5, 0.5) / 20) * 180 / std::numbers::pi, 0.01);
+            EXPECT_EQ(field.longest > 0.1, one.k1 != 0);
+        }
+    }
+}
+
+}  // namespace
