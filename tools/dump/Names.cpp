@@ -1,7 +1,6 @@
 #include "tools/dump/Names.h"
 
 #include <algorithm>
-#include <array>
 
 #include <fmt/format.h>
 

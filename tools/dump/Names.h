@@ -1,6 +1,7 @@
 // Names for the numbers of the formats, as people and reports see them.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -8,6 +9,10 @@
 #include "calibration/packed/Reader.h"
 
 namespace calcut::tools {
+
+/// Names of the lens parameters in the order of the record.
+inline constexpr std::array<const char*, VANTRIC_LENS_PARAMETERS> lensNames = {
+    "fx", "fy", "cx", "cy", "k1", "k2", "p1", "p2", "k3"};
 
 /// "VANTRIC_ERR_END_OF_DATA" and so on; "0x12345678" for a number without a name.
 std::string statusName(std::uint32_t status);
