@@ -1,5 +1,6 @@
 // What the command makes of a file, in process: the same library objects cut it and explain it.
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -8,6 +9,7 @@
 
 #include <cstring>
 #include <nlohmann/json.hpp>
+#include <regex>
 
 #include "calcut/cutter.h"
 #include "cutter/CRC32.h"
@@ -296,8 +298,8 @@ TEST(Inspect, ShowsEachValueUnderItsName) {
     const std::string text = textOf(tree, {});
     for (std::size_t i = 0; i < lens.size(); ++i) {
         EXPECT_EQ(record["lens"][lens[i]].get<float>(), made.lens.at(i)) << lens[i];
-        const std::size_t line = text.find(std::string("\n    ") + lens[i] + " ");
-        EXPECT_EQ(std::stof(text.substr(line + 7)), made.lens.at(i)) << lens[i];
+        const std::size_t line = text.find(std::string("\n  ") + lens[i] + " ");
+        EXPECT_EQ(std::stof(text.substr(line + 5)), made.lens.at(i)) << lens[i];
     }
     EXPECT_EQ(record["text1"], *made.text1);
     EXPECT_EQ(record["text2"], *made.text2);
@@ -337,6 +339,57 @@ TEST(Inspect, ShowsEachValueUnderItsName) {
     EXPECT_EQ(tree["calibration"]["blocks"][1]["range"]["min"].get<float>(), *low);
     EXPECT_EQ(tree["calibration"]["blocks"][1]["range"]["max"].get<float>(), *high);
     EXPECT_TRUE(text.starts_with("a\\x0a\xC3\xA9: korveline image"));
+}
+
+// Colours stand as their numbers in front of what they colour.
+TEST(Inspect, ExplainsWhatItShows) {
+    const Bytes good = minimal();
+    const auto with = [&good](std::size_t at, const Bytes& block) {
+        return v7Image(inserted(good, at, block));
+    };
+    const Bytes whole = korvelineImage(bytes(smallPacked(), signatureArea(3)), signedType);
+    const struct {
+        Bytes dump;
+        std::vector<const char*> lines;
+    } cases[] = {
+        {whole,
+         {"payload +[0-9]+ bytes at byte 104", "computed CRC-32 +<1>0x[0-9a-f]{8}  matches",
+          "signature +3 bytes\n +c5c5c5", "sensor +8 columns x [0-9]+ rows, [0-9]+ pixels",
+          "[0-9]+  255  end marker", "<3>Record", "image area +8 x [0-9]+ pixels",
+          "fx +[0-9.]+ pixels", "k1 +[-0-9.]+", "text 1 +\".+\"",
+          "id codes +0x[0-9a-f]{4}  0x[0-9a-f]{4}", "masked pixels +[0-9]+ of [0-9]+",
+          "frequency 0 +id [0-9]+",
+          "  wiggling A +header 0x[0-9a-f]{8} \\([-+0-9.e]+\\), entries: [1-5]",
+          "straylight +scale .*, exponent .*, offset .*, centre .*", "  PSF +[0-9]+ x [0-9]+ .*",
+          "custom 128 +[0-9a-f]+", "read +VANTRIC_OK \\(0x00000000: read\\)", "verdict +<1>reads"}},
+        {flipped(v7Image(good), 100 * 8),
+         {"computed CRC-32 +<0>0x[0-9a-f]{8}  does not match", "<3>Record"}},
+        {prefix(v7Image(good), 180),
+         {"payload +[0-9]+ bytes at byte 67, not all inside the file",
+          "<3>Record, as far as it was read"}},
+        {v7Image(edited(good, block1 + 1, {3})),
+         {"failing block +1 \\(lens parameters\\)",
+          "read +VANTRIC_ERR_INVALID_DATA \\(0x80000009: wrong order, .*\\)"}},
+        {v7Image(edited(good, 7, Bytes(4, 255))), {"read +0xfffe0001 \\(.*no status.*\\)"}},
+        {v7Image(edited(good, 34, bytes(0x80, 0, 0, 0))),
+         {"k1 +-inf", ".* 1  lens parameters .*, 1 not finite  read"}},
+        {v7Image(bytes(good, "abc")), {"3 bytes behind the end marker"}},
+        {with(block16, bytes(10, 0, 249, 0, 0, 0, 0)), {"ignored +an id below 128 .*"}},
+        {with(endMarker, bytes(128, 5, 1, 8, Bytes(4))),
+         {"custom fields +not readable: VANTRIC_ERR_BUFFER_TOO_SMALL \\(larger .*\\)"}},
+    };
+    const TextStyle style{0, [](Colour colour, std::string_view text) {
+                              return fmt::format("<{}>{}", static_cast<int>(colour), text);
+                          }};
+    for (const auto& [dump, lines] : cases) {
+        const std::string text =
+            textOf(inspectTree(diagnose(dump, classify(dump), Wanted::everything), ""), style);
+        for (const char* line : lines) {
+            EXPECT_TRUE(std::regex_search(text, std::regex(std::string("\n *") + line + "\n")))
+                << line << "\n"
+                << text;
+        }
+    }
 }
 
 TEST(Inspect, FitsTheTerminal) {

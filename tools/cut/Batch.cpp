@@ -228,8 +228,9 @@ int cutMany(const CutOptions& options) {
     }
     // Only the last step of the path: a mistyped parent is still an error.
     constexpr mode_t everyone = 0777;
-    (void)mkdir(options.out.c_str(), everyone);
-    const std::string reason = whyNoOutput(options.out);
+    const std::string reason = mkdir(options.out.c_str(), everyone) != 0 && errno != EEXIST
+                                   ? std::generic_category().message(errno)
+                                   : whyNoOutput(options.out);
     if (!reason.empty()) {
         printError(options.out, reason);
         return exitFailed;

@@ -50,7 +50,7 @@ int cutOne(const CutOptions& options) {
     const std::string& dump = options.paths[0];
     const std::string& directory = options.paths[1];
     CutResult result;
-    result.folder = directory;
+    result.folder = directory.substr(0, directory.find_last_not_of('/') + 1);
     const std::optional<TakenDump> taken = takeDump(dump, options, result);
     if (!taken) {
         printError(dump, result.reason + (holdsAnyCut(directory) ? "; an earlier cut is still in " +

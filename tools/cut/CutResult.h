@@ -9,6 +9,7 @@
 
 #include "calcut/cutter.h"
 #include "tools/dump/Diagnosis.h"
+#include "tools/dump/Names.h"
 
 namespace calcut::tools {
 
@@ -17,10 +18,6 @@ inline constexpr const char* calibrationFile = CALCUT_CALIBRATION_FILE;
 inline constexpr const char* lensFile = CALCUT_LENS_FILE;
 inline constexpr const char* signatureFile = CALCUT_SIGNATURE_FILE;
 inline constexpr std::array<const char*, 3> stackFiles = {calibrationFile, lensFile, signatureFile};
-
-/// Names of the lens parameters in the order of the record.
-inline constexpr std::array<const char*, VANTRIC_LENS_PARAMETERS> lensNames = {
-    "fx", "fy", "cx", "cy", "k1", "k2", "p1", "p2", "k3"};
 
 enum class Outcome : std::uint8_t {
     NotReached,

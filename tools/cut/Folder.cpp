@@ -34,7 +34,7 @@ std::string inside(const std::string& directory, const std::string& name) {
 
 bool isMissing(const std::string& path) {
     struct stat status {};
-    return lstat(path.c_str(), &status) != 0 && errno == ENOENT;
+    return lstat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR);
 }
 
 struct DirectoryCloser {

@@ -179,9 +179,7 @@ Finding readFault(const Diagnosis& about, const Notes& notes) {
             if (about.layout == Layout::Packed) {
                 return wrongMagic(about.file, about.layout);
             }
-            particulars.wanted =
-                quotedBytes({reinterpret_cast<const std::uint8_t*>(magicOf(Layout::Packed).data()),
-                             magicOf(Layout::Packed).size()});
+            particulars.wanted = quotedMagic(Layout::Packed);
             particulars.seen = quotedBytes(about.payload.first(
                 std::min(about.payload.size(), magicOf(Layout::Packed).size())));
             break;

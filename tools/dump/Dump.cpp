@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <limits>
 #include <string_view>
 #include <system_error>
@@ -112,11 +111,6 @@ bool readAll(int descriptor, std::uint64_t expected, std::uint64_t limit,
     }
 }
 
-bool startsWith(ByteView bytes, std::string_view magic) {
-    return bytes.size() >= magic.size() &&
-           std::memcmp(bytes.data(), magic.data(), magic.size()) == 0;
-}
-
 }  // namespace
 
 const char* layoutName(Layout layout) {
@@ -146,10 +140,13 @@ std::string_view magicOf(Layout layout) {
 }
 
 Layout classify(ByteView file) {
-    const auto* found =
-        std::find_if(knownLayouts.begin(), knownLayouts.end(),
-                     [file](Layout known) { return startsWith(file, magicOf(known)); });
-    return found == knownLayouts.end() ? Layout::Unknown : *found;
+    const std::string_view start(reinterpret_cast<const char*>(file.data()), file.size());
+    for (const Layout known : knownLayouts) {
+        if (start.starts_with(magicOf(known))) {
+            return known;
+        }
+    }
+    return Layout::Unknown;
 }
 
 Dump loadDump(const std::string& path, std::uint64_t maxSize) {

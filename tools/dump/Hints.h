@@ -11,6 +11,9 @@ namespace calcut::tools {
 /// with the reason where one can be told.
 Finding wrongMagic(ByteView file, Layout layout);
 
+/// The magic of a layout in quotes.
+std::string quotedMagic(Layout layout);
+
 /// Text of a magic, or what stands in its place, in quotes; what is not printable ASCII becomes
 /// \xNN.
 std::string quotedBytes(ByteView bytes);

@@ -1,7 +1,6 @@
 #include "tools/dump/Names.h"
 
-#include <array>
-#include <string_view>
+#include <algorithm>
 
 #include <fmt/format.h>
 
@@ -21,11 +20,39 @@ constexpr std::array frequencyBlocks = {"frequency id", "pixel table", "values A
 constexpr std::array kinds = {"raw",   "uint16",      "uint32",      "int32",
                               "float", "packed uint", "packed float"};
 
+struct StatusMeaning {
+    std::uint32_t status;
+    const char* text;
+};
+
+// Of what a read can return.
+constexpr std::array statusMeanings = {
+    StatusMeaning{VANTRIC_OK, "read"},
+    StatusMeaning{VANTRIC_ERR_NOT_SUPPORTED, "not a calibration that can be read"},
+    StatusMeaning{VANTRIC_ERR_END_OF_DATA, "the data ends inside a header or payload"},
+    StatusMeaning{VANTRIC_ERR_INVALID_ARGUMENT, "the straylight model is empty"},
+    StatusMeaning{VANTRIC_ERR_VALUE_UNSET, "the block is present, but its value is the unset mark"},
+    StatusMeaning{VANTRIC_ERR_BUFFER_TOO_SMALL,
+                  "larger than its place in the calibration, or not enough memory"},
+    StatusMeaning{VANTRIC_ERR_COUNT_TOO_SMALL, "fewer elements than required"},
+    StatusMeaning{VANTRIC_ERR_INVALID_DATA, "wrong order, kind, width or size"},
+    StatusMeaning{VANTRIC_ERR_FIELD_EMPTY, "a required block is missing"},
+    StatusMeaning{VANTRIC_ERR_ALREADY_SET, "already present"},
+};
+
 }  // namespace
 
 std::string statusName(std::uint32_t status) {
     const std::string_view name = vantric_statusName(status);
     return name.starts_with("VANTRIC_") ? std::string(name) : fmt::format("{:#010x}", status);
+}
+
+const char* statusText(std::string_view name) {
+    const auto* found = std::find_if(
+        statusMeanings.begin(), statusMeanings.end(),
+        [name](const StatusMeaning& known) { return statusName(known.status) == name; });
+    return found == statusMeanings.end() ? "no status, but the pixel count that was refused"
+                                         : found->text;
 }
 
 std::string blockName(std::uint32_t id) {

@@ -38,6 +38,12 @@ int runInspect(const InspectOptions& options) {
         const Diagnosis diagnosis = diagnose(
             dump.bytes, options.layout.value_or(classify(dump.bytes)), vantric::Wanted::everything);
         good = good && diagnosis.intact() && !(options.strict && !diagnosis.warnings.empty());
+        if (!options.json && terminal().verbosity == Verbosity::Quiet) {
+            if (!diagnosis.intact()) {
+                printError(path, describe(diagnosis.faults.front()));
+            }
+            continue;
+        }
         Json tree = inspectTree(diagnosis, path);
         if (!options.json) {
             writeStdout(&path == options.paths.data() ? "" : "\n");

@@ -18,9 +18,6 @@ namespace {
 /// Pixels whose mask a cut counts.
 constexpr std::uint64_t cutMaskPixels = CALCUT_SENSOR_COLUMNS * CALCUT_SENSOR_ROWS;
 
-constexpr std::array<const char*, VANTRIC_LENS_PARAMETERS> lensParameterNames = {
-    "fx", "fy", "cx", "cy", "k1", "k2", "p1", "p2", "k3"};
-
 Json floats(std::span<const float> values) {
     Json list = Json::array();
     for (const float value : values) {
@@ -31,8 +28,8 @@ Json floats(std::span<const float> values) {
 
 Json lensTree(const VantricCalibration& record) {
     Json lens;
-    for (std::size_t i = 0; i < lensParameterNames.size() && record.lensParameters; ++i) {
-        lens[lensParameterNames[i]] = jsonFloat(record.lensParameters[i]);
+    for (std::size_t i = 0; i < lensNames.size() && record.lensParameters; ++i) {
+        lens[lensNames[i]] = jsonFloat(record.lensParameters[i]);
     }
     return lens;
 }
@@ -103,9 +100,6 @@ Json customTree(const Diagnosis& about) {
 }  // namespace
 
 Json jsonFloat(float value) {
-    if (std::isnan(value)) {
-        return nullptr;
-    }
     if (std::isinf(value)) {
         return value < 0 ? "-inf" : "inf";
     }

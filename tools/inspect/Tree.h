@@ -30,7 +30,7 @@ Json recordTree(const Diagnosis& diagnosis);
 /// not decodable.
 Json rangeTree(const Diagnosis& diagnosis, const vantric::BlockSighting& block);
 
-/// A float as JSON has it: "inf" and "-inf", null for NaN.
+/// A float as JSON has it: "inf" and "-inf"; a NaN stays one, and is null once it is written.
 Json jsonFloat(float value);
 
 }  // namespace calcut::tools

@@ -1,5 +1,6 @@
 #include "tools/options/CommandLine.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <optional>
 #include <string>
@@ -74,7 +75,7 @@ CLI::App* addCut(CLI::App& app, Request& request) {
     CutOptions& options = request.cut;
     CLI::App* command = app.add_subcommand("cut", "Cut dumps into the files of the camera stack");
     command->footer(footers::cut);
-    addValue(*command, "DUMP", options.paths, "FILE",
+    addValue(*command, "DUMP", options.paths, "",
              "Dumps or folders of them, or one dump (- for standard input) and the output "
              "directory");
     addReading(*command, options.layout, options.maxSize);
@@ -101,7 +102,7 @@ CLI::App* addInspect(CLI::App& app, Request& request) {
     CLI::App* command = app.add_subcommand(
         "inspect", "Show what dumps and packed calibrations hold, and why they do not read");
     command->footer(footers::inspect);
-    addValue(*command, "FILE", options.paths, "FILE",
+    addValue(*command, "FILE", options.paths, "",
              "Dumps, packed calibrations, or - for standard input")
         ->required();
     command->add_flag("--json", options.json, "Print JSON (keys: docs/inspect-json.md)");
@@ -114,7 +115,7 @@ CLI::App* addPlot(CLI::App& app, Request& request) {
     PlotOptions& options = request.plot;
     CLI::App* command = app.add_subcommand("plot", "Draw a calibration on one sheet");
     command->footer(footers::plot);
-    addValue(*command, "FILE", options.input, "FILE",
+    addValue(*command, "FILE", options.input, "",
              "Dump, packed calibration, or - for standard input")
         ->required();
     addValue(*command, "-o,--output", options.output, "FILE",
@@ -143,8 +144,9 @@ void addContentOptions(CLI::App& command, MakeOptions& options) {
         ->type_name("WxH");
     addValue(command, "--frequencies", options.frequencies, "N", "Modulation frequencies [3]")
         ->check(CLI::Range(1U, 8U));
-    command.add_flag("--no-straylight{false}", options.straylight,
-                     "Leave the straylight profile out");
+    command.add_flag_callback(
+        "--no-straylight", [&options] { options.straylight = false; },
+        "Leave the straylight profile out");
     addValue(command, "--custom", options.custom, "N", "Custom blocks [2]")
         ->check(CLI::Range(0U, 5U));
     addValue(command, "--table-bits", options.tableBits, "N",
@@ -279,6 +281,11 @@ int runCommandLine(int argc, char** argv) {
     // For the build, which makes man pages and completions of these texts.
     if (argc == 3 && std::string_view(argv[1]) == "--generate") {
         return generate(app, argv[2]);
+    }
+    // No option takes one, and as a path it would be a riddle.
+    if (std::any_of(argv + 1, argv + argc, [](const char* word) { return *word == '\0'; })) {
+        printError("", "an argument is empty (is a variable of the shell not set?)");
+        return exitUsage;
     }
     try {
         app.parse(argc, argv);

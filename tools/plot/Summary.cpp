@@ -5,6 +5,7 @@
 #include <cstring>
 #include <vector>
 
+#include "tools/dump/Names.h"
 #include "tools/plot/Panels.h"
 #include "tools/terminal/Escape.h"
 
@@ -21,10 +22,6 @@ struct Line {
     std::string second{};
     TextStyle style = body;
 };
-
-/// In the record's order.
-constexpr const char* lensNames[VANTRIC_LENS_PARAMETERS] = {"fx", "fy", "cx", "cy", "k1",
-                                                            "k2", "p1", "p2", "k3"};
 
 std::string textOf(const char* text) {
     return {text, strnlen(text, VANTRIC_TEXT_BYTES)};
