@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <functional>
 #include <system_error>
@@ -84,7 +85,7 @@ bool makeDirectory(const std::string& path) {
 
 /// Whether all of them may be written; the first that may not is told.
 bool mayWrite(const std::vector<ExportFile>& files, const ExportOptions& options) {
-    for (const ExportFile& file : files) {
+    return std::ranges::all_of(files, [&options](const ExportFile& file) {
         const std::string path = options.directory + "/" + file.name;
         std::string why = whyNotWritable(path, {options.input});
         if (why.empty() && !options.force && identityOf(path)) {
@@ -92,10 +93,9 @@ bool mayWrite(const std::vector<ExportFile>& files, const ExportOptions& options
         }
         if (!why.empty()) {
             printError(path, why);
-            return false;
         }
-    }
-    return true;
+        return why.empty();
+    });
 }
 
 bool writeFiles(const std::vector<ExportFile>& files, const std::string& directory) {
