@@ -45,6 +45,25 @@ void printResult(const TakenDump& taken, const CutResult& result) {
     print(text);
 }
 
+// Writes the files aside and moves them into the result's folder, or fails.
+void placeFiles(const TakenDump& taken, CutResult& result) {
+    TemporaryFolder temporary(result.folder, 0);
+    if (!temporary.error().empty()) {
+        result.fail(temporary.error());
+        return;
+    }
+    writeStackFiles(taken, temporary.path(), result);
+    if (InterruptGuard::interrupted()) {
+        result.fail("interrupted");
+    }
+    if (result.outcome != Outcome::Failed) {
+        const std::string reason = moveFiles(temporary, result.folder);
+        if (!reason.empty()) {
+            result.fail(reason);
+        }
+    }
+}
+
 int cutOne(const CutOptions& options) {
     const std::string& dump = options.paths[0];
     const std::string& directory = options.paths[1];
@@ -70,23 +89,9 @@ int cutOne(const CutOptions& options) {
         return exitFailed;
     }
     const InterruptGuard guard;
-    TemporaryFolder temporary(directory, 0);
-    if (!temporary.error().empty()) {
-        printError(dump, temporary.error());
-        return exitFailed;
-    }
-    writeStackFiles(*taken, temporary.path(), result);
-    if (InterruptGuard::interrupted()) {
-        result.fail("interrupted");
-    }
     const std::string signature = directory + "/" + signatureFile;
     const bool leftover = identityOf(signature) && filesOf(*taken).size() < stackFiles.size();
-    if (result.outcome != Outcome::Failed) {
-        reason = moveFiles(temporary, directory);
-        if (!reason.empty()) {
-            result.fail(reason);
-        }
-    }
+    placeFiles(*taken, result);
     if (result.outcome == Outcome::Failed) {
         printError(dump, result.reason);
         return exitFailed;
