@@ -98,20 +98,21 @@ bool mayWrite(const std::vector<ExportFile>& files, const ExportOptions& options
     });
 }
 
+bool writeFile(const ExportFile& file, const std::string& directory) {
+    const std::string path = directory + "/" + file.name;
+    const std::string text = file.text();
+    if (!writeOutput(path, {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()})) {
+        return false;
+    }
+    print(fmt::format("wrote {}  {} bytes\n", escapePath(path), text.size()));
+    return true;
+}
+
 bool writeFiles(const std::vector<ExportFile>& files, const std::string& directory) {
     const InterruptGuard guard;
-    for (const ExportFile& file : files) {
-        if (InterruptGuard::interrupted()) {
-            return false;
-        }
-        const std::string path = directory + "/" + file.name;
-        const std::string text = file.text();
-        if (!writeOutput(path, {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()})) {
-            return false;
-        }
-        print(fmt::format("wrote {}  {} bytes\n", escapePath(path), text.size()));
-    }
-    return true;
+    return std::ranges::all_of(files, [&directory](const ExportFile& file) {
+        return !InterruptGuard::interrupted() && writeFile(file, directory);
+    });
 }
 
 }  // namespace
