@@ -1,8 +1,6 @@
 #include "tools/compare/CompareTree.h"
 
 #include <algorithm>
-#include <bit>
-#include <cmath>
 #include <map>
 #include <utility>
 

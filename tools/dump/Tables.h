@@ -34,12 +34,12 @@ const char* channelName(const Table& table, unsigned channel);
 
 /// Mask, pixel values, the pixel table of each frequency, rays and PSF, as far as the record has
 /// them.
-std::vector<Table> tablesOf(const Diagnosis& diagnosis);
+std::vector<Table> tablesOf(const Diagnosis& about);
 
 /// The table of that name, or null.
 const Table* tableNamed(const std::vector<Table>& tables, const std::string& name);
 
 /// The custom fields as rows of bytes.
-std::vector<Table> customTablesOf(const Diagnosis& diagnosis);
+std::vector<Table> customTablesOf(const Diagnosis& about);
 
 }  // namespace calcut::tools

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <functional>
 #include <system_error>
@@ -84,7 +85,7 @@ bool makeDirectory(const std::string& path) {
 
 /// Whether all of them may be written; the first that may not is told.
 bool mayWrite(const std::vector<ExportFile>& files, const ExportOptions& options) {
-    for (const ExportFile& file : files) {
+    return std::ranges::all_of(files, [&options](const ExportFile& file) {
         const std::string path = options.directory + "/" + file.name;
         std::string why = whyNotWritable(path, {options.input});
         if (why.empty() && !options.force && identityOf(path)) {
@@ -92,26 +93,26 @@ bool mayWrite(const std::vector<ExportFile>& files, const ExportOptions& options
         }
         if (!why.empty()) {
             printError(path, why);
-            return false;
         }
+        return why.empty();
+    });
+}
+
+bool writeFile(const ExportFile& file, const std::string& directory) {
+    const std::string path = directory + "/" + file.name;
+    const std::string text = file.text();
+    if (!writeOutput(path, {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()})) {
+        return false;
     }
+    print(fmt::format("wrote {}  {} bytes\n", escapePath(path), text.size()));
     return true;
 }
 
 bool writeFiles(const std::vector<ExportFile>& files, const std::string& directory) {
     const InterruptGuard guard;
-    for (const ExportFile& file : files) {
-        if (InterruptGuard::interrupted()) {
-            return false;
-        }
-        const std::string path = directory + "/" + file.name;
-        const std::string text = file.text();
-        if (!writeOutput(path, {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()})) {
-            return false;
-        }
-        print(fmt::format("wrote {}  {} bytes\n", escapePath(path), text.size()));
-    }
-    return true;
+    return std::ranges::all_of(files, [&directory](const ExportFile& file) {
+        return !InterruptGuard::interrupted() && writeFile(file, directory);
+    });
 }
 
 }  // namespace
