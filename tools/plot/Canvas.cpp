@@ -45,7 +45,7 @@ void paintInto(cairo_surface_t* surface, const Raster& raster, int scale) {
     cairo_surface_mark_dirty(surface);
 }
 
-void selectFont(cairo_t* context, const TextStyle& style) {
+void selectFont(cairo_t* context, const FontStyle& style) {
     cairo_select_font_face(context, fontName, CAIRO_FONT_SLANT_NORMAL,
                            style.bold ? CAIRO_FONT_WEIGHT_BOLD : CAIRO_FONT_WEIGHT_NORMAL);
     cairo_set_font_size(context, style.size);
@@ -130,7 +130,7 @@ void Canvas::mark(Mark mark, Point centre, Rgb colour) {
     }
 }
 
-void Canvas::text(Point baseline, const std::string& text, const TextStyle& style) {
+void Canvas::text(Point baseline, const std::string& text, const FontStyle& style) {
     const double width = textWidth(text, style);
     const double shift = style.anchor == Anchor::Start    ? 0.0
                          : style.anchor == Anchor::Middle ? -width / 2.0
@@ -174,14 +174,14 @@ void Canvas::endClip() {
     cairo_restore(context_.get());
 }
 
-double Canvas::textWidth(const std::string& text, const TextStyle& style) const {
+double Canvas::textWidth(const std::string& text, const FontStyle& style) const {
     selectFont(context_.get(), style);
     cairo_text_extents_t extents;
     cairo_text_extents(context_.get(), text.c_str(), &extents);
     return extents.x_advance;
 }
 
-std::string Canvas::fitText(std::string text, const TextStyle& style, double width) const {
+std::string Canvas::fitText(std::string text, const FontStyle& style, double width) const {
     if (textWidth(text, style) <= width) {
         return text;
     }

@@ -34,7 +34,7 @@ struct Raster {
 
 enum class Anchor : std::uint8_t { Start, Middle, End };
 
-struct TextStyle {
+struct FontStyle {
     double size = 12.0;
     Anchor anchor = Anchor::Start;
     bool bold = false;
@@ -63,16 +63,16 @@ class Canvas {
     /// Rings and crosses have a light rim, so that they show on every colour.
     void mark(Mark mark, Point centre, Rgb colour);
     /// baseline: of the text's start, middle or end, as the style's anchor says.
-    void text(Point baseline, const std::string& text, const TextStyle& style);
+    void text(Point baseline, const std::string& text, const FontStyle& style);
     /// Stretches the picture over the area, elements kept as sharp rectangles.
     void image(const Rect& area, const Raster& raster);
     /// Until the next endClip, nothing is drawn outside the area. Does not nest.
     void beginClip(const Rect& area);
     void endClip();
 
-    [[nodiscard]] double textWidth(const std::string& text, const TextStyle& style) const;
+    [[nodiscard]] double textWidth(const std::string& text, const FontStyle& style) const;
     /// text, its end left out where it is wider than width.
-    [[nodiscard]] std::string fitText(std::string text, const TextStyle& style, double width) const;
+    [[nodiscard]] std::string fitText(std::string text, const FontStyle& style, double width) const;
 
     /// The finished file; empty when it could not be made. Nothing can be drawn afterwards.
     std::vector<std::uint8_t> finish();

@@ -80,7 +80,7 @@ void drawIncomparable(Canvas& canvas, const Rect& cell, const Table& a, const Ta
     const std::string why = b == nullptr ? "missing on one side"
                                          : fmt::format("A has {} x {}, B {} x {}", a.columns,
                                                        a.rows, b->columns, b->rows);
-    TextStyle style;
+    FontStyle style;
     style.bold = true;
     canvas.text({cell.x + margin, cell.y + margin}, a.title, style);
     canvas.text({cell.x + margin, cell.y + margin + line}, why, {});

@@ -10,11 +10,11 @@ namespace {
 
 constexpr Rgb lineColour{0x40, 0x40, 0x40};
 
-const TextStyle titleStyle{.size = 15.0, .bold = true};
-const TextStyle compactTitleStyle{.size = 12.0, .bold = true};
-const TextStyle noteStyle{.size = 11.5, .colour = quietColour};
-const TextStyle tickStyle{.size = 11.5};
-const TextStyle labelStyle{.size = 12.0, .anchor = Anchor::Middle};
+const FontStyle titleStyle{.size = 15.0, .bold = true};
+const FontStyle compactTitleStyle{.size = 12.0, .bold = true};
+const FontStyle noteStyle{.size = 11.5, .colour = quietColour};
+const FontStyle tickStyle{.size = 11.5};
+const FontStyle labelStyle{.size = 12.0, .anchor = Anchor::Middle};
 
 constexpr double padding = 12.0;
 constexpr double titleHeight = 24.0;
@@ -262,7 +262,7 @@ void Frame::drawAxes(const Rect& cell) {
         canvas_.outline(area_, lineColour);
     }
     canvas_.text({area_.x + area_.width / 2.0, foot + labelSpace - 2.0}, x_.label, labelStyle);
-    TextStyle upwards = labelStyle;
+    FontStyle upwards = labelStyle;
     upwards.upwards = true;
     canvas_.text(
         {area_.x - tickLength - tickGap - widest(yTicks_) - 7.0, area_.y + area_.height / 2.0},
@@ -298,7 +298,7 @@ void Frame::drawBar() {
         canvas_.text({bar.right() + tickLength + tickGap, tick.place + textHeight / 2.0},
                      tick.label, tickStyle);
     }
-    TextStyle upwards = labelStyle;
+    FontStyle upwards = labelStyle;
     upwards.upwards = true;
     const double labelAt = bar.right() + tickLength + tickGap + widest(barTicks_);
     canvas_.text({labelAt + 16.0, bar.y + bar.height / 2.0},

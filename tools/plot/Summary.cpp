@@ -13,14 +13,14 @@ namespace calcut::tools {
 
 namespace {
 
-const TextStyle body{.size = 13.0};
-const TextStyle quiet{.size = 11.5, .colour = quietColour};
+const FontStyle body{.size = 13.0};
+const FontStyle quiet{.size = 11.5, .colour = quietColour};
 
 /// A line of the panel; second stands in the right half.
 struct Line {
     std::string text;
     std::string second{};
-    TextStyle style = body;
+    FontStyle style = body;
 };
 
 std::string textOf(const char* text) {
@@ -85,7 +85,7 @@ std::vector<Line> linesOf(const Module& module) {
 
 void drawSummary(Canvas& canvas, const Rect& cell, const Module& module) {
     const double left = cell.x + 12.0;
-    const auto put = [&](double x, double y, const std::string& text, const TextStyle& style) {
+    const auto put = [&](double x, double y, const std::string& text, const FontStyle& style) {
         canvas.text({x, y}, canvas.fitText(text, style, cell.right() - 12.0 - x), style);
     };
     double y = cell.y + 28.0;
