@@ -179,9 +179,7 @@ Finding readFault(const Diagnosis& about, const Notes& notes) {
             if (about.layout == Layout::Packed) {
                 return wrongMagic(about.file, about.layout);
             }
-            particulars.wanted =
-                quotedBytes({reinterpret_cast<const std::uint8_t*>(magicOf(Layout::Packed).data()),
-                             magicOf(Layout::Packed).size()});
+            particulars.wanted = quotedMagic(Layout::Packed);
             particulars.seen = quotedBytes(about.payload.first(
                 std::min(about.payload.size(), magicOf(Layout::Packed).size())));
             break;
@@ -231,6 +229,7 @@ Finding unknownBlockFinding(const vantric::BlockSighting& block) {
     Particulars particulars;
     particulars.offset = block.offset;
     particulars.blockId = block.header.id;
+    particulars.found = block.header.id;
     particulars.seen = fmt::format("{} x {}, {}", block.header.count, kindName(block.header.kind),
                                    byteCount(block.payloadSize));
     return findingOf(OwnCause::unknownBlock, particulars);

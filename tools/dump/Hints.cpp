@@ -54,10 +54,6 @@ std::optional<std::uint64_t> find(ByteView file, Layout layout) {
     return found == file.end() ? std::nullopt : std::optional<std::uint64_t>(found - file.begin());
 }
 
-std::string quotedMagic(Layout layout) {
-    return fmt::format("\"{}\"", magicOf(layout));
-}
-
 std::string wantedMagic(Layout layout) {
     return layout == Layout::Unknown
                ? fmt::format("{} (v7) or {} (Korveline)", quotedMagic(Layout::V7),
@@ -81,6 +77,10 @@ std::optional<Finding> findElsewhere(ByteView file, Particulars about) {
 }
 
 }  // namespace
+
+std::string quotedMagic(Layout layout) {
+    return fmt::format("\"{}\"", magicOf(layout));
+}
 
 std::string quotedBytes(ByteView bytes) {
     std::string text = "\"";

@@ -1,7 +1,7 @@
 // What stands in the place of an image.
 #pragma once
 
-#include <cstdint>
+#include <string>
 
 #include "tools/dump/Diagnosis.h"
 
@@ -11,8 +11,9 @@ namespace calcut::tools {
 /// with the reason where one can be told.
 Finding wrongMagic(ByteView file, Layout layout);
 
-/// Text of a magic, or what stands in its place, in quotes; what is not printable ASCII becomes
-/// \xNN.
+std::string quotedMagic(Layout layout);
+
+/// What stands in the place of a magic, in quotes; what is not printable ASCII becomes \xNN.
 std::string quotedBytes(ByteView bytes);
 
 }  // namespace calcut::tools
