@@ -16,7 +16,7 @@ namespace calcut::tools {
 namespace {
 
 /// Pixels whose mask a cut counts.
-constexpr std::uint64_t cutMaskPixels = CALCUT_SENSOR_COLUMNS * CALCUT_SENSOR_ROWS;
+constexpr std::uint64_t cutMaskPixels = std::uint64_t{CALCUT_SENSOR_COLUMNS} * CALCUT_SENSOR_ROWS;
 
 constexpr std::array<const char*, VANTRIC_LENS_PARAMETERS> lensParameterNames = {
     "fx", "fy", "cx", "cy", "k1", "k2", "p1", "p2", "k3"};
