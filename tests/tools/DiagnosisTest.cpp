@@ -347,7 +347,7 @@ TEST(Inspect, FitsTheTerminal) {
     const Json tree = inspectTree(diagnose(dump, Layout::Korveline, Wanted::everything), "dump");
     const std::string wide = textOf(tree, {});
     EXPECT_NE(wide.find("payload at"), std::string::npos);
-    for (const std::size_t width : {64, 80, 100, 132}) {
+    for (const std::size_t width : {64U, 80U, 100U, 132U}) {
         std::istringstream lines(textOf(tree, {width, nullptr}));
         for (std::string line; std::getline(lines, line);) {
             EXPECT_LE(line.size(), width) << line;
