@@ -226,6 +226,9 @@ TEST(Diagnosis, NamesTheCause) {
         {"value-unset", with(block16, bytes(8, 1, 2, 255, 255, 0, 1)), 67 + block16, 8, valueUnset},
         {"psf-too-large", v7(packCalibration(straylight)), anywhere, 9, tooSmall},
         {"unknown-block", with(block16, bytes(10, 0, 4, 1, 2, 3, 4)), 67 + block16, 10},
+        // One without payload is not to blame.
+        {"missing-block", v7(bytes(prefix(good, block22), 72, 0, 249, 0, 0, 0, 0, 255)),
+         67 + block22 + 7, 22, fieldEmpty},
         {"unknown-magic", bytes("neither one nor the other"), 0},
         {"magic", bytes("KORVELINX", Bytes(95)), 0, none, ok, Layout::Korveline},
         {"blank", Bytes(300, 0xFF), 0},
@@ -397,7 +400,7 @@ TEST(Inspect, FitsTheTerminal) {
     const Json tree = inspectTree(diagnose(dump, Layout::Korveline, Wanted::everything), "dump");
     const std::string wide = textOf(tree, {});
     EXPECT_NE(wide.find("payload at"), std::string::npos);
-    for (const std::size_t width : {64, 80, 100, 132}) {
+    for (const std::size_t width : {64U, 80U, 100U, 132U}) {
         std::istringstream lines(textOf(tree, {width, nullptr}));
         for (std::string line; std::getline(lines, line);) {
             EXPECT_LE(line.size(), width) << line;

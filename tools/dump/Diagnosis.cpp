@@ -229,6 +229,7 @@ Finding unknownBlockFinding(const vantric::BlockSighting& block) {
     Particulars particulars;
     particulars.offset = block.offset;
     particulars.blockId = block.header.id;
+    particulars.found = block.header.id;
     particulars.seen = fmt::format("{} x {}, {}", block.header.count, kindName(block.header.kind),
                                    byteCount(block.payloadSize));
     return findingOf(OwnCause::unknownBlock, particulars);

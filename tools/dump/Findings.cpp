@@ -118,7 +118,7 @@ constexpr std::array ownWords = {
           "a signature length of 1 to {expected}", "{found}", reSign},
     Words{"signature-too-long", "signature longer than its area",
           "a signature length of 1 to {expected}", "{found}", reSign},
-    Words{"unknown-block", "unknown {block}", "", "{seen} that no reader steps over",
+    Words{"unknown-block", "unknown block id {found}", "", "{seen} that no reader steps over",
           "the bytes before it are damaged, or whoever calibrated the module wrote a block that "
           "no reader knows"},
     Words{"focal-length", "focal length not positive and finite", "", "{seen}", checkLens},

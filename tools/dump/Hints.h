@@ -1,7 +1,7 @@
 // What stands in the place of an image.
 #pragma once
 
-#include <cstdint>
+#include <string>
 
 #include "tools/dump/Diagnosis.h"
 

@@ -6,6 +6,6 @@
 namespace calcut::tools {
 
 /// Adds the warnings about what was read.
-void addWarnings(Diagnosis& diagnosis);
+void addWarnings(Diagnosis& dump);
 
 }  // namespace calcut::tools

@@ -16,7 +16,7 @@ namespace calcut::tools {
 namespace {
 
 /// Pixels whose mask a cut counts.
-constexpr std::uint64_t cutMaskPixels = CALCUT_SENSOR_COLUMNS * CALCUT_SENSOR_ROWS;
+constexpr std::uint64_t cutMaskPixels = std::uint64_t{CALCUT_SENSOR_COLUMNS} * CALCUT_SENSOR_ROWS;
 
 Json floats(std::span<const float> values) {
     Json list = Json::array();

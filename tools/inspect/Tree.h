@@ -21,14 +21,14 @@ using Json = nlohmann::basic_json<nlohmann::ordered_map, std::vector, std::strin
 inline constexpr int inspectSchema = 1;
 
 /// The tree of a file. The diagnosis must have been made with everything wanted.
-Json inspectTree(const Diagnosis& diagnosis, std::string_view path);
+Json inspectTree(const Diagnosis& about, std::string_view path);
 
 /// Its part about the decoded record; null without one.
-Json recordTree(const Diagnosis& diagnosis);
+Json recordTree(const Diagnosis& about);
 
 /// Smallest and largest decoded value of a block; null for a payload that is empty, incomplete or
 /// not decodable.
-Json rangeTree(const Diagnosis& diagnosis, const vantric::BlockSighting& block);
+Json rangeTree(const Diagnosis& about, const vantric::BlockSighting& sighting);
 
 /// A float as JSON has it: "inf" and "-inf"; a NaN stays one, and is null once it is written.
 Json jsonFloat(float value);
