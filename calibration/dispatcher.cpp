@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <mutex>
+#include <utility>
 
 #include "calibration/calibration.h"
 #include "calibration/packed/Handler.h"
@@ -69,9 +70,12 @@ std::uint32_t readInto(const VantricCalibrationHandler& handler, const std::uint
                        std::size_t size, Wanted wanted, HandlerRead& read) {
     const bool isOwn = isPackedHandler(handler);
     read.hasTables = wanted == Wanted::everything || !isOwn;
+    TableOwner table = isOwn ? newTessalyTable() : nullptr;
     read.record.reset(
         allocateCalibration(read.numPixels, read.hasTables ? Tables::allocated : Tables::none));
-    return isOwn ? readPackedInto(*read.record, read.numPixels, data, size, wanted, nullptr).status
+    return isOwn ? readPackedInto(*read.record, read.numPixels, std::move(table), data, size,
+                                  wanted, nullptr)
+                       .status
                  : handler.readCalibration(data, size, read.record.get()).status;
 }
 
@@ -86,8 +90,10 @@ std::uint32_t complete(const VantricCalibrationHandler& handler, const std::uint
     }
     if (!read.hasTables) {
         // Another handler than the one that read: it gets the record that it would have got.
+        TableOwner table = newTessalyTable();
         read.record.reset(allocateCalibration(read.numPixels));
-        readPackedInto(*read.record, read.numPixels, data, size, Wanted::everything, nullptr);
+        readPackedInto(*read.record, read.numPixels, std::move(table), data, size,
+                       Wanted::everything, nullptr);
     }
     return handler.calcPsfAndDirections(read.record.get(), read.numPixels);
 }

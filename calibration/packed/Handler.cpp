@@ -2,11 +2,11 @@
 
 #include <cstdlib>
 #include <limits>
+#include <utility>
 
 #include "calibration/calibration.h"
 #include "calibration/memory.h"
 #include "calibration/packed/Block.h"
-#include "calibration/packed/Tessaly.h"
 #include "calibration/psf.h"
 
 namespace vantric {
@@ -62,7 +62,7 @@ bool isPackedHandler(const VantricCalibrationHandler& handler) {
            handler.getNumPixels == own.getNumPixels;
 }
 
-RXReadResult readPackedInto(VantricCalibration& record, std::uint64_t madeFor,
+RXReadResult readPackedInto(VantricCalibration& record, std::uint64_t madeFor, TableOwner table,
                             const std::uint8_t* data, std::size_t size, Wanted wanted,
                             WalkObserver* observer) {
     RXHeader header = {};
@@ -70,9 +70,7 @@ RXReadResult readPackedInto(VantricCalibration& record, std::uint64_t madeFor,
         return {VANTRIC_ERR_NOT_SUPPORTED, noFailedBlock};
     }
     const std::uint64_t numPixels = std::uint64_t{header.columns} * header.rows;
-    const TableOwner table(numPixels <= madeFor ? createTessalyTable(record, numPixels, wanted)
-                                                : nullptr);
-    if (!table) {
+    if (numPixels > madeFor || !fillTessalyTable(*table, record, numPixels, wanted)) {
         return {VANTRIC_ERR_BUFFER_TOO_SMALL, noFailedBlock};
     }
     VantricStream stream = vantric_createStreamFromData(data, size);
@@ -121,9 +119,11 @@ PackedRead readPacked(const std::uint8_t* data, std::size_t size, Wanted wanted,
     if (isTooShortFor(numPixels, size)) {
         wanted = Wanted::cut;
     }
+    TableOwner table = newTessalyTable();
     read.record.reset(
         allocateCalibration(numPixels, wanted == Wanted::cut ? Tables::none : Tables::allocated));
-    read.result = readPackedInto(*read.record, numPixels, data, size, wanted, observer);
+    read.result =
+        readPackedInto(*read.record, numPixels, std::move(table), data, size, wanted, observer);
     if (read.result.status != VANTRIC_OK) {
         return read;
     }
@@ -170,7 +170,8 @@ RXReadResult vantric_readRXHandlerCalibration(const uint8_t* data, size_t size,
                                               VantricCalibration* calibration) {
     // For how many pixels the record was made, only the caller knows.
     constexpr std::uint64_t anyNumber = std::numeric_limits<std::uint64_t>::max();
-    return readPackedInto(*calibration, anyNumber, data, size, Wanted::everything, nullptr);
+    return readPackedInto(*calibration, anyNumber, newTessalyTable(), data, size,
+                          Wanted::everything, nullptr);
 }
 
 uint32_t vantric_readRXCustomFields(const uint8_t* data, size_t size,

@@ -7,6 +7,7 @@
 #include "calcut/vantric_rx.h"
 #include "calibration/owners.h"
 #include "calibration/packed/Reader.h"
+#include "calibration/packed/Tessaly.h"
 #include "calibration/packed/Wanted.h"
 
 namespace vantric {
@@ -15,8 +16,9 @@ namespace vantric {
 bool isPackedHandler(const VantricCalibrationHandler& handler);
 
 /// vantric_readRXHandlerCalibration with what is wanted, told to observer (null: nobody), into a
-/// record that was made for so many pixels; data with more are refused.
-RXReadResult readPackedInto(VantricCalibration& record, std::uint64_t madeFor,
+/// record that was made for so many pixels; data with more are refused. table comes from
+/// newTessalyTable, made before the record.
+RXReadResult readPackedInto(VantricCalibration& record, std::uint64_t madeFor, TableOwner table,
                             const std::uint8_t* data, std::size_t size, Wanted wanted,
                             WalkObserver* observer);
 

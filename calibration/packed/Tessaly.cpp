@@ -130,30 +130,37 @@ void addFrequencyEntries(TableBuilder& builder, VantricFrequencyRecord& frequenc
 
 }  // namespace
 
-RXBlockTable* createTessalyTable(VantricCalibration& record, std::uint64_t numPixels,
-                                 Wanted wanted) {
-    if (record.frequencies == nullptr) {
-        return nullptr;  // memory ran out when the record was made; nothing could be read into it
-    }
+TableOwner newTessalyTable() {
     TableOwner table(vantric_createTable(tableEntries, sizeof(RXBlockExpectation)));
     table->isFrequencyBlock = isFrequencyBlock;
     table->validateBlock = validateBlock;
     table->validateWholeCalibration = validateWholeCalibration;
-    table->context = &record;
     table->firstCustomBlockId = RX_BLOCK_FIRST_CUSTOM;
+    return table;
+}
 
-    TableBuilder builder(*table);
+bool fillTessalyTable(RXBlockTable& table, VantricCalibration& record, std::uint64_t numPixels,
+                      Wanted wanted) {
+    table.context = &record;
+    if (record.frequencies == nullptr) {
+        return false;  // memory ran out when the record was made; nothing could be read into it
+    }
+    TableBuilder builder(table);
     addFixedEntries(builder, record, numPixels, wanted);
     for (std::uint32_t k = 0; k < VANTRIC_FREQUENCIES; ++k) {
         addFrequencyEntries(builder, record.frequencies[k],
                             RX_BLOCK_FIRST_FREQUENCY + k * RX_BLOCKS_PER_FREQUENCY,
                             k == 0 ? required : optional, numPixels, wanted);
     }
-    return builder.failed() ? nullptr : table.release();
+    return !builder.failed();
 }
 
 }  // namespace vantric
 
+using namespace vantric;
+
 RXBlockTable* vantric_createTessalyTable(VantricCalibration* calibration, uint64_t numPixels) {
-    return vantric::createTessalyTable(*calibration, numPixels, vantric::Wanted::everything);
+    TableOwner table = newTessalyTable();
+    const bool filled = fillTessalyTable(*table, *calibration, numPixels, Wanted::everything);
+    return filled ? table.release() : nullptr;
 }

@@ -3,13 +3,18 @@
 #include <cstdint>
 
 #include "calcut/vantric_rx.h"
+#include "calibration/owners.h"
 #include "calibration/packed/Wanted.h"
 
 namespace vantric {
 
-/// vantric_createTessalyTable for what is wanted of the calibration: a cut has no place for the
-/// per-pixel tables, whose entries then have a size and no destination.
-RXBlockTable* createTessalyTable(VantricCalibration& record, std::uint64_t numPixels,
-                                 Wanted wanted);
+/// A table with room for the entries and none of them yet. The process ends without memory for it,
+/// so it comes before what a file makes large.
+TableOwner newTessalyTable();
+
+/// Adds the entries for what is wanted of the calibration: a cut has no place for the per-pixel
+/// tables, whose entries then have a size and no destination. False when memory ran out.
+bool fillTessalyTable(RXBlockTable& table, VantricCalibration& record, std::uint64_t numPixels,
+                      Wanted wanted);
 
 }  // namespace vantric
