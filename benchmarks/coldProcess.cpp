@@ -1,6 +1,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -35,7 +37,9 @@ Cold coldCut(const char* way, const CutDirectory& files) {
     const Clock::time_point start = Clock::now();
     FILE* output = popen(command.c_str(), "re");
     Cold cold;
-    const bool printed = output != nullptr && std::fscanf(output, "%ld", &cold.pages) == 1;
+    char line[32] = {};
+    const bool printed = output != nullptr && std::fgets(line, sizeof line, output) != nullptr;
+    cold.pages = std::strtol(line, nullptr, 10);
     if (output == nullptr || pclose(output) != 0 || !printed) {
         throw std::runtime_error("the cold cut failed");
     }
@@ -72,6 +76,7 @@ void reportColdProcesses() {
 // The best of some rounds by turns, so that a busy machine distorts less.
 void reportManyDumps() {
     std::vector<std::unique_ptr<CutDirectory>> files;
+    files.reserve(dumps);
     for (int i = 0; i < dumps; ++i) {
         files.push_back(
             std::make_unique<CutDirectory>(makeStandardDump(static_cast<std::uint64_t>(i) + 1)));

@@ -22,7 +22,7 @@ namespace calcut::tools {
 
 namespace {
 
-constexpr const char* earlier = "earlier-";
+constexpr const char* earlierPrefix = "earlier-";
 
 std::string errnoText() {
     return std::generic_category().message(errno);
@@ -166,7 +166,7 @@ std::string moveFiles(TemporaryFolder& temporary, const std::string& directory) 
         }
     };
     for (const char* name : stackFiles) {
-        move(inside(directory, name), inside(temporary.path(), std::string(earlier) + name));
+        move(inside(directory, name), inside(temporary.path(), std::string(earlierPrefix) + name));
     }
     for (const char* name : stackFiles) {
         move(inside(temporary.path(), name), inside(directory, name));

@@ -9,6 +9,8 @@
 #include <system_error>
 #include <unordered_set>
 
+#include <fmt/format.h>
+
 #include "tools/cut/Folder.h"
 
 namespace calcut::tools {
@@ -125,7 +127,7 @@ class Namer {
             std::vector<std::string> known = candidates(sources_[i]);
             known.resize(std::min(known.size(), looked));
             for (const std::string& name : known) {
-                const auto owner = readOwner(out + "/" + name);
+                const auto owner = readOwner(fmt::format("{}/{}", out, name));
                 if (owner && owner->source == sources_[i] && taken_.insert(name).second) {
                     names_[i] = name;
                     owned_[i] = 1;
