@@ -47,7 +47,7 @@ void printNote(std::string_view subject, std::string_view reason);
 void print(std::string_view text);
 
 /// Data that was asked for, on standard output. finishStdout tells about a failure.
-void writeStdout(std::string_view data);
+void writeStdout(std::string_view text);
 
 /// Flushes standard output. False, with a printed error, when not everything could be written; a
 /// reader that merely went away (as head does) is no error, and what was told once is not told
