@@ -212,8 +212,10 @@ typedef struct VantricCalibrationHandler {
  *         handler accepts the data; VANTRIC_ERR_INVALID_DATA when it has no pixels; otherwise the
  *         handler's status, for packed data any of VANTRIC_ERR_END_OF_DATA, _VALUE_UNSET,
  *         _BUFFER_TOO_SMALL (also when memory runs out), _COUNT_TOO_SMALL, _INVALID_DATA,
- *         _FIELD_EMPTY. A pixel count of 2^31 or more is negative and comes back as it stands. Out
- *         of memory for the record's main parts, the table of blocks or the PSF's curve aborts.
+ *         _FIELD_EMPTY, and with directions VANTRIC_ERR_ALREADY_SET for an image whose rays cannot
+ *         be counted in 32 bits (above 1,431,655,765 pixels). A pixel count of 2^31 or more is
+ *         negative and comes back as it stands. Out of memory for the record's main parts, the
+ *         table of blocks or the PSF's curve aborts.
  */
 CALCUT_EXPORT uint32_t vantric_readCalibration(const uint8_t* data, size_t size,
                                                VantricCalibration** out);
