@@ -13,7 +13,8 @@ target_compile_options(calcut_arithmetic INTERFACE -ffp-contract=off -fno-math-e
                                                    -fno-trapping-math)
 
 if(CALCUT_SANITIZE)
-  add_compile_options(-fsanitize=${CALCUT_SANITIZE} -fno-omit-frame-pointer)
+  # Lines are all that a report names.
+  add_compile_options(-fsanitize=${CALCUT_SANITIZE} -fno-omit-frame-pointer -g1)
   add_link_options(-fsanitize=${CALCUT_SANITIZE})
   if(CALCUT_SANITIZE MATCHES "undefined")
     add_compile_options(-fno-sanitize-recover=all)
