@@ -22,26 +22,26 @@ namespace {
 /// apart.
 using BlockKey = std::pair<std::uint32_t, unsigned>;
 
-std::map<BlockKey, const DiagnosedBlock*> blocksOf(const Diagnosis& about) {
-    std::map<BlockKey, const DiagnosedBlock*> blocks;
+std::map<BlockKey, const vantric::BlockSighting*> blocksOf(const Diagnosis& about) {
+    std::map<BlockKey, const vantric::BlockSighting*> blocks;
     std::map<std::uint32_t, unsigned> met;
-    for (const DiagnosedBlock& block : about.blocks) {
-        const std::uint32_t id = block.sighting.header.id;
+    for (const vantric::BlockSighting& block : about.blocks) {
+        const std::uint32_t id = block.header.id;
         blocks.emplace(BlockKey{id, met[id]++}, &block);
     }
     return blocks;
 }
 
-ByteView payloadOf(const Diagnosis& about, const DiagnosedBlock& block) {
-    return about.file.subspan(block.sighting.payloadOffset, block.sighting.payloadSize);
+ByteView payloadOf(const Diagnosis& about, const vantric::BlockSighting& block) {
+    return about.file.subspan(block.payloadOffset, block.payloadSize);
 }
 
 /// How a block is stored; null where there is none.
-Json storageTree(const DiagnosedBlock* block) {
+Json storageTree(const vantric::BlockSighting* block) {
     if (block == nullptr) {
         return nullptr;
     }
-    const RXBlockHeader& header = block->sighting.header;
+    const RXBlockHeader& header = block->header;
     const bool fixedPoint = header.kind == RX_KIND_PACKED_FLOAT;
     Json tree;
     tree["kind"] = kindName(header.kind);
@@ -49,7 +49,7 @@ Json storageTree(const DiagnosedBlock* block) {
     tree["bits"] = vantric::isPacked(header.kind) ? Json(header.bits) : Json(nullptr);
     tree["scale"] = fixedPoint ? jsonFloat(header.scale) : Json(nullptr);
     tree["valueOffset"] = fixedPoint ? jsonFloat(header.offset) : Json(nullptr);
-    tree["payloadBytes"] = block->sighting.payloadSize;
+    tree["payloadBytes"] = block->payloadSize;
     return tree;
 }
 
@@ -64,15 +64,14 @@ std::uint64_t differingBytes(ByteView a, ByteView b) {
 }
 
 /// Whether the bytes of a block are all that is known about it.
-bool isOpaque(const DiagnosedBlock& block) {
-    return block.sighting.outcome != vantric::BlockOutcome::read ||
-           block.sighting.header.id >= RX_BLOCK_FIRST_CUSTOM;
+bool isOpaque(const vantric::BlockSighting& block) {
+    return block.outcome != vantric::BlockOutcome::read || block.header.id >= RX_BLOCK_FIRST_CUSTOM;
 }
 
 Json blocksTree(const Diagnosis& a, const Diagnosis& b, bool byValue, bool& equal) {
     const auto ofA = blocksOf(a);
     const auto ofB = blocksOf(b);
-    std::map<BlockKey, std::pair<const DiagnosedBlock*, const DiagnosedBlock*>> all;
+    std::map<BlockKey, std::pair<const vantric::BlockSighting*, const vantric::BlockSighting*>> all;
     for (const auto& [key, block] : ofA) {
         all[key].first = block;
     }

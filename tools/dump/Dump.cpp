@@ -113,36 +113,20 @@ std::string errnoText(int error) {
     return std::generic_category().message(error);
 }
 
-const char* layoutName(Layout layout) {
-    switch (layout) {
-        case Layout::V7:
-            return "v7";
-        case Layout::Korveline:
-            return "korveline";
-        case Layout::Packed:
-            return "packed";
-        default:
-            return "unknown";
-    }
-}
-
-std::string_view magicOf(Layout layout) {
-    switch (layout) {
-        case Layout::V7:
-            return image::v7::magic;
-        case Layout::Korveline:
-            return image::korveline::magic;
-        case Layout::Packed:
-            return {vantric::packedMagic.data(), vantric::packedMagic.size()};
-        default:
-            return {};
-    }
+const LayoutTraits& traitsOf(Layout layout) {
+    static constexpr std::array<LayoutTraits, 4> traits = {{
+        {"v7", image::v7::magic, image::v7::fields, image::v7::locate},
+        {"korveline", image::korveline::magic, image::korveline::fields, image::korveline::locate},
+        {"packed", {vantric::packedMagic.data(), vantric::packedMagic.size()}},
+        {"unknown", {}},
+    }};
+    return traits.at(static_cast<std::size_t>(layout));
 }
 
 Layout classify(ByteView file) {
     const std::string_view start(reinterpret_cast<const char*>(file.data()), file.size());
     for (const Layout known : knownLayouts) {
-        if (start.starts_with(magicOf(known))) {
+        if (start.starts_with(traitsOf(known).magic)) {
             return known;
         }
     }

@@ -1,4 +1,5 @@
-#include "tools/dump/Hints.h"
+// What stands in the place of an image.
+#include "tools/dump/Findings.h"
 
 #include <algorithm>
 #include <array>
@@ -10,7 +11,6 @@
 #include <fmt/format.h>
 
 #include "calcut/vantric.h"
-#include "tools/dump/Findings.h"
 #include "tools/terminal/Escape.h"
 
 namespace calcut::tools {
@@ -48,39 +48,39 @@ bool looksLikeLensFile(ByteView file) {
            values[0] >= 1.0F && values[1] >= 1.0F;
 }
 
-std::optional<std::uint64_t> find(ByteView file, Layout layout) {
-    const std::string_view magic = magicOf(layout);
-    const auto found = std::search(file.begin(), file.end(), magic.begin(), magic.end());
-    return found == file.end() ? std::nullopt : std::optional<std::uint64_t>(found - file.begin());
-}
-
-std::string wantedMagic(Layout layout) {
-    return layout == Layout::Unknown
-               ? fmt::format("{} (v7) or {} (Korveline)", quotedMagic(Layout::V7),
-                             quotedMagic(Layout::Korveline))
-               : quotedMagic(layout);
+std::string quoted(Layout layout) {
+    return fmt::format("\"{}\"", traitsOf(layout).magic);
 }
 
 /// The magic of an image, or else of a calibration, further on.
-std::optional<Finding> findElsewhere(ByteView file, Particulars about) {
+std::optional<Finding> findElsewhere(ByteView file, const std::string& wanted,
+                                     const std::string& seen) {
     for (const Layout known : knownLayouts) {
-        if (const auto offset = find(file, known)) {
-            about.offset = about.found = *offset;
-            if (known == Layout::Packed) {
-                return findingOf(OwnCause::calibrationInside, about);
-            }
-            about.wanted = quotedMagic(known);
-            return findingOf(OwnCause::bytesBeforeImage, about);
+        const std::string_view magic = traitsOf(known).magic;
+        const auto found = std::search(file.begin(), file.end(), magic.begin(), magic.end());
+        const auto offset = static_cast<std::uint64_t>(found - file.begin());
+        if (found != file.end() && known == Layout::Packed) {
+            return Finding{
+                "calibration-inside",
+                "unknown magic",
+                wanted,
+                fmt::format("{}; but a packed calibration begins at byte {}", seen, offset),
+                "the image's header is damaged or of another layout: read the part again",
+                offset};
+        }
+        if (found != file.end()) {
+            return Finding{"bytes-before-image",
+                           "the image does not begin with the file",
+                           quoted(known) + " at byte 0",
+                           fmt::format("it at byte {}", offset),
+                           "leave out the bytes in front of it (tail -c)",
+                           offset};
         }
     }
     return std::nullopt;
 }
 
 }  // namespace
-
-std::string quotedMagic(Layout layout) {
-    return fmt::format("\"{}\"", magicOf(layout));
-}
 
 std::string quotedBytes(ByteView bytes) {
     std::string text = "\"";
@@ -91,32 +91,39 @@ std::string quotedBytes(ByteView bytes) {
 }
 
 Finding wrongMagic(ByteView file, Layout layout) {
-    Particulars about;
-    about.wanted = wantedMagic(layout);
-    const std::size_t size = layout == Layout::Unknown ? longestMagic : magicOf(layout).size();
-    about.seen = quotedBytes(file.first(std::min(size, file.size())));
+    const bool unknown = layout == Layout::Unknown;
+    const std::string wanted = unknown ? fmt::format("{} (v7) or {} (Korveline)",
+                                                     quoted(Layout::V7), quoted(Layout::Korveline))
+                                       : quoted(layout);
+    const std::size_t size = unknown ? longestMagic : traitsOf(layout).magic.size();
+    const std::string seen = quotedBytes(file.first(std::min(size, file.size())));
     if (isBlank(file)) {
-        about.seen = fmt::format("{:#04x}", file[0]);
-        return findingOf(OwnCause::blank, about);
+        return {"blank", "the file is blank", wanted, fmt::format("{:#04x} in every byte", file[0]),
+                "the part is empty or was not connected: read it again"};
     }
     if (classify(file) != Layout::Unknown) {
-        about.seen = quotedMagic(classify(file));
-        return findingOf(OwnCause::wrongLayout, about);
+        return {"wrong-layout", "wrong magic", wanted, quoted(classify(file)),
+                "the file names its own layout: leave --layout out"};
     }
-    for (const auto& [group, cause] :
-         {std::pair{2, OwnCause::swappedPairs}, std::pair{4, OwnCause::swappedWords}}) {
-        if (isSwapped(file, static_cast<std::size_t>(group))) {
-            return findingOf(cause, about);
-        }
+    constexpr const char* reorder = "read the part in byte order, or turn the bytes around";
+    if (isSwapped(file, 2)) {
+        return {"swapped-pairs", "bytes are swapped in pairs", wanted, seen, reorder};
+    }
+    if (isSwapped(file, 4)) {
+        return {"swapped-words", "bytes are swapped in 32-bit words", wanted, seen, reorder};
     }
     if (looksLikeLensFile(file)) {
-        return findingOf(OwnCause::lensFile, about);
+        return {"lens-file", "a file that a cut has written, lensdata.dat", wanted,
+                "nine lens parameters", "give the dump that it was cut from"};
     }
-    if (std::optional<Finding> elsewhere = findElsewhere(file, about)) {
-        return *std::move(elsewhere);
+    if (const auto elsewhere = findElsewhere(file, wanted, seen)) {
+        return *elsewhere;
     }
-    return layout == Layout::Unknown ? findingOf(OwnCause::unknownMagic, about)
-                                     : findingOf(image::Cause::wrongMagic, about);
+    return unknown
+               ? Finding{"unknown-magic", "unknown magic", wanted, seen,
+                         "name the --layout if you know it, else read the part again"}
+               : Finding{"magic", "wrong magic", wanted, seen,
+                         "leave --layout out if this is another layout, else read the part again"};
 }
 
 }  // namespace calcut::tools

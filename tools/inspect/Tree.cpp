@@ -8,7 +8,6 @@
 #include "calibration/packed/Block.h"
 #include "cutter/korvelineImage.h"
 #include "cutter/v7Image.h"
-#include "tools/dump/Hints.h"
 #include "tools/dump/Names.h"
 #include "tools/terminal/Escape.h"
 
@@ -115,9 +114,9 @@ Json imageTree(const Diagnosis& about) {
 
 /// decodedBytes is what the ranges of this file have taken so far: unknown blocks may lie over each
 /// other, so that a small file could ask for hours.
-Json blockTree(const Diagnosis& about, const DiagnosedBlock& block, std::uint64_t& decodedBytes) {
+Json blockTree(const Diagnosis& about, const vantric::BlockSighting& sighting,
+               std::uint64_t& decodedBytes) {
     constexpr std::uint64_t mostDecodedBytes = std::uint64_t{1} << 31;
-    const vantric::BlockSighting& sighting = block.sighting;
     const RXBlockHeader& header = sighting.header;
     const bool packed = vantric::isPacked(header.kind);
     const bool fixedPoint = header.kind == RX_KIND_PACKED_FLOAT;
@@ -125,7 +124,7 @@ Json blockTree(const Diagnosis& about, const DiagnosedBlock& block, std::uint64_
     Json tree;
     tree["offset"] = sighting.offset;
     tree["id"] = header.id;
-    tree["name"] = block.name;
+    tree["name"] = blockName(header.id);
     tree["kind"] = kindName(header.kind);
     tree["count"] = header.count;
     tree["bits"] = packed ? Json(header.bits) : Json(nullptr);
@@ -153,7 +152,7 @@ Json calibrationTree(const Diagnosis& about) {
     }
     Json& blocks = tree["blocks"] = Json::array();
     std::uint64_t decodedBytes = 0;
-    for (const DiagnosedBlock& block : about.blocks) {
+    for (const vantric::BlockSighting& block : about.blocks) {
         blocks.push_back(blockTree(about, block, decodedBytes));
     }
     tree["endMarker"] = orNull(about.endMarker);
@@ -165,11 +164,9 @@ Json readTree(const Diagnosis& about) {
     if (!about.status) {
         return nullptr;
     }
-    return {
-        {"status", statusName(*about.status)},
-        {"code", *about.status},
-        {"failedBlock", about.failedBlockId == vantric::noFailedBlock ? Json(nullptr)
-                                                                      : Json(about.failedBlockId)}};
+    return {{"status", statusName(*about.status)},
+            {"code", *about.status},
+            {"failedBlock", orNull(about.failedBlockId)}};
 }
 
 // ------------------------------------------------------------------------------------- findings --
