@@ -1,13 +1,9 @@
 #include "tools/compare/Compare.h"
 
-#include <cstdio>
 #include <exception>
 #include <new>
 
-#include <nlohmann/json.hpp>
-
 #include "tools/commands.h"
-#include "tools/compare/CompareText.h"
 #include "tools/compare/CompareTree.h"
 #include "tools/compare/LoadedModule.h"
 #include "tools/terminal/OutputFile.h"
@@ -16,17 +12,6 @@
 namespace calcut::tools {
 
 namespace {
-
-void write(const Json& tree, bool json) {
-    if (json) {
-        const std::string text = tree.dump(2, ' ', false, Json::error_handler_t::replace) + '\n';
-        (void)std::fwrite(text.data(), 1, text.size(), stdout);
-    } else {
-        print(compareText(tree, {terminalWidth(stdout), [](Colour colour, std::string_view text) {
-                                     return paint(stdout, colour, text);
-                                 }}));
-    }
-}
 
 bool writePicture(const LoadedModule& a, const LoadedModule& b, const std::string& output,
                   DrawDifferences draw) {
@@ -57,7 +42,11 @@ int compare(const CompareOptions& options, DrawDifferences draw) {
     if (!options.output.empty() && !writePicture(*a, *b, options.output, draw)) {
         return exitNotCompared;
     }
-    write(tree, options.json);
+    if (options.json) {
+        writeStdout(jsonText(tree));
+    } else {
+        print(compareText(tree, styleOfStdout()));
+    }
     if (!finishStdout()) {
         return exitNotCompared;
     }

@@ -1,139 +1,100 @@
-#include "tools/compare/CompareText.h"
-
 #include <algorithm>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include "tools/inspect/Lines.h"
+#include "tools/compare/CompareTree.h"
 #include "tools/terminal/Escape.h"
 
 namespace calcut::tools {
 
 namespace {
 
-/// A single value; what is missing or NaN is a dash.
-std::string text(const Json& value) {
-    if (value.is_null()) {
-        return "-";
+constexpr const char* missing = "-";
+
+/// A table, unless it has no rows. The columns of a pair of values are always the same.
+void writeTable(Lines& out, const char* heading, std::vector<TableColumn> columns,
+                const Json& rows) {
+    if (!rows.empty()) {
+        out.heading(heading);
+        out.table(columns, rows, missing);
     }
-    if (value.is_string()) {
-        return value.get<std::string>();
-    }
-    return value.is_number_float() ? fmt::format("{}", value.get<float>()) : value.dump();
 }
 
-/// A difference that the eye can place: its sign, and no more digits than it has a meaning with.
-std::string signedText(const Json& value) {
-    return value.is_null() ? "-" : fmt::format("{:+.6g}", value.get<double>());
-}
-
-bool anyDiffers(const Json& list) {
-    return std::any_of(list.begin(), list.end(),
-                       [](const Json& entry) { return entry["differs"].get<bool>(); });
+/// Values of A and B, and a difference that the eye can place: its sign, and no more digits than it
+/// has a meaning with.
+std::vector<TableColumn> valueColumns(std::string_view heading) {
+    return {{heading, "{name}"},
+            {"A", "{a}", true},
+            {"B", "{b}", true},
+            {"B - A", "{difference:+.6g}", true}};
 }
 
 std::string moduleText(const Json& module) {
-    return fmt::format("{} ({}, {} x {} pixels)", escapePath(text(module["file"])),
-                       text(module["layout"]), text(module["columns"]), text(module["rows"]));
+    return escapePath(text(module["file"])) +
+           filled(" ({layout}, {columns} x {rows} pixels)", module);
 }
 
 std::string storageText(const Json& block) {
-    if (block.is_null()) {
-        return "missing";
-    }
-    const std::string bits =
-        block["bits"].is_null() ? "" : fmt::format(", {} bits", text(block["bits"]));
-    return fmt::format("{} x {}{}, {} bytes", text(block["count"]), text(block["kind"]), bits,
-                       text(block["payloadBytes"]));
+    return block.is_null() ? "missing"
+                           : filled("{count} x {kind}", block) + filled(", {bits} bits", block) +
+                                 filled(", {payloadBytes} bytes", block);
 }
 
 void writeBlocks(Lines& out, const Json& blocks) {
-    std::vector<TableRow> rows;
+    Json rows = Json::array();
     for (const Json& block : blocks) {
         if (block["differs"]) {
-            rows.push_back({text(block["id"]), text(block["name"]), storageText(block["a"]),
-                            storageText(block["b"]), text(block["differingBytes"])});
+            Json& row = rows.emplace_back(block);
+            row["a"] = storageText(block["a"]);
+            row["b"] = storageText(block["b"]);
         }
     }
     out.heading("Blocks");
     out.item("stored the same",
              fmt::format("{} of {}", blocks.size() - rows.size(), blocks.size()));
     if (!rows.empty()) {
-        out.table({{"id", true, 0},
-                   {"name", false, 0},
-                   {"A", false, 1},
-                   {"B", false, 2},
-                   {"differing bytes", true, 0}},
-                  std::move(rows));
+        out.table({{"id", "{id}", true},
+                   {"name", "{name}"},
+                   {"A", "{a}", false, 1},
+                   {"B", "{b}", false, 2},
+                   {"differing bytes", "{differingBytes}", true}},
+                  rows, missing);
     }
 }
 
-void writeLens(Lines& out, const Json& lens) {
-    if (lens.is_null() || !anyDiffers(lens)) {
-        return;
-    }
-    std::vector<TableRow> rows;
+/// All of them, as soon as one differs.
+Json lensRows(const Json& lens) {
+    Json rows = Json::array();
+    bool differ = false;
     for (const auto& [name, value] : lens.items()) {
-        rows.push_back({name, text(value["a"]), text(value["b"]), signedText(value["difference"])});
+        rows.push_back(value);
+        rows.back()["name"] = name;
+        differ = differ || value["differs"];
     }
-    out.heading("Lens");
-    out.table({{"parameter", false, 0}, {"A", true, 0}, {"B", true, 0}, {"B - A", true, 0}},
-              std::move(rows));
+    return differ ? rows : Json::array();
 }
 
-std::string shapeText(const Json& shape) {
-    return shape.is_null() ? "missing"
-                           : fmt::format("{} x {}", text(shape["columns"]), text(shape["rows"]));
-}
-
-TableRow tableRow(const Json& table) {
+Json tableRow(const Json& table) {
+    const auto shape = [](const Json& of) {
+        return of.is_null() ? "missing" : filled("{columns} x {rows}", of);
+    };
+    Json row = {{"title", table["title"]}, {"differing", "all"}, {"max", missing}};
     if (table["elements"].is_null()) {
-        return {text(table["title"]), "all", "-", "-",
-                fmt::format("A: {}, B: {}", shapeText(table["a"]), shapeText(table["b"]))};
+        row["at"] = fmt::format("A: {}, B: {}", shape(table["a"]), shape(table["b"]));
+        return row;
     }
-    TableRow row = {text(table["title"]),
-                    fmt::format("{} of {}", text(table["differing"]), text(table["elements"])),
-                    fmt::format("{:.4g}", table["rms"].get<double>()), "0", ""};
-    if (const Json& max = table["max"]; !max.is_null()) {
-        row[3] = signedText(max["difference"]);
-        row[4] = fmt::format("column {}, row {}", text(max["column"]), text(max["row"]));
-        row[4] += max["channel"].is_null() ? "" : fmt::format(" ({})", text(max["channel"]));
-    }
+    const Json& max = table["max"];
+    std::string at =
+        filled("column {max/column}, row {max/row}", table) + filled(" ({max/channel})", table);
     if (table["unmeasured"] != 0) {
-        row[4] += fmt::format("{}{} not finite on one side", row[4].empty() ? "" : "; ",
-                              text(table["unmeasured"]));
+        at += (at.empty() ? "" : "; ") + filled("{unmeasured} not finite on one side", table);
     }
+    row["differing"] = filled("{differing} of {elements}", table);
+    row["rms"] = table["rms"];
+    row["max"] = max.is_null() ? "0" : filled("{difference:+.6g}", max);
+    row["at"] = at;
     return row;
-}
-
-void writeTables(Lines& out, const Json& tables) {
-    if (tables.empty()) {
-        return;
-    }
-    std::vector<TableRow> rows;
-    std::transform(tables.begin(), tables.end(), std::back_inserter(rows), tableRow);
-    out.heading("Tables");
-    out.table({{"table", false, 0},
-               {"differing", true, 0},
-               {"RMS", true, 1},
-               {"maximum", true, 0},
-               {"maximum at", false, 0}},
-              std::move(rows));
-}
-
-void writeValues(Lines& out, const Json& values) {
-    if (values.empty()) {
-        return;
-    }
-    std::vector<TableRow> rows;
-    for (const Json& value : values) {
-        rows.push_back({text(value["name"]), text(value["a"]), text(value["b"]),
-                        signedText(value["difference"])});
-    }
-    out.heading("Other values");
-    out.table({{"value", false, 0}, {"A", true, 0}, {"B", true, 0}, {"B - A", true, 0}},
-              std::move(rows));
 }
 
 }  // namespace
@@ -143,14 +104,21 @@ std::string compareText(const Json& tree, const TextStyle& style) {
     out.item("A", moduleText(tree["a"]));
     out.item("B", moduleText(tree["b"]));
     writeBlocks(out, tree["blocks"]);
-    writeLens(out, tree["lens"]);
-    writeTables(out, tree["tables"]);
-    writeValues(out, tree["values"]);
+    writeTable(out, "Lens", valueColumns("parameter"), lensRows(tree["lens"]));
+    Json tables = Json::array();
+    std::transform(tree["tables"].begin(), tree["tables"].end(), std::back_inserter(tables),
+                   tableRow);
+    writeTable(out, "Tables",
+               {{"table", "{title}"},
+                {"differing", "{differing}", true},
+                {"RMS", "{rms:.4g}", true, 1},
+                {"maximum", "{max}", true},
+                {"maximum at", "{at}"}},
+               tables);
+    writeTable(out, "Other values", valueColumns("value"), tree["values"]);
     out.heading("Result");
     const bool equal = tree["equal"];
-    const std::string within =
-        tree["tolerance"].is_null() ? "" : ", within " + text(tree["tolerance"]);
-    out.item("verdict", equal ? "equal" + within : "different",
+    out.item("verdict", equal ? "equal" + filled(", within {tolerance}", tree) : "different",
              equal ? Colour::Green : Colour::Yellow);
     return out.take();
 }

@@ -8,7 +8,6 @@
 #include <nlohmann/json.hpp>
 
 #include "calibration/packed/Block.h"
-#include "tools/compare/TableDifference.h"
 #include "tools/dump/Names.h"
 #include "tools/dump/Tables.h"
 

@@ -15,6 +15,11 @@
 
 namespace calcut::tools {
 
+/// Id of a block of frequency k; block is an RX_FREQUENCY_ number.
+constexpr std::uint32_t frequencyBlock(unsigned k, std::uint32_t block) {
+    return RX_BLOCK_FIRST_FREQUENCY + RX_BLOCKS_PER_FREQUENCY * k + block;
+}
+
 struct Diagnosis {
     ByteView file;
     Layout layout = Layout::Unknown;

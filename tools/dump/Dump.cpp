@@ -39,28 +39,16 @@ class FileDescriptor {
     int descriptor_;
 };
 
-std::string sizeText(std::uint64_t bytes) {
+std::string tooLarge(std::uint64_t limit) {
     constexpr std::uint64_t step = 1024;
+    std::uint64_t size = limit;
     std::size_t unit = 0;
-    while (unit < 3 && bytes != 0 && bytes % step == 0) {
-        bytes /= step;
+    while (unit < 3 && size != 0 && size % step == 0) {
+        size /= step;
         ++unit;
     }
-    return unit == 0 ? byteCount(bytes) : fmt::format("{} {}iB", bytes, "KMG"[unit - 1]);
-}
-
-std::string tooLarge(std::uint64_t limit) {
-    return fmt::format("is larger than {}, the limit for a dump (--max-size)", sizeText(limit));
-}
-
-// Why a file is not even read; empty when it is worth a try.
-std::string refusalOf(const struct stat& status, std::uint64_t limit) {
-    if (S_ISDIR(status.st_mode)) {
-        return "is a directory";
-    }
-    return S_ISREG(status.st_mode) && static_cast<std::uint64_t>(status.st_size) > limit
-               ? tooLarge(limit)
-               : std::string();
+    return fmt::format("is larger than {}, the limit for a dump (--max-size)",
+                       unit == 0 ? byteCount(size) : fmt::format("{} {}iB", size, "KMG"[unit - 1]));
 }
 
 std::string whyNotOpened(const std::string& path, int error) {
@@ -107,6 +95,36 @@ bool readAll(int descriptor, std::uint64_t expected, std::uint64_t limit,
     }
 }
 
+// Fills dump. Why it could not be; empty on success.
+std::string load(const std::string& path, std::uint64_t maxSize, Dump& dump) {
+    const bool standardInput = path == "-";
+    const FileDescriptor file(
+        standardInput ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    struct stat status {};
+    if (file.get() < 0 || fstat(file.get(), &status) != 0) {
+        return whyNotOpened(path, errno);
+    }
+    if (!standardInput) {
+        dump.identity = FileIdentity{status.st_dev, status.st_ino};
+    }
+    // Room for one byte more stays countable.
+    const std::uint64_t limit = std::min<std::uint64_t>(
+        maxSize, static_cast<std::uint64_t>(std::numeric_limits<std::ptrdiff_t>::max()) / 4);
+    const std::uint64_t expected =
+        S_ISREG(status.st_mode) ? static_cast<std::uint64_t>(status.st_size) : 0;
+    if (S_ISDIR(status.st_mode)) {
+        return "is a directory";
+    }
+    if (expected <= limit && !readAll(file.get(), expected, limit, dump.bytes)) {
+        return errnoText(errno);
+    }
+    if (std::max<std::uint64_t>(expected, dump.bytes.size()) > limit) {
+        return tooLarge(limit);
+    }
+    const bool idlePipe = S_ISFIFO(status.st_mode) && !standardInput;
+    return !dump.bytes.empty() ? "" : idlePipe ? "is a pipe that nobody writes to" : "is empty";
+}
+
 }  // namespace
 
 std::string errnoText(int error) {
@@ -135,34 +153,7 @@ Layout classify(ByteView file) {
 
 Dump loadDump(const std::string& path, std::uint64_t maxSize) {
     Dump dump;
-    const bool standardInput = path == "-";
-    const FileDescriptor file(
-        standardInput ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    struct stat status {};
-    if (file.get() < 0 || fstat(file.get(), &status) != 0) {
-        dump.error = whyNotOpened(path, errno);
-        return dump;
-    }
-    if (!standardInput) {
-        dump.identity = FileIdentity{status.st_dev, status.st_ino};
-    }
-    // Room for one byte more stays countable.
-    const std::uint64_t limit = std::min<std::uint64_t>(
-        maxSize, static_cast<std::uint64_t>(std::numeric_limits<std::ptrdiff_t>::max()) / 4);
-    dump.error = refusalOf(status, limit);
-    if (!dump.error.empty()) {
-        return dump;
-    }
-    const std::uint64_t expected =
-        S_ISREG(status.st_mode) ? static_cast<std::uint64_t>(status.st_size) : 0;
-    if (!readAll(file.get(), expected, limit, dump.bytes)) {
-        dump.error = errnoText(errno);
-    } else if (dump.bytes.size() > limit) {
-        dump.error = tooLarge(limit);
-    } else if (dump.bytes.empty()) {
-        dump.error = S_ISFIFO(status.st_mode) && !standardInput ? "is a pipe that nobody writes to"
-                                                                : "is empty";
-    }
+    dump.error = load(path, maxSize, dump);
     if (!dump.error.empty()) {
         dump.bytes.clear();
     }

@@ -94,45 +94,35 @@ const vantric::BlockSighting* refusedBlock(const Diagnosis& about,
 
 Finding imageFault(const Diagnosis& about) {
     const image::Refusal& refusal = *about.image.refusal;
-    const auto& [message, cause, offset, expected, found] = refusal;
-    switch (cause) {
+    const auto fault = [&refusal](const char* name, const char* what, const std::string& expected,
+                                  const std::string& found, const char* advice) {
+        return Finding{name, what, expected, found, advice, refusal.offset};
+    };
+    switch (refusal.cause) {
         case image::Cause::wrongVersion:
-            return {
-                "version",
-                about.layout == Layout::V7 ? "wrong version" : "wrong layout revision",
-                fmt::to_string(expected),
-                fmt::to_string(found),
-                "read the part again; if it stays, this calcut does not know the module's layout",
-                offset};
+            return fault(
+                "version", about.layout == Layout::V7 ? "wrong version" : "wrong layout revision",
+                fmt::to_string(refusal.expected), fmt::to_string(refusal.found),
+                "read the part again; if it stays, this calcut does not know the module's layout");
         case image::Cause::payloadOutside:
-            return {
-                "payload-outside",
-                "payload outside the file",
-                fmt::format("{} from byte {} on", byteCount(expected), about.image.payloadOffset),
-                byteCount(found) + " of them in the file",
-                "read the whole part again",
-                offset};
+            return fault("payload-outside", "payload outside the file",
+                         fmt::format("{} from byte {} on", byteCount(refusal.expected),
+                                     about.image.payloadOffset),
+                         byteCount(refusal.found) + " of them in the file",
+                         "read the whole part again");
         case image::Cause::checksum:
-            return {"checksum",
-                    "CRC-32 mismatch",
-                    fmt::format("{:#010x} (computed over the payload)", expected),
-                    fmt::format("{:#010x} (stored)", found),
-                    "read the part again",
-                    offset};
+            return fault("checksum", "CRC-32 mismatch",
+                         fmt::format("{:#010x} (computed over the payload)", refusal.expected),
+                         fmt::format("{:#010x} (stored)", refusal.found), "read the part again");
         default:
-            break;
+            // Without a magic nothing else that a header says is worth a word; a file too short
+            // for a header is better told by its magic, too.
+            return classify(about.file) != about.layout
+                       ? wrongMagic(about.file, about.layout)
+                       : fault("image-header-cut-short", "image header cut short",
+                               byteCount(refusal.expected), byteCount(refusal.found),
+                               "read the whole part again, or name another --layout");
     }
-    // Without a magic nothing else that a header says is worth a word; a file too short for a
-    // header is better told by its magic, too.
-    if (cause == image::Cause::wrongMagic || classify(about.file) != about.layout) {
-        return wrongMagic(about.file, about.layout);
-    }
-    return {"image-header-cut-short",
-            "image header cut short",
-            byteCount(expected),
-            byteCount(found),
-            "read the whole part again, or name another --layout",
-            offset};
 }
 
 Finding readFault(const Diagnosis& about, const vantric::Refusal& refusal,

@@ -1,13 +1,11 @@
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <cstring>
 #include <span>
 
-#include <nlohmann/json.hpp>
-
 #include "calcut/cutter.h"
 #include "tools/dump/Names.h"
+#include "tools/dump/Tables.h"
 #include "tools/inspect/Tree.h"
 #include "tools/terminal/Escape.h"
 
@@ -49,24 +47,19 @@ Json wigglingTree(const VantricWigglingTable& table) {
 
 Json frequencyTree(const Diagnosis& about, unsigned index) {
     const VantricFrequencyRecord& source = about.record->frequencies[index];
-    const auto ifRead = [&](std::uint32_t block, auto&& tree) {
-        const std::uint32_t first = RX_BLOCK_FIRST_FREQUENCY + RX_BLOCKS_PER_FREQUENCY * index;
-        return about.wasRead(first + block) ? Json(tree()) : Json(nullptr);
+    const auto ifRead = [&about, index](std::uint32_t block, const Json& tree) {
+        return orNull(about.wasRead(frequencyBlock(index, block)), tree);
     };
     const auto values = [](const float* data, std::uint8_t count) {
         return floats({data, std::min<std::size_t>(count, VANTRIC_FREQUENCY_VALUES)});
     };
     return {{"index", index},
             {"id", source.frequencyId},
-            {"scalar", ifRead(RX_FREQUENCY_SCALAR, [&] { return jsonFloat(source.scalar); })},
-            {"valuesA",
-             ifRead(RX_FREQUENCY_VALUES_A, [&] { return values(source.valuesA, source.countA); })},
-            {"valuesB",
-             ifRead(RX_FREQUENCY_VALUES_B, [&] { return values(source.valuesB, source.countB); })},
-            {"wigglingA",
-             ifRead(RX_FREQUENCY_WIGGLING_A, [&] { return wigglingTree(source.wigglingA); })},
-            {"wigglingB",
-             ifRead(RX_FREQUENCY_WIGGLING_B, [&] { return wigglingTree(source.wigglingB); })}};
+            {"scalar", ifRead(RX_FREQUENCY_SCALAR, jsonFloat(source.scalar))},
+            {"valuesA", ifRead(RX_FREQUENCY_VALUES_A, values(source.valuesA, source.countA))},
+            {"valuesB", ifRead(RX_FREQUENCY_VALUES_B, values(source.valuesB, source.countB))},
+            {"wigglingA", ifRead(RX_FREQUENCY_WIGGLING_A, wigglingTree(source.wigglingA))},
+            {"wigglingB", ifRead(RX_FREQUENCY_WIGGLING_B, wigglingTree(source.wigglingB))}};
 }
 
 Json straylightTree(const VantricCalibration& record) {
@@ -84,70 +77,51 @@ Json straylightTree(const VantricCalibration& record) {
             {"value", floats({record.straylightValue + skip, points - skip})}};
 }
 
-Json customTree(const Diagnosis& about) {
-    Json list = Json::array();
-    if (about.status != VANTRIC_OK || about.customStatus != VANTRIC_OK) {
-        return list;
-    }
-    for (std::uint32_t k = 0; k < about.record->customFieldCount; ++k) {
-        const VantricCustomField& field = about.record->customFields[k];
-        list.push_back({{"id", about.record->firstCustomFieldId + k},
-                        {"hex", hexText({field.data, field.data == nullptr ? 0U : field.size})}});
-    }
-    return list;
-}
-
 }  // namespace
-
-Json jsonFloat(float value) {
-    if (std::isinf(value)) {
-        return value < 0 ? "-inf" : "inf";
-    }
-    return value;
-}
 
 Json recordTree(const Diagnosis& about) {
     if (!about.record) {
         return nullptr;
     }
     const VantricCalibration& record = *about.record;
-    const auto ifRead = [&about](std::uint32_t block, auto&& tree) {
-        return about.wasRead(block) ? Json(tree()) : Json(nullptr);
+    const auto ifRead = [&about](std::uint32_t block, const Json& tree) {
+        return orNull(about.wasRead(block), tree);
     };
-    const std::uint64_t pixels = std::uint64_t{record.imagerArea.columns} * record.imagerArea.rows;
+    // There may be no memory for a mask.
+    const bool hasMask = about.wasRead(RX_BLOCK_MASK) && record.pixelMask != nullptr;
+    const std::uint64_t pixels =
+        hasMask ? std::uint64_t{record.imagerArea.columns} * record.imagerArea.rows : 0;
     const auto maskedUpTo = [&record](std::uint64_t end) {
-        if (record.pixelMask == nullptr) {
-            return std::ptrdiff_t{0};  // no memory for it
-        }
         return std::count(record.pixelMask, record.pixelMask + end, std::uint8_t{0});
     };
-    Json tree;
-    tree["columns"] = record.imagerArea.columns;
-    tree["rows"] = record.imagerArea.rows;
-    tree["auxFlag"] = ifRead(RX_BLOCK_AUX_FLAG, [&] { return record.auxFlag; });
-    tree["lens"] = ifRead(RX_BLOCK_LENS_PARAMETERS, [&] { return lensTree(record); });
-    tree["text0"] = ifRead(RX_BLOCK_DATE, [&] { return textTree(record.text0); });
-    tree["text1"] = ifRead(RX_BLOCK_TEXT1, [&] { return textTree(record.text1); });
-    tree["text2"] = ifRead(RX_BLOCK_TEXT2, [&] { return textTree(record.text2); });
     const std::size_t idBytes = std::min<std::size_t>(record.idBytesSize, VANTRIC_ID_BYTES);
-    tree["idBytes"] = hexText({record.idBytes, about.wasRead(RX_BLOCK_ID_BYTES) ? idBytes : 0U});
-    tree["idCodes"] = ifRead(RX_BLOCK_ID_CODES, [&] {
-        return std::array{record.idCode0, record.idCode1};
-    });
-    tree["maskedPixels"] = ifRead(RX_BLOCK_MASK, [&] { return maskedUpTo(pixels); });
-    tree["zeroMaskCount"] =
-        ifRead(RX_BLOCK_MASK, [&] { return maskedUpTo(std::min(pixels, cutMaskPixels)); });
-    Json& frequencies = tree["frequencies"] = Json::array();
+    Json frequencies = Json::array();
     // Records are filled by id, so a calibration that leaves one out has a gap.
     for (unsigned k = 0; k < VANTRIC_FREQUENCIES; ++k) {
-        if (about.wasRead(RX_BLOCK_FIRST_FREQUENCY + RX_BLOCKS_PER_FREQUENCY * k)) {
+        if (about.wasRead(frequencyBlock(k, RX_FREQUENCY_ID))) {
             frequencies.push_back(frequencyTree(about, k));
         }
     }
-    tree["straylight"] = ifRead(RX_BLOCK_STRAYLIGHT, [&] { return straylightTree(record); });
-    tree["custom"] = customTree(about);
-    tree["customStatus"] = statusName(about.customStatus);
-    return tree;
+    Json custom = Json::array();
+    for (const Table& field : customTablesOf(about)) {
+        custom.push_back(
+            {{"id", record.firstCustomFieldId + custom.size()}, {"hex", hexText(field.bytes)}});
+    }
+    return {{"columns", record.imagerArea.columns},
+            {"rows", record.imagerArea.rows},
+            {"auxFlag", ifRead(RX_BLOCK_AUX_FLAG, record.auxFlag)},
+            {"lens", ifRead(RX_BLOCK_LENS_PARAMETERS, lensTree(record))},
+            {"text0", ifRead(RX_BLOCK_DATE, textTree(record.text0))},
+            {"text1", ifRead(RX_BLOCK_TEXT1, textTree(record.text1))},
+            {"text2", ifRead(RX_BLOCK_TEXT2, textTree(record.text2))},
+            {"idBytes", hexText({record.idBytes, about.wasRead(RX_BLOCK_ID_BYTES) ? idBytes : 0U})},
+            {"idCodes", ifRead(RX_BLOCK_ID_CODES, std::array{record.idCode0, record.idCode1})},
+            {"maskedPixels", ifRead(RX_BLOCK_MASK, maskedUpTo(pixels))},
+            {"zeroMaskCount", ifRead(RX_BLOCK_MASK, maskedUpTo(std::min(pixels, cutMaskPixels)))},
+            {"frequencies", frequencies},
+            {"straylight", ifRead(RX_BLOCK_STRAYLIGHT, straylightTree(record))},
+            {"custom", custom},
+            {"customStatus", statusName(about.customStatus)}};
 }
 
 }  // namespace calcut::tools
