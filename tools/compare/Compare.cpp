@@ -1,7 +1,6 @@
 #include "tools/compare/Compare.h"
 
 #include <exception>
-#include <new>
 
 #include "tools/commands.h"
 #include "tools/compare/CompareTree.h"
@@ -13,24 +12,10 @@ namespace calcut::tools {
 
 namespace {
 
-bool writePicture(const LoadedModule& a, const LoadedModule& b, const std::string& output,
-                  DrawDifferences draw) {
-    const std::vector<std::uint8_t> picture = draw(a.diagnosis, b.diagnosis, output);
-    if (picture.empty()) {
-        printError(output, "the picture could not be made (not enough memory?)");
-        return false;
-    }
-    return writeOutput(output, picture);
-}
-
 int compare(const CompareOptions& options, DrawDifferences draw) {
-    if (!options.output.empty()) {
-        const std::string why = whyNotWritable(options.output, {options.a, options.b});
-        if (!why.empty()) {
-            printError(options.output, why);
-            return exitNotCompared;
-        }
-    }
+    const bool draws = !options.output.empty();
+    refuseFor(options.output,
+              draws ? whyNotWritable(options.output, {options.a, options.b}) : std::string());
     // Both are tried, so that one run tells about both.
     const auto a = loadModule(options.a, options.layout, options.maxSize);
     const auto b = loadModule(options.b, options.layout, options.maxSize);
@@ -39,18 +24,20 @@ int compare(const CompareOptions& options, DrawDifferences draw) {
     }
     const Json tree =
         compareTree({options.a, a->diagnosis}, {options.b, b->diagnosis}, options.tolerance);
-    if (!options.output.empty() && !writePicture(*a, *b, options.output, draw)) {
-        return exitNotCompared;
+    if (draws) {
+        const std::vector<std::uint8_t> picture = draw(a->diagnosis, b->diagnosis, options.output);
+        refuseFor(options.output,
+                  picture.empty() ? "the picture could not be made (not enough memory?)" : "");
+        if (!writeOutput(options.output, picture)) {
+            return exitNotCompared;
+        }
     }
     if (options.json) {
         writeStdout(jsonText(tree));
     } else {
         print(compareText(tree, styleOfStdout()));
     }
-    if (!finishStdout()) {
-        return exitNotCompared;
-    }
-    return tree["equal"].get<bool>() ? exitOk : exitFailed;
+    return !finishStdout() ? exitNotCompared : tree["equal"].get<bool>() ? exitOk : exitFailed;
 }
 
 }  // namespace
@@ -59,10 +46,10 @@ int runCompare(const CompareOptions& options, DrawDifferences draw) {
     // To whoever asks by the exit status, nothing that goes wrong may look like a difference.
     try {
         return compare(options, draw);
-    } catch (const std::bad_alloc&) {
-        printError("", "not enough memory");
+    } catch (const Refused& refused) {
+        printError(refused.subject(), refused.what());
     } catch (const std::exception& error) {
-        printError("", error.what());
+        printError("", reasonOf(error));
     }
     return exitNotCompared;
 }

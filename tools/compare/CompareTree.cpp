@@ -98,17 +98,15 @@ Json valueTree(const Json& a, const Json& b, double tolerance) {
             {"differs", differ}};
 }
 
-Json lensTree(const Json& a, const Json& b, double tolerance, bool& equal) {
-    Json tree;
-    if (a.is_null() || b.is_null()) {
-        equal = equal && a == b;
-        return tree;
+/// All values that A or B have, by their names.
+Json pairsTree(const Json& a, const Json& b, double tolerance, bool& equal) {
+    Json pairs = a;
+    pairs.update(b);
+    for (auto& [name, pair] : pairs.items()) {
+        pair = valueTree(a.value(name, Json(nullptr)), b.value(name, Json(nullptr)), tolerance);
+        equal = equal && !pair["differs"];
     }
-    for (const auto& [name, value] : a.items()) {
-        tree[name] = valueTree(value, b[name], tolerance);
-        equal = equal && !tree[name]["differs"].get<bool>();
-    }
-    return tree;
+    return pairs;
 }
 
 /// All single values of a record by their path. What lenses and tables say already is left out, and
@@ -134,20 +132,14 @@ Json flatRecord(Json record) {
 
 /// The values that differ.
 Json valuesTree(const Json& recordA, const Json& recordB, double tolerance, bool& equal) {
-    const Json a = flatRecord(recordA);
-    const Json b = flatRecord(recordB);
-    Json all = a;
-    all.update(b);
     Json list = Json::array();
-    for (const auto& [path, anyValue] : all.items()) {
-        const Json value =
-            valueTree(a.value(path, Json(nullptr)), b.value(path, Json(nullptr)), tolerance);
-        if (value["differs"]) {
-            equal = false;
+    const Json pairs = pairsTree(flatRecord(recordA), flatRecord(recordB), tolerance, equal);
+    for (const auto& [path, pair] : pairs.items()) {
+        if (pair["differs"]) {
             std::string name = path.substr(1);
             std::replace(name.begin(), name.end(), '/', '.');
             list.push_back({{"name", name}});
-            list.back().update(value);
+            list.back().update(pair);
             list.back().erase("differs");
         }
     }
@@ -222,14 +214,17 @@ Json compareTree(const NamedModule& a, const NamedModule& b, std::optional<doubl
     const double allowed = tolerance.value_or(0.0);
     const Json recordA = recordTree(a.diagnosis);
     const Json recordB = recordTree(b.diagnosis);
-    bool equal = true;
+    const bool lenses = !recordA["lens"].is_null() && !recordB["lens"].is_null();
+    bool equal = lenses || recordA["lens"] == recordB["lens"];
+    const Json lens =
+        lenses ? pairsTree(recordA["lens"], recordB["lens"], allowed, equal) : Json(nullptr);
     Json tree = {{"schema", compareSchema},
                  {"a", moduleTree(a)},
                  {"b", moduleTree(b)},
                  {"tolerance", orNull(tolerance.has_value(), static_cast<float>(allowed))},
                  {"equal", false},
                  {"blocks", blocksTree(a.diagnosis, b.diagnosis, tolerance.has_value(), equal)},
-                 {"lens", lensTree(recordA["lens"], recordB["lens"], allowed, equal)},
+                 {"lens", lens},
                  {"tables", tablesTree(a.diagnosis, b.diagnosis, allowed, equal)},
                  {"values", valuesTree(recordA, recordB, allowed, equal)}};
     tree["equal"] = equal;

@@ -2,9 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <limits>
-#include <type_traits>
 
 #include <fmt/format.h>
 
@@ -72,30 +70,26 @@ Json imageTree(const Diagnosis& about) {
 
 // ---------------------------------------------------------------------------------- calibration --
 
+/// Smallest and largest of a block's decoded values; null when they cannot be decoded.
 template <typename Value>
-Json rangeOf(const std::vector<std::uint8_t>& decoded) {
-    Value low = std::numeric_limits<Value>::max();
-    Value high = std::numeric_limits<Value>::lowest();
-    std::uint64_t infinite = 0;
-    for (std::size_t at = 0; at + sizeof(Value) <= decoded.size(); at += sizeof(Value)) {
-        Value value{};
-        std::memcpy(&value, decoded.data() + at, sizeof value);
-        if (std::is_floating_point_v<Value> && !std::isfinite(static_cast<float>(value))) {
-            ++infinite;
-            continue;
-        }
-        low = std::min(low, value);
-        high = std::max(high, value);
+Json rangeOf(VantricStream& stream, const RXBlockHeader& block, std::uint64_t size) {
+    // The size of the scratch is asked for, its content is not used.
+    constexpr std::uint64_t anyScratch = std::numeric_limits<std::uint64_t>::max();
+    std::vector<Value> values(size / sizeof(Value));
+    auto* const bytes = reinterpret_cast<std::uint8_t*>(values.data());
+    if (vantric::decodeBlock(stream, block, anyScratch, bytes, size).refused()) {
+        return nullptr;
     }
-    Json tree;
-    tree["min"] = low <= high ? Json(low) : Json(nullptr);
-    tree["max"] = low <= high ? Json(high) : Json(nullptr);
-    tree["infinite"] = infinite;
-    return tree;
+    const auto end = std::remove_if(values.begin(), values.end(), [](Value value) {
+        return !std::isfinite(static_cast<float>(value));
+    });
+    const bool any = end != values.begin();
+    return {{"min", any ? Json(*std::min_element(values.begin(), end)) : Json(nullptr)},
+            {"max", any ? Json(*std::max_element(values.begin(), end)) : Json(nullptr)},
+            {"infinite", values.end() - end}};
 }
 
-/// Smallest and largest decoded value of a block; null for a payload that is empty, incomplete or
-/// not decodable.
+/// The range of a block; null also for a payload that is empty or incomplete.
 Json rangeTree(const Diagnosis& about, const vantric::BlockSighting& sighting) {
     // The largest per-pixel table of a 65-megapixel sensor fits; only a file made to exhaust memory
     // does not.
@@ -105,26 +99,20 @@ Json rangeTree(const Diagnosis& about, const vantric::BlockSighting& sighting) {
     if (size == 0 || size > maxDecodedBytes || sighting.payloadSize > about.payload.size()) {
         return nullptr;
     }
-    std::vector<std::uint8_t> decoded(size);
     VantricStream stream = vantric_createStreamFromData(about.payload.data(), about.payload.size());
     stream.position = sighting.payloadOffset - about.payloadOffset;
-    // The size of the scratch is asked for, its content is not used.
-    constexpr std::uint64_t anyScratch = std::numeric_limits<std::uint64_t>::max();
-    if (vantric::decodeBlock(stream, block, anyScratch, decoded.data(), size).refused()) {
-        return nullptr;
-    }
     switch (block.kind) {
         case RX_KIND_RAW:
-            return rangeOf<std::uint8_t>(decoded);
+            return rangeOf<std::uint8_t>(stream, block, size);
         case RX_KIND_UINT16:
-            return rangeOf<std::uint16_t>(decoded);
+            return rangeOf<std::uint16_t>(stream, block, size);
         case RX_KIND_INT32:
-            return rangeOf<std::int32_t>(decoded);
+            return rangeOf<std::int32_t>(stream, block, size);
         case RX_KIND_FLOAT:
         case RX_KIND_PACKED_FLOAT:
-            return rangeOf<float>(decoded);
+            return rangeOf<float>(stream, block, size);
         default:
-            return rangeOf<std::uint32_t>(decoded);
+            return rangeOf<std::uint32_t>(stream, block, size);
     }
 }
 
