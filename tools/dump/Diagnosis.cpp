@@ -147,7 +147,6 @@ Finding unknownBlockFinding(const vantric::BlockSighting& block) {
             "the bytes before it are damaged, or whoever calibrated the module wrote a block that "
             "no reader knows",
             block.offset,
-            VANTRIC_OK,
             header.id};
 }
 

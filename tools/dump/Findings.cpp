@@ -273,7 +273,7 @@ Finding readFault(const Diagnosis& about, const vantric::Refusal& refusal,
     const bool isOver = block != nullptr && block->outcome == vantric::BlockOutcome::read;
     return {words.name,        fill(words.what), fill(words.expected),
             fill(words.found), words.advice,     isOver ? block->offset : refusal.offset,
-            refusal.status,    blockId};
+            blockId,           refusal.status};
 }
 
 std::string describe(const Finding& finding) {

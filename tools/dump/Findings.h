@@ -14,14 +14,14 @@ struct Diagnosis;
 
 /// A fault or a warning, in terms that a person can act on.
 struct Finding {
-    std::string name{};                 ///< stable, for machines: "checksum", "unknown-block", ...
-    std::string what{};                 ///< short, for people: "CRC-32 mismatch"
-    std::string expected{};             ///< empty when nothing particular was expected
-    std::string found{};                ///< empty when there is nothing to show
-    std::string advice{};               ///< what to do next; one text for each name
-    std::uint64_t offset = 0;           ///< in the file
-    std::uint32_t status = VANTRIC_OK;  ///< of the calibration library, when that refused
+    std::string name{};        ///< stable, for machines: "checksum", "unknown-block", ...
+    std::string what{};        ///< short, for people: "CRC-32 mismatch"
+    std::string expected{};    ///< empty when nothing particular was expected
+    std::string found{};       ///< empty when there is nothing to show
+    std::string advice{};      ///< what to do next; one text for each name
+    std::uint64_t offset = 0;  ///< in the file
     std::optional<std::uint32_t> blockId{};
+    std::uint32_t status = VANTRIC_OK;  ///< of the calibration library, when that refused
 };
 
 /// One line: "CRC-32 mismatch at byte 8 (0x8): expected 0x1234abcd, found 0x00000000; read the part

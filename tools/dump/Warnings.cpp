@@ -29,7 +29,7 @@ void lookAtLens(Diagnosis& dump) {
     if (!usable(fx) || !usable(fy)) {
         dump.warnings.push_back({"focal-length", "focal length not positive and finite", "",
                                  fmt::format("fx {}, fy {}", fx, fy), advice, block->payloadOffset,
-                                 VANTRIC_OK, block->header.id});
+                                 block->header.id});
     }
     // Pixel centres have whole coordinates, so that the image begins half a pixel before 0.
     const auto inside = [](float at, std::uint32_t size) {
@@ -39,8 +39,7 @@ void lookAtLens(Diagnosis& dump) {
         dump.warnings.push_back({"centre", "centre outside the image",
                                  fmt::format("it within {} x {} pixels", area.columns, area.rows),
                                  fmt::format("cx {}, cy {}", cx, cy), advice,
-                                 block->payloadOffset + 2 * sizeof(float), VANTRIC_OK,
-                                 block->header.id});
+                                 block->payloadOffset + 2 * sizeof(float), block->header.id});
     }
 }
 
@@ -52,7 +51,7 @@ void lookAtMask(Diagnosis& dump) {
         std::all_of(mask.begin(), mask.end(), std::logical_not())) {
         dump.warnings.push_back({"all-masked", "every pixel is masked", "",
                                  fmt::format("{0} of {0} pixels", mask.size()), askWriter,
-                                 block->offset, VANTRIC_OK, block->header.id});
+                                 block->offset, block->header.id});
     }
 }
 

@@ -124,6 +124,12 @@ void Lines::item(std::string_view name, std::string_view value, std::optional<Co
 }
 
 void Lines::items(const Json& tree, const std::vector<Item>& items) {
+    if (tree.is_array()) {
+        for (const Json& element : tree) {
+            this->items(element, items);
+        }
+        return;
+    }
     for (const auto& [name, value, colour] : items) {
         if (const std::string shown = filled(value, tree); !shown.empty()) {
             item(filled(name, tree), shown, colour);

@@ -162,12 +162,8 @@ void writeResult(Lines& out, const Json& tree) {
     } else {
         out.item("read", "not attempted");
     }
-    for (const Json& fault : tree["faults"]) {
-        out.item("fault", text(fault["text"]), Colour::Red);
-    }
-    for (const Json& warning : tree["warnings"]) {
-        out.item("warning", text(warning["text"]), Colour::Yellow);
-    }
+    out.items(tree["faults"], {{"fault", "{text}", Colour::Red}});
+    out.items(tree["warnings"], {{"warning", "{text}", Colour::Yellow}});
     if (tree["intact"]) {
         out.item("verdict", "reads", Colour::Green);
     }

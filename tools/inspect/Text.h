@@ -65,7 +65,8 @@ class Lines {
     /// Name and value; a value that is too long goes on below itself.
     void item(std::string_view name, std::string_view value, std::optional<Colour> colour = {});
 
-    /// Items of a tree. What is null or empty was not there and is left out.
+    /// Items of a tree, or of each tree of a list. What is null or empty was not there and is left
+    /// out.
     void items(const Json& tree, const std::vector<Item>& items);
 
     /// Bytes in hexadecimal, 32 bytes a line or as many as fit.
