@@ -19,7 +19,7 @@ namespace {
 constexpr const char* missing = "-";
 
 /// A table, unless it has no rows. The columns of a pair of values are always the same.
-void writeTable(Lines& out, const char* heading, std::vector<TableColumn> columns,
+void writeTable(Lines& out, const char* heading, const std::vector<TableColumn>& columns,
                 const Json& rows) {
     if (!rows.empty()) {
         out.heading(heading);
