@@ -2,8 +2,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <span>
+#include <string_view>
 
 // What the descriptions of the two EEPROM images share. Each layout has a table of its header's
 // fields and one pure function that finds the record; the readers, the command and the writer take
@@ -64,5 +66,21 @@ constexpr std::uint16_t signedBlockId = 37;  ///< the payload ends with a signat
 constexpr const char* corrupted = "File is corrupted";
 constexpr const char* invalidFormat = "Invalid file format";
 constexpr const char* checksumFailed = "CRC32 failed (file)";
+
+/// Why a header is not of a layout with that magic and version; nothing when it is. It lies at
+/// offset in the file, the magic at its start, and found was read from versionField.
+inline std::optional<Refusal> refusalOfFormat(const std::uint8_t* header, std::uint64_t offset,
+                                              std::string_view magic, const Field& versionField,
+                                              std::uint64_t version, std::uint64_t found) {
+    // Another file altogether is better told by its magic.
+    if (std::memcmp(header, magic.data(), magic.size()) != 0) {
+        return Refusal{invalidFormat, Cause::wrongMagic, offset, 0, 0};
+    }
+    if (found != version) {
+        return Refusal{invalidFormat, Cause::wrongVersion, offset + versionField.offset, version,
+                       found};
+    }
+    return std::nullopt;
+}
 
 }  // namespace calcut::image

@@ -1,7 +1,6 @@
 #include "cutter/korvelineImage.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "cutter/CRC32.h"
 #include "cutter/LittleEndian.h"
@@ -9,20 +8,6 @@
 namespace calcut::image::korveline {
 
 namespace {
-
-std::optional<Refusal> refusalOfFormat(const std::uint8_t* header) {
-    const std::uint32_t found = littleEndian24(header + fields[fieldRevision].offset);
-    const bool hasMagic = std::memcmp(header, magic.data(), magic.size()) == 0;
-    if (found == revision && hasMagic) {
-        return std::nullopt;
-    }
-    // Another file altogether is better told by its magic.
-    if (!hasMagic) {
-        return Refusal{invalidFormat, Cause::wrongMagic, 0, 0, 0};
-    }
-    return Refusal{invalidFormat, Cause::wrongVersion, fields[fieldRevision].offset, revision,
-                   found};
-}
 
 std::uint16_t blockIdOf(std::uint8_t type) {
     const bool isSigned =
@@ -53,7 +38,8 @@ Record locate(Bytes image, std::uint64_t cursor) {
     record.payloadPresent = static_cast<std::uint64_t>(
         std::max<std::int64_t>(0, std::min(end, size) - std::clamp<std::int64_t>(begin, 0, size)));
     record.storedCrc = littleEndian32(header + fields[fieldCrc].offset);
-    record.refusal = refusalOfFormat(header);
+    record.refusal = refusalOfFormat(header, 0, magic, fields[fieldRevision], revision,
+                                     littleEndian24(header + fields[fieldRevision].offset));
     if (record.refusal) {
         return record;
     }

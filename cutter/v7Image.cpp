@@ -1,30 +1,11 @@
 #include "cutter/v7Image.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "cutter/CRC32.h"
 #include "cutter/LittleEndian.h"
 
 namespace calcut::image::v7 {
-
-namespace {
-
-std::optional<Refusal> refusalOfFormat(const std::uint8_t* header, std::uint64_t cursor) {
-    const std::uint16_t found = littleEndian16(header + fields[fieldVersion].offset);
-    const bool hasMagic = std::memcmp(header, magic.data(), magic.size()) == 0;
-    if (found == version && hasMagic) {
-        return std::nullopt;
-    }
-    // Another file altogether is better told by its magic.
-    if (!hasMagic) {
-        return Refusal{invalidFormat, Cause::wrongMagic, cursor, 0, 0};
-    }
-    return Refusal{invalidFormat, Cause::wrongVersion, cursor + fields[fieldVersion].offset,
-                   version, found};
-}
-
-}  // namespace
 
 Record locate(Bytes image, std::uint64_t cursor) {
     Record record;
@@ -40,7 +21,8 @@ Record locate(Bytes image, std::uint64_t cursor) {
     record.payloadLength = littleEndian32(header + fields[fieldLength].offset);
     record.payloadPresent = std::min(record.payloadLength, left - headerSize);
     record.storedCrc = littleEndian32(header + fields[fieldCrc].offset);
-    record.refusal = refusalOfFormat(header, cursor);
+    record.refusal =
+        refusalOfFormat(header, cursor, magic, fields[fieldVersion], version, record.blockId);
     if (record.refusal) {
         return record;
     }

@@ -58,7 +58,6 @@ class Walk {
         if (refusal.refused()) {
             return refusal;
         }
-        tell_.fileHeader(header_);
         numPixels_ = std::uint64_t{header_.columns} * header_.rows;
         scratch_ = Scratch(numPixels_);
         VantricImagerArea& area = record_.imagerArea;

@@ -40,7 +40,6 @@ class WalkObserver {
     WalkObserver(const WalkObserver&) = delete;
     WalkObserver& operator=(const WalkObserver&) = delete;
 
-    virtual void fileHeader(const RXHeader& header) = 0;
     virtual void block(const BlockSighting& block) = 0;
     virtual void endMarker(std::uint64_t offset) = 0;
     /// At most once, by whoever refused. blockId is noFailedBlock where no block is to blame. A

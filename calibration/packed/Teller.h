@@ -9,11 +9,6 @@ class Teller {
   public:
     explicit Teller(WalkObserver* observer) : observer_(observer) {}
 
-    void fileHeader(const RXHeader& header) const {
-        if (observer_ != nullptr) {
-            observer_->fileHeader(header);
-        }
-    }
     void block(const BlockSighting& sighting) const {
         if (observer_ != nullptr) {
             observer_->block(sighting);

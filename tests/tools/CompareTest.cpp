@@ -8,9 +8,8 @@
 
 #include "fixtures.h"
 #include "tools/compare/Compare.h"
-#include "tools/compare/CompareText.h"
 #include "tools/compare/CompareTree.h"
-#include "tools/compare/TableDifference.h"
+#include "tools/dump/Tables.h"
 
 using namespace fixtures;
 using namespace calcut::tools;

@@ -1,14 +1,12 @@
 #include "tools/compare/CompareTree.h"
 
 #include <algorithm>
+#include <array>
+#include <functional>
 #include <map>
+#include <numeric>
 #include <utility>
 
-#include <fmt/format.h>
-#include <nlohmann/json.hpp>
-
-#include "calibration/packed/Block.h"
-#include "tools/compare/TableDifference.h"
 #include "tools/dump/Names.h"
 #include "tools/dump/Tables.h"
 
@@ -22,81 +20,64 @@ namespace {
 /// apart.
 using BlockKey = std::pair<std::uint32_t, unsigned>;
 
-std::map<BlockKey, const DiagnosedBlock*> blocksOf(const Diagnosis& about) {
-    std::map<BlockKey, const DiagnosedBlock*> blocks;
-    std::map<std::uint32_t, unsigned> met;
-    for (const DiagnosedBlock& block : about.blocks) {
-        const std::uint32_t id = block.sighting.header.id;
-        blocks.emplace(BlockKey{id, met[id]++}, &block);
+/// A block of A and of B, null where there is none.
+using BlockPair = std::array<const vantric::BlockSighting*, 2>;
+
+std::map<BlockKey, BlockPair> blockPairs(const Diagnosis& a, const Diagnosis& b) {
+    std::map<BlockKey, BlockPair> pairs;
+    for (const std::size_t side : {0U, 1U}) {
+        std::map<std::uint32_t, unsigned> met;
+        for (const vantric::BlockSighting& block : (side == 0 ? a : b).blocks) {
+            pairs[{block.header.id, met[block.header.id]++}].at(side) = &block;
+        }
     }
-    return blocks;
+    return pairs;
 }
 
-ByteView payloadOf(const Diagnosis& about, const DiagnosedBlock& block) {
-    return about.file.subspan(block.sighting.payloadOffset, block.sighting.payloadSize);
+ByteView payloadOf(const Diagnosis& about, const vantric::BlockSighting& block) {
+    return about.file.subspan(block.payloadOffset, block.payloadSize);
 }
 
 /// How a block is stored; null where there is none.
-Json storageTree(const DiagnosedBlock* block) {
+Json storageTree(const vantric::BlockSighting* block) {
     if (block == nullptr) {
         return nullptr;
     }
-    const RXBlockHeader& header = block->sighting.header;
-    const bool fixedPoint = header.kind == RX_KIND_PACKED_FLOAT;
-    Json tree;
-    tree["kind"] = kindName(header.kind);
-    tree["count"] = header.count;
-    tree["bits"] = vantric::isPacked(header.kind) ? Json(header.bits) : Json(nullptr);
-    tree["scale"] = fixedPoint ? jsonFloat(header.scale) : Json(nullptr);
-    tree["valueOffset"] = fixedPoint ? jsonFloat(header.offset) : Json(nullptr);
-    tree["payloadBytes"] = block->sighting.payloadSize;
+    Json tree = tools::storageTree(block->header);
+    tree["payloadBytes"] = block->payloadSize;
     return tree;
 }
 
 /// Bytes that are not the same, counting those that only the longer one has.
 std::uint64_t differingBytes(ByteView a, ByteView b) {
-    const std::size_t common = std::min(a.size(), b.size());
-    std::uint64_t count = std::max(a.size(), b.size()) - common;
-    for (std::size_t i = 0; i < common; ++i) {
-        count += a[i] != b[i] ? 1 : 0;
-    }
-    return count;
+    const auto [common, size] = std::minmax({a.size(), b.size()});
+    return std::transform_reduce(a.begin(), a.begin() + static_cast<std::ptrdiff_t>(common),
+                                 b.begin(), std::uint64_t{size - common}, std::plus<>(),
+                                 std::not_equal_to<>());
 }
 
 /// Whether the bytes of a block are all that is known about it.
-bool isOpaque(const DiagnosedBlock& block) {
-    return block.sighting.outcome != vantric::BlockOutcome::read ||
-           block.sighting.header.id >= RX_BLOCK_FIRST_CUSTOM;
+bool isOpaque(const vantric::BlockSighting& block) {
+    return block.outcome != vantric::BlockOutcome::read || block.header.id >= RX_BLOCK_FIRST_CUSTOM;
 }
 
 Json blocksTree(const Diagnosis& a, const Diagnosis& b, bool byValue, bool& equal) {
-    const auto ofA = blocksOf(a);
-    const auto ofB = blocksOf(b);
-    std::map<BlockKey, std::pair<const DiagnosedBlock*, const DiagnosedBlock*>> all;
-    for (const auto& [key, block] : ofA) {
-        all[key].first = block;
-    }
-    for (const auto& [key, block] : ofB) {
-        all[key].second = block;
-    }
     Json list = Json::array();
-    for (const auto& [key, pair] : all) {
-        const auto& [one, other] = pair;
-        Json& entry = list.emplace_back();
-        entry["id"] = key.first;
-        entry["name"] = blockName(key.first);
-        entry["a"] = storageTree(one);
-        entry["b"] = storageTree(other);
-        entry["differingBytes"] = nullptr;
-        bool different = true;
-        if (one != nullptr && other != nullptr) {
-            const std::uint64_t bytes = differingBytes(payloadOf(a, *one), payloadOf(b, *other));
-            entry["differingBytes"] = bytes;
-            different = bytes != 0 || entry["a"] != entry["b"];
-        }
-        entry["differs"] = different;
-        const bool counts = one == nullptr || other == nullptr || !byValue || isOpaque(*one);
-        equal = equal && !(different && counts);
+    for (const auto& [key, pair] : blockPairs(a, b)) {
+        const auto [one, other] = pair;
+        const bool both = one != nullptr && other != nullptr;
+        const Json ofA = storageTree(one);
+        const Json ofB = storageTree(other);
+        const std::uint64_t bytes =
+            both ? differingBytes(payloadOf(a, *one), payloadOf(b, *other)) : 0;
+        const bool different = !both || bytes != 0 || ofA != ofB;
+        list.push_back({{"id", key.first},
+                        {"name", blockName(key.first)},
+                        {"a", ofA},
+                        {"b", ofB},
+                        {"differingBytes", orNull(both, bytes)},
+                        {"differs", different}});
+        equal = equal && !(different && (!both || !byValue || isOpaque(*one)));
     }
     return list;
 }
@@ -106,29 +87,26 @@ Json blocksTree(const Diagnosis& a, const Diagnosis& b, bool byValue, bool& equa
 /// A pair of values from the trees of two records. Integers, texts and what is missing must be
 /// equal.
 Json valueTree(const Json& a, const Json& b, double tolerance) {
-    Json tree;
-    tree["a"] = a;
-    tree["b"] = b;
     const bool numbers = a.is_number() && b.is_number();
-    tree["difference"] =
-        numbers ? Json(static_cast<float>(b.get<double>() - a.get<double>())) : Json(nullptr);
-    tree["differs"] = a.is_number_float() && b.is_number_float()
-                          ? tools::differs(a.get<float>(), b.get<float>(), tolerance)
-                          : a != b;
-    return tree;
+    const double difference = numbers ? b.get<double>() - a.get<double>() : 0.0;
+    const bool differ = a.is_number_float() && b.is_number_float()
+                            ? differs(a.get<float>(), b.get<float>(), tolerance)
+                            : a != b;
+    return {{"a", a},
+            {"b", b},
+            {"difference", orNull(numbers, static_cast<float>(difference))},
+            {"differs", differ}};
 }
 
-Json lensTree(const Json& a, const Json& b, double tolerance, bool& equal) {
-    if (a.is_null() || b.is_null()) {
-        equal = equal && a == b;
-        return nullptr;
+/// All values that A or B have, by their names.
+Json pairsTree(const Json& a, const Json& b, double tolerance, bool& equal) {
+    Json pairs = a;
+    pairs.update(b);
+    for (auto& [name, pair] : pairs.items()) {
+        pair = valueTree(a.value(name, Json(nullptr)), b.value(name, Json(nullptr)), tolerance);
+        equal = equal && !pair["differs"];
     }
-    Json tree;
-    for (const auto& [name, value] : a.items()) {
-        tree[name] = valueTree(value, b[name], tolerance);
-        equal = equal && !tree[name]["differs"].get<bool>();
-    }
-    return tree;
+    return pairs;
 }
 
 /// All single values of a record by their path. What lenses and tables say already is left out, and
@@ -139,13 +117,13 @@ Json flatRecord(Json record) {
     }
     Json frequencies = Json::object();
     for (Json& frequency : record["frequencies"]) {
-        const std::string place = fmt::format("{}", frequency["index"].get<unsigned>());
+        const std::string place = frequency["index"].dump();
         frequency.erase("index");
         frequencies[place] = std::move(frequency);
     }
     Json custom = Json::object();
     for (const Json& field : record["custom"]) {
-        custom[fmt::format("{}", field["id"].get<unsigned>())] = field["hex"];
+        custom[field["id"].dump()] = field["hex"];
     }
     record["frequencies"] = std::move(frequencies);
     record["custom"] = std::move(custom);
@@ -154,26 +132,15 @@ Json flatRecord(Json record) {
 
 /// The values that differ.
 Json valuesTree(const Json& recordA, const Json& recordB, double tolerance, bool& equal) {
-    const Json a = flatRecord(recordA);
-    const Json b = flatRecord(recordB);
     Json list = Json::array();
-    const auto add = [&](const std::string& path, const Json& one, const Json& other) {
-        Json entry = valueTree(one, other, tolerance);
-        if (entry["differs"].get<bool>()) {
-            equal = false;
-            entry.erase("differs");
+    const Json pairs = pairsTree(flatRecord(recordA), flatRecord(recordB), tolerance, equal);
+    for (const auto& [path, pair] : pairs.items()) {
+        if (pair["differs"]) {
             std::string name = path.substr(1);
             std::replace(name.begin(), name.end(), '/', '.');
-            list.push_back({{"name", std::move(name)}});
-            list.back().update(entry);
-        }
-    };
-    for (const auto& [path, value] : a.items()) {
-        add(path, value, b.value(path, Json(nullptr)));
-    }
-    for (const auto& [path, value] : b.items()) {
-        if (!a.contains(path)) {
-            add(path, nullptr, value);
+            list.push_back({{"name", name}});
+            list.back().update(pair);
+            list.back().erase("differs");
         }
     }
     return list;
@@ -189,57 +156,46 @@ Json shapeTree(const Table* table) {
 Json maxTree(const TableDifference& difference, const Table& a, const Table& b) {
     const std::uint64_t at = difference.maxAt;
     const std::uint64_t element = at / a.channels;
-    const char* channel = channelName(a, static_cast<unsigned>(at % a.channels));
-    Json tree;
-    tree["difference"] = static_cast<float>(difference.max);
-    tree["column"] = element % a.columns;
-    tree["row"] = element / a.columns;
-    tree["channel"] = *channel == '\0' ? Json(nullptr) : Json(channel);
-    tree["a"] = a[at];
-    tree["b"] = b[at];
-    return tree;
+    const std::string channel = channelName(a, static_cast<unsigned>(at % a.channels));
+    return {{"difference", static_cast<float>(difference.max)},
+            {"column", element % a.columns},
+            {"row", element / a.columns},
+            {"channel", orNull(!channel.empty(), channel)},
+            {"a", a[at]},
+            {"b", b[at]}};
 }
 
 Json tableTree(const Table* a, const Table* b, double tolerance) {
-    Json tree;
     const Table& known = a == nullptr ? *b : *a;
-    tree["name"] = known.name;
-    tree["title"] = known.title;
-    tree["a"] = shapeTree(a);
-    tree["b"] = shapeTree(b);
-    tree["differs"] = true;
-    for (const char* key : {"elements", "differing", "unmeasured", "rms", "max"}) {
-        tree[key] = nullptr;
-    }
-    if (a != nullptr && b != nullptr && sameShape(*a, *b)) {
-        const TableDifference difference = differenceOf(*a, *b, tolerance);
-        tree["differs"] = difference.differing != 0;
-        tree["elements"] = difference.elements;
-        tree["differing"] = difference.differing;
-        tree["unmeasured"] = difference.unmeasured;
-        tree["rms"] = static_cast<float>(difference.rms);
-        if (difference.max != 0.0) {
-            tree["max"] = maxTree(difference, *a, *b);
-        }
-    }
-    return tree;
+    const bool comparable = a != nullptr && b != nullptr && sameShape(*a, *b);
+    const TableDifference difference =
+        comparable ? differenceOf(*a, *b, tolerance) : TableDifference{};
+    return {{"name", known.name},
+            {"title", known.title},
+            {"a", shapeTree(a)},
+            {"b", shapeTree(b)},
+            {"differs", !comparable || difference.differing != 0},
+            {"elements", orNull(comparable, difference.elements)},
+            {"differing", orNull(comparable, difference.differing)},
+            {"unmeasured", orNull(comparable, difference.unmeasured)},
+            {"rms", orNull(comparable, static_cast<float>(difference.rms))},
+            {"max", difference.max != 0.0 ? maxTree(difference, *a, *b) : Json(nullptr)}};
 }
 
 Json tablesTree(const Diagnosis& a, const Diagnosis& b, double tolerance, bool& equal) {
     const std::vector<Table> ofA = tablesOf(a);
     const std::vector<Table> ofB = tablesOf(b);
     Json list = Json::array();
-    const auto add = [&](const Table* one, const Table* other) {
-        list.push_back(tableTree(one, other, tolerance));
-        equal = equal && !list.back()["differs"].get<bool>();
-    };
     for (const Table& table : ofA) {
-        add(&table, tableNamed(ofB, table.name));
+        list.push_back(tableTree(&table, tableNamed(ofB, table.name), tolerance));
     }
     for (const Table& table : ofB) {
         if (tableNamed(ofA, table.name) == nullptr) {
-            add(nullptr, &table);
+            list.push_back(tableTree(nullptr, &table, tolerance));
         }
+    }
+    for (const Json& table : list) {
+        equal = equal && !table["differs"];
     }
     return list;
 }
@@ -258,17 +214,19 @@ Json compareTree(const NamedModule& a, const NamedModule& b, std::optional<doubl
     const double allowed = tolerance.value_or(0.0);
     const Json recordA = recordTree(a.diagnosis);
     const Json recordB = recordTree(b.diagnosis);
-    bool equal = true;
-    Json tree;
-    tree["schema"] = compareSchema;
-    tree["a"] = moduleTree(a);
-    tree["b"] = moduleTree(b);
-    tree["tolerance"] = tolerance ? Json(static_cast<float>(*tolerance)) : Json(nullptr);
-    tree["equal"] = false;
-    tree["blocks"] = blocksTree(a.diagnosis, b.diagnosis, tolerance.has_value(), equal);
-    tree["lens"] = lensTree(recordA["lens"], recordB["lens"], allowed, equal);
-    tree["tables"] = tablesTree(a.diagnosis, b.diagnosis, allowed, equal);
-    tree["values"] = valuesTree(recordA, recordB, allowed, equal);
+    const bool lenses = !recordA["lens"].is_null() && !recordB["lens"].is_null();
+    bool equal = lenses || recordA["lens"] == recordB["lens"];
+    const Json lens =
+        lenses ? pairsTree(recordA["lens"], recordB["lens"], allowed, equal) : Json(nullptr);
+    Json tree = {{"schema", compareSchema},
+                 {"a", moduleTree(a)},
+                 {"b", moduleTree(b)},
+                 {"tolerance", orNull(tolerance.has_value(), static_cast<float>(allowed))},
+                 {"equal", false},
+                 {"blocks", blocksTree(a.diagnosis, b.diagnosis, tolerance.has_value(), equal)},
+                 {"lens", lens},
+                 {"tables", tablesTree(a.diagnosis, b.diagnosis, allowed, equal)},
+                 {"values", valuesTree(recordA, recordB, allowed, equal)}};
     tree["equal"] = equal;
     return tree;
 }

@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "tools/dump/Diagnosis.h"
-#include "tools/inspect/Tree.h"
+#include "tools/inspect/Text.h"
 
 namespace calcut::tools {
 
@@ -21,5 +21,8 @@ struct NamedModule {
 /// With a tolerance only decoded values count, however they are stored; without one, the stored
 /// blocks must be equal, too.
 Json compareTree(const NamedModule& a, const NamedModule& b, std::optional<double> tolerance);
+
+/// Lines of text, the last one ended, too.
+std::string compareText(const Json& tree, const TextStyle& style);
 
 }  // namespace calcut::tools

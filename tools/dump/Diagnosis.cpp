@@ -8,10 +8,7 @@
 #include "cutter/CRC32.h"
 #include "cutter/korvelineImage.h"
 #include "cutter/v7Image.h"
-#include "tools/dump/Findings.h"
-#include "tools/dump/Hints.h"
 #include "tools/dump/Names.h"
-#include "tools/dump/Warnings.h"
 
 namespace calcut::tools {
 
@@ -19,23 +16,27 @@ namespace {
 
 using vantric::BlockOutcome;
 
+constexpr const char* reSign =
+    "the module was not signed as its payload type says: ask whoever wrote it";
+
 /// Behind a fault the walk is not checked any more, and a file can be made of block headers.
 constexpr std::size_t mostBlocks = 512;
+
+std::optional<std::uint32_t> idOrNone(std::uint32_t blockId) {
+    return blockId == vantric::noFailedBlock ? std::nullopt : std::optional(blockId);
+}
 
 /// Notes what the walk meets.
 class Notes final : public vantric::WalkObserver {
   public:
     explicit Notes(Diagnosis& diagnosis) : about_(diagnosis) {}
 
-    void fileHeader(const RXHeader& /*header*/) override {}  // also wanted of a refused one
-
     void block(const vantric::BlockSighting& sighting) override {
-        if (about_.blocks.size() == mostBlocks) {
-            return;
+        if (about_.blocks.size() < mostBlocks) {
+            about_.blocks.push_back(sighting);
+            about_.blocks.back().offset += about_.payloadOffset;
+            about_.blocks.back().payloadOffset += about_.payloadOffset;
         }
-        about_.blocks.push_back({sighting, blockName(sighting.header.id)});
-        about_.blocks.back().sighting.offset += about_.payloadOffset;
-        about_.blocks.back().sighting.payloadOffset += about_.payloadOffset;
     }
 
     void endMarker(std::uint64_t offset) override {
@@ -45,41 +46,17 @@ class Notes final : public vantric::WalkObserver {
     void refused(const vantric::Refusal& why, std::uint32_t blockId) override {
         refusal = why;
         refusal.offset += about_.payloadOffset;
-        refusedBlock = blockId;
+        refusedBlock = idOrNone(blockId);
     }
 
     vantric::Refusal refusal;
-    std::uint32_t refusedBlock = vantric::noFailedBlock;
+    std::optional<std::uint32_t> refusedBlock;
 
   private:
     Diagnosis& about_;
 };
 
 // ---------------------------------------------------------------------------------------- image --
-
-/// Without a magic nothing else that a header says is worth a word; a file too short for a header
-/// is better told by its magic, too.
-bool isToldByMagic(const Diagnosis& about) {
-    return about.image.refusal->cause == image::Cause::wrongMagic ||
-           (about.image.refusal->cause == image::Cause::headerCutShort &&
-            classify(about.file) != about.layout);
-}
-
-Finding imageFault(const Diagnosis& about) {
-    const image::Refusal& refusal = *about.image.refusal;
-    if (isToldByMagic(about)) {
-        return wrongMagic(about.file, about.layout);
-    }
-    Particulars particulars;
-    particulars.offset = refusal.offset;
-    particulars.expected = refusal.expected;
-    particulars.found = refusal.found;
-    particulars.wanted = refusal.cause == image::Cause::payloadOutside
-                             ? fmt::format("{}", about.image.payloadOffset)
-                         : about.layout == Layout::V7 ? "version"
-                                                      : "layout revision";
-    return findingOf(refusal.cause, particulars);
-}
 
 /// What a cut makes of the payload before it looks into it.
 void takePayload(Diagnosis& about) {
@@ -93,29 +70,32 @@ void takePayload(Diagnosis& about) {
     if (about.payload.size() < image.payloadLength) {
         return;
     }
-    Particulars particulars;
-    particulars.offset = about.layout == Layout::V7
-                             ? image::v7::fields[image::v7::fieldLength].offset
-                             : image::korveline::fields[image::korveline::fieldLength].offset;
+    const std::uint64_t lengthField =
+        about.layout == Layout::V7 ? image::v7::fields[image::v7::fieldLength].offset
+                                   : image::korveline::fields[image::korveline::fieldLength].offset;
     if (image.blockId == image::signedBlockId) {
-        particulars.expected = image::korveline::signatureArea + 1;
-        particulars.found = about.payload.size();
-        if (about.payload.size() < image::korveline::signatureArea) {
-            about.faults.push_back(findingOf(OwnCause::noRoomForSignature, particulars));
+        constexpr std::uint64_t area = image::korveline::signatureArea;
+        if (about.payload.size() < area) {
+            about.faults.push_back({"no-room-for-signature",
+                                    "payload too short for its signature area",
+                                    "at least " + byteCount(area + 1),
+                                    byteCount(about.payload.size()), reSign, lengthField});
             return;
         }
-        about.signatureAreaSize = image::korveline::signatureArea;
-        about.signatureLength = about.payload[about.payload.size() - about.signatureAreaSize];
+        about.signatureAreaSize = area;
+        about.signatureLength = about.payload[about.payload.size() - area];
     }
     if (about.payload.size() == about.signatureAreaSize) {
-        about.faults.push_back(findingOf(
-            about.payload.empty() ? OwnCause::emptyPayload : OwnCause::onlySignature, particulars));
+        const bool empty = about.payload.empty();
+        about.faults.push_back({empty ? "empty-payload" : "only-signature",
+                                empty ? "empty payload" : "payload holds only its signature area",
+                                "a calibration", "0 bytes", "the module was never calibrated",
+                                lengthField});
     }
 }
 
 void lookAtImage(Diagnosis& about) {
-    about.image = about.layout == Layout::V7 ? image::v7::locate(about.file, 0)
-                                             : image::korveline::locate(about.file, 0);
+    about.image = traitsOf(about.layout).locate(about.file, 0);
     if (about.image.refusal) {
         about.faults.push_back(imageFault(about));
     }
@@ -130,109 +110,44 @@ void lookAtImage(Diagnosis& about) {
 }
 
 void lookAtSignature(Diagnosis& about) {
-    if (!about.signatureLength) {
-        return;
-    }
-    Particulars particulars;
-    particulars.offset = about.payloadOffset + about.payload.size() - about.signatureAreaSize;
-    particulars.expected = image::korveline::maxSignature;
-    particulars.found = *about.signatureLength;
-    if (particulars.found == 0) {
-        about.faults.push_back(findingOf(OwnCause::signatureEmpty, particulars));
-    } else if (particulars.found > particulars.expected) {
-        about.faults.push_back(findingOf(OwnCause::signatureTooLong, particulars));
+    constexpr std::size_t longest = image::korveline::maxSignature;
+    const std::size_t length = about.signatureLength.value_or(longest);
+    if (length == 0 || length > longest) {
+        about.faults.push_back(
+            {length == 0 ? "signature-empty" : "signature-too-long",
+             length == 0 ? "signature area without signature" : "signature longer than its area",
+             fmt::format("a signature length of 1 to {}", longest), fmt::to_string(length), reSign,
+             about.payloadOffset + about.payload.size() - about.signatureAreaSize});
     }
 }
 
 // ---------------------------------------------------------------------------------- calibration --
 
-/// What a block must have for its copy function.
-const char* expectedElements(std::uint32_t blockId) {
-    const bool isText = blockId == RX_BLOCK_TEXT1 || blockId == RX_BLOCK_TEXT2;
-    return blockId == RX_BLOCK_DATE         ? "1"
-           : isText                         ? "at most 63"
-           : blockId == RX_BLOCK_STRAYLIGHT ? "32"
-                                            : "1 and 3 for each entry (4, 7, 10, 13 or 16)";
-}
-
-/// The block that a refusal is about: the last one of that id, as a repeated id is met behind its
-/// first.
-const vantric::BlockSighting* refusedSighting(const Diagnosis& about, std::uint32_t id) {
-    const auto found =
-        std::find_if(about.blocks.rbegin(), about.blocks.rend(), [id](const DiagnosedBlock& block) {
-            return block.sighting.header.id == id &&
-                   block.sighting.outcome != BlockOutcome::notReached;
-        });
-    return found == about.blocks.rend() ? nullptr : &found->sighting;
-}
-
-Finding readFault(const Diagnosis& about, const Notes& notes) {
-    const vantric::Refusal& refusal = notes.refusal;
-    Particulars particulars{refusal.offset, refusal.expected, refusal.found, refusal.alsoExpected,
-                            refusal.status};
-    if (notes.refusedBlock != vantric::noFailedBlock) {
-        particulars.blockId = notes.refusedBlock;
-    }
-    const vantric::BlockSighting* block = refusedSighting(about, notes.refusedBlock);
-    switch (refusal.cause) {
-        case vantric::Cause::wrongMagic:
-            if (about.layout == Layout::Packed) {
-                return wrongMagic(about.file, about.layout);
-            }
-            particulars.wanted = quotedMagic(Layout::Packed);
-            particulars.seen = quotedBytes(about.payload.first(
-                std::min(about.payload.size(), magicOf(Layout::Packed).size())));
-            break;
-        case vantric::Cause::noPixels:
-        case vantric::Cause::tooManyPixels:
-            particulars.seen = fmt::format("{} x {}", about.header ? about.header->columns : 0,
-                                           about.header ? about.header->rows : 0);
-            break;
-        case vantric::Cause::unknownKind:
-            // The walk has no block of a header that does not read; its id stands before the kind.
-            particulars.blockId = about.file[refusal.offset - 1];
-            break;
-        case vantric::Cause::idsNotAscending:
-            // Above nothing, -1, there is no refusal.
-            particulars.seen = blockLabel(static_cast<std::uint32_t>(refusal.expected));
-            break;
-        case vantric::Cause::wrongContent:
-            particulars.wanted = expectedElements(notes.refusedBlock);
-            particulars.seen = fmt::format("{}", block != nullptr ? block->header.count : 0);
-            break;
-        case vantric::Cause::withoutFrequency:
-        case vantric::Cause::valueUnset:
-        case vantric::Cause::psfTooLarge:
-            particulars.offset = block != nullptr ? block->offset : refusal.offset;
-            break;
-        default:
-            break;
-    }
-    return findingOf(refusal.cause, particulars);
-}
-
 /// A block that the reader does not know. One with a payload, which is taken for the next header,
 /// comes before one without.
 const vantric::BlockSighting* unknownBlock(const Diagnosis& about) {
     const vantric::BlockSighting* unknown = nullptr;
-    for (const DiagnosedBlock& block : about.blocks) {
+    for (const vantric::BlockSighting& block : about.blocks) {
         const bool better =
-            unknown == nullptr || (unknown->payloadSize == 0 && block.sighting.payloadSize != 0);
-        if (block.sighting.outcome == BlockOutcome::unknown && better) {
-            unknown = &block.sighting;
+            unknown == nullptr || (unknown->payloadSize == 0 && block.payloadSize != 0);
+        if (block.outcome == BlockOutcome::unknown && better) {
+            unknown = &block;
         }
     }
     return unknown;
 }
 
 Finding unknownBlockFinding(const vantric::BlockSighting& block) {
-    Particulars particulars;
-    particulars.offset = block.offset;
-    particulars.blockId = block.header.id;
-    particulars.found = block.header.id;
-    particulars.seen = fmt::format("{} x {}, {}", block.header.count, kindName(block.header.kind),
-                                   byteCount(block.payloadSize));
-    return findingOf(OwnCause::unknownBlock, particulars);
+    const RXBlockHeader& header = block.header;
+    return {"unknown-block",
+            fmt::format("unknown block id {}", header.id),
+            "",
+            fmt::format("{} x {}, {} that no reader steps over", header.count,
+                        kindName(header.kind), byteCount(block.payloadSize)),
+            "the bytes before it are damaged, or whoever calibrated the module wrote a block that "
+            "no reader knows",
+            block.offset,
+            header.id};
 }
 
 /// Whether what refused a calibration can come from a header read at the wrong place.
@@ -249,7 +164,7 @@ void noteReadFaults(Diagnosis& about, const Notes& notes) {
         (derailed ? about.faults : about.warnings).push_back(unknownBlockFinding(*unknown));
     }
     if (notes.refusal.refused()) {
-        about.faults.push_back(readFault(about, notes));
+        about.faults.push_back(readFault(about, notes.refusal, notes.refusedBlock));
         if (derailed) {
             about.faults.back().what.insert(0, "as a consequence, ");
         }
@@ -266,7 +181,7 @@ void readCalibration(Diagnosis& about, vantric::Wanted wanted) {
     vantric::PackedRead read =
         vantric::readPacked(about.payload.data(), about.payload.size(), wanted, &notes);
     about.status = read.result.status;
-    about.failedBlockId = read.result.failedBlockId;
+    about.failedBlockId = idOrNone(read.result.failedBlockId);
     about.record = std::move(read.record);
     noteReadFaults(about, notes);
     if (about.status == VANTRIC_OK && about.record->customFieldCount != 0) {
@@ -277,10 +192,10 @@ void readCalibration(Diagnosis& about, vantric::Wanted wanted) {
 
 }  // namespace
 
-const DiagnosedBlock* Diagnosis::readBlock(std::uint32_t id) const {
+const vantric::BlockSighting* Diagnosis::readBlock(std::uint32_t id) const {
     const auto found =
-        std::find_if(blocks.begin(), blocks.end(), [id](const DiagnosedBlock& block) {
-            return block.sighting.header.id == id && block.sighting.outcome == BlockOutcome::read;
+        std::find_if(blocks.begin(), blocks.end(), [id](const vantric::BlockSighting& block) {
+            return block.header.id == id && block.outcome == BlockOutcome::read;
         });
     return found == blocks.end() ? nullptr : &*found;
 }
@@ -294,12 +209,13 @@ std::uint64_t Diagnosis::trailingBytes() const {
 }
 
 std::optional<Finding> whyNotCut(const Diagnosis& diagnosis) {
-    if (!diagnosis.faults.empty()) {
-        return diagnosis.faults.front();
+    if (diagnosis.cuttable()) {
+        return std::nullopt;
     }
-    return diagnosis.layout == Layout::Packed
-               ? std::optional(findingOf(OwnCause::bareCalibration, {}))
-               : std::nullopt;
+    return diagnosis.intact()
+               ? Finding{"bare-calibration", "a bare packed calibration", "an image around it", "",
+                         "there is nothing to cut: this is what a cut writes as qov.spc"}
+               : diagnosis.faults.front();
 }
 
 Diagnosis diagnose(ByteView file, Layout layout, vantric::Wanted wanted) {

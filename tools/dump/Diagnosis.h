@@ -5,36 +5,20 @@
 
 #include <cstdint>
 #include <optional>
-#include <string>
 #include <vector>
 
 #include "calibration/owners.h"
 #include "calibration/packed/Handler.h"
 #include "cutter/imageRecord.h"
 #include "tools/dump/Dump.h"
+#include "tools/dump/Findings.h"
 
 namespace calcut::tools {
 
-/// A fault or a warning, in terms that a person can act on.
-struct Finding {
-    std::string name;                   ///< stable, for machines: "checksum", "unknown-block", ...
-    std::string what;                   ///< short, for people: "CRC-32 mismatch"
-    std::string expected;               ///< empty when nothing particular was expected
-    std::string found;                  ///< empty when there is nothing to show
-    std::string advice;                 ///< what to do next; one text for each name
-    std::uint64_t offset = 0;           ///< in the file
-    std::uint32_t status = VANTRIC_OK;  ///< of the calibration library, when that refused
-    std::optional<std::uint32_t> blockId{};
-};
-
-/// One line: "CRC-32 mismatch at byte 8 (0x8): expected 0x1234abcd, found 0x00000000; read the part
-/// again".
-std::string describe(const Finding& finding);
-
-struct DiagnosedBlock {
-    vantric::BlockSighting sighting;  ///< offsets from the start of the file here
-    std::string name;
-};
+/// Id of a block of frequency k; block is an RX_FREQUENCY_ number.
+constexpr std::uint32_t frequencyBlock(unsigned k, std::uint32_t block) {
+    return RX_BLOCK_FIRST_FREQUENCY + RX_BLOCKS_PER_FREQUENCY * k + block;
+}
 
 struct Diagnosis {
     ByteView file;
@@ -48,11 +32,13 @@ struct Diagnosis {
     std::optional<std::uint8_t> signatureLength;  ///< as stored, also when impossible
 
     std::optional<RXHeader> header;
-    std::vector<DiagnosedBlock> blocks;      ///< of those behind a fault only the first hundreds
+    /// Offsets count from the start of the file here. Of those behind a fault only the first
+    /// hundreds.
+    std::vector<vantric::BlockSighting> blocks;
     std::optional<std::uint64_t> endMarker;  ///< offset in the file
     /// Status of the read; empty when the payload never came to the reader.
     std::optional<std::uint32_t> status;
-    std::uint32_t failedBlockId = vantric::noFailedBlock;
+    std::optional<std::uint32_t> failedBlockId;
     vantric::RecordOwner record;  ///< as far as it was filled; may be null
     /// Of copying the custom blocks into the record, once everything else was read.
     std::uint32_t customStatus = VANTRIC_OK;
@@ -65,7 +51,7 @@ struct Diagnosis {
     /// Whether everything in it reads; for bare calibrations too.
     [[nodiscard]] bool intact() const { return faults.empty(); }
     /// The block with that id that was decoded into the record, or null.
-    [[nodiscard]] const DiagnosedBlock* readBlock(std::uint32_t id) const;
+    [[nodiscard]] const vantric::BlockSighting* readBlock(std::uint32_t id) const;
     [[nodiscard]] bool wasRead(std::uint32_t id) const { return readBlock(id) != nullptr; }
     /// Bytes behind the end marker, the signature area not counted.
     [[nodiscard]] std::uint64_t trailingBytes() const;

@@ -23,10 +23,6 @@ namespace calcut::tools {
 
 namespace {
 
-std::string errnoText(int error) {
-    return std::generic_category().message(error);
-}
-
 class FileDescriptor {
   public:
     explicit FileDescriptor(int descriptor) : descriptor_(descriptor) {}
@@ -43,28 +39,16 @@ class FileDescriptor {
     int descriptor_;
 };
 
-std::string sizeText(std::uint64_t bytes) {
+std::string tooLarge(std::uint64_t limit) {
     constexpr std::uint64_t step = 1024;
+    std::uint64_t size = limit;
     std::size_t unit = 0;
-    while (unit < 3 && bytes != 0 && bytes % step == 0) {
-        bytes /= step;
+    while (unit < 3 && size != 0 && size % step == 0) {
+        size /= step;
         ++unit;
     }
-    return unit == 0 ? byteCount(bytes) : fmt::format("{} {}iB", bytes, "KMG"[unit - 1]);
-}
-
-std::string tooLarge(std::uint64_t limit) {
-    return fmt::format("is larger than {}, the limit for a dump (--max-size)", sizeText(limit));
-}
-
-// Why a file is not even read; empty when it is worth a try.
-std::string refusalOf(const struct stat& status, std::uint64_t limit) {
-    if (S_ISDIR(status.st_mode)) {
-        return "is a directory";
-    }
-    return S_ISREG(status.st_mode) && static_cast<std::uint64_t>(status.st_size) > limit
-               ? tooLarge(limit)
-               : std::string();
+    return fmt::format("is larger than {}, the limit for a dump (--max-size)",
+                       unit == 0 ? byteCount(size) : fmt::format("{} {}iB", size, "KMG"[unit - 1]));
 }
 
 std::string whyNotOpened(const std::string& path, int error) {
@@ -111,38 +95,56 @@ bool readAll(int descriptor, std::uint64_t expected, std::uint64_t limit,
     }
 }
 
-}  // namespace
-
-const char* layoutName(Layout layout) {
-    switch (layout) {
-        case Layout::V7:
-            return "v7";
-        case Layout::Korveline:
-            return "korveline";
-        case Layout::Packed:
-            return "packed";
-        default:
-            return "unknown";
+// Fills dump. Why it could not be; empty on success.
+std::string load(const std::string& path, std::uint64_t maxSize, Dump& dump) {
+    const bool standardInput = path == "-";
+    const FileDescriptor file(
+        standardInput ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    struct stat status {};
+    if (file.get() < 0 || fstat(file.get(), &status) != 0) {
+        return whyNotOpened(path, errno);
     }
+    if (!standardInput) {
+        dump.identity = FileIdentity{status.st_dev, status.st_ino};
+    }
+    // Room for one byte more stays countable.
+    const std::uint64_t limit = std::min<std::uint64_t>(
+        maxSize, static_cast<std::uint64_t>(std::numeric_limits<std::ptrdiff_t>::max()) / 4);
+    const std::uint64_t expected =
+        S_ISREG(status.st_mode) ? static_cast<std::uint64_t>(status.st_size) : 0;
+    if (S_ISDIR(status.st_mode)) {
+        return "is a directory";
+    }
+    if (expected <= limit && !readAll(file.get(), expected, limit, dump.bytes)) {
+        return errnoText(errno);
+    }
+    if (std::max<std::uint64_t>(expected, dump.bytes.size()) > limit) {
+        return tooLarge(limit);
+    }
+    const bool idlePipe = S_ISFIFO(status.st_mode) && !standardInput;
+    return !dump.bytes.empty() ? "" : idlePipe ? "is a pipe that nobody writes to" : "is empty";
 }
 
-std::string_view magicOf(Layout layout) {
-    switch (layout) {
-        case Layout::V7:
-            return image::v7::magic;
-        case Layout::Korveline:
-            return image::korveline::magic;
-        case Layout::Packed:
-            return {vantric::packedMagic.data(), vantric::packedMagic.size()};
-        default:
-            return {};
-    }
+}  // namespace
+
+std::string errnoText(int error) {
+    return std::generic_category().message(error);
+}
+
+const LayoutTraits& traitsOf(Layout layout) {
+    static constexpr std::array<LayoutTraits, 4> traits = {{
+        {"v7", image::v7::magic, image::v7::fields, image::v7::locate},
+        {"korveline", image::korveline::magic, image::korveline::fields, image::korveline::locate},
+        {"packed", {vantric::packedMagic.data(), vantric::packedMagic.size()}},
+        {"unknown", {}},
+    }};
+    return traits.at(static_cast<std::size_t>(layout));
 }
 
 Layout classify(ByteView file) {
     const std::string_view start(reinterpret_cast<const char*>(file.data()), file.size());
     for (const Layout known : knownLayouts) {
-        if (start.starts_with(magicOf(known))) {
+        if (start.starts_with(traitsOf(known).magic)) {
             return known;
         }
     }
@@ -151,34 +153,7 @@ Layout classify(ByteView file) {
 
 Dump loadDump(const std::string& path, std::uint64_t maxSize) {
     Dump dump;
-    const bool standardInput = path == "-";
-    const FileDescriptor file(
-        standardInput ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    struct stat status {};
-    if (file.get() < 0 || fstat(file.get(), &status) != 0) {
-        dump.error = whyNotOpened(path, errno);
-        return dump;
-    }
-    if (!standardInput) {
-        dump.identity = FileIdentity{status.st_dev, status.st_ino};
-    }
-    // Room for one byte more stays countable.
-    const std::uint64_t limit = std::min<std::uint64_t>(
-        maxSize, static_cast<std::uint64_t>(std::numeric_limits<std::ptrdiff_t>::max()) / 4);
-    dump.error = refusalOf(status, limit);
-    if (!dump.error.empty()) {
-        return dump;
-    }
-    const std::uint64_t expected =
-        S_ISREG(status.st_mode) ? static_cast<std::uint64_t>(status.st_size) : 0;
-    if (!readAll(file.get(), expected, limit, dump.bytes)) {
-        dump.error = errnoText(errno);
-    } else if (dump.bytes.size() > limit) {
-        dump.error = tooLarge(limit);
-    } else if (dump.bytes.empty()) {
-        dump.error = S_ISFIFO(status.st_mode) && !standardInput ? "is a pipe that nobody writes to"
-                                                                : "is empty";
-    }
+    dump.error = load(path, maxSize, dump);
     if (!dump.error.empty()) {
         dump.bytes.clear();
     }

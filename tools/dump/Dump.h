@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "cutter/imageRecord.h"
+
 namespace calcut::tools {
 
 using ByteView = std::span<const std::uint8_t>;
@@ -17,11 +19,19 @@ enum class Layout { V7, Korveline, Packed, Unknown };
 
 inline constexpr std::array knownLayouts = {Layout::V7, Layout::Korveline, Layout::Packed};
 
-/// "v7", "korveline", "packed", "unknown": as in options and reports.
-const char* layoutName(Layout layout);
+/// What the command knows about a layout. Only images have fields and a function that finds their
+/// record.
+struct LayoutTraits {
+    const char* name;        ///< "v7", "korveline", "packed", "unknown": in options and reports
+    std::string_view magic;  ///< what a file begins with; empty for Unknown
+    std::span<const image::Field> fields{};
+    image::Record (*locate)(image::Bytes file, std::uint64_t cursor) = nullptr;
+};
+const LayoutTraits& traitsOf(Layout layout);
 
-/// What a file of the layout begins with; empty for Unknown.
-std::string_view magicOf(Layout layout);
+inline const char* layoutName(Layout layout) {
+    return traitsOf(layout).name;
+}
 
 /// The layout that the first bytes name.
 Layout classify(ByteView file);
@@ -35,6 +45,9 @@ struct FileIdentity {
     std::uint64_t inode = 0;
     bool operator==(const FileIdentity&) const = default;
 };
+
+/// What errno says, in words: "No such file or directory".
+std::string errnoText(int error);
 
 /// The content of a file, or a reason why there is none ("No such file or directory", "is a
 /// directory", "is empty", "is larger than 256 MiB, the limit for a dump (--max-size)", ...;

@@ -1,4 +1,4 @@
-// The words of every fault and warning, each written once.
+// Faults and warnings: what is told about each, and who looks for it.
 #pragma once
 
 #include <cstdint>
@@ -6,56 +6,50 @@
 #include <string>
 
 #include "calibration/packed/Refusal.h"
-#include "cutter/imageRecord.h"
-#include "tools/dump/Diagnosis.h"
+#include "tools/dump/Dump.h"
 
 namespace calcut::tools {
 
-/// What only the command looks for. Names, words and advice stand in Findings.cpp.
-enum class OwnCause : std::uint8_t {
-    // What stands in the place of an image.
-    unknownMagic,
-    blank,
-    wrongLayout,
-    swappedPairs,
-    swappedWords,
-    lensFile,
-    bytesBeforeImage,
-    calibrationInside,
-    bareCalibration,
-    // What a cut fails for beside image and calibration.
-    emptyPayload,
-    noRoomForSignature,
-    onlySignature,
-    signatureEmpty,
-    signatureTooLong,
-    // A fault when the walk fails behind it, else a warning.
-    unknownBlock,
-    // Warnings only.
-    focalLength,
-    centre,
-    allMasked,
-    customFields,
-    trailingBytes,
-    uncutSignature,
-    endsInSignature,
-    count
-};
+struct Diagnosis;
 
-/// What one finding says beside the words that all of its cause have.
-struct Particulars {
+/// A fault or a warning, in terms that a person can act on.
+struct Finding {
+    std::string name{};        ///< stable, for machines: "checksum", "unknown-block", ...
+    std::string what{};        ///< short, for people: "CRC-32 mismatch"
+    std::string expected{};    ///< empty when nothing particular was expected
+    std::string found{};       ///< empty when there is nothing to show
+    std::string advice{};      ///< what to do next; one text for each name
     std::uint64_t offset = 0;  ///< in the file
-    std::uint64_t expected = 0;
-    std::uint64_t found = 0;
-    std::uint64_t alsoExpected = 0;
-    std::uint32_t status = VANTRIC_OK;
     std::optional<std::uint32_t> blockId{};
-    std::string wanted{};  ///< for causes whose words are texts
-    std::string seen{};
+    std::uint32_t status = VANTRIC_OK;  ///< of the calibration library, when that refused
 };
 
-Finding findingOf(image::Cause cause, const Particulars& particulars);
-Finding findingOf(vantric::Cause cause, const Particulars& particulars);
-Finding findingOf(OwnCause cause, const Particulars& particulars);
+/// One line: "CRC-32 mismatch at byte 8 (0x8): expected 0x1234abcd, found 0x00000000; read the part
+/// again".
+std::string describe(const Finding& finding);
+
+/// Below a checksum that matches there is no reading error.
+inline constexpr const char* askWriter =
+    "reading the part again does not help where its checksum matches: ask whoever calibrated the "
+    "module";
+
+/// About a file that does not begin with the magic of its layout (Unknown: with none), with the
+/// reason where one can be told.
+Finding wrongMagic(ByteView file, Layout layout);
+
+/// About an image whose record was refused.
+Finding imageFault(const Diagnosis& about);
+
+/// About a calibration that was refused. The refusal's offset counts from the start of the file;
+/// blockId is nothing where no block is to blame.
+Finding readFault(const Diagnosis& about, const vantric::Refusal& refusal,
+                  std::optional<std::uint32_t> blockId);
+
+/// Adds what is odd about a file that reads, or about the parts of one that do.
+void addWarnings(Diagnosis& dump);
+
+/// Text of a magic, or what stands in its place, in quotes; what is not printable ASCII becomes
+/// \xNN.
+std::string quotedBytes(ByteView bytes);
 
 }  // namespace calcut::tools

@@ -1,6 +1,6 @@
 #include "tools/dump/Names.h"
 
-#include <algorithm>
+#include <map>
 
 #include <fmt/format.h>
 
@@ -20,26 +20,6 @@ constexpr std::array frequencyBlocks = {"frequency id", "pixel table", "values A
 constexpr std::array kinds = {"raw",   "uint16",      "uint32",      "int32",
                               "float", "packed uint", "packed float"};
 
-struct StatusMeaning {
-    std::uint32_t status;
-    const char* text;
-};
-
-// Of what a read can return.
-constexpr std::array statusMeanings = {
-    StatusMeaning{VANTRIC_OK, "read"},
-    StatusMeaning{VANTRIC_ERR_NOT_SUPPORTED, "not a calibration that can be read"},
-    StatusMeaning{VANTRIC_ERR_END_OF_DATA, "the data ends inside a header or payload"},
-    StatusMeaning{VANTRIC_ERR_INVALID_ARGUMENT, "the straylight model is empty"},
-    StatusMeaning{VANTRIC_ERR_VALUE_UNSET, "the block is present, but its value is the unset mark"},
-    StatusMeaning{VANTRIC_ERR_BUFFER_TOO_SMALL,
-                  "larger than its place in the calibration, or not enough memory"},
-    StatusMeaning{VANTRIC_ERR_COUNT_TOO_SMALL, "fewer elements than required"},
-    StatusMeaning{VANTRIC_ERR_INVALID_DATA, "wrong order, kind, width or size"},
-    StatusMeaning{VANTRIC_ERR_FIELD_EMPTY, "a required block is missing"},
-    StatusMeaning{VANTRIC_ERR_ALREADY_SET, "already present"},
-};
-
 }  // namespace
 
 std::string statusName(std::uint32_t status) {
@@ -48,11 +28,22 @@ std::string statusName(std::uint32_t status) {
 }
 
 const char* statusText(std::string_view name) {
-    const auto* found = std::find_if(
-        statusMeanings.begin(), statusMeanings.end(),
-        [name](const StatusMeaning& known) { return statusName(known.status) == name; });
-    return found == statusMeanings.end() ? "no status, but the pixel count that was refused"
-                                         : found->text;
+    // Of what a read can return.
+    static const std::map<std::string_view, const char*> texts = {
+        {"VANTRIC_OK", "read"},
+        {"VANTRIC_ERR_NOT_SUPPORTED", "not a calibration that can be read"},
+        {"VANTRIC_ERR_END_OF_DATA", "the data ends inside a header or payload"},
+        {"VANTRIC_ERR_INVALID_ARGUMENT", "the straylight model is empty"},
+        {"VANTRIC_ERR_VALUE_UNSET", "the block is present, but its value is the unset mark"},
+        {"VANTRIC_ERR_BUFFER_TOO_SMALL",
+         "larger than its place in the calibration, or not enough memory"},
+        {"VANTRIC_ERR_COUNT_TOO_SMALL", "fewer elements than required"},
+        {"VANTRIC_ERR_INVALID_DATA", "wrong order, kind, width or size"},
+        {"VANTRIC_ERR_FIELD_EMPTY", "a required block is missing"},
+        {"VANTRIC_ERR_ALREADY_SET", "already present"},
+    };
+    const auto found = texts.find(name);
+    return found != texts.end() ? found->second : "no status, but the pixel count that was refused";
 }
 
 std::string blockName(std::uint32_t id) {
@@ -65,10 +56,9 @@ std::string blockName(std::uint32_t id) {
         return fmt::format("frequency {}: {}", fromFrequencies / frequencyBlocks.size(),
                            frequencyBlocks[fromFrequencies % frequencyBlocks.size()]);
     }
-    if (id == VANTRIC_RX_END_MARKER) {
-        return "end marker";
-    }
-    return id >= RX_BLOCK_FIRST_CUSTOM ? "custom block" : "unknown";
+    return id == VANTRIC_RX_END_MARKER   ? "end marker"
+           : id >= RX_BLOCK_FIRST_CUSTOM ? "custom block"
+                                         : "unknown";
 }
 
 std::string blockLabel(std::uint32_t id) {

@@ -1,6 +1,7 @@
 #include "tools/dump/Tables.h"
 
 #include <algorithm>
+#include <cmath>
 #include <iterator>
 
 #include <fmt/format.h>
@@ -18,40 +19,32 @@ std::vector<Table> tablesOf(const Diagnosis& about) {
         return tables;
     }
     const VantricCalibration& record = *about.record;
-    const std::uint32_t columns = record.imagerArea.columns;
-    const std::uint32_t rows = record.imagerArea.rows;
-    const std::size_t pixels = std::size_t{columns} * rows;
-    const auto addFloats = [&](std::string name, std::string title, const float* values) {
+    const auto add = [&tables](std::string name, std::string title, std::uint32_t columns,
+                               std::uint32_t rows, const float* values, unsigned channels = 1) {
+        const std::size_t size = std::size_t{columns} * rows * channels;
         tables.push_back(
-            {std::move(name), std::move(title), columns, rows, 1, {}, {values, pixels}});
+            {std::move(name), std::move(title), columns, rows, channels, {}, {values, size}});
     };
+    const auto [columnOfSensor, rowOfSensor, columns, rows] = record.imagerArea;
     if (about.wasRead(RX_BLOCK_MASK)) {
-        tables.push_back({"mask", "mask", columns, rows, 1, {record.pixelMask, pixels}, {}});
+        const std::size_t pixels = std::size_t{columns} * rows;
+        tables.push_back({"mask", "mask", columns, rows, 1, {record.pixelMask, pixels}});
     }
     if (about.wasRead(RX_BLOCK_PIXEL_VALUES)) {
-        addFloats("pixel_values", "pixel values", record.pixelValues);
+        add("pixel_values", "pixel values", columns, rows, record.pixelValues);
     }
     for (unsigned k = 0; k < VANTRIC_FREQUENCIES; ++k) {
-        if (about.wasRead(RX_BLOCK_FIRST_FREQUENCY + RX_BLOCKS_PER_FREQUENCY * k +
-                          RX_FREQUENCY_PIXEL_TABLE)) {
-            addFloats(fmt::format("frequency_{}_pixel_table", k),
-                      fmt::format("frequency {}: pixel table", k),
-                      record.frequencies[k].pixelTable);
+        if (about.wasRead(frequencyBlock(k, RX_FREQUENCY_PIXEL_TABLE))) {
+            add(fmt::format("frequency_{}_pixel_table", k),
+                fmt::format("frequency {}: pixel table", k), columns, rows,
+                record.frequencies[k].pixelTable);
         }
     }
     if (record.directions != nullptr) {
-        constexpr unsigned channels = 3;
-        tables.push_back(
-            {"rays", "rays", columns, rows, channels, {}, {record.directions, channels * pixels}});
+        add("rays", "rays", columns, rows, record.directions, 3);
     }
     if (record.psf != nullptr) {
-        tables.push_back({"psf",
-                          "PSF",
-                          record.psfWidth,
-                          record.psfHeight,
-                          1,
-                          {},
-                          {record.psf, std::size_t{record.psfWidth} * record.psfHeight}});
+        add("psf", "PSF", record.psfWidth, record.psfHeight, record.psf);
     }
     return tables;
 }
@@ -71,16 +64,58 @@ std::vector<Table> customTablesOf(const Diagnosis& about) {
         const VantricCustomField& field = about.record->customFields[k];
         const std::uint32_t id = about.record->firstCustomFieldId + k;
         const std::uint32_t size = field.data == nullptr ? 0U : field.size;
-        tables.push_back({fmt::format("custom_{}", id),
-                          fmt::format("custom {}", id),
-                          size,
-                          1,
-                          1,
-                          {field.data, size},
-                          {},
-                          false});
+        Table& table = tables.emplace_back();
+        table.name = fmt::format("custom_{}", id);
+        table.title = fmt::format("custom {}", id);
+        table.columns = size;
+        table.rows = 1;
+        table.bytes = {field.data, size};
+        table.isImage = false;
     }
     return tables;
+}
+
+bool differs(float a, float b, double tolerance) {
+    if (a == b || (std::isnan(a) && std::isnan(b))) {
+        return false;
+    }
+    // Not finite on one side: beyond every tolerance.
+    return !(std::abs(double{b} - double{a}) <= tolerance);
+}
+
+TableDifference differenceOf(const Table& a, const Table& b, double tolerance) {
+    TableDifference result;
+    result.elements = a.size() / a.channels;
+    const double allowed = a.bytes.empty() ? tolerance : 0.0;
+    double squares = 0.0;
+    std::uint64_t measured = 0;
+    for (std::size_t element = 0; element < result.elements; ++element) {
+        bool any = false;
+        bool anyUnmeasured = false;
+        for (std::size_t at = element * a.channels; at < (element + 1) * a.channels; ++at) {
+            const bool equal = !differs(a[at], b[at], 0.0);
+            const double difference = equal ? 0.0 : double{b[at]} - double{a[at]};
+            any = any || (!equal && differs(a[at], b[at], allowed));
+            if (!std::isfinite(difference)) {
+                anyUnmeasured = true;
+                continue;
+            }
+            squares += difference * difference;
+            ++measured;
+            if (std::abs(difference) > std::abs(result.max)) {
+                result.max = difference;
+                result.maxAt = at;
+            }
+        }
+        result.differing += any ? 1 : 0;
+        result.unmeasured += anyUnmeasured ? 1 : 0;
+    }
+    result.rms = measured == 0 ? 0.0 : std::sqrt(squares / static_cast<double>(measured));
+    return result;
+}
+
+bool sameShape(const Table& a, const Table& b) {
+    return a.columns == b.columns && a.rows == b.rows && a.channels == b.channels;
 }
 
 }  // namespace calcut::tools

@@ -1,27 +1,9 @@
 #include "tools/inspect/Inspect.h"
 
-#include <cstdio>
-
-#include <nlohmann/json.hpp>
-
 #include "tools/commands.h"
 #include "tools/inspect/Text.h"
-#include "tools/inspect/Tree.h"
 
 namespace calcut::tools {
-
-namespace {
-
-void writeJson(const Json& tree) {
-    writeStdout(tree.dump(2, ' ', false, Json::error_handler_t::replace) + '\n');
-}
-
-TextStyle styleOfStdout() {
-    return {terminalWidth(stdout),
-            [](Colour colour, std::string_view text) { return paint(stdout, colour, text); }};
-}
-
-}  // namespace
 
 int runInspect(const InspectOptions& options) {
     const bool several = options.paths.size() > 1;
@@ -51,11 +33,11 @@ int runInspect(const InspectOptions& options) {
         } else if (several) {
             all.push_back(std::move(tree));
         } else {
-            writeJson(tree);
+            writeStdout(jsonText(tree));
         }
     }
     if (options.json && several) {
-        writeJson(all);
+        writeStdout(jsonText(all));
     }
     return good ? exitOk : exitFailed;
 }

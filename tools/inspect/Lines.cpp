@@ -1,10 +1,11 @@
-#include "tools/inspect/Lines.h"
-
 #include <algorithm>
 #include <numeric>
 #include <utility>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include "tools/inspect/Text.h"
 
 namespace calcut::tools {
 
@@ -15,48 +16,88 @@ constexpr std::size_t itemStart = 2 + nameWidth + 1;
 constexpr std::size_t gap = 2;         // in front of each column
 constexpr std::size_t narrowest = 20;  // what a wrapped text has at least
 
-std::vector<std::size_t> widthsOf(const std::vector<TableColumn>& columns,
-                                  const std::vector<TableRow>& rows) {
-    std::vector<std::size_t> widths;
-    for (std::size_t i = 0; i < columns.size(); ++i) {
-        std::size_t width = columns[i].heading.size();
-        for (const TableRow& row : rows) {
-            width = std::max(width, i < row.size() ? row[i].size() : 0);
-        }
-        widths.push_back(width);
-    }
-    return widths;
-}
+/// A column with its cells, the heading first.
+struct Column {
+    TableColumn is;
+    std::vector<std::string> cells;
+    std::size_t width = 0;
+};
 
-std::size_t total(const std::vector<std::size_t>& widths) {
-    return std::accumulate(widths.begin(), widths.end(), gap * widths.size());
+std::vector<Column> columnsOf(const std::vector<TableColumn>& columns, const Json& rows,
+                              const char* missing) {
+    std::vector<Column> list;
+    for (const TableColumn& is : columns) {
+        Column& column = list.emplace_back(Column{is, {std::string(is.heading)}});
+        for (const Json& row : rows) {
+            column.cells.push_back(filled(is.pattern, row, missing));
+        }
+        for (const std::string& cell : column.cells) {
+            column.width = std::max(column.width, cell.size());
+        }
+    }
+    return list;
 }
 
 /// Takes out the columns that a terminal of that width has no place for; their headings.
-std::string dropColumns(std::vector<TableColumn>& columns, std::vector<TableRow>& rows,
-                        std::size_t width) {
+std::string dropColumns(std::vector<Column>& columns, std::size_t width) {
+    const auto total = [&columns] {
+        return std::accumulate(
+            columns.begin(), columns.end(), std::size_t{0},
+            [](std::size_t sum, const Column& column) { return sum + gap + column.width; });
+    };
     std::string dropped;
-    while (total(widthsOf(columns, rows)) > width) {
-        const auto weight = [](const TableColumn& column) { return column.sacrifice - 1; };
-        const auto first = std::min_element(
-            columns.begin(), columns.end(),
-            [&](const TableColumn& a, const TableColumn& b) { return weight(a) < weight(b); });
-        if (first->sacrifice == 0) {
+    while (total() > width) {
+        const auto first =
+            std::min_element(columns.begin(), columns.end(), [](const Column& a, const Column& b) {
+                return a.is.sacrifice - 1 < b.is.sacrifice - 1;  // 0 comes last
+            });
+        if (first->is.sacrifice == 0) {
             break;
         }
-        dropped += fmt::format("{}{}", dropped.empty() ? "" : "; ", first->heading);
-        const auto at = first - columns.begin();
-        for (TableRow& row : rows) {
-            if (at < std::ssize(row)) {
-                row.erase(row.begin() + at);
-            }
-        }
+        dropped += fmt::format("{}{}", dropped.empty() ? "" : "; ", first->is.heading);
         columns.erase(first);
     }
     return dropped;
 }
 
 }  // namespace
+
+std::string text(const Json& value, std::string_view format) {
+    if (value.is_string()) {
+        return value.get<std::string>();
+    }
+    if (value.is_array()) {
+        std::string list;
+        for (const Json& element : value) {
+            list += (list.empty() ? "" : "  ") + text(element, format);
+        }
+        return list;
+    }
+    const auto formatted = [&format](auto number) {
+        return fmt::format(fmt::runtime(fmt::format("{{{}}}", format)), number);
+    };
+    return value.is_null()           ? std::string()
+           : value.is_number_float() ? formatted(value.get<float>())
+                                     : formatted(value.get<std::int64_t>());
+}
+
+std::string filled(std::string_view pattern, const Json& tree, const char* missing) {
+    std::string line;
+    for (std::size_t open = pattern.find('{'); open != std::string_view::npos;
+         open = pattern.find('{')) {
+        const std::size_t close = pattern.find('}');
+        const std::string_view place = pattern.substr(open + 1, close - open - 1);
+        const std::string_view key = place.substr(0, place.find(':'));
+        const Json value = tree.value(Json::json_pointer("/" + std::string(key)), Json(nullptr));
+        if (value.is_null() && missing == nullptr) {
+            return {};
+        }
+        line.append(pattern.substr(0, open));
+        line += value.is_null() ? missing : text(value, place.substr(key.size()));
+        pattern.remove_prefix(close + 1);
+    }
+    return line.append(pattern);
+}
 
 void Lines::wrapped(std::size_t start, std::string_view text, std::optional<Colour> colour) {
     const auto put = [&](std::string_view part) {
@@ -82,6 +123,20 @@ void Lines::item(std::string_view name, std::string_view value, std::optional<Co
     wrapped(itemStart, value, colour);
 }
 
+void Lines::items(const Json& tree, const std::vector<Item>& items) {
+    if (tree.is_array()) {
+        for (const Json& element : tree) {
+            this->items(element, items);
+        }
+        return;
+    }
+    for (const auto& [name, value, colour] : items) {
+        if (const std::string shown = filled(value, tree); !shown.empty()) {
+            item(filled(name, tree), shown, colour);
+        }
+    }
+}
+
 void Lines::hexItem(std::string_view name, std::string_view hex) {
     constexpr std::size_t digits = 64;
     const std::size_t perLine =
@@ -93,28 +148,24 @@ void Lines::hexItem(std::string_view name, std::string_view hex) {
     } while (!hex.empty());
 }
 
-void Lines::table(std::vector<TableColumn> columns, std::vector<TableRow> rows) {
-    // A last column that is wrapped takes no more than its heading.
-    const bool wraps = style_.width != 0 && columns.back().sacrifice == 0;
-    const std::string dropped = wraps ? dropColumns(columns, rows, style_.width) : std::string();
-    const std::vector<std::size_t> widths = widthsOf(columns, rows);
-    TableRow headings;
-    for (const TableColumn& column : columns) {
-        headings.emplace_back(column.heading);
-    }
-    rows.insert(rows.begin(), std::move(headings));
-    for (std::size_t at = 0; at < rows.size(); ++at) {
+void Lines::table(const std::vector<TableColumn>& columns, const Json& rows, const char* missing) {
+    std::vector<Column> shown = columnsOf(columns, rows, missing);
+    const std::string dropped =
+        style_.width == 0 ? std::string() : dropColumns(shown, style_.width);
+    const Column last = std::move(shown.back());
+    shown.pop_back();
+    for (std::size_t at = 0; at <= rows.size(); ++at) {
         std::string start;
-        for (std::size_t i = 0; i + 1 < rows[at].size(); ++i) {
-            start += columns[i].right ? fmt::format("  {:>{}}", rows[at][i], widths[i])
-                                      : fmt::format("  {:<{}}", rows[at][i], widths[i]);
+        for (const Column& column : shown) {
+            start += column.is.right ? fmt::format("  {:>{}}", column.cells[at], column.width)
+                                     : fmt::format("  {:<{}}", column.cells[at], column.width);
         }
         start.append(gap, ' ');
-        if (rows[at].back().empty()) {
+        if (last.cells[at].empty()) {
             start.erase(start.find_last_not_of(' ') + 1);
         }
         out_ += at == 0 ? painted(Colour::Dim, start) : start;
-        wrapped(start.size(), rows[at].back(), at == 0 ? std::optional(Colour::Dim) : std::nullopt);
+        wrapped(start.size(), last.cells[at], at == 0 ? std::optional(Colour::Dim) : std::nullopt);
     }
     if (!dropped.empty()) {
         item("", fmt::format("(no room for: {})", dropped));

@@ -1,136 +1,135 @@
 #include "tools/inspect/Tree.h"
 
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstring>
+#include <limits>
 #include <span>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
+#include "calcut/cutter.h"
 #include "calibration/packed/Block.h"
 #include "cutter/korvelineImage.h"
-#include "cutter/v7Image.h"
-#include "tools/dump/Hints.h"
 #include "tools/dump/Names.h"
+#include "tools/dump/Tables.h"
 #include "tools/terminal/Escape.h"
 
 namespace calcut::tools {
 
 namespace {
 
-template <typename Value>
-Json orNull(const std::optional<Value>& value) {
-    return value ? Json(*value) : Json(nullptr);
-}
-
-/// For findings: an empty text says that there is none.
-Json orNull(const std::string& text) {
-    return text.empty() ? Json(nullptr) : Json(text);
-}
-
 // ---------------------------------------------------------------------------------------- image --
 
-std::span<const image::Field> fieldsOf(Layout layout) {
-    switch (layout) {
-        case Layout::V7:
-            return image::v7::fields;
-        case Layout::Korveline:
-            return image::korveline::fields;
-        default:
-            return {};
-    }
-}
-
-std::uint64_t numberOf(ByteView bytes) {
-    std::uint64_t value = 0;
+Json fieldTree(const image::Field& field, ByteView bytes) {
+    const bool isWhole = bytes.size() == field.size;
+    const bool isNumber = isWhole && (field.format == image::Format::decimal ||
+                                      field.format == image::Format::hexadecimal);
+    std::uint64_t number = 0;
     for (std::size_t i = bytes.size(); i-- > 0;) {
-        value = value << 8 | bytes[i];
+        number = number << 8 | bytes[i];
     }
-    return value;
-}
-
-std::string fieldText(const image::Field& field, ByteView bytes) {
-    if (bytes.size() == field.size) {
-        switch (field.format) {
-            case image::Format::text:
-                return quotedBytes(bytes);
-            case image::Format::decimal:
-                return fmt::format("{}", numberOf(bytes));
-            case image::Format::hexadecimal:
-                return fmt::format("0x{:0{}x}", numberOf(bytes), 2 * field.size);
-            case image::Format::bytes:
-                break;
-        }
+    std::string text;
+    if (isWhole && field.format == image::Format::text) {
+        text = quotedBytes(bytes);
+    } else if (isNumber && field.format == image::Format::decimal) {
+        text = fmt::to_string(number);
+    } else if (isNumber) {
+        text = fmt::format("0x{:0{}x}", number, 2 * field.size);
+    } else {
+        text = fmt::format("{:02x}", fmt::join(bytes, " "));
     }
-    return fmt::format("{:02x}", fmt::join(bytes, " "));
-}
-
-Json fieldsTree(const Diagnosis& about) {
-    Json fields = Json::array();
-    for (const image::Field& field : fieldsOf(about.layout)) {
-        if (field.offset >= about.file.size()) {
-            break;
-        }
-        const ByteView bytes = about.file.subspan(
-            field.offset, std::min<std::size_t>(field.size, about.file.size() - field.offset));
-        const bool isNumber = (field.format == image::Format::decimal ||
-                               field.format == image::Format::hexadecimal) &&
-                              bytes.size() == field.size;
-        fields.push_back({{"offset", field.offset},
-                          {"name", field.name},
-                          {"hex", hexText(bytes)},
-                          {"value", isNumber ? Json(numberOf(bytes)) : Json(nullptr)},
-                          {"text", fieldText(field, bytes)},
-                          {"examined", field.examined}});
-    }
-    return fields;
+    return {{"offset", field.offset}, {"name", field.name},
+            {"hex", hexText(bytes)},  {"value", orNull(isNumber, number)},
+            {"text", text},           {"examined", field.examined}};
 }
 
 Json imageTree(const Diagnosis& about) {
-    if (about.layout != Layout::V7 && about.layout != Layout::Korveline) {
-        return nullptr;
-    }
     const image::Record& image = about.image;
-    Json tree;
-    tree["fields"] = fieldsTree(about);
-    tree["storedCrc"] = image.hasHeader ? Json(image.storedCrc) : Json(nullptr);
-    tree["computedCrc"] = orNull(image.computedCrc);
-    tree["payload"] = nullptr;
-    if (image.hasHeader) {
-        tree["payload"] = {{"offset", image.payloadOffset},
-                           {"bytes", image.payloadLength},
-                           {"inside", about.payload.size() == image.payloadLength}};
+    Json fields = Json::array();
+    for (const image::Field& field : traitsOf(about.layout).fields) {
+        if (field.offset < about.file.size()) {
+            const std::size_t present = about.file.size() - field.offset;
+            fields.push_back(
+                fieldTree(field, about.file.subspan(field.offset, std::min(field.size, present))));
+        }
     }
-    tree["signature"] = nullptr;
+    Json signature;
     if (about.signatureLength) {
         const std::uint8_t length = *about.signatureLength;
-        const ByteView signature = about.payload.last(about.signatureAreaSize)
-                                       .subspan(image::korveline::signatureLengthSize);
-        tree["signature"] = {
-            {"bytes", length},
-            {"hex", hexText(signature.first(length <= signature.size() ? length : 0))}};
+        const ByteView room = about.payload.last(about.signatureAreaSize)
+                                  .subspan(image::korveline::signatureLengthSize);
+        signature = {{"bytes", length},
+                     {"hex", hexText(room.first(length <= room.size() ? length : 0))}};
     }
-    return tree;
+    const Json payload = {{"offset", image.payloadOffset},
+                          {"bytes", image.payloadLength},
+                          {"inside", about.payload.size() == image.payloadLength}};
+    return {{"fields", fields},
+            {"storedCrc", orNull(image.hasHeader, image.storedCrc)},
+            {"computedCrc", orNull(image.computedCrc)},
+            {"payload", orNull(image.hasHeader, payload)},
+            {"signature", signature}};
 }
 
 // ---------------------------------------------------------------------------------- calibration --
 
+/// Smallest and largest of a block's decoded values; null when they cannot be decoded.
+template <typename Value>
+Json rangeOf(VantricStream& stream, const RXBlockHeader& block, std::uint64_t size) {
+    // The size of the scratch is asked for, its content is not used.
+    constexpr std::uint64_t anyScratch = std::numeric_limits<std::uint64_t>::max();
+    std::vector<Value> values(size / sizeof(Value));
+    auto* const bytes = reinterpret_cast<std::uint8_t*>(values.data());
+    if (vantric::decodeBlock(stream, block, anyScratch, bytes, size).refused()) {
+        return nullptr;
+    }
+    const auto end = std::remove_if(values.begin(), values.end(), [](Value value) {
+        return !std::isfinite(static_cast<float>(value));
+    });
+    const bool any = end != values.begin();
+    return {{"min", any ? Json(*std::min_element(values.begin(), end)) : Json(nullptr)},
+            {"max", any ? Json(*std::max_element(values.begin(), end)) : Json(nullptr)},
+            {"infinite", values.end() - end}};
+}
+
+/// The range of a block; null also for a payload that is empty or incomplete.
+Json rangeTree(const Diagnosis& about, const vantric::BlockSighting& sighting) {
+    // The largest per-pixel table of a 65-megapixel sensor fits; only a file made to exhaust memory
+    // does not.
+    constexpr std::uint64_t maxDecodedBytes = std::uint64_t{1} << 28;
+    const RXBlockHeader& block = sighting.header;
+    const std::uint64_t size = vantric_getRXUnpackedBlockSize(&block);
+    if (size == 0 || size > maxDecodedBytes || sighting.payloadSize > about.payload.size()) {
+        return nullptr;
+    }
+    VantricStream stream = vantric_createStreamFromData(about.payload.data(), about.payload.size());
+    stream.position = sighting.payloadOffset - about.payloadOffset;
+    switch (block.kind) {
+        case RX_KIND_RAW:
+            return rangeOf<std::uint8_t>(stream, block, size);
+        case RX_KIND_UINT16:
+            return rangeOf<std::uint16_t>(stream, block, size);
+        case RX_KIND_INT32:
+            return rangeOf<std::int32_t>(stream, block, size);
+        case RX_KIND_FLOAT:
+        case RX_KIND_PACKED_FLOAT:
+            return rangeOf<float>(stream, block, size);
+        default:
+            return rangeOf<std::uint32_t>(stream, block, size);
+    }
+}
+
 /// decodedBytes is what the ranges of this file have taken so far: unknown blocks may lie over each
 /// other, so that a small file could ask for hours.
-Json blockTree(const Diagnosis& about, const DiagnosedBlock& block, std::uint64_t& decodedBytes) {
+Json blockTree(const Diagnosis& about, const vantric::BlockSighting& sighting,
+               std::uint64_t& decodedBytes) {
     constexpr std::uint64_t mostDecodedBytes = std::uint64_t{1} << 31;
-    const vantric::BlockSighting& sighting = block.sighting;
     const RXBlockHeader& header = sighting.header;
-    const bool packed = vantric::isPacked(header.kind);
-    const bool fixedPoint = header.kind == RX_KIND_PACKED_FLOAT;
     decodedBytes += vantric_getRXUnpackedBlockSize(&header);
-    Json tree;
-    tree["offset"] = sighting.offset;
-    tree["id"] = header.id;
-    tree["name"] = block.name;
-    tree["kind"] = kindName(header.kind);
-    tree["count"] = header.count;
-    tree["bits"] = packed ? Json(header.bits) : Json(nullptr);
-    tree["scale"] = fixedPoint ? jsonFloat(header.scale) : Json(nullptr);
-    tree["valueOffset"] = fixedPoint ? jsonFloat(header.offset) : Json(nullptr);
+    Json tree = {{"offset", sighting.offset}, {"id", header.id}, {"name", blockName(header.id)}};
+    tree.update(storageTree(header));
     tree["payloadOffset"] = sighting.payloadOffset;
     tree["payloadBytes"] = sighting.payloadSize;
     tree["range"] = decodedBytes > mostDecodedBytes ? Json(nullptr) : rangeTree(about, sighting);
@@ -139,37 +138,92 @@ Json blockTree(const Diagnosis& about, const DiagnosedBlock& block, std::uint64_
 }
 
 Json calibrationTree(const Diagnosis& about) {
-    if (about.payload.size() <= about.signatureAreaSize) {
-        return nullptr;
-    }
-    Json tree;
-    tree["offset"] = about.payloadOffset;
-    tree["bytes"] = about.payload.size() - about.signatureAreaSize;
-    tree["header"] = nullptr;
-    if (about.header) {
-        tree["header"] = {{"version", about.header->version},
-                          {"columns", about.header->columns},
-                          {"rows", about.header->rows}};
-    }
-    Json& blocks = tree["blocks"] = Json::array();
+    const RXHeader header = about.header.value_or(RXHeader{});
+    const Json headerTree = {
+        {"version", header.version}, {"columns", header.columns}, {"rows", header.rows}};
+    Json blocks = Json::array();
     std::uint64_t decodedBytes = 0;
-    for (const DiagnosedBlock& block : about.blocks) {
+    for (const vantric::BlockSighting& block : about.blocks) {
         blocks.push_back(blockTree(about, block, decodedBytes));
     }
-    tree["endMarker"] = orNull(about.endMarker);
-    tree["trailingBytes"] = about.trailingBytes();
-    return tree;
+    return {{"offset", about.payloadOffset},
+            {"bytes", about.payload.size() - about.signatureAreaSize},
+            {"header", orNull(about.header.has_value(), headerTree)},
+            {"blocks", std::move(blocks)},
+            {"endMarker", orNull(about.endMarker)},
+            {"trailingBytes", about.trailingBytes()}};
 }
 
 Json readTree(const Diagnosis& about) {
-    if (!about.status) {
-        return nullptr;
+    return {{"status", statusName(*about.status)},
+            {"code", *about.status},
+            {"failedBlock", orNull(about.failedBlockId)}};
+}
+
+// --------------------------------------------------------------------------------------- record --
+
+/// Pixels whose mask a cut counts.
+constexpr std::uint64_t cutMaskPixels = std::uint64_t{CALCUT_SENSOR_COLUMNS} * CALCUT_SENSOR_ROWS;
+
+Json floats(std::span<const float> values) {
+    Json list = Json::array();
+    for (const float value : values) {
+        list.push_back(jsonFloat(value));
     }
-    return {
-        {"status", statusName(*about.status)},
-        {"code", *about.status},
-        {"failedBlock", about.failedBlockId == vantric::noFailedBlock ? Json(nullptr)
-                                                                      : Json(about.failedBlockId)}};
+    return list;
+}
+
+Json lensTree(const VantricCalibration& record) {
+    Json lens;
+    for (std::size_t i = 0; i < lensNames.size() && record.lensParameters; ++i) {
+        lens[lensNames[i]] = jsonFloat(record.lensParameters[i]);
+    }
+    return lens;
+}
+
+/// Text of a record's 65-byte buffer; a text without terminator ends with the buffer.
+Json textTree(const char* buffer) {
+    return escapeBytes({buffer, strnlen(buffer, VANTRIC_TEXT_BYTES)});
+}
+
+Json wigglingTree(const VantricWigglingTable& table) {
+    const std::size_t entries = std::min<std::size_t>(table.capacity, VANTRIC_WIGGLING_ENTRIES);
+    return {{"header", table.header},
+            {"first", floats({table.first, entries})},
+            {"second", std::span(table.second, entries)},
+            {"third", floats({table.third, entries})}};
+}
+
+Json frequencyTree(const Diagnosis& about, unsigned index) {
+    const VantricFrequencyRecord& source = about.record->frequencies[index];
+    const auto ifRead = [&about, index](std::uint32_t block, const Json& tree) {
+        return orNull(about.wasRead(frequencyBlock(index, block)), tree);
+    };
+    const auto values = [](const float* data, std::uint8_t count) {
+        return floats({data, std::min<std::size_t>(count, VANTRIC_FREQUENCY_VALUES)});
+    };
+    return {{"index", index},
+            {"id", source.frequencyId},
+            {"scalar", ifRead(RX_FREQUENCY_SCALAR, jsonFloat(source.scalar))},
+            {"valuesA", ifRead(RX_FREQUENCY_VALUES_A, values(source.valuesA, source.countA))},
+            {"valuesB", ifRead(RX_FREQUENCY_VALUES_B, values(source.valuesB, source.countB))},
+            {"wigglingA", ifRead(RX_FREQUENCY_WIGGLING_A, wigglingTree(source.wigglingA))},
+            {"wigglingB", ifRead(RX_FREQUENCY_WIGGLING_B, wigglingTree(source.wigglingB))}};
+}
+
+Json straylightTree(const VantricCalibration& record) {
+    // Making the PSF puts an origin point in front of the profile; shown are the file's.
+    const std::size_t points =
+        std::min<std::size_t>(record.straylightPointCount, VANTRIC_STRAYLIGHT_POINTS + 1);
+    const std::size_t skip = record.psf != nullptr && points > 0 ? 1 : 0;
+    return {{"scale", jsonFloat(record.straylightScale)},
+            {"exponent", jsonFloat(record.straylightExponent)},
+            {"offset", jsonFloat(record.straylightOffset)},
+            {"centre", jsonFloat(record.straylightCentre)},
+            {"psfWidth", record.psfWidth},
+            {"psfHeight", record.psfHeight},
+            {"radius", floats({record.straylightRadius + skip, points - skip})},
+            {"value", floats({record.straylightValue + skip, points - skip})}};
 }
 
 // ------------------------------------------------------------------------------------- findings --
@@ -177,38 +231,102 @@ Json readTree(const Diagnosis& about) {
 Json findingsTree(const std::vector<Finding>& findings) {
     Json list = Json::array();
     for (const Finding& finding : findings) {
-        Json& entry = list.emplace_back();
-        entry["name"] = finding.name;
-        entry["what"] = finding.what;
-        entry["expected"] = orNull(finding.expected);
-        entry["found"] = orNull(finding.found);
-        entry["advice"] = finding.advice;
-        entry["offset"] = finding.offset;
-        entry["status"] =
-            finding.status == VANTRIC_OK ? Json(nullptr) : Json(statusName(finding.status));
-        entry["block"] = orNull(finding.blockId);
-        entry["text"] = describe(finding);
+        list.push_back(
+            {{"name", finding.name},
+             {"what", finding.what},
+             {"expected", orNull(!finding.expected.empty(), finding.expected)},
+             {"found", orNull(!finding.found.empty(), finding.found)},
+             {"advice", finding.advice},
+             {"offset", finding.offset},
+             {"status", orNull(finding.status != VANTRIC_OK, statusName(finding.status))},
+             {"block", orNull(finding.blockId)},
+             {"text", describe(finding)}});
     }
     return list;
 }
 
 }  // namespace
 
+Json storageTree(const RXBlockHeader& header) {
+    const bool fixedPoint = header.kind == RX_KIND_PACKED_FLOAT;
+    return {{"kind", kindName(header.kind)},
+            {"count", header.count},
+            {"bits", orNull(vantric::isPacked(header.kind), header.bits)},
+            {"scale", orNull(fixedPoint, jsonFloat(header.scale))},
+            {"valueOffset", orNull(fixedPoint, jsonFloat(header.offset))}};
+}
+
 Json inspectTree(const Diagnosis& about, std::string_view path) {
-    Json tree;
-    tree["schema"] = inspectSchema;
-    tree["file"] = path;
-    tree["bytes"] = about.file.size();
-    tree["layout"] = layoutName(about.layout);
-    tree["intact"] = about.intact();
-    tree["cuttable"] = about.cuttable();
-    tree["image"] = imageTree(about);
-    tree["calibration"] = calibrationTree(about);
-    tree["read"] = readTree(about);
-    tree["record"] = recordTree(about);
-    tree["faults"] = findingsTree(about.faults);
-    tree["warnings"] = findingsTree(about.warnings);
-    return tree;
+    const bool isImage = !traitsOf(about.layout).fields.empty();
+    const bool hasCalibration = about.payload.size() > about.signatureAreaSize;
+    return {{"schema", inspectSchema},
+            {"file", path},
+            {"bytes", about.file.size()},
+            {"layout", layoutName(about.layout)},
+            {"intact", about.intact()},
+            {"cuttable", about.cuttable()},
+            {"image", isImage ? imageTree(about) : Json(nullptr)},
+            {"calibration", hasCalibration ? calibrationTree(about) : Json(nullptr)},
+            {"read", about.status ? readTree(about) : Json(nullptr)},
+            {"record", recordTree(about)},
+            {"faults", findingsTree(about.faults)},
+            {"warnings", findingsTree(about.warnings)}};
+}
+
+Json recordTree(const Diagnosis& about) {
+    if (!about.record) {
+        return nullptr;
+    }
+    const VantricCalibration& record = *about.record;
+    const auto ifRead = [&about](std::uint32_t block, const Json& tree) {
+        return orNull(about.wasRead(block), tree);
+    };
+    // There may be no memory for a mask.
+    const bool hasMask = about.wasRead(RX_BLOCK_MASK) && record.pixelMask != nullptr;
+    const std::uint64_t pixels =
+        hasMask ? std::uint64_t{record.imagerArea.columns} * record.imagerArea.rows : 0;
+    const auto maskedUpTo = [&record](std::uint64_t end) {
+        return std::count(record.pixelMask, record.pixelMask + end, std::uint8_t{0});
+    };
+    const std::size_t idBytes = std::min<std::size_t>(record.idBytesSize, VANTRIC_ID_BYTES);
+    Json frequencies = Json::array();
+    // Records are filled by id, so a calibration that leaves one out has a gap.
+    for (unsigned k = 0; k < VANTRIC_FREQUENCIES; ++k) {
+        if (about.wasRead(frequencyBlock(k, RX_FREQUENCY_ID))) {
+            frequencies.push_back(frequencyTree(about, k));
+        }
+    }
+    Json custom = Json::array();
+    for (const Table& field : customTablesOf(about)) {
+        custom.push_back(
+            {{"id", record.firstCustomFieldId + custom.size()}, {"hex", hexText(field.bytes)}});
+    }
+    return {{"columns", record.imagerArea.columns},
+            {"rows", record.imagerArea.rows},
+            {"auxFlag", ifRead(RX_BLOCK_AUX_FLAG, record.auxFlag)},
+            {"lens", ifRead(RX_BLOCK_LENS_PARAMETERS, lensTree(record))},
+            {"text0", ifRead(RX_BLOCK_DATE, textTree(record.text0))},
+            {"text1", ifRead(RX_BLOCK_TEXT1, textTree(record.text1))},
+            {"text2", ifRead(RX_BLOCK_TEXT2, textTree(record.text2))},
+            {"idBytes", hexText({record.idBytes, about.wasRead(RX_BLOCK_ID_BYTES) ? idBytes : 0U})},
+            {"idCodes", ifRead(RX_BLOCK_ID_CODES, std::array{record.idCode0, record.idCode1})},
+            {"maskedPixels", ifRead(RX_BLOCK_MASK, maskedUpTo(pixels))},
+            {"zeroMaskCount", ifRead(RX_BLOCK_MASK, maskedUpTo(std::min(pixels, cutMaskPixels)))},
+            {"frequencies", frequencies},
+            {"straylight", ifRead(RX_BLOCK_STRAYLIGHT, straylightTree(record))},
+            {"custom", custom},
+            {"customStatus", statusName(about.customStatus)}};
+}
+
+std::string jsonText(const Json& tree) {
+    return tree.dump(2, ' ', false, Json::error_handler_t::replace) + '\n';
+}
+
+Json jsonFloat(float value) {
+    if (std::isinf(value)) {
+        return value < 0 ? "-inf" : "inf";
+    }
+    return value;
 }
 
 }  // namespace calcut::tools

@@ -3,11 +3,12 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
+#include <optional>
+#include <string>
 #include <string_view>
 #include <vector>
 
-#include <nlohmann/json_fwd.hpp>
+#include <nlohmann/json.hpp>
 
 #include "tools/dump/Diagnosis.h"
 
@@ -26,9 +27,21 @@ Json inspectTree(const Diagnosis& about, std::string_view path);
 /// Its part about the decoded record; null without one.
 Json recordTree(const Diagnosis& about);
 
-/// Smallest and largest decoded value of a block; null for a payload that is empty, incomplete or
-/// not decodable.
-Json rangeTree(const Diagnosis& about, const vantric::BlockSighting& sighting);
+/// How a block is stored: its kind, count and, where its kind has them, bits and fixed point.
+Json storageTree(const RXBlockHeader& header);
+
+/// The value, or null without one.
+template <typename Value>
+Json orNull(bool isThere, const Value& value) {
+    return isThere ? Json(value) : Json(nullptr);
+}
+template <typename Value>
+Json orNull(const std::optional<Value>& value) {
+    return orNull(value.has_value(), value.value_or(Value{}));
+}
+
+/// A tree as it is printed, indented. What is not UTF-8 is replaced.
+std::string jsonText(const Json& tree);
 
 /// A float as JSON has it: "inf" and "-inf"; a NaN stays one, and is null once it is written.
 Json jsonFloat(float value);

@@ -5,7 +5,7 @@
 #include <cmath>
 #include <optional>
 
-#include "tools/compare/TableDifference.h"
+#include "tools/dump/Tables.h"
 #include "tools/plot/MapPanel.h"
 
 namespace calcut::tools {

@@ -29,11 +29,6 @@ struct Module {
     }
 };
 
-/// Id of a block of frequency k.
-constexpr std::uint32_t frequencyBlock(unsigned k, RXFrequencyBlock block) {
-    return RX_BLOCK_FIRST_FREQUENCY + RX_BLOCKS_PER_FREQUENCY * k + block;
-}
-
 /// Draws all panels. sharedScale: the pixel tables of all frequencies in the same colours. Empty
 /// when the picture could not be made.
 std::vector<std::uint8_t> drawSheet(const Module& module, bool sharedScale, PictureFormat format);

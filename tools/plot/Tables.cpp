@@ -37,8 +37,8 @@ void drawTable(Canvas& canvas, const Rect& cell, const Module& module, std::stri
     map.shape = module.shape();
     map.values = {{values, module.pixels()}, module.mask()};
     map.scale = scale ? *scale : robustScale(statisticsOf(map.values), map.colours);
-    if (const DiagnosedBlock* stored = module.diagnosis.readBlock(block)) {
-        map.note = storageText(stored->sighting.header, map.scale->high - map.scale->low);
+    if (const auto* stored = module.diagnosis.readBlock(block)) {
+        map.note = storageText(stored->header, map.scale->high - map.scale->low);
     }
     drawMap(canvas, cell, map);
 }
