@@ -1,13 +1,11 @@
 #include "tools/cut/Cut.h"
 
 #include <algorithm>
-#include <cstdio>
+#include <filesystem>
 
 #include <fmt/format.h>
 
 #include "tools/commands.h"
-#include "tools/cut/Batch.h"
-#include "tools/cut/CutInto.h"
 #include "tools/cut/Folder.h"
 #include "tools/cut/Report.h"
 #include "tools/cut/StackFiles.h"
@@ -20,6 +18,8 @@ namespace calcut::tools {
 
 namespace {
 
+namespace fs = std::filesystem;
+
 int statusOf(const CutResult& result, const CutOptions& options) {
     for (const Finding& warning : result.warnings) {
         printWarning(result.dump, describe(warning));
@@ -29,15 +29,12 @@ int statusOf(const CutResult& result, const CutOptions& options) {
 
 void printResult(const TakenDump& taken, const CutResult& result) {
     const std::vector<StackFile> files = filesOf(taken);
-    std::size_t width = 0;
-    for (const StackFile& file : files) {
-        width = std::max(width, std::string_view(file.name).size());
-    }
     std::string text =
         fmt::format("{}: {} dump\n", escapePath(result.dump), layoutName(result.layout));
     for (const StackFile& file : files) {
+        // As wide as the longest of these names.
         text += fmt::format("wrote {}/{:<{}}  {:>7} bytes\n", escapePath(result.folder), file.name,
-                            width, file.bytes.size());
+                            files.size() == 3 ? 13 : 12, file.bytes.size());
     }
     text += fmt::format("masked pixels: {}\nlens parameters:\n", result.maskedPixels);
     for (std::size_t i = 0; i < lensNames.size(); ++i) {
@@ -47,43 +44,32 @@ void printResult(const TakenDump& taken, const CutResult& result) {
 }
 
 int cutOne(const CutOptions& options) {
-    const std::string& dump = options.paths[0];
     const std::string& directory = options.paths[1];
     CutResult result;
-    result.folder = directory.substr(0, directory.find_last_not_of('/') + 1);
-    const std::optional<TakenDump> taken = takeDump(dump, options, result);
-    if (!taken) {
-        printError(dump, result.reason + (holdsAnyCut(directory) ? "; an earlier cut is still in " +
-                                                                       escapePath(directory)
-                                                                 : std::string()));
-        return exitFailed;
+    TakenDump taken;
+    try {
+        taken = takeDump(options.paths[0], options, result);
+    } catch (const Refused& refused) {
+        throw Refused(refused.subject(),
+                      refused.what() + (holdsAnyCut(directory) ? earlierCutIn(directory) : ""));
     }
-    const std::string signature = directory + "/" + signatureFile;
-    const bool leftover = identityOf(signature) && filesOf(*taken).size() < stackFiles.size();
+    const std::string signature = (fs::path(directory) / CALCUT_SIGNATURE_FILE).string();
+    const bool leftover = identityOf(signature) && filesOf(taken).size() < stackFiles.size();
     const InterruptGuard guard;
-    const std::string culprit = cutInto(*taken, directory, options.force, result);
-    if (!result.good()) {
-        printError(culprit, result.reason);
-        return exitFailed;
-    }
+    cutInto(taken, directory, options.force, result);
     if (leftover) {
         printWarning(signature,
                      "was left from an earlier cut and is removed: this dump has no "
                      "signature");
     }
-    printResult(*taken, result);
+    printResult(taken, result);
     return statusOf(result, options);
 }
 
 int verify(const CutOptions& options) {
-    const std::string& dump = options.paths[0];
     CutResult result;
-    const std::optional<TakenDump> taken = takeDump(dump, options, result);
-    if (!taken) {
-        printError(dump, result.reason);
-        return exitFailed;
-    }
-    const std::vector<StackFile> files = filesOf(*taken);
+    const TakenDump taken = takeDump(options.paths[0], options, result);
+    const std::vector<StackFile> files = filesOf(taken);
     const std::vector<Difference> wrong = differences(files, options.verify);
     for (const Difference& difference : wrong) {
         printError(options.verify + "/" + difference.file, difference.what);
@@ -92,7 +78,7 @@ int verify(const CutOptions& options) {
         return exitFailed;
     }
     print(fmt::format("{}: the cut of {}, {} files equal\n", escapePath(options.verify),
-                      escapePath(dump), files.size()));
+                      escapePath(result.dump), files.size()));
     return statusOf(result, options);
 }
 
@@ -115,7 +101,17 @@ std::string usageFault(const CutOptions& options) {
                : "the file of --report must end in .csv or .json";
 }
 
-int runCut(const CutOptions& options) {
+int runCut(CutOptions options) {
+    // So that a name behind them makes one slash.
+    std::vector<std::string*> folders = {&options.out, &options.verify};
+    if (options.paths.size() == 2) {
+        folders.push_back(&options.paths[1]);
+    }
+    for (std::string* folder : folders) {
+        while (folder->size() > 1 && folder->ends_with('/')) {
+            folder->pop_back();
+        }
+    }
     if (!options.verify.empty()) {
         return verify(options);
     }

@@ -33,6 +33,9 @@ struct CutOptions {
 std::string usageFault(const CutOptions& options);
 
 /// Cuts, or compares. Returns the exit status.
-int runCut(const CutOptions& options);
+int runCut(CutOptions options);
+
+/// With options.out: cuts on threads; a bad dump stops no other. Returns the exit status.
+int cutMany(const CutOptions& options);
 
 }  // namespace calcut::tools

@@ -1,12 +1,11 @@
-// The report of many cuts, which grows row by row, and the summary at their end.
+// The report of many cuts, which grows row by row.
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
+#include <span>
 #include <string>
-#include <vector>
 
-#include "tools/cut/CutResult.h"
+#include "tools/cut/StackFiles.h"
 
 namespace calcut::tools {
 
@@ -21,26 +20,23 @@ class Report {
 
     static bool supports(const std::string& path);
 
-    /// Starts the file; an earlier one is replaced. False, with a printed error, when it cannot.
-    bool open(const std::string& path);
+    /// Starts the file; an earlier one is replaced. Throws Refused. Without it nothing is written.
+    void open(const std::string& path);
     /// Appends rows with one write. The first failure is told, the rest are quiet.
-    void add(const CutResult* first, std::size_t count);
+    void add(std::span<const CutResult> results);
     /// Closes the file. False when not everything could be written.
     bool close();
 
   private:
-    void put(const std::string& text);
+    /// Returns errno, or 0 for success.
+    int put(const std::string& text);
+    void tell(int error);
 
     std::string path_;
     int descriptor_ = -1;
     bool json_ = false;
     bool failed_ = false;
-    std::uint64_t end_ = 0;  ///< behind the last row
     std::size_t rows_ = 0, cut_ = 0, failedRows_ = 0;
 };
-
-/// A table for people (above 50 dumps only of those that failed) and the totals, fit to a terminal
-/// of that width (0: none).
-std::string summary(const std::vector<CutResult>& results, double seconds, std::size_t width);
 
 }  // namespace calcut::tools

@@ -69,12 +69,7 @@ std::string escapePath(std::string_view path) {
 }
 
 std::string hexText(std::span<const std::uint8_t> bytes) {
-    std::string text;
-    text.reserve(bytes.size() * 2);
-    for (const std::uint8_t byte : bytes) {
-        text += fmt::format("{:02x}", byte);
-    }
-    return text;
+    return fmt::format("{:02x}", fmt::join(bytes, ""));
 }
 
 }  // namespace calcut::tools

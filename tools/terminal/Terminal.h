@@ -9,6 +9,8 @@
 #include <string_view>
 #include <utility>
 
+#include <fmt/format.h>
+
 namespace calcut::tools {
 
 enum class ColourMode : std::uint8_t {
@@ -52,6 +54,11 @@ class Refused : public std::runtime_error {
     Refused(std::string subject, const std::string& reason)
         : std::runtime_error(reason),
           subject_(std::make_shared<const std::string>(std::move(subject))) {}
+    template <class First, class... Rest>
+    Refused(std::string subject, fmt::format_string<First, Rest...> reason, First&& first,
+            Rest&&... rest)
+        : Refused(std::move(subject),
+                  fmt::format(reason, std::forward<First>(first), std::forward<Rest>(rest)...)) {}
     /// A path as it was given, or empty.
     [[nodiscard]] const std::string& subject() const { return *subject_; }
 

@@ -1,14 +1,14 @@
-// How far many cuts are.
+// What people see of many cuts: how far they are, and at the end a table.
 #pragma once
 
 #include <chrono>
 #include <cstddef>
+#include <span>
+#include <string>
+
+#include "tools/cut/StackFiles.h"
 
 namespace calcut::tools {
-
-using Clock = std::chrono::steady_clock;
-
-double secondsSince(Clock::time_point start);
 
 /// One line on a terminal, drawn over and over and never wider than it, and nothing anywhere else.
 class Progress {
@@ -21,8 +21,12 @@ class Progress {
     void step();
     /// Takes the line away until the next step, for other text to be printed.
     void clear();
+    /// Since this began.
+    [[nodiscard]] double seconds() const;
 
   private:
+    using Clock = std::chrono::steady_clock;
+
     std::size_t total_;
     std::size_t done_ = 0;
     bool shown_;
@@ -30,5 +34,9 @@ class Progress {
     Clock::time_point start_ = Clock::now();
     Clock::time_point drawn_ = start_;
 };
+
+/// A table for people (above 50 dumps only of those that failed) and the totals, fit to a terminal
+/// of that width (0: none).
+std::string summary(std::span<const CutResult> results, double seconds, std::size_t width);
 
 }  // namespace calcut::tools
