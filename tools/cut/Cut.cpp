@@ -1,16 +1,28 @@
 #include "tools/cut/Cut.h"
 
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+#include <sys/stat.h>
+
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
 #include <filesystem>
+#include <iterator>
+#include <mutex>
+#include <system_error>
+#include <thread>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include "tools/commands.h"
 #include "tools/cut/Folder.h"
+#include "tools/cut/Inputs.h"
 #include "tools/cut/Report.h"
 #include "tools/cut/StackFiles.h"
 #include "tools/terminal/Escape.h"
-#include "tools/terminal/Interrupt.h"
 #include "tools/terminal/OutputFile.h"
 #include "tools/terminal/Terminal.h"
 
@@ -70,9 +82,9 @@ int verify(const CutOptions& options) {
     CutResult result;
     const TakenDump taken = takeDump(options.paths[0], options, result);
     const std::vector<StackFile> files = filesOf(taken);
-    const std::vector<Difference> wrong = differences(files, options.verify);
-    for (const Difference& difference : wrong) {
-        printError(options.verify + "/" + difference.file, difference.what);
+    const std::vector<Refused> wrong = differences(files, options.verify);
+    for (const Refused& difference : wrong) {
+        printError(difference.subject(), difference.what());
     }
     if (!wrong.empty()) {
         return exitFailed;
@@ -80,6 +92,164 @@ int verify(const CutOptions& options) {
     print(fmt::format("{}: the cut of {}, {} files equal\n", escapePath(options.verify),
                       escapePath(result.dump), files.size()));
     return statusOf(result, options);
+}
+
+// ----------------------------------------------------------------------------------- many cuts --
+
+class Batch {
+  public:
+    explicit Batch(const CutOptions& options)
+        : options_(options),
+          inputs_(gatherInputs(options)),
+          results_(inputs_.size()),
+          progress_(inputs_.size()) {
+        for (std::size_t i = 0; i < results_.size(); ++i) {
+            results_[i].dump = inputs_[i].dump;
+            results_[i].folder = options.out + "/" + inputs_[i].folder;
+            results_[i].reason = "interrupted";
+            if (const auto identity = identityOf(inputs_[i].dump)) {
+                reads_.push_back(*identity);
+            }
+        }
+    }
+
+    /// Throws Refused where nothing can come of the whole.
+    void prepare() {
+        if (!options_.report.empty()) {
+            std::vector<std::string> read = {options_.filesFrom};
+            std::ranges::transform(inputs_, std::back_inserter(read), &Input::dump);
+            refuseFor(options_.report, whyNotWritable(options_.report, read));
+        }
+        // Only the last step of the path: a mistyped parent is still an error.
+        constexpr mode_t everyone = 0777;
+        refuseFor(options_.out, mkdir(options_.out.c_str(), everyone) != 0 && errno != EEXIST
+                                    ? errnoText(errno)
+                                    : whyNoOutput(options_.out));
+        if (!options_.report.empty()) {
+            report_.open(options_.report);
+        }
+    }
+
+    void run() {
+        const std::size_t processors = std::max(1U, std::thread::hardware_concurrency());
+        const std::size_t wanted = options_.jobs != 0 ? options_.jobs : processors;
+        std::vector<std::jthread> others;
+        try {
+            while (others.size() + 1 < std::min(wanted, results_.size())) {
+                others.emplace_back([this] { work(); });
+            }
+        } catch (const std::system_error&) {
+            // Fewer threads do the same work.
+        }
+        work();
+    }
+
+    /// Prints what came of it all. Returns the exit status.
+    int finish() {
+        // What an interrupt left over, which includes gaps behind slow dumps.
+        progress_.clear();
+        report(results_.size());
+        print(summary(results_, progress_.seconds(), terminalWidth(stdout)));
+        const bool written = report_.close();
+        const auto failed = std::ranges::count(results_, false, &CutResult::good);
+        const bool warned = std::ranges::any_of(
+            results_, [](const CutResult& result) { return !result.warnings.empty(); });
+        if (failed > 0) {
+            (void)std::fflush(stdout);
+            printError("", fmt::format("{} of {} dumps {} not cut{}", failed, results_.size(),
+                                       failed == 1 ? "was" : "were",
+                                       InterruptGuard::interrupted() ? " (interrupted)" : ""));
+        }
+        const bool good = failed == 0 && written && !(warned && options_.strict);
+        return good ? exitOk : exitFailed;
+    }
+
+  private:
+    void work() {
+        for (std::size_t i = next_++; i < results_.size() && !InterruptGuard::interrupted();
+             i = next_++) {
+            CutResult result = results_[i];
+            result.reason.clear();
+            try {
+                cut(i, result);
+            } catch (const std::exception& error) {
+                result.outcome = Outcome::Failed;
+                result.reason = reasonOf(error);
+            }
+            // An interrupted wait for a pipe's next bytes says nothing of the dump.
+            if (result.loaded() || !InterruptGuard::interrupted()) {
+                done(i, std::move(result));
+            }
+        }
+    }
+
+    void cut(std::size_t i, CutResult& result) {
+        const std::string& source = inputs_[i].source;
+        try {
+            const TakenDump taken = takeDump(inputs_[i].dump, options_, result);
+            cutToFolder(taken, {source, reads_, i}, options_, result);
+        } catch (const Refused& refused) {
+            result.earlierCut = noteIn(result.folder).value("source", "") == source;
+            throw Refused("",
+                          refused.what() + (result.earlierCut ? earlierCutIn(result.folder) : ""));
+        }
+    }
+
+    void done(std::size_t i, CutResult result) {
+        const std::lock_guard lock(mutex_);
+        results_[i] = std::move(result);
+        std::size_t end = reported_;
+        while (end < results_.size() && results_[end].outcome != Outcome::NotReached) {
+            ++end;
+        }
+        report(end);
+        if (terminal().verbosity == Verbosity::Verbose) {
+            progress_.clear();
+            printNote(results_[i].dump,
+                      results_[i].good()
+                          ? fmt::format("{}, in {}", outcomeName(results_[i].outcome),
+                                        escapePath(results_[i].folder))
+                          : results_[i].reason);
+        }
+        progress_.step();
+    }
+
+    void report(std::size_t end) {
+        if (end > reported_) {
+            report_.add(std::span(results_).subspan(reported_, end - reported_));
+            reported_ = end;
+        }
+    }
+
+    const CutOptions& options_;
+    std::vector<Input> inputs_;
+    std::vector<FileIdentity> reads_;
+    std::vector<CutResult> results_;
+    std::atomic<std::size_t> next_ = 0;
+
+    std::mutex mutex_;          ///< of all below
+    std::size_t reported_ = 0;  ///< rows before this one are in the report
+    Report report_;
+    Progress progress_;
+};
+
+void keepMemory() {
+#ifdef __GLIBC__
+    // Every dump takes and returns the same megabytes; giving them back to the system in between
+    // would cost more than the work itself.
+    constexpr int keptBytes = 32 << 20;
+    mallopt(M_MMAP_THRESHOLD, keptBytes);
+    mallopt(M_TRIM_THRESHOLD, keptBytes);
+#endif
+}
+
+int cutMany(const CutOptions& options) {
+    Batch batch(options);
+    batch.prepare();
+    keepMemory();
+    const InterruptGuard guard;
+    batch.run();
+    return batch.finish();
 }
 
 }  // namespace

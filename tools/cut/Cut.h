@@ -35,7 +35,4 @@ std::string usageFault(const CutOptions& options);
 /// Cuts, or compares. Returns the exit status.
 int runCut(CutOptions options);
 
-/// With options.out: cuts on threads; a bad dump stops no other. Returns the exit status.
-int cutMany(const CutOptions& options);
-
 }  // namespace calcut::tools

@@ -15,7 +15,6 @@
 #include <nlohmann/json.hpp>
 
 #include "tools/terminal/Escape.h"
-#include "tools/terminal/Interrupt.h"
 #include "tools/terminal/OutputFile.h"
 #include "tools/terminal/Terminal.h"
 
@@ -252,8 +251,11 @@ void cutToFolder(const TakenDump& taken, const FolderCut& cut, const CutOptions&
 }
 
 Json noteIn(const std::string& folder) {
-    const Json note = Json::parse(loadDump(folder + "/" + noteFile).bytes, nullptr, false);
-    return note.is_object() && note.value("source", Json()).is_string() ? note : Json::object();
+    Json note = Json::parse(loadDump(folder + "/" + noteFile).bytes, nullptr, false);
+    if (!note.is_object() || !note.value("source", Json()).is_string()) {
+        note = Json::object();
+    }
+    return note;
 }
 
 std::string whyNoOutput(const std::string& directory) {

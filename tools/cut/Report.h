@@ -1,6 +1,8 @@
-// The report of many cuts, which grows row by row.
+// What is told of many cuts: the report, which grows row by row, the progress, and at the end a
+// table.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <span>
 #include <string>
@@ -38,5 +40,34 @@ class Report {
     bool failed_ = false;
     std::size_t rows_ = 0, cut_ = 0, failedRows_ = 0;
 };
+
+/// One line on a terminal, drawn over and over and never wider than it, and nothing anywhere else.
+class Progress {
+  public:
+    explicit Progress(std::size_t total);
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+    ~Progress() { clear(); }
+
+    void step();
+    /// Takes the line away until the next step, for other text to be printed.
+    void clear();
+    /// Since this began.
+    [[nodiscard]] double seconds() const;
+
+  private:
+    using Clock = std::chrono::steady_clock;
+
+    std::size_t total_;
+    std::size_t done_ = 0;
+    bool shown_;
+    bool visible_ = false;
+    Clock::time_point start_ = Clock::now();
+    Clock::time_point drawn_ = start_;
+};
+
+/// A table for people (above 50 dumps only of those that failed) and the totals, fit to a terminal
+/// of that width (0: none).
+std::string summary(std::span<const CutResult> results, double seconds, std::size_t width);
 
 }  // namespace calcut::tools

@@ -10,7 +10,6 @@
 #include "cutter/EEPROMKorvelineCutter.h"
 #include "cutter/EEPROMv7Cutter.h"
 #include "tools/terminal/Escape.h"
-#include "tools/terminal/Terminal.h"
 
 namespace calcut::tools {
 
@@ -89,9 +88,9 @@ std::vector<StackFile> filesOf(const TakenDump& taken) {
     return files;
 }
 
-std::vector<Difference> differences(const std::vector<StackFile>& files,
-                                    const std::string& directory) {
-    std::vector<Difference> all;
+std::vector<Refused> differences(const std::vector<StackFile>& files,
+                                 const std::string& directory) {
+    std::vector<Refused> all;
     for (const char* name : stackFiles) {
         const std::string path = directory + "/" + name;
         const auto wanted = std::ranges::find(files, std::string_view(name), &StackFile::name);
@@ -104,7 +103,7 @@ std::vector<Difference> differences(const std::vector<StackFile>& files,
             what = "is superfluous: the dump has no signature";
         }
         if (!what.empty()) {
-            all.push_back({name, what});
+            all.emplace_back(path, what);
         }
     }
     return all;
@@ -116,10 +115,11 @@ void writeStackFiles(const TakenDump& taken, const std::string& directory, CutRe
             ? writeWith<EEPROMv7Cutter>(directory, taken, result.maskedPixels)
             : writeWith<EEPROMKorvelineCutter>(directory, taken, result.maskedPixels);
     // The library does not report a disk that fills up; the files do.
-    const std::vector<Difference> wrong = differences(filesOf(taken), directory);
+    const std::vector<Refused> wrong = differences(filesOf(taken), directory);
     if (!wrong.empty()) {
         throw Refused(result.dump, "cannot write {} of {}: it {} (is the disk full?)",
-                      wrong.front().file, escapePath(result.folder), wrong.front().what);
+                      fs::path(wrong.front().subject()).filename().string(),
+                      escapePath(result.folder), wrong.front().what());
     }
     if (!written) {
         throw Refused(result.dump,

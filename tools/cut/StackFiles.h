@@ -12,6 +12,7 @@
 #include "tools/dump/Diagnosis.h"
 #include "tools/dump/Dump.h"
 #include "tools/dump/Names.h"
+#include "tools/terminal/Terminal.h"
 
 namespace calcut::tools {
 
@@ -70,15 +71,10 @@ struct StackFile {
 };
 std::vector<StackFile> filesOf(const TakenDump& taken);
 
-/// How a directory differs from what it should hold.
-struct Difference {
-    const char* file;
-    std::string what;  ///< "differs at byte 17 (0x11)", "is missing", ...
-};
-/// Compares the files of a cut byte for byte; files that have nothing to do with a cut are not
-/// looked at. Opens nothing that could block.
-std::vector<Difference> differences(const std::vector<StackFile>& files,
-                                    const std::string& directory);
+/// How a directory differs from what it should hold: paths, and "differs at byte 17 (0x11)", "is
+/// missing", ... Compares the files of a cut byte for byte; files that have nothing to do with a
+/// cut are not looked at. Opens nothing that could block.
+std::vector<Refused> differences(const std::vector<StackFile>& files, const std::string& directory);
 
 /// Writes the files into an empty directory and reads them back. result gets the number of masked
 /// pixels. Throws Refused.

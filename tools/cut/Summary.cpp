@@ -1,5 +1,3 @@
-#include "tools/cut/Summary.h"
-
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -10,6 +8,7 @@
 
 #include <fmt/format.h>
 
+#include "tools/cut/Report.h"
 #include "tools/terminal/Escape.h"
 #include "tools/terminal/Terminal.h"
 

@@ -86,15 +86,12 @@ bool writeOutput(const std::string& path, std::span<const std::uint8_t> bytes) {
     std::error_code ignored;
     const bool isLink = fs::is_symlink(fs::symlink_status(path, ignored));
     const fs::file_status status = fs::status(path, ignored);
-    int error = 0;
-    if (fs::exists(status) && !fs::is_regular_file(status)) {
-        error = writeInto(path, 0, text);
-    } else if (isLink && !fs::exists(status)) {
-        error = writeInto(path, O_CREAT | O_TRUNC, text);
-    } else {
-        // A link stays, the file behind it is replaced.
-        error = replaceFile(isLink ? fs::canonical(path, ignored).string() : path, text);
-    }
+    const bool exists = fs::exists(status);
+    // Of a link that leads to a file, the link stays.
+    const int error =
+        (exists ? !fs::is_regular_file(status) : isLink)
+            ? writeInto(path, exists ? 0 : O_CREAT, text)
+            : replaceFile(isLink ? fs::canonical(path, ignored).string() : path, text);
     if (error != 0) {
         printError(path, reasonOf(error));
     }
