@@ -67,7 +67,7 @@ class TemporaryFolder {
     [[nodiscard]] const std::string& path() const { return path_; }
 
     // Earlier files leave the directory before the first new one comes; all come back when
-    // something fails.
+    // something fails. What is moved, and that it was, is on the disk before earlier files go.
     void moveFilesInto(const std::string& directory) {
         std::vector<std::pair<fs::path, fs::path>> moves;
         for (const std::string name : stackFiles) {
@@ -75,6 +75,10 @@ class TemporaryFolder {
         }
         for (const char* name : stackFiles) {
             moves.emplace_back(fs::path(path_) / name, fs::path(directory) / name);
+            const int error = syncToDisk(moves.back().first.string());
+            if (error != 0 && error != ENOENT) {
+                throw Refused(dump_, "cannot write {}: {}", name, errnoText(error));
+            }
         }
         std::erase_if(
             moves, [](const auto& move) { return typeOf(move.first) == fs::file_type::not_found; });
@@ -85,6 +89,7 @@ class TemporaryFolder {
             done += error ? 0 : 1;
         }
         if (!error) {
+            (void)syncToDisk(directory);
             return;
         }
         const auto failed = moves.begin() + static_cast<std::ptrdiff_t>(done);

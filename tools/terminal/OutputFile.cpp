@@ -121,4 +121,11 @@ int writeInto(const std::string& path, int flags, std::string_view text) {
     return close(descriptor) == 0 || error != 0 ? error : errno;
 }
 
+int syncToDisk(const std::string& path) {
+    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    const int error = descriptor >= 0 && fsync(descriptor) == 0 ? 0 : errno;
+    (void)close(descriptor);
+    return error == EINVAL ? 0 : error;
+}
+
 }  // namespace calcut::tools

@@ -33,4 +33,8 @@ int writeAll(int descriptor, std::string_view text);
 /// there. Returns errno, or 0 for success.
 int writeInto(const std::string& path, int flags, std::string_view text);
 
+/// Waits until a file's bytes, or a directory's names, are on the disk. Returns errno, or 0 for
+/// success, also where the file system has nothing to wait for.
+int syncToDisk(const std::string& path);
+
 }  // namespace calcut::tools
