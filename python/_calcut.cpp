@@ -54,7 +54,7 @@ py::object cut(const py::object& dump, const py::object& directory, const std::s
         raiseOsError(refused.subject(), refused.what());
     }
     py::dict files;
-    for (const tools::StackFile& file : tools::filesOf(taken)) {
+    for (const tools::StackFile& file : taken.files) {
         files[file.name] = file.bytes.size();
     }
     return typeNamed("Cut")(tools::layoutName(result.layout), files, result.maskedPixels,

@@ -40,13 +40,12 @@ int statusOf(const CutResult& result, const CutOptions& options) {
 }
 
 void printResult(const TakenDump& taken, const CutResult& result) {
-    const std::vector<StackFile> files = filesOf(taken);
     std::string text =
         fmt::format("{}: {} dump\n", escapePath(result.dump), layoutName(result.layout));
-    for (const StackFile& file : files) {
+    for (const StackFile& file : taken.files) {
         // As wide as the longest of these names.
         text += fmt::format("wrote {}/{:<{}}  {:>7} bytes\n", escapePath(result.folder), file.name,
-                            files.size() == 3 ? 13 : 12, file.bytes.size());
+                            taken.files.size() == 3 ? 13 : 12, file.bytes.size());
     }
     text += fmt::format("masked pixels: {}\nlens parameters:\n", result.maskedPixels);
     for (std::size_t i = 0; i < lensNames.size(); ++i) {
@@ -66,7 +65,7 @@ int cutOne(const CutOptions& options) {
                       refused.what() + (holdsAnyCut(directory) ? earlierCutIn(directory) : ""));
     }
     const std::string signature = (fs::path(directory) / CALCUT_SIGNATURE_FILE).string();
-    const bool leftover = identityOf(signature) && filesOf(taken).size() < stackFiles.size();
+    const bool leftover = identityOf(signature) && taken.files.size() < stackFiles.size();
     const InterruptGuard guard;
     cutInto(taken, directory, options.force, result);
     if (leftover) {
@@ -81,8 +80,7 @@ int cutOne(const CutOptions& options) {
 int verify(const CutOptions& options) {
     CutResult result;
     const TakenDump taken = takeDump(options.paths[0], options, result);
-    const std::vector<StackFile> files = filesOf(taken);
-    const std::vector<Refused> wrong = differences(files, options.verify);
+    const std::vector<Refused> wrong = differences(taken.files, options.verify);
     for (const Refused& difference : wrong) {
         printError(difference.subject(), difference.what());
     }
@@ -90,7 +88,7 @@ int verify(const CutOptions& options) {
         return exitFailed;
     }
     print(fmt::format("{}: the cut of {}, {} files equal\n", escapePath(options.verify),
-                      escapePath(result.dump), files.size()));
+                      escapePath(result.dump), taken.files.size()));
     return statusOf(result, options);
 }
 

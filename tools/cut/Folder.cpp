@@ -32,7 +32,7 @@ fs::file_type typeOf(const fs::path& path) {
 }
 
 bool isFileOfCut(const std::string& name) {
-    return name == noteFile || std::ranges::find(stackFiles, name) != stackFiles.end();
+    return name == noteFile || std::ranges::count(stackFiles, name) > 0;
 }
 
 // No folders in it: what is removed here holds files of cuts.
@@ -126,26 +126,26 @@ class TemporaryFolder {
     bool kept_ = false;  ///< because it holds what must not be lost
 };
 
-std::string whyNotInto(const std::string& directory, const std::string& dump, bool force) {
+// None of the files may be the dump, anything but a regular file, or (unless forced) a dump itself.
+void checkFilesIn(const std::string& directory, const std::string& dump, bool force) {
     const auto input = identityOf(dump);
     for (const char* name : stackFiles) {
         const std::string path = (fs::path(directory) / name).string();
-        if (input && identityOf(path) == input) {
-            return fmt::format("{} is also an input; it is left alone", name);
-        }
         const fs::file_type type = typeOf(path);
+        if (input && identityOf(path) == input) {
+            throw Refused(directory, "{} is also an input; it is left alone", name);
+        }
         if (type == fs::file_type::not_found || type == fs::file_type::none) {
             continue;
         }
         if (type != fs::file_type::regular) {
-            return fmt::format("{} is not a regular file; it is left alone", name);
+            throw Refused(directory, "{} is not a regular file; it is left alone", name);
         }
         const Layout layout = force ? Layout::Unknown : classify(loadDump(path).bytes);
         if (layout == Layout::V7 || layout == Layout::Korveline) {
-            return fmt::format("{} is a dump; --force replaces it", name);
+            throw Refused(directory, "{} is a dump; --force replaces it", name);
         }
     }
-    return {};
 }
 
 // ----------------------------------------------------------------------------------- many cuts --
@@ -158,7 +158,7 @@ Json noteOf(const TakenDump& taken, const std::string& source, const CutResult& 
                  {"crc32", result.crc},
                  {"layout", layoutName(result.layout)},
                  {"maskedPixels", result.maskedPixels}};
-    for (const StackFile& file : filesOf(taken)) {
+    for (const StackFile& file : taken.files) {
         note["files"][file.name] = file.bytes.size();
     }
     return note;
@@ -181,39 +181,32 @@ bool holdsWholeCut(const fs::path& folder, const Json& found, const Json& note) 
            });
 }
 
-std::string whyNotFolder(const std::string& folder, const Json& found, const Json& note,
-                         std::span<const FileIdentity> reads, bool force) {
-    const fs::file_type type = typeOf(folder);
+void checkFolder(const CutResult& result, const FolderCut& cut, const Json& found, const Json& note,
+                 bool force) {
+    const fs::file_type type = typeOf(result.folder);
     if (type == fs::file_type::not_found || type == fs::file_type::none) {
-        return {};
+        return;
     }
+    const std::string folder = escapePath(result.folder);
     std::error_code error;
-    const fs::directory_iterator entries(folder, error);
+    const fs::directory_iterator entries(result.folder, error);
     if (type != fs::file_type::directory || error) {
-        return fmt::format("{} exists and is no folder; it is left alone", escapePath(folder));
+        throw Refused(result.dump, "{} exists and is no folder; it is left alone", folder);
     }
-    bool empty = true;
     for (const fs::directory_entry& entry : entries) {
-        empty = false;
         const std::string name = entry.path().filename().string();
-        const auto holds = [&](const char* what) {
-            return fmt::format("{} holds {}, which {}; it is left alone", escapePath(folder),
-                               escapePath(name), what);
-        };
-        if (typeOf(entry.path()) != fs::file_type::regular || !isFileOfCut(name)) {
-            return holds("no cut makes");
-        }
+        const bool own = typeOf(entry.path()) == fs::file_type::regular && isFileOfCut(name);
         const auto identity = identityOf(entry.path().string());
-        if (std::find(reads.begin(), reads.end(), identity) != reads.end()) {
-            return holds("is also an input");
+        if (!own || std::find(cut.reads.begin(), cut.reads.end(), identity) != cut.reads.end()) {
+            throw Refused(result.dump, "{} holds {}, which {}; it is left alone", folder,
+                          escapePath(name), own ? "is also an input" : "no cut makes");
         }
     }
-    if (empty || force || agree(found, note, {"source"}) ||
-        agree(found, note, {"bytes", "crc32"})) {
-        return {};
+    if (!force && !fs::is_empty(result.folder) && !agree(found, note, {"source"}) &&
+        !agree(found, note, {"bytes", "crc32"})) {
+        throw Refused(result.dump, "{} holds the cut of {}; --force replaces it", folder,
+                      found.empty() ? "an unknown dump" : escapePath(found.value("source", "")));
     }
-    return fmt::format("{} holds the cut of {}; --force replaces it", escapePath(folder),
-                       found.empty() ? "an unknown dump" : escapePath(found.value("source", "")));
 }
 
 }  // namespace
@@ -223,7 +216,7 @@ std::string whyNotFolder(const std::string& folder, const Json& found, const Jso
 void cutInto(const TakenDump& taken, const std::string& directory, bool force, CutResult& result) {
     result.folder = directory;
     refuseFor(directory, whyNoOutput(directory));
-    refuseFor(directory, whyNotInto(directory, result.dump, force));
+    checkFilesIn(directory, result.dump, force);
     TemporaryFolder temporary(result.dump, directory, 0);
     writeStackFiles(taken, temporary.path(), result);
     if (InterruptGuard::interrupted()) {
@@ -242,7 +235,7 @@ void cutToFolder(const TakenDump& taken, const FolderCut& cut, const CutOptions&
         result.maskedPixels = found["maskedPixels"];
         return;
     }
-    refuseFor(result.dump, whyNotFolder(result.folder, found, note, cut.reads, options.force));
+    checkFolder(result, cut, found, note, options.force);
     TemporaryFolder temporary(result.dump, options.out, cut.number);
     writeStackFiles(taken, temporary.path(), result);
     note["maskedPixels"] = result.maskedPixels;

@@ -32,6 +32,19 @@ std::string differenceOf(ByteView wanted, const Dump& found) {
     return text;
 }
 
+std::vector<StackFile> filesOf(const Diagnosis& found) {
+    const std::size_t area = found.signatureAreaSize;
+    const auto* lens = reinterpret_cast<const std::uint8_t*>(found.record->lensParameters);
+    std::vector<StackFile> files = {
+        {CALCUT_CALIBRATION_FILE, found.payload.first(found.payload.size() - area)},
+        {CALCUT_LENS_FILE, {lens, VANTRIC_LENS_PARAMETERS * sizeof(float)}}};
+    if (area > 0) {
+        files.push_back({CALCUT_SIGNATURE_FILE,
+                         found.payload.last(area).subspan(1, found.signatureLength.value_or(0))});
+    }
+    return files;
+}
+
 template <class Cutter>
 bool writeWith(const std::string& directory, const TakenDump& taken, std::uint16_t& maskedPixels) {
     const ByteView payload = taken.diagnosis.payload;
@@ -54,7 +67,7 @@ const char* outcomeName(Outcome outcome) {
 
 TakenDump takeDump(const std::string& path, const CutOptions& options, CutResult& result) {
     result.dump = path;
-    TakenDump taken{loadDump(path, options.maxSize), {}};
+    TakenDump taken{loadDump(path, options.maxSize), {}, {}};
     refuseFor(path, taken.dump.error);
     const std::vector<std::uint8_t>& bytes = taken.dump.bytes;
     result.size = bytes.size();
@@ -66,26 +79,13 @@ TakenDump takeDump(const std::string& path, const CutOptions& options, CutResult
     if (result.fault) {
         throw Refused(path, describe(*result.fault));
     }
+    taken.files = filesOf(taken.diagnosis);
     const VantricCalibration& record = *taken.diagnosis.record;
     result.texts = {record.text0, record.text1, record.text2};
     const std::size_t idSize = std::min<std::size_t>(record.idBytesSize, VANTRIC_ID_BYTES);
     result.idBytes.assign(record.idBytes, record.idBytes + idSize);
     std::copy_n(record.lensParameters, result.lens.size(), result.lens.begin());
     return taken;
-}
-
-std::vector<StackFile> filesOf(const TakenDump& taken) {
-    const Diagnosis& found = taken.diagnosis;
-    const std::size_t area = found.signatureAreaSize;
-    const auto* lens = reinterpret_cast<const std::uint8_t*>(found.record->lensParameters);
-    std::vector<StackFile> files = {
-        {CALCUT_CALIBRATION_FILE, found.payload.first(found.payload.size() - area)},
-        {CALCUT_LENS_FILE, {lens, VANTRIC_LENS_PARAMETERS * sizeof(float)}}};
-    if (area > 0) {
-        files.push_back({CALCUT_SIGNATURE_FILE,
-                         found.payload.last(area).subspan(1, found.signatureLength.value_or(0))});
-    }
-    return files;
 }
 
 std::vector<Refused> differences(const std::vector<StackFile>& files,
@@ -115,7 +115,7 @@ void writeStackFiles(const TakenDump& taken, const std::string& directory, CutRe
             ? writeWith<EEPROMv7Cutter>(directory, taken, result.maskedPixels)
             : writeWith<EEPROMKorvelineCutter>(directory, taken, result.maskedPixels);
     // The library does not report a disk that fills up; the files do.
-    const std::vector<Refused> wrong = differences(filesOf(taken), directory);
+    const std::vector<Refused> wrong = differences(taken.files, directory);
     if (!wrong.empty()) {
         throw Refused(result.dump, "cannot write {} of {}: it {} (is the disk full?)",
                       fs::path(wrong.front().subject()).filename().string(),

@@ -54,22 +54,22 @@ struct CutResult {
     [[nodiscard]] bool loaded() const { return !crc.empty(); }
 };
 
+/// A file as it has to be.
+struct StackFile {
+    const char* name;
+    ByteView bytes;
+};
+
 /// A dump in memory that can be cut.
 struct TakenDump {
     Dump dump;
-    Diagnosis diagnosis;  ///< its views point into dump
+    Diagnosis diagnosis;           ///< its views point into dump
+    std::vector<StackFile> files;  ///< of dump or of the record
 };
 
 /// Loads a dump and looks at it, and stores what was found out in result. Throws Refused when it
 /// cannot be cut; result has the fault when there is one.
 TakenDump takeDump(const std::string& path, const CutOptions& options, CutResult& result);
-
-/// A file as it has to be.
-struct StackFile {
-    const char* name;
-    ByteView bytes;  ///< of the dump or the record
-};
-std::vector<StackFile> filesOf(const TakenDump& taken);
 
 /// How a directory differs from what it should hold: paths, and "differs at byte 17 (0x11)", "is
 /// missing", ... Compares the files of a cut byte for byte; files that have nothing to do with a
