@@ -97,15 +97,10 @@ int verify(const CutOptions& options) {
 class Batch {
   public:
     explicit Batch(const CutOptions& options)
-        : options_(options),
-          inputs_(gatherInputs(options)),
-          results_(inputs_.size()),
-          progress_(inputs_.size()) {
-        for (std::size_t i = 0; i < results_.size(); ++i) {
-            results_[i].dump = inputs_[i].dump;
-            results_[i].folder = options.out + "/" + inputs_[i].folder;
-            results_[i].reason = "interrupted";
-            if (const auto identity = identityOf(inputs_[i].dump)) {
+        : options_(options), results_(gatherInputs(options)), progress_(results_.size()) {
+        for (CutResult& result : results_) {
+            result.reason = "interrupted";
+            if (const auto identity = identityOf(result.dump)) {
                 reads_.push_back(*identity);
             }
         }
@@ -115,7 +110,7 @@ class Batch {
     void prepare() {
         if (!options_.report.empty()) {
             std::vector<std::string> read = {options_.filesFrom};
-            std::ranges::transform(inputs_, std::back_inserter(read), &Input::dump);
+            std::ranges::transform(results_, std::back_inserter(read), &CutResult::dump);
             refuseFor(options_.report, whyNotWritable(options_.report, read));
         }
         // Only the last step of the path: a mistyped parent is still an error.
@@ -182,12 +177,10 @@ class Batch {
     }
 
     void cut(std::size_t i, CutResult& result) {
-        const std::string& source = inputs_[i].source;
         try {
-            const TakenDump taken = takeDump(inputs_[i].dump, options_, result);
-            cutToFolder(taken, {source, reads_, i}, options_, result);
+            cutToFolder(takeDump(result.dump, options_, result), reads_, i, options_, result);
         } catch (const Refused& refused) {
-            result.earlierCut = noteIn(result.folder).value("source", "") == source;
+            result.earlierCut = noteIn(result.folder).value("source", "") == result.source;
             throw Refused("",
                           refused.what() + (result.earlierCut ? earlierCutIn(result.folder) : ""));
         }
@@ -220,7 +213,6 @@ class Batch {
     }
 
     const CutOptions& options_;
-    std::vector<Input> inputs_;
     std::vector<FileIdentity> reads_;
     std::vector<CutResult> results_;
     std::atomic<std::size_t> next_ = 0;

@@ -150,10 +150,10 @@ void checkFilesIn(const std::string& directory, const std::string& dump, bool fo
 
 // ----------------------------------------------------------------------------------- many cuts --
 
-Json noteOf(const TakenDump& taken, const std::string& source, const CutResult& result) {
+Json noteOf(const TakenDump& taken, const CutResult& result) {
     Json note = {{"schema", cutSchema},
                  {"calcut", CALCUT_VERSION},
-                 {"source", source},
+                 {"source", result.source},
                  {"bytes", result.size},
                  {"crc32", result.crc},
                  {"layout", layoutName(result.layout)},
@@ -181,8 +181,8 @@ bool holdsWholeCut(const fs::path& folder, const Json& found, const Json& note) 
            });
 }
 
-void checkFolder(const CutResult& result, const FolderCut& cut, const Json& found, const Json& note,
-                 bool force) {
+void checkFolder(const CutResult& result, std::span<const FileIdentity> reads, const Json& found,
+                 const Json& note, bool force) {
     const fs::file_type type = typeOf(result.folder);
     if (type == fs::file_type::not_found || type == fs::file_type::none) {
         return;
@@ -197,7 +197,7 @@ void checkFolder(const CutResult& result, const FolderCut& cut, const Json& foun
         const std::string name = entry.path().filename().string();
         const bool own = typeOf(entry.path()) == fs::file_type::regular && isFileOfCut(name);
         const auto identity = identityOf(entry.path().string());
-        if (!own || std::find(cut.reads.begin(), cut.reads.end(), identity) != cut.reads.end()) {
+        if (!own || std::find(reads.begin(), reads.end(), identity) != reads.end()) {
             throw Refused(result.dump, "{} holds {}, which {}; it is left alone", folder,
                           escapePath(name), own ? "is also an input" : "no cut makes");
         }
@@ -226,17 +226,17 @@ void cutInto(const TakenDump& taken, const std::string& directory, bool force, C
     result.outcome = Outcome::Cut;
 }
 
-void cutToFolder(const TakenDump& taken, const FolderCut& cut, const CutOptions& options,
-                 CutResult& result) {
-    Json note = noteOf(taken, cut.source, result);
+void cutToFolder(const TakenDump& taken, std::span<const FileIdentity> reads, std::size_t number,
+                 const CutOptions& options, CutResult& result) {
+    Json note = noteOf(taken, result);
     const Json found = noteIn(result.folder);
     if (options.resume && holdsWholeCut(result.folder, found, note)) {
         result.outcome = Outcome::Kept;
         result.maskedPixels = found["maskedPixels"];
         return;
     }
-    checkFolder(result, cut, found, note, options.force);
-    TemporaryFolder temporary(result.dump, options.out, cut.number);
+    checkFolder(result, reads, found, note, options.force);
+    TemporaryFolder temporary(result.dump, options.out, number);
     writeStackFiles(taken, temporary.path(), result);
     note["maskedPixels"] = result.maskedPixels;
     // File names need not be UTF-8, JSON has to be.

@@ -21,19 +21,13 @@ inline constexpr int cutSchema = 2;
 /// Refused with the path that it is about: the directory or the dump.
 void cutInto(const TakenDump& taken, const std::string& directory, bool force, CutResult& result);
 
-/// One of many dumps.
-struct FolderCut {
-    std::string source;                   ///< absolute path of the dump
-    std::span<const FileIdentity> reads;  ///< of all dumps
-    std::size_t number;                   ///< tells apart those of one process
-};
-
 /// Gives the files of a taken dump, with a note whose they are, to its own folder, result.folder,
 /// in one step where the file system can. What is there must be empty or an earlier cut of the same
 /// dump (forced: of any), with nothing else in it and no dump; a whole cut of that very dump is
-/// kept when resuming. Throws Refused, and leaves the folder as it was.
-void cutToFolder(const TakenDump& taken, const FolderCut& cut, const CutOptions& options,
-                 CutResult& result);
+/// kept when resuming. reads are all dumps; number tells apart those of one process. Throws
+/// Refused, and leaves the folder as it was.
+void cutToFolder(const TakenDump& taken, std::span<const FileIdentity> reads, std::size_t number,
+                 const CutOptions& options, CutResult& result);
 
 /// The note in a folder, cut.json, with a source at least; an empty object when there is none.
 Json noteIn(const std::string& folder);

@@ -92,10 +92,10 @@ std::string earlierName(const std::string& source, const std::string& out) {
     return {};
 }
 
-void nameFolders(std::vector<Input>& inputs, const std::string& out) {
+void nameFolders(std::vector<CutResult>& inputs, const std::string& out) {
     std::set<std::string> taken;
-    std::vector<std::pair<Input*, std::size_t>> unnamed;  // with their levels
-    for (Input& input : inputs) {
+    std::vector<std::pair<CutResult*, std::size_t>> unnamed;  // with their levels
+    for (CutResult& input : inputs) {
         input.folder = earlierName(input.source, out);
         if (!input.folder.empty()) {
             taken.insert(input.folder);
@@ -107,7 +107,7 @@ void nameFolders(std::vector<Input>& inputs, const std::string& out) {
     for (bool changed = true; changed;) {
         changed = false;
         std::map<std::string, std::size_t> uses;
-        for (const Input& input : inputs) {
+        for (const CutResult& input : inputs) {
             ++uses[input.folder];
         }
         for (auto& [input, level] : unnamed) {
@@ -127,11 +127,14 @@ void nameFolders(std::vector<Input>& inputs, const std::string& out) {
             input->folder = fmt::format("{}-{}", name, number);
         }
     }
+    for (CutResult& input : inputs) {
+        input.folder = out + "/" + input.folder;
+    }
 }
 
 }  // namespace
 
-std::vector<Input> gatherInputs(const CutOptions& options) {
+std::vector<CutResult> gatherInputs(const CutOptions& options) {
     std::vector<std::string> paths = options.paths;
     if (!options.filesFrom.empty()) {
         const Dump list = loadDump(options.filesFrom);
@@ -139,7 +142,7 @@ std::vector<Input> gatherInputs(const CutOptions& options) {
         std::ranges::copy(pathsIn({list.bytes.begin(), list.bytes.end()}),
                           std::back_inserter(paths));
     }
-    std::vector<Input> inputs;
+    std::vector<CutResult> inputs;
     std::unordered_set<std::string> seen;
     for (const std::string& path : paths) {
         if (path == "-") {
@@ -150,7 +153,8 @@ std::vector<Input> gatherInputs(const CutOptions& options) {
         for (const std::string& dump : isFolder ? filesIn(path, options) : std::vector{path}) {
             const std::string source = fs::absolute(dump).lexically_normal().string();
             if (seen.insert(source).second) {
-                inputs.push_back({dump, source, ""});
+                inputs.emplace_back().dump = dump;
+                inputs.back().source = source;
             }
         }
     }

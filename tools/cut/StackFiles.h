@@ -33,6 +33,7 @@ const char* outcomeName(Outcome outcome);
 /// What came of one dump, for people and for the report.
 struct CutResult {
     std::string dump;    ///< path as given
+    std::string source;  ///< its absolute path; only of one among many
     std::string folder;  ///< where its files are, or would have gone
     Outcome outcome = Outcome::NotReached;
     std::string reason;            ///< why it was not cut, one line; empty when it was
