@@ -5,8 +5,9 @@
 
 #include "python/Calibration.h"
 #include "python/Input.h"
-#include "tools/cut/CutInto.h"
+#include "tools/cut/Folder.h"
 #include "tools/inspect/Tree.h"
+#include "tools/terminal/Terminal.h"
 
 namespace calcut::python {
 
@@ -41,23 +42,19 @@ py::object cut(const py::object& dump, const py::object& directory, const std::s
     options.paths = {pathOrRaise(dump), pathOrRaise(directory)};
     options.layout = layoutOf(layout);
     tools::CutResult result;
-    std::string culprit = options.paths[0];
-    std::optional<tools::TakenDump> taken;
-    {
+    tools::TakenDump taken;
+    try {
         const py::gil_scoped_release others;
         taken = tools::takeDump(options.paths[0], options, result);
-        if (taken) {
-            culprit = tools::cutInto(*taken, options.paths[1], force, result);
+        tools::cutInto(taken, options.paths[1], force, result);
+    } catch (const tools::Refused& refused) {
+        if (result.fault) {
+            raiseCalcutError(*result.fault, refused.subject());
         }
-    }
-    if (result.fault) {
-        raiseCalcutError(*result.fault, culprit);
-    }
-    if (!result.good()) {
-        raiseOsError(culprit, result.reason);
+        raiseOsError(refused.subject(), refused.what());
     }
     py::dict files;
-    for (const tools::StackFile& file : tools::filesOf(*taken)) {
+    for (const tools::StackFile& file : taken.files) {
         files[file.name] = file.bytes.size();
     }
     return typeNamed("Cut")(tools::layoutName(result.layout), files, result.maskedPixels,

@@ -1,24 +1,36 @@
 #include "tools/cut/Cut.h"
 
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+#include <sys/stat.h>
+
 #include <algorithm>
-#include <cstdio>
+#include <atomic>
+#include <cerrno>
+#include <filesystem>
+#include <iterator>
+#include <mutex>
+#include <system_error>
+#include <thread>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include "tools/commands.h"
-#include "tools/cut/Batch.h"
-#include "tools/cut/CutInto.h"
 #include "tools/cut/Folder.h"
+#include "tools/cut/Inputs.h"
 #include "tools/cut/Report.h"
 #include "tools/cut/StackFiles.h"
 #include "tools/terminal/Escape.h"
-#include "tools/terminal/Interrupt.h"
 #include "tools/terminal/OutputFile.h"
 #include "tools/terminal/Terminal.h"
 
 namespace calcut::tools {
 
 namespace {
+
+namespace fs = std::filesystem;
 
 int statusOf(const CutResult& result, const CutOptions& options) {
     for (const Finding& warning : result.warnings) {
@@ -28,16 +40,12 @@ int statusOf(const CutResult& result, const CutOptions& options) {
 }
 
 void printResult(const TakenDump& taken, const CutResult& result) {
-    const std::vector<StackFile> files = filesOf(taken);
-    std::size_t width = 0;
-    for (const StackFile& file : files) {
-        width = std::max(width, std::string_view(file.name).size());
-    }
     std::string text =
         fmt::format("{}: {} dump\n", escapePath(result.dump), layoutName(result.layout));
-    for (const StackFile& file : files) {
+    for (const StackFile& file : taken.files) {
+        // As wide as the longest of these names.
         text += fmt::format("wrote {}/{:<{}}  {:>7} bytes\n", escapePath(result.folder), file.name,
-                            width, file.bytes.size());
+                            taken.files.size() == 3 ? 13 : 12, file.bytes.size());
     }
     text += fmt::format("masked pixels: {}\nlens parameters:\n", result.maskedPixels);
     for (std::size_t i = 0; i < lensNames.size(); ++i) {
@@ -47,53 +55,191 @@ void printResult(const TakenDump& taken, const CutResult& result) {
 }
 
 int cutOne(const CutOptions& options) {
-    const std::string& dump = options.paths[0];
     const std::string& directory = options.paths[1];
     CutResult result;
-    result.folder = directory.substr(0, directory.find_last_not_of('/') + 1);
-    const std::optional<TakenDump> taken = takeDump(dump, options, result);
-    if (!taken) {
-        printError(dump, result.reason + (holdsAnyCut(directory) ? "; an earlier cut is still in " +
-                                                                       escapePath(directory)
-                                                                 : std::string()));
-        return exitFailed;
+    TakenDump taken;
+    try {
+        taken = takeDump(options.paths[0], options, result);
+    } catch (const Refused& refused) {
+        throw Refused(refused.subject(),
+                      refused.what() + (holdsAnyCut(directory) ? earlierCutIn(directory) : ""));
     }
-    const std::string signature = directory + "/" + signatureFile;
-    const bool leftover = identityOf(signature) && filesOf(*taken).size() < stackFiles.size();
+    const std::string signature = (fs::path(directory) / CALCUT_SIGNATURE_FILE).string();
+    const bool leftover = identityOf(signature) && taken.files.size() < stackFiles.size();
     const InterruptGuard guard;
-    const std::string culprit = cutInto(*taken, directory, options.force, result);
-    if (!result.good()) {
-        printError(culprit, result.reason);
-        return exitFailed;
-    }
+    cutInto(taken, directory, options.force, result);
     if (leftover) {
         printWarning(signature,
                      "was left from an earlier cut and is removed: this dump has no "
                      "signature");
     }
-    printResult(*taken, result);
+    printResult(taken, result);
     return statusOf(result, options);
 }
 
 int verify(const CutOptions& options) {
-    const std::string& dump = options.paths[0];
     CutResult result;
-    const std::optional<TakenDump> taken = takeDump(dump, options, result);
-    if (!taken) {
-        printError(dump, result.reason);
-        return exitFailed;
-    }
-    const std::vector<StackFile> files = filesOf(*taken);
-    const std::vector<Difference> wrong = differences(files, options.verify);
-    for (const Difference& difference : wrong) {
-        printError(options.verify + "/" + difference.file, difference.what);
+    const TakenDump taken = takeDump(options.paths[0], options, result);
+    const std::vector<Refused> wrong = differences(taken.files, options.verify);
+    for (const Refused& difference : wrong) {
+        printError(difference.subject(), difference.what());
     }
     if (!wrong.empty()) {
         return exitFailed;
     }
     print(fmt::format("{}: the cut of {}, {} files equal\n", escapePath(options.verify),
-                      escapePath(dump), files.size()));
+                      escapePath(result.dump), taken.files.size()));
     return statusOf(result, options);
+}
+
+// ----------------------------------------------------------------------------------- many cuts --
+
+class Batch {
+  public:
+    explicit Batch(const CutOptions& options)
+        : options_(options), results_(gatherInputs(options)), progress_(results_.size()) {
+        for (CutResult& result : results_) {
+            result.reason = "interrupted";
+            if (const auto identity = identityOf(result.dump)) {
+                reads_.push_back(*identity);
+            }
+        }
+    }
+
+    /// Throws Refused where nothing can come of the whole.
+    void prepare() {
+        if (!options_.report.empty()) {
+            std::vector<std::string> read = {options_.filesFrom};
+            std::ranges::transform(results_, std::back_inserter(read), &CutResult::dump);
+            refuseFor(options_.report, whyNotWritable(options_.report, read));
+        }
+        // Only the last step of the path: a mistyped parent is still an error.
+        constexpr mode_t everyone = 0777;
+        refuseFor(options_.out, mkdir(options_.out.c_str(), everyone) != 0 && errno != EEXIST
+                                    ? errnoText(errno)
+                                    : whyNoOutput(options_.out));
+        if (!options_.report.empty()) {
+            report_.open(options_.report);
+        }
+    }
+
+    void run() {
+        const std::size_t processors = std::max(1U, std::thread::hardware_concurrency());
+        const std::size_t wanted = options_.jobs != 0 ? options_.jobs : processors;
+        std::vector<std::jthread> others;
+        try {
+            while (others.size() + 1 < std::min(wanted, results_.size())) {
+                others.emplace_back([this] { work(); });
+            }
+        } catch (const std::system_error&) {
+            // Fewer threads do the same work.
+        }
+        work();
+    }
+
+    /// Prints what came of it all. Returns the exit status.
+    int finish() {
+        // What an interrupt left over, which includes gaps behind slow dumps.
+        progress_.clear();
+        report(results_.size());
+        print(summary(results_, progress_.seconds(), terminalWidth(stdout)));
+        const bool written = report_.close();
+        const auto failed = std::ranges::count(results_, false, &CutResult::good);
+        const bool warned = std::ranges::any_of(
+            results_, [](const CutResult& result) { return !result.warnings.empty(); });
+        if (failed > 0) {
+            (void)std::fflush(stdout);
+            printError("", fmt::format("{} of {} dumps {} not cut{}", failed, results_.size(),
+                                       failed == 1 ? "was" : "were",
+                                       InterruptGuard::interrupted() ? " (interrupted)" : ""));
+        }
+        const bool good = failed == 0 && written && !(warned && options_.strict);
+        return good ? exitOk : exitFailed;
+    }
+
+  private:
+    void work() {
+        for (std::size_t i = next_++; i < results_.size() && !InterruptGuard::interrupted();
+             i = next_++) {
+            CutResult result = results_[i];
+            result.reason.clear();
+            try {
+                cut(i, result);
+            } catch (const std::exception& error) {
+                result.outcome = Outcome::Failed;
+                result.reason = reasonOf(error);
+            }
+            // An interrupted wait for a pipe's next bytes says nothing of the dump.
+            if (result.loaded() || !InterruptGuard::interrupted()) {
+                done(i, std::move(result));
+            }
+        }
+    }
+
+    void cut(std::size_t i, CutResult& result) {
+        try {
+            cutToFolder(takeDump(result.dump, options_, result), reads_, i, options_, result);
+        } catch (const Refused& refused) {
+            result.earlierCut = noteIn(result.folder).value("source", "") == result.source;
+            throw Refused("",
+                          refused.what() + (result.earlierCut ? earlierCutIn(result.folder) : ""));
+        }
+    }
+
+    void done(std::size_t i, CutResult result) {
+        const std::lock_guard lock(mutex_);
+        results_[i] = std::move(result);
+        std::size_t end = reported_;
+        while (end < results_.size() && results_[end].outcome != Outcome::NotReached) {
+            ++end;
+        }
+        report(end);
+        if (terminal().verbosity == Verbosity::Verbose) {
+            progress_.clear();
+            printNote(results_[i].dump,
+                      results_[i].good()
+                          ? fmt::format("{}, in {}", outcomeName(results_[i].outcome),
+                                        escapePath(results_[i].folder))
+                          : results_[i].reason);
+        }
+        progress_.step();
+    }
+
+    void report(std::size_t end) {
+        if (end > reported_) {
+            report_.add(std::span(results_).subspan(reported_, end - reported_));
+            reported_ = end;
+        }
+    }
+
+    const CutOptions& options_;
+    std::vector<FileIdentity> reads_;
+    std::vector<CutResult> results_;
+    std::atomic<std::size_t> next_ = 0;
+
+    std::mutex mutex_;          ///< of all below
+    std::size_t reported_ = 0;  ///< rows before this one are in the report
+    Report report_;
+    Progress progress_;
+};
+
+void keepMemory() {
+#ifdef __GLIBC__
+    // Every dump takes and returns the same megabytes; giving them back to the system in between
+    // would cost more than the work itself.
+    constexpr int keptBytes = 32 << 20;
+    mallopt(M_MMAP_THRESHOLD, keptBytes);
+    mallopt(M_TRIM_THRESHOLD, keptBytes);
+#endif
+}
+
+int cutMany(const CutOptions& options) {
+    Batch batch(options);
+    batch.prepare();
+    keepMemory();
+    const InterruptGuard guard;
+    batch.run();
+    return batch.finish();
 }
 
 }  // namespace
@@ -115,7 +261,17 @@ std::string usageFault(const CutOptions& options) {
                : "the file of --report must end in .csv or .json";
 }
 
-int runCut(const CutOptions& options) {
+int runCut(CutOptions options) {
+    // So that a name behind them makes one slash.
+    std::vector<std::string*> folders = {&options.out, &options.verify};
+    if (options.paths.size() == 2) {
+        folders.push_back(&options.paths[1]);
+    }
+    for (std::string* folder : folders) {
+        while (folder->size() > 1 && folder->ends_with('/')) {
+            folder->pop_back();
+        }
+    }
     if (!options.verify.empty()) {
         return verify(options);
     }

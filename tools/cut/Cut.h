@@ -33,6 +33,6 @@ struct CutOptions {
 std::string usageFault(const CutOptions& options);
 
 /// Cuts, or compares. Returns the exit status.
-int runCut(const CutOptions& options);
+int runCut(CutOptions options);
 
 }  // namespace calcut::tools

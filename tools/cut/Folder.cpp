@@ -1,265 +1,281 @@
 #include "tools/cut/Folder.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
-#include <memory>
+#include <filesystem>
 #include <system_error>
 #include <utility>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include "tools/terminal/Escape.h"
+#include "tools/terminal/OutputFile.h"
+#include "tools/terminal/Terminal.h"
 
 namespace calcut::tools {
 
 namespace {
 
-constexpr const char* earlierPrefix = "earlier-";
+namespace fs = std::filesystem;
 
-std::string errnoText() {
-    return std::generic_category().message(errno);
-}
+constexpr const char* noteFile = "cut.json";
 
-std::string inside(const std::string& directory, const std::string& name) {
-    return directory + "/" + name;
-}
-
-bool isMissing(const std::string& path) {
-    struct stat status {};
-    return lstat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR);
-}
-
-struct DirectoryCloser {
-    void operator()(DIR* directory) const { (void)closedir(directory); }
-};
-
-// Names of what a directory holds; nothing when it cannot be read.
-std::optional<std::vector<std::string>> entriesOf(const std::string& directory) {
-    const std::unique_ptr<DIR, DirectoryCloser> opened(opendir(directory.c_str()));
-    if (!opened) {
-        return std::nullopt;
-    }
-    std::vector<std::string> names;
-    // The stream is this call's own.
-    while (const dirent* entry = readdir(opened.get())) {  // NOLINT(concurrency-mt-unsafe)
-        const std::string name = entry->d_name;
-        if (name != "." && name != "..") {
-            names.push_back(name);
-        }
-    }
-    return names;
-}
-
-void removeFolder(const std::string& folder) {
-    for (const std::string& name : entriesOf(folder).value_or(std::vector<std::string>())) {
-        unlink(inside(folder, name).c_str());
-    }
-    rmdir(folder.c_str());
-}
-
-bool isInput(const struct stat& status, const std::vector<FileIdentity>& inputs) {
-    return std::find(inputs.begin(), inputs.end(), FileIdentity{status.st_dev, status.st_ino}) !=
-           inputs.end();
+fs::file_type typeOf(const fs::path& path) {
+    std::error_code ignored;
+    return fs::symlink_status(path, ignored).type();
 }
 
 bool isFileOfCut(const std::string& name) {
-    return name == ownerFile ||
-           std::find(stackFiles.begin(), stackFiles.end(), name) != stackFiles.end();
+    return name == noteFile || std::ranges::count(stackFiles, name) > 0;
 }
 
-bool isSameDump(const Owner& one, const Owner& other) {
-    return one.size == other.size && one.crc == other.crc;
-}
-
-// Moves files one by one, and back when one of them fails.
-class Moves {
-  public:
-    bool move(const std::string& from, const std::string& to) {
-        if (std::rename(from.c_str(), to.c_str()) != 0) {
-            return false;
-        }
-        done_.emplace_back(from, to);
-        return true;
+// No folders in it: what is removed here holds files of cuts.
+void removeFolder(const fs::path& folder) {
+    std::error_code ignored;
+    for (fs::directory_iterator entry(folder, ignored); entry != fs::directory_iterator();
+         entry.increment(ignored)) {
+        std::error_code left;
+        fs::remove(entry->path(), left);
     }
-    bool undo() {
-        bool good = true;
-        for (auto step = done_.rbegin(); step != done_.rend(); ++step) {
-            good = std::rename(step->second.c_str(), step->first.c_str()) == 0 && good;
+    fs::remove(folder, ignored);
+}
+
+// A new hidden folder that goes away, with the files in it, with the object.
+class TemporaryFolder {
+  public:
+    TemporaryFolder(const std::string& dump, const std::string& parent, std::size_t number)
+        : dump_(dump), path_(fmt::format("{}/.calcut-{}-{}", parent, getpid(), number)) {
+        constexpr mode_t everyone = 0777;
+        if (mkdir(path_.c_str(), everyone) != 0) {
+            throw Refused(dump, "cannot write into {}: {}", escapePath(parent), errnoText(errno));
         }
-        return good;
+    }
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+    ~TemporaryFolder() {
+        if (!kept_) {
+            removeFolder(path_);
+        }
+    }
+
+    [[nodiscard]] const std::string& path() const { return path_; }
+
+    // Earlier files leave the directory before the first new one comes; all come back when
+    // something fails. What is moved, and that it was, is on the disk before earlier files go.
+    void moveFilesInto(const std::string& directory) {
+        std::vector<std::pair<fs::path, fs::path>> moves;
+        for (const std::string name : stackFiles) {
+            moves.emplace_back(fs::path(directory) / name, path_ + "/earlier-" + name);
+        }
+        for (const char* name : stackFiles) {
+            moves.emplace_back(fs::path(path_) / name, fs::path(directory) / name);
+            const int error = syncToDisk(moves.back().first.string());
+            if (error != 0 && error != ENOENT) {
+                throw Refused(dump_, "cannot write {}: {}", name, errnoText(error));
+            }
+        }
+        std::erase_if(
+            moves, [](const auto& move) { return typeOf(move.first) == fs::file_type::not_found; });
+        std::size_t done = 0;
+        std::error_code error;
+        while (done < moves.size() && !error) {
+            fs::rename(moves[done].first, moves[done].second, error);
+            done += error ? 0 : 1;
+        }
+        if (!error) {
+            (void)syncToDisk(directory);
+            return;
+        }
+        const auto failed = moves.begin() + static_cast<std::ptrdiff_t>(done);
+        while (done-- > 0) {
+            std::error_code lost;
+            fs::rename(moves[done].second, moves[done].first, lost);
+            kept_ = kept_ || lost;
+        }
+        throw Refused(dump_, "cannot move {}: {}{}", escapePath(failed->first.string()),
+                      error.message(),
+                      kept_ ? "; the earlier files are in " + escapePath(path_) : "");
+    }
+
+    // Takes that name; what was there takes this one, and goes away with it.
+    void replace(const std::string& folder) {
+        const char* from = path_.c_str();
+        const char* to = folder.c_str();
+        if (std::rename(from, to) == 0 ||
+            renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_EXCHANGE) == 0) {
+            return;
+        }
+        const std::string aside = path_ + "-earlier";
+        if (std::rename(to, aside.c_str()) != 0 || std::rename(from, to) != 0) {
+            const std::string reason = errnoText(errno);
+            (void)std::rename(aside.c_str(), to);
+            throw Refused(dump_, "cannot replace {}: {}", escapePath(folder), reason);
+        }
+        removeFolder(aside);
     }
 
   private:
-    std::vector<std::pair<std::string, std::string>> done_;
+    std::string dump_;  ///< what a refusal is about
+    std::string path_;
+    bool kept_ = false;  ///< because it holds what must not be lost
 };
 
-}  // namespace
-
-// ---------------------------------------------------------------------------- temporary folder --
-
-TemporaryFolder::TemporaryFolder(const std::string& parent, std::size_t number)
-    : path_(fmt::format("{}/.calcut-{}-{}", parent, getpid(), number)) {
-    constexpr mode_t everyone = 0777;
-    if (mkdir(path_.c_str(), everyone) != 0) {
-        error_ = fmt::format("cannot write into {}: {}", escapePath(parent), errnoText());
-        kept_ = true;
-    }
-}
-
-TemporaryFolder::~TemporaryFolder() {
-    if (!kept_) {
-        removeFolder(path_);
-    }
-}
-
-// ---------------------------------------------------------------------------------- single cut --
-
-std::string whyNoOutput(const std::string& directory) {
-    struct stat status {};
-    if (stat(directory.c_str(), &status) != 0) {
-        return errnoText();
-    }
-    if (!S_ISDIR(status.st_mode)) {
-        return "is not a directory";
-    }
-    return access(directory.c_str(), W_OK | X_OK) == 0 ? std::string() : errnoText();
-}
-
-std::string whyNotInto(const std::string& directory, const std::vector<FileIdentity>& inputs,
-                       bool force) {
+// None of the files may be the dump, anything but a regular file, or (unless forced) a dump itself.
+void checkFilesIn(const std::string& directory, const std::string& dump, bool force) {
+    const auto input = identityOf(dump);
     for (const char* name : stackFiles) {
-        const std::string path = inside(directory, name);
-        struct stat status {};
-        if (stat(path.c_str(), &status) == 0 && isInput(status, inputs)) {
-            return fmt::format("{} is also an input; it is left alone", name);
+        const std::string path = (fs::path(directory) / name).string();
+        const fs::file_type type = typeOf(path);
+        if (input && identityOf(path) == input) {
+            throw Refused(directory, "{} is also an input; it is left alone", name);
         }
-        if (lstat(path.c_str(), &status) != 0) {
+        if (type == fs::file_type::not_found || type == fs::file_type::none) {
             continue;
         }
-        if (!S_ISREG(status.st_mode)) {
-            return fmt::format("{} is not a regular file; it is left alone", name);
+        if (type != fs::file_type::regular) {
+            throw Refused(directory, "{} is not a regular file; it is left alone", name);
         }
-        if (!force) {
-            const Layout layout = classify(loadDump(path).bytes);
-            if (layout == Layout::V7 || layout == Layout::Korveline) {
-                return fmt::format("{} is a dump; --force replaces it", name);
-            }
+        const Layout layout = force ? Layout::Unknown : classify(loadDump(path).bytes);
+        if (layout == Layout::V7 || layout == Layout::Korveline) {
+            throw Refused(directory, "{} is a dump; --force replaces it", name);
         }
     }
-    return {};
-}
-
-std::string moveFiles(TemporaryFolder& temporary, const std::string& directory) {
-    Moves moves;
-    std::string failed;
-    const auto move = [&](const std::string& from, const std::string& to) {
-        if (failed.empty() && !isMissing(from) && !moves.move(from, to)) {
-            failed = fmt::format("cannot move {}: {}", escapePath(from), errnoText());
-        }
-    };
-    for (const char* name : stackFiles) {
-        move(inside(directory, name), inside(temporary.path(), std::string(earlierPrefix) + name));
-    }
-    for (const char* name : stackFiles) {
-        move(inside(temporary.path(), name), inside(directory, name));
-    }
-    if (!failed.empty() && !moves.undo()) {
-        temporary.keep();
-        failed += fmt::format("; the earlier files are in {}", escapePath(temporary.path()));
-    }
-    return failed;
 }
 
 // ----------------------------------------------------------------------------------- many cuts --
 
-std::string whyNotFolder(const std::string& folder, const Owner& owner,
-                         const std::vector<FileIdentity>& inputs, bool force) {
-    struct stat status {};
-    if (lstat(folder.c_str(), &status) != 0) {
-        return {};
+Json noteOf(const TakenDump& taken, const CutResult& result) {
+    Json note = {{"schema", cutSchema},
+                 {"calcut", CALCUT_VERSION},
+                 {"source", result.source},
+                 {"bytes", result.size},
+                 {"crc32", result.crc},
+                 {"layout", layoutName(result.layout)},
+                 {"maskedPixels", result.maskedPixels}};
+    for (const StackFile& file : taken.files) {
+        note["files"][file.name] = file.bytes.size();
     }
-    const auto names = S_ISDIR(status.st_mode) ? entriesOf(folder) : std::nullopt;
-    if (!names) {
-        return fmt::format("{} exists and is no folder; it is left alone", escapePath(folder));
+    return note;
+}
+
+bool agree(const Json& found, const Json& note, std::initializer_list<const char*> keys) {
+    return std::ranges::all_of(
+        keys, [&](const char* key) { return found.value(key, Json()) == note.at(key); });
+}
+
+bool holdsWholeCut(const fs::path& folder, const Json& found, const Json& note) {
+    const auto files = note.at("files").items();
+    return agree(found, note, {"bytes", "crc32", "layout", "files"}) &&
+           found.value("maskedPixels", Json()).is_number_unsigned() &&
+           std::all_of(files.begin(), files.end(), [&folder](const auto& file) {
+               const fs::path path = folder / file.key();
+               std::error_code ignored;
+               return typeOf(path) == fs::file_type::regular &&
+                      fs::file_size(path, ignored) == file.value();
+           });
+}
+
+void checkFolder(const CutResult& result, std::span<const FileIdentity> reads, const Json& found,
+                 const Json& note, bool force) {
+    const fs::file_type type = typeOf(result.folder);
+    if (type == fs::file_type::not_found || type == fs::file_type::none) {
+        return;
     }
-    for (const std::string& name : *names) {
-        if (lstat(inside(folder, name).c_str(), &status) != 0 || !S_ISREG(status.st_mode) ||
-            !isFileOfCut(name)) {
-            return fmt::format("{} holds {}, which no cut makes; it is left alone",
-                               escapePath(folder), escapePath(name));
+    const std::string folder = escapePath(result.folder);
+    std::error_code error;
+    const fs::directory_iterator entries(result.folder, error);
+    if (type != fs::file_type::directory || error) {
+        throw Refused(result.dump, "{} exists and is no folder; it is left alone", folder);
+    }
+    for (const fs::directory_entry& entry : entries) {
+        const std::string name = entry.path().filename().string();
+        const bool own = typeOf(entry.path()) == fs::file_type::regular && isFileOfCut(name);
+        const auto identity = identityOf(entry.path().string());
+        if (!own || std::find(reads.begin(), reads.end(), identity) != reads.end()) {
+            throw Refused(result.dump, "{} holds {}, which {}; it is left alone", folder,
+                          escapePath(name), own ? "is also an input" : "no cut makes");
         }
-        if (isInput(status, inputs)) {
-            return fmt::format("{} holds {}, which is also an input; it is left alone",
-                               escapePath(folder), escapePath(name));
-        }
     }
-    const std::optional<Owner> found = readOwner(folder);
-    const bool own = found && (found->source == owner.source || isSameDump(*found, owner));
-    if (own || force || names->empty()) {
-        return {};
+    if (!force && !fs::is_empty(result.folder) && !agree(found, note, {"source"}) &&
+        !agree(found, note, {"bytes", "crc32"})) {
+        throw Refused(result.dump, "{} holds the cut of {}; --force replaces it", folder,
+                      found.empty() ? "an unknown dump" : escapePath(found.value("source", "")));
     }
-    return fmt::format("{} holds the cut of {}; --force replaces it", escapePath(folder),
-                       found ? escapePath(found->source) : "an unknown dump");
 }
 
-std::string moveFolder(TemporaryFolder& temporary, const std::string& folder) {
-    const char* from = temporary.path().c_str();
-    const char* to = folder.c_str();
-    // What was there takes the temporary name, and goes away with it.
-    if (std::rename(from, to) == 0 ||
-        renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_EXCHANGE) == 0) {
-        return {};
+}  // namespace
+
+// ---------------------------------------------------------------------------------- single cut --
+
+void cutInto(const TakenDump& taken, const std::string& directory, bool force, CutResult& result) {
+    result.folder = directory;
+    refuseFor(directory, whyNoOutput(directory));
+    checkFilesIn(directory, result.dump, force);
+    TemporaryFolder temporary(result.dump, directory, 0);
+    writeStackFiles(taken, temporary.path(), result);
+    if (InterruptGuard::interrupted()) {
+        throw Refused(result.dump, "interrupted");
     }
-    const std::string aside = temporary.path() + "-earlier";
-    if (std::rename(to, aside.c_str()) != 0 || std::rename(from, to) != 0) {
-        const std::string reason = errnoText();
-        (void)std::rename(aside.c_str(), to);
-        return fmt::format("cannot replace {}: {}", escapePath(folder), reason);
+    temporary.moveFilesInto(directory);
+    result.outcome = Outcome::Cut;
+}
+
+void cutToFolder(const TakenDump& taken, std::span<const FileIdentity> reads, std::size_t number,
+                 const CutOptions& options, CutResult& result) {
+    Json note = noteOf(taken, result);
+    const Json found = noteIn(result.folder);
+    if (options.resume && holdsWholeCut(result.folder, found, note)) {
+        result.outcome = Outcome::Kept;
+        result.maskedPixels = found["maskedPixels"];
+        return;
     }
-    removeFolder(aside);
-    return {};
+    checkFolder(result, reads, found, note, options.force);
+    TemporaryFolder temporary(result.dump, options.out, number);
+    writeStackFiles(taken, temporary.path(), result);
+    note["maskedPixels"] = result.maskedPixels;
+    // File names need not be UTF-8, JSON has to be.
+    const std::string text = note.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+    if (const int error = writeInto(temporary.path() + "/" + noteFile, O_CREAT | O_EXCL, text)) {
+        throw Refused(result.dump, "cannot write {}: {}", noteFile, errnoText(error));
+    }
+    temporary.replace(result.folder);
+    result.outcome = Outcome::Cut;
 }
 
-std::optional<Owner> readOwner(const std::string& folder) {
-    const std::vector<std::uint8_t> bytes = loadDump(inside(folder, ownerFile)).bytes;
-    return bytes.empty() ? std::nullopt : ownerFromJson({bytes.begin(), bytes.end()});
+Json noteIn(const std::string& folder) {
+    Json note = Json::parse(loadDump(folder + "/" + noteFile).bytes, nullptr, false);
+    if (!note.is_object() || !note.value("source", Json()).is_string()) {
+        note = Json::object();
+    }
+    return note;
 }
 
-std::string writeOwner(const std::string& folder, const Owner& owner) {
-    const std::string text = toJson(owner);
-    const std::string path = inside(folder, ownerFile);
-    std::FILE* file = std::fopen(path.c_str(), "wbe");
-    bool good = file != nullptr && std::fwrite(text.data(), 1, text.size(), file) == text.size();
-    good = file != nullptr && std::fclose(file) == 0 && good;
-    return good ? std::string() : fmt::format("cannot write {}: {}", ownerFile, errnoText());
-}
-
-bool holdsWholeCut(const std::string& folder, const Owner& earlier, const Owner& dump) {
-    const auto whole = [&folder](const Owner::File& file) {
-        struct stat status {};
-        return lstat(inside(folder, file.name).c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
-               static_cast<std::uint64_t>(status.st_size) == file.size;
-    };
-    return isSameDump(earlier, dump) && earlier.layout == dump.layout &&
-           std::equal(earlier.files.begin(), earlier.files.end(), dump.files.begin(),
-                      dump.files.end(),
-                      [](const Owner::File& one, const Owner::File& other) {
-                          return one.name == other.name && one.size == other.size;
-                      }) &&
-           std::all_of(earlier.files.begin(), earlier.files.end(), whole);
+std::string whyNoOutput(const std::string& directory) {
+    std::error_code error;
+    const bool isFolder = fs::is_directory(directory, error);
+    if (error) {
+        return error.message();
+    }
+    if (!isFolder) {
+        return "is not a directory";
+    }
+    return access(directory.c_str(), W_OK | X_OK) == 0 ? std::string() : errnoText(errno);
 }
 
 bool holdsAnyCut(const std::string& directory) {
-    return std::any_of(stackFiles.begin(), stackFiles.end(),
-                       [&](const char* name) { return !isMissing(inside(directory, name)); });
+    return std::ranges::any_of(stackFiles, [&](const char* name) {
+        return typeOf(fs::path(directory) / name) != fs::file_type::not_found;
+    });
+}
+
+std::string earlierCutIn(const std::string& folder) {
+    return "; an earlier cut is still in " + escapePath(folder);
 }
 
 }  // namespace calcut::tools

@@ -6,12 +6,15 @@
 #include <filesystem>
 #include <map>
 #include <set>
+#include <sstream>
 #include <system_error>
 #include <unordered_set>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include "tools/cut/Folder.h"
+#include "tools/terminal/Terminal.h"
 
 namespace calcut::tools {
 
@@ -19,9 +22,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Files of a folder; false when it cannot be read.
-bool addFolder(const std::string& folder, const CutOptions& options,
-               std::vector<std::string>& dumps, std::string& reason) {
+std::vector<std::string> filesIn(const std::string& folder, const CutOptions& options) {
     std::error_code error;
     std::vector<std::string> found;
     fs::recursive_directory_iterator entry(folder, error);
@@ -38,174 +39,126 @@ bool addFolder(const std::string& folder, const CutOptions& options,
             found.push_back(entry->path().string());
         }
     }
-    std::sort(found.begin(), found.end());
-    dumps.insert(dumps.end(), found.begin(), found.end());
-    reason = error                                  ? error.message()
-             : found.empty() && options.glob != "*" ? "holds no file named " + options.glob
-             : found.empty()                        ? "holds no files"
-                                                    : "";
-    return reason.empty();
+    refuseFor(folder, error ? error.message() : std::string());
+    if (found.empty()) {
+        throw Refused(
+            folder, options.glob != "*" ? "holds no file named " + options.glob : "holds no files");
+    }
+    std::ranges::sort(found);
+    return found;
 }
 
 // One path a line, or between zero bytes where there is one.
-std::vector<std::string> pathsIn(const std::vector<std::uint8_t>& list) {
-    const bool zeros = std::find(list.begin(), list.end(), 0) != list.end();
+std::vector<std::string> pathsIn(const std::string& list) {
+    const bool zeros = list.find('\0') != std::string::npos;
+    std::istringstream text(list);
     std::vector<std::string> paths;
-    std::string path;
-    const auto take = [&] {
-        if (!zeros && !path.empty() && path.back() == '\r') {
+    for (std::string path; std::getline(text, path, zeros ? '\0' : '\n');) {
+        if (!zeros && path.ends_with('\r')) {
             path.pop_back();
         }
         if (!path.empty()) {
             paths.push_back(path);
         }
-        path.clear();
-    };
-    for (const std::uint8_t byte : list) {
-        if (byte == (zeros ? 0 : '\n')) {
-            take();
-        } else {
-            path += static_cast<char>(byte);
-        }
     }
-    take();
     return paths;
 }
 
-// What a dump's folder may be called, from the shortest name on.
-std::vector<std::string> candidates(const fs::path& source) {
-    std::string stem = source.stem().string();
-    std::string name = source.filename().string();
-    std::vector<std::string> names = {stem};
-    for (fs::path folder = source.parent_path(); folder.has_relative_path();
-         folder = folder.parent_path()) {
-        const std::string parent = folder.filename().string() + "-";
-        stem.insert(0, parent);
-        name.insert(0, parent);
-        names.push_back(stem);
-        names.push_back(name);
+// What a dump's folder may be called, from the shortest name on: its stem; then, behind the names
+// of one more folder each time, its stem and its whole name. Empty when there is no more.
+std::string candidate(const fs::path& source, std::size_t level) {
+    const fs::path last = level % 2 == 0 && level > 0 ? source.filename() : source.stem();
+    std::string name = last.string();
+    fs::path folder = source.parent_path();
+    for (std::size_t above = (level + 1) / 2; above > 0; --above) {
+        if (!folder.has_relative_path()) {
+            return level == 1 ? source.filename().string() : std::string();
+        }
+        name.insert(0, folder.filename().string() + "-");
+        folder = folder.parent_path();
     }
-    if (names.size() == 1) {
-        names.push_back(name);
-    }
-    return names;
+    return name;
 }
 
-class Namer {
-  public:
-    Namer(const Inputs& inputs, const std::string& out)
-        : sources_(inputs.sources), names_(sources_.size()), levels_(sources_.size(), 0) {
-        std::error_code ignored;
-        if (fs::exists(out, ignored) && !fs::is_empty(out, ignored)) {
-            keepOld(out);
+// The name of the folder that an earlier run made for the same dump; empty when there is none.
+std::string earlierName(const std::string& source, const std::string& out) {
+    constexpr std::size_t looked = 3;
+    for (std::size_t level = 0; level < looked; ++level) {
+        const std::string name = candidate(source, level);
+        if (!name.empty() && noteIn(out + "/" + name).value("source", "") == source) {
+            return name;
         }
     }
+    return {};
+}
 
-    std::vector<std::string> names() {
-        while (tellApart()) {
+void nameFolders(std::vector<CutResult>& inputs, const std::string& out) {
+    std::set<std::string> taken;
+    std::vector<std::pair<CutResult*, std::size_t>> unnamed;  // with their levels
+    for (CutResult& input : inputs) {
+        input.folder = earlierName(input.source, out);
+        if (!input.folder.empty()) {
+            taken.insert(input.folder);
+            continue;
         }
-        for (std::size_t i = 0; i < names_.size(); ++i) {
-            const std::string name = names_[i].empty() ? candidate(i) : names_[i];
-            names_[i] = name;
-            // Two dumps whose whole paths come to the same name.
-            for (int number = 2; owned_[i] == 0 && !taken_.insert(names_[i]).second; ++number) {
-                names_[i] = name + "-" + std::to_string(number);
-            }
+        input.folder = candidate(input.source, 0);
+        unnamed.emplace_back(&input, 0);
+    }
+    for (bool changed = true; changed;) {
+        changed = false;
+        std::map<std::string, std::size_t> uses;
+        for (const CutResult& input : inputs) {
+            ++uses[input.folder];
         }
-        return names_;
-    }
-
-  private:
-    [[nodiscard]] std::string candidate(std::size_t i) const {
-        return candidates(sources_[i])[levels_[i]];
-    }
-
-    // Folders that an earlier run made for the same dumps.
-    void keepOld(const std::string& out) {
-        constexpr std::size_t looked = 3;
-        for (std::size_t i = 0; i < sources_.size(); ++i) {
-            std::vector<std::string> known = candidates(sources_[i]);
-            known.resize(std::min(known.size(), looked));
-            for (const std::string& name : known) {
-                const auto owner = readOwner(fmt::format("{}/{}", out, name));
-                if (owner && owner->source == sources_[i] && taken_.insert(name).second) {
-                    names_[i] = name;
-                    owned_[i] = 1;
-                    break;
-                }
+        for (auto& [input, level] : unnamed) {
+            const bool alone = uses[input->folder] == 1;
+            const std::string next = alone ? "" : candidate(input->source, level + 1);
+            if (!next.empty()) {
+                input->folder = next;
+                ++level;
+                changed = true;
             }
         }
     }
-
-    // Takes one more step for all of a name; false when nobody can or needs to.
-    bool tellApart() {
-        std::map<std::string, std::vector<std::size_t>> groups;
-        for (std::size_t i = 0; i < names_.size(); ++i) {
-            if (owned_[i] == 0) {
-                groups[candidate(i)].push_back(i);
-            }
+    for (auto& [input, level] : unnamed) {
+        const std::string name = input->folder;
+        // Two dumps whose whole paths come to the same name.
+        for (int number = 2; !taken.insert(input->folder).second; ++number) {
+            input->folder = fmt::format("{}-{}", name, number);
         }
-        bool changed = false;
-        for (const auto& [name, members] : groups) {
-            if (members.size() == 1 && taken_.count(name) == 0) {
-                continue;
-            }
-            for (const std::size_t i : members) {
-                if (levels_[i] + 1 < candidates(sources_[i]).size()) {
-                    ++levels_[i];
-                    changed = true;
-                }
-            }
-        }
-        return changed;
     }
-
-    const std::vector<std::string>& sources_;
-    std::vector<std::string> names_;
-    std::vector<std::size_t> levels_;
-    std::vector<char> owned_ = std::vector<char>(sources_.size(), 0);
-    std::set<std::string> taken_;
-};
+    for (CutResult& input : inputs) {
+        input.folder = out + "/" + input.folder;
+    }
+}
 
 }  // namespace
 
-Inputs gatherInputs(const CutOptions& options) {
-    Inputs inputs;
+std::vector<CutResult> gatherInputs(const CutOptions& options) {
     std::vector<std::string> paths = options.paths;
     if (!options.filesFrom.empty()) {
         const Dump list = loadDump(options.filesFrom);
-        if (!list.error.empty()) {
-            inputs.subject = options.filesFrom;
-            inputs.error = list.error;
-            return inputs;
-        }
-        const std::vector<std::string> listed = pathsIn(list.bytes);
-        paths.insert(paths.end(), listed.begin(), listed.end());
+        refuseFor(options.filesFrom, list.error);
+        std::ranges::copy(pathsIn({list.bytes.begin(), list.bytes.end()}),
+                          std::back_inserter(paths));
     }
-    std::vector<std::string> dumps;
-    for (const std::string& path : paths) {
-        std::error_code ignored;
-        if (path == "-") {
-            inputs.error = "is cut with calcut cut - OUTDIR, not with --out";
-            inputs.subject = "standard input";
-            return inputs;
-        }
-        if (!fs::is_directory(path, ignored)) {
-            dumps.push_back(path);
-        } else if (!addFolder(path, options, dumps, inputs.error)) {
-            inputs.subject = path;
-            return inputs;
-        }
-    }
+    std::vector<CutResult> inputs;
     std::unordered_set<std::string> seen;
-    for (const std::string& dump : dumps) {
-        const std::string source = fs::absolute(dump).lexically_normal().string();
-        if (seen.insert(source).second) {
-            inputs.dumps.push_back(dump);
-            inputs.sources.push_back(source);
+    for (const std::string& path : paths) {
+        if (path == "-") {
+            throw Refused("standard input", "is cut with calcut cut - OUTDIR, not with --out");
+        }
+        std::error_code ignored;
+        const bool isFolder = fs::is_directory(path, ignored);
+        for (const std::string& dump : isFolder ? filesIn(path, options) : std::vector{path}) {
+            const std::string source = fs::absolute(dump).lexically_normal().string();
+            if (seen.insert(source).second) {
+                inputs.emplace_back().dump = dump;
+                inputs.back().source = source;
+            }
         }
     }
-    inputs.folders = Namer(inputs, options.out).names();
+    nameFolders(inputs, options.out);
     return inputs;
 }
 

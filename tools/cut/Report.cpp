@@ -3,77 +3,114 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <system_error>
+#include <iterator>
+#include <regex>
+#include <utility>
+#include <vector>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
-#include "tools/cut/CutJson.h"
-#include "tools/dump/Names.h"
+#include "tools/cut/Folder.h"
 #include "tools/terminal/Escape.h"
+#include "tools/terminal/OutputFile.h"
 #include "tools/terminal/Terminal.h"
 
 namespace calcut::tools {
 
 namespace {
 
-bool endsWith(const std::string& text, std::string_view ending) {
-    return text.size() >= ending.size() &&
-           text.compare(text.size() - ending.size(), ending.size(), ending) == 0;
+Json findingTree(const Finding& finding) {
+    return {{"name", finding.name},
+            {"offset", finding.offset},
+            {"status", finding.status == VANTRIC_OK ? Json() : Json(statusName(finding.status))},
+            {"text", describe(finding)}};
 }
 
-std::string csvField(const std::string& text) {
-    if (text.find_first_of(",\"\r\n") == std::string::npos) {
-        return text;
-    }
-    std::string quoted = "\"";
-    for (const char c : text) {
-        quoted.append(c == '"' ? 2 : 1, c);
-    }
-    return quoted + '"';
-}
-
-std::string csvHeading() {
-    return fmt::format(
-        "file,layout,result,reason,masked pixels,{},folder,bytes,crc32,text0,text1,text2,id bytes,"
-        "fault,fault offset,fault status,warnings,earlier cut\r\n",
-        fmt::join(lensNames, ","));
-}
-
-std::string csvRow(const CutResult& result) {
-    std::vector<std::string> fields = {result.dump, layoutName(result.layout),
-                                       outcomeName(result.outcome), result.reason};
+Json rowOf(const CutResult& result) {
+    const auto known = [](bool isKnown, Json value) { return isKnown ? std::move(value) : Json(); };
     const bool good = result.good();
-    const auto add = [&fields](bool known, const std::string& text) {
-        fields.push_back(known ? text : std::string());
-    };
-    add(good, fmt::format("{}", result.maskedPixels));
-    for (const float value : result.lens) {
-        add(good, fmt::format("{}", value));
-    }
-    fields.push_back(result.folder);
-    add(result.loaded, fmt::format("{}", result.size));
-    add(result.loaded, fmt::format("{:#010x}", result.crc));
-    for (const std::string& text : result.texts) {
-        add(good, escapeBytes(text));
-    }
-    add(good, hexText(result.idBytes));
-    const Finding fault = result.fault.value_or(Finding());
-    fields.push_back(fault.name);
-    add(result.fault.has_value(), fmt::format("{}", fault.offset));
-    add(fault.status != VANTRIC_OK, statusName(fault.status));
-    std::vector<std::string> warnings;
+    Json row = {{"file", result.dump},
+                {"folder", result.folder},
+                {"layout", layoutName(result.layout)},
+                {"bytes", known(result.loaded(), result.size)},
+                {"crc32", known(result.loaded(), result.crc)},
+                {"result", outcomeName(result.outcome)},
+                {"reason", known(!good, result.reason)},
+                {"fault", result.fault ? findingTree(*result.fault) : Json()},
+                {"earlierCut", result.earlierCut},
+                {"warnings", Json::array()}};
     for (const Finding& warning : result.warnings) {
-        warnings.push_back(warning.name);
+        row["warnings"].push_back(findingTree(warning));
     }
-    fields.push_back(fmt::format("{}", fmt::join(warnings, " ")));
-    fields.emplace_back(result.earlierCut ? "yes" : "");
-    std::string row;
-    for (const std::string& field : fields) {
-        row += csvField(field);
-        row += &field == &fields.back() ? "\r\n" : ",";
+    for (std::size_t i = 0; i < result.texts.size(); ++i) {
+        row[fmt::format("text{}", i)] = known(good, escapeBytes(result.texts[i]));
+    }
+    row["idBytes"] = known(good, hexText(result.idBytes));
+    row["maskedPixels"] = known(good, result.maskedPixels);
+    for (std::size_t i = 0; i < lensNames.size(); ++i) {
+        row[lensNames[i]] = known(good, result.lens[i]);
     }
     return row;
+}
+
+// The CSV: these values of a row side by side, their keys in words.
+constexpr const char* columns[] = {
+    "file",   "layout",       "result",       "reason",   "maskedPixels", "fx",    "fy",
+    "cx",     "cy",           "k1",           "k2",       "p1",           "p2",    "k3",
+    "folder", "bytes",        "crc32",        "text0",    "text1",        "text2", "idBytes",
+    "fault",  "fault/offset", "fault/status", "warnings", "earlierCut"};
+
+// "maskedPixels" is "masked pixels", "fault/offset" is "fault offset".
+std::string csvHeading() {
+    std::string line;
+    for (const char c : fmt::format("{}\r\n", fmt::join(columns, ","))) {
+        const bool capital = c >= 'A' && c <= 'Z';
+        line += capital ? " " : "";
+        line += c == '/' ? ' ' : static_cast<char>(capital ? c - 'A' + 'a' : c);
+    }
+    return line;
+}
+
+// Findings by their names.
+std::string fieldOf(const Json& value) {
+    switch (value.type()) {
+        case Json::value_t::null:
+            return {};
+        case Json::value_t::string:
+            return value.get<std::string>();
+        case Json::value_t::boolean:
+            return value.get<bool>() ? "yes" : "";
+        case Json::value_t::number_float:
+            return fmt::format("{}", value.get<float>());
+        case Json::value_t::object:
+            return fieldOf(value.at("name"));
+        case Json::value_t::array: {
+            std::vector<std::string> fields(value.size());
+            std::transform(value.begin(), value.end(), fields.begin(), fieldOf);
+            return fmt::format("{}", fmt::join(fields, " "));
+        }
+        default:
+            return value.dump();
+    }
+}
+
+std::string quoted(const std::string& field) {
+    return field.find_first_of(",\"\r\n") == std::string::npos
+               ? field
+               : '"' + std::regex_replace(field, std::regex("\""), "\"\"") + '"';
+}
+
+std::string csvLine(const Json& row) {
+    std::string line;
+    for (const char* column : columns) {
+        const Json::json_pointer key("/" + std::string(column));
+        line += line.empty() ? "" : ",";
+        line += row.contains(key) ? quoted(fieldOf(row[key])) : "";
+    }
+    return line + "\r\n";
 }
 
 }  // namespace
@@ -83,68 +120,61 @@ Report::~Report() {
 }
 
 bool Report::supports(const std::string& path) {
-    return endsWith(path, ".csv") || endsWith(path, ".json");
+    return path.ends_with(".csv") || path.ends_with(".json");
 }
 
-bool Report::open(const std::string& path) {
+void Report::open(const std::string& path) {
     path_ = path;
-    json_ = endsWith(path, ".json");
+    json_ = path.ends_with(".json");
     constexpr mode_t everyone = 0666;
     descriptor_ =
         ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NONBLOCK, everyone);
-    if (descriptor_ < 0) {
-        printError(path, std::generic_category().message(errno));
-        return false;
+    const int error =
+        descriptor_ < 0
+            ? errno
+            : put(json_ ? fmt::format("{{\"schema\":{},\"dumps\":[", cutSchema) : csvHeading());
+    if (error != 0) {
+        throw Refused(path, errnoText(error));
     }
-    put(json_ ? fmt::format("{{\"schema\":{},\"dumps\":[", cutSchema) : csvHeading());
-    add(nullptr, 0);
-    return !failed_;
 }
 
-void Report::put(const std::string& text) {
-    std::size_t done = 0;
-    while (!failed_ && done < text.size()) {
-        const ssize_t put = pwrite(descriptor_, text.data() + done, text.size() - done,
-                                   static_cast<off_t>(end_ + done));
-        if (put >= 0) {
-            done += static_cast<std::size_t>(put);
-        } else if (errno != EINTR) {
-            failed_ = true;
-            printError(path_, std::generic_category().message(errno));
-        }
-    }
-    end_ += text.size();
-}
-
-void Report::add(const CutResult* first, std::size_t count) {
-    if (descriptor_ < 0) {
-        return;
-    }
-    std::string text;
-    for (std::size_t i = 0; i < count; ++i) {
-        const CutResult& result = first[i];
-        text += json_ ? (rows_ > 0 ? ",\n" : "\n") + toJson(result) : csvRow(result);
-        ++rows_;
-        cut_ += result.good() ? 1 : 0;
-        failedRows_ += result.outcome == Outcome::Failed ? 1 : 0;
-    }
+int Report::put(const std::string& text) {
     if (!json_) {
-        put(text);
-        return;
+        return writeAll(descriptor_, text);
     }
     // What closes the object goes along, and is where the next row will be.
     const std::string tail =
         fmt::format("\n],\"total\":{},\"cut\":{},\"failed\":{}}}\n", rows_, cut_, failedRows_);
-    put(text + tail);
-    end_ -= tail.size();
+    const int error = writeAll(descriptor_, text + tail);
+    return error == 0 && lseek(descriptor_, -std::ssize(tail), SEEK_CUR) < 0 ? errno : error;
+}
+
+void Report::tell(int error) {
+    if (error != 0 && !std::exchange(failed_, true)) {
+        printError(path_, errnoText(error));
+    }
+}
+
+void Report::add(std::span<const CutResult> results) {
+    std::string text;
+    for (const CutResult& result : results) {
+        const Json row = rowOf(result);
+        // File names need not be UTF-8, JSON has to be.
+        text += json_ ? (rows_ > 0 ? ",\n" : "\n") +
+                            row.dump(-1, ' ', false, Json::error_handler_t::replace)
+                      : csvLine(row);
+        ++rows_;
+        cut_ += result.good() ? 1 : 0;
+        failedRows_ += result.outcome == Outcome::Failed ? 1 : 0;
+    }
+    if (descriptor_ >= 0 && !failed_) {
+        tell(put(text));
+    }
 }
 
 bool Report::close() {
-    if (descriptor_ >= 0 && ::close(descriptor_) != 0 && !failed_) {
-        failed_ = true;
-        printError(path_, std::generic_category().message(errno));
-    }
-    descriptor_ = -1;
+    const int descriptor = std::exchange(descriptor_, -1);
+    tell(descriptor >= 0 && ::close(descriptor) != 0 ? errno : 0);
     return !failed_;
 }
 

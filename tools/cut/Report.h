@@ -1,12 +1,13 @@
-// The report of many cuts, which grows row by row, and the summary at their end.
+// What is told of many cuts: the report, which grows row by row, the progress, and at the end a
+// table.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
-#include <cstdint>
+#include <span>
 #include <string>
-#include <vector>
 
-#include "tools/cut/CutResult.h"
+#include "tools/cut/StackFiles.h"
 
 namespace calcut::tools {
 
@@ -21,26 +22,52 @@ class Report {
 
     static bool supports(const std::string& path);
 
-    /// Starts the file; an earlier one is replaced. False, with a printed error, when it cannot.
-    bool open(const std::string& path);
+    /// Starts the file; an earlier one is replaced. Throws Refused. Without it nothing is written.
+    void open(const std::string& path);
     /// Appends rows with one write. The first failure is told, the rest are quiet.
-    void add(const CutResult* first, std::size_t count);
+    void add(std::span<const CutResult> results);
     /// Closes the file. False when not everything could be written.
     bool close();
 
   private:
-    void put(const std::string& text);
+    /// Returns errno, or 0 for success.
+    int put(const std::string& text);
+    void tell(int error);
 
     std::string path_;
     int descriptor_ = -1;
     bool json_ = false;
     bool failed_ = false;
-    std::uint64_t end_ = 0;  ///< behind the last row
     std::size_t rows_ = 0, cut_ = 0, failedRows_ = 0;
+};
+
+/// One line on a terminal, drawn over and over and never wider than it, and nothing anywhere else.
+class Progress {
+  public:
+    explicit Progress(std::size_t total);
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+    ~Progress() { clear(); }
+
+    void step();
+    /// Takes the line away until the next step, for other text to be printed.
+    void clear();
+    /// Since this began.
+    [[nodiscard]] double seconds() const;
+
+  private:
+    using Clock = std::chrono::steady_clock;
+
+    std::size_t total_;
+    std::size_t done_ = 0;
+    bool shown_;
+    bool visible_ = false;
+    Clock::time_point start_ = Clock::now();
+    Clock::time_point drawn_ = start_;
 };
 
 /// A table for people (above 50 dumps only of those that failed) and the totals, fit to a terminal
 /// of that width (0: none).
-std::string summary(const std::vector<CutResult>& results, double seconds, std::size_t width);
+std::string summary(std::span<const CutResult> results, double seconds, std::size_t width);
 
 }  // namespace calcut::tools

@@ -1,10 +1,8 @@
 #include "tools/cut/StackFiles.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
-#include <cstring>
-#include <utility>
+#include <filesystem>
+#include <system_error>
 
 #include <fmt/format.h>
 
@@ -17,30 +15,34 @@ namespace calcut::tools {
 
 namespace {
 
-void describeModule(const VantricCalibration& record, CutResult& result) {
-    const std::array<const char*, 3> texts = {record.text0, record.text1, record.text2};
-    std::copy(texts.begin(), texts.end(), result.texts.begin());
-    const std::size_t idSize = std::min<std::size_t>(record.idBytesSize, VANTRIC_ID_BYTES);
-    result.idBytes.assign(record.idBytes, record.idBytes + idSize);
-    std::copy_n(record.lensParameters, result.lens.size(), result.lens.begin());
-}
+namespace fs = std::filesystem;
 
 std::string differenceOf(ByteView wanted, const Dump& found) {
     if (!found.error.empty()) {
         return found.error;
     }
-    if (wanted.size() == found.bytes.size() &&
-        std::memcmp(wanted.data(), found.bytes.data(), wanted.size()) == 0) {
+    if (std::ranges::equal(wanted, found.bytes)) {
         return {};
     }
-    const auto in =
-        std::mismatch(wanted.begin(), wanted.end(), found.bytes.begin(), found.bytes.end()).first;
-    const auto at = in - wanted.begin();
+    const auto at = std::ranges::mismatch(wanted, found.bytes).in1 - wanted.begin();
     std::string text = fmt::format("differs at byte {} ({:#x})", at, at);
     if (wanted.size() != found.bytes.size()) {
         text += fmt::format("; {} bytes instead of {}", found.bytes.size(), wanted.size());
     }
     return text;
+}
+
+std::vector<StackFile> filesOf(const Diagnosis& found) {
+    const std::size_t area = found.signatureAreaSize;
+    const auto* lens = reinterpret_cast<const std::uint8_t*>(found.record->lensParameters);
+    std::vector<StackFile> files = {
+        {CALCUT_CALIBRATION_FILE, found.payload.first(found.payload.size() - area)},
+        {CALCUT_LENS_FILE, {lens, VANTRIC_LENS_PARAMETERS * sizeof(float)}}};
+    if (area > 0) {
+        files.push_back({CALCUT_SIGNATURE_FILE,
+                         found.payload.last(area).subspan(1, found.signatureLength.value_or(0))});
+    }
+    return files;
 }
 
 template <class Cutter>
@@ -63,62 +65,37 @@ const char* outcomeName(Outcome outcome) {
     return names[static_cast<std::size_t>(outcome)];
 }
 
-void CutResult::fail(std::string why) {
-    if (outcome != Outcome::Failed) {
-        outcome = Outcome::Failed;
-        reason = std::move(why);
-    }
-}
-
-std::optional<TakenDump> takeDump(const std::string& path, const CutOptions& options,
-                                  CutResult& result) {
+TakenDump takeDump(const std::string& path, const CutOptions& options, CutResult& result) {
     result.dump = path;
-    TakenDump taken;
-    taken.dump = loadDump(path, options.maxSize);
+    TakenDump taken{loadDump(path, options.maxSize), {}, {}};
+    refuseFor(path, taken.dump.error);
     const std::vector<std::uint8_t>& bytes = taken.dump.bytes;
-    if (!taken.dump.error.empty()) {
-        result.fail(taken.dump.error);
-        return std::nullopt;
-    }
-    result.loaded = true;
     result.size = bytes.size();
-    result.crc = crc32Of(bytes.data(), bytes.size());
+    result.crc = fmt::format("{:#010x}", crc32Of(bytes.data(), bytes.size()));
     result.layout = options.layout.value_or(classify(bytes));
     taken.diagnosis = diagnose(bytes, result.layout, vantric::Wanted::cut);
     result.warnings = taken.diagnosis.warnings;
     result.fault = whyNotCut(taken.diagnosis);
     if (result.fault) {
-        result.fail(describe(*result.fault));
-        return std::nullopt;
+        throw Refused(path, describe(*result.fault));
     }
-    describeModule(*taken.diagnosis.record, result);
+    taken.files = filesOf(taken.diagnosis);
+    const VantricCalibration& record = *taken.diagnosis.record;
+    result.texts = {record.text0, record.text1, record.text2};
+    const std::size_t idSize = std::min<std::size_t>(record.idBytesSize, VANTRIC_ID_BYTES);
+    result.idBytes.assign(record.idBytes, record.idBytes + idSize);
+    std::copy_n(record.lensParameters, result.lens.size(), result.lens.begin());
     return taken;
 }
 
-std::vector<StackFile> filesOf(const TakenDump& taken) {
-    const Diagnosis& found = taken.diagnosis;
-    const std::size_t area = found.signatureAreaSize;
-    const auto* lens = reinterpret_cast<const std::uint8_t*>(found.record->lensParameters);
-    std::vector<StackFile> files = {
-        {calibrationFile, found.payload.first(found.payload.size() - area)},
-        {lensFile, {lens, VANTRIC_LENS_PARAMETERS * sizeof(float)}}};
-    if (area > 0) {
-        files.push_back({signatureFile,
-                         found.payload.last(area).subspan(1, found.signatureLength.value_or(0))});
-    }
-    return files;
-}
-
-std::vector<Difference> differences(const std::vector<StackFile>& files,
-                                    const std::string& directory) {
-    std::vector<Difference> all;
+std::vector<Refused> differences(const std::vector<StackFile>& files,
+                                 const std::string& directory) {
+    std::vector<Refused> all;
     for (const char* name : stackFiles) {
         const std::string path = directory + "/" + name;
-        const auto wanted = std::find_if(files.begin(), files.end(), [&](const StackFile& file) {
-            return std::strcmp(file.name, name) == 0;
-        });
-        struct stat status {};
-        const bool exists = lstat(path.c_str(), &status) == 0;
+        const auto wanted = std::ranges::find(files, std::string_view(name), &StackFile::name);
+        std::error_code ignored;
+        const bool exists = fs::exists(fs::symlink_status(path, ignored));
         std::string what;
         if (wanted != files.end()) {
             what = exists ? differenceOf(wanted->bytes, loadDump(path)) : "is missing";
@@ -126,7 +103,7 @@ std::vector<Difference> differences(const std::vector<StackFile>& files,
             what = "is superfluous: the dump has no signature";
         }
         if (!what.empty()) {
-            all.push_back({name, what});
+            all.emplace_back(path, what);
         }
     }
     return all;
@@ -138,12 +115,15 @@ void writeStackFiles(const TakenDump& taken, const std::string& directory, CutRe
             ? writeWith<EEPROMv7Cutter>(directory, taken, result.maskedPixels)
             : writeWith<EEPROMKorvelineCutter>(directory, taken, result.maskedPixels);
     // The library does not report a disk that fills up; the files do.
-    const std::vector<Difference> wrong = differences(filesOf(taken), directory);
+    const std::vector<Refused> wrong = differences(taken.files, directory);
     if (!wrong.empty()) {
-        result.fail(fmt::format("cannot write {} of {}: it {} (is the disk full?)",
-                                wrong.front().file, escapePath(result.folder), wrong.front().what));
-    } else if (!written) {
-        result.fail("the library refused it, though nothing is found to be wrong with it");
+        throw Refused(result.dump, "cannot write {} of {}: it {} (is the disk full?)",
+                      fs::path(wrong.front().subject()).filename().string(),
+                      escapePath(result.folder), wrong.front().what());
+    }
+    if (!written) {
+        throw Refused(result.dump,
+                      "the library refused it, though nothing is found to be wrong with it");
     }
 }
 

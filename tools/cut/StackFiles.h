@@ -1,47 +1,84 @@
-// From a dump to the files of the stack, through the library's own cutters.
+// From a dump to the files of the stack, through the library's own cutters, and what came of it.
 #pragma once
 
+#include <array>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "calcut/cutter.h"
 #include "tools/cut/Cut.h"
-#include "tools/cut/CutResult.h"
 #include "tools/dump/Diagnosis.h"
 #include "tools/dump/Dump.h"
+#include "tools/dump/Names.h"
+#include "tools/terminal/Terminal.h"
 
 namespace calcut::tools {
 
-/// A dump in memory that can be cut.
-struct TakenDump {
-    Dump dump;
-    Diagnosis diagnosis;  ///< its views point into dump
+/// The files of a cut.
+inline constexpr std::array<const char*, 3> stackFiles = {CALCUT_CALIBRATION_FILE, CALCUT_LENS_FILE,
+                                                          CALCUT_SIGNATURE_FILE};
+
+enum class Outcome : std::uint8_t {
+    NotReached,
+    Cut,
+    Kept,  ///< its folder held a whole cut already
+    Failed
 };
 
-/// Loads a dump and looks at it, and stores what was found out in result. Nothing when it cannot be
-/// cut; result then is a failure.
-std::optional<TakenDump> takeDump(const std::string& path, const CutOptions& options,
-                                  CutResult& result);
+/// "not reached", "cut", "kept", "failed"
+const char* outcomeName(Outcome outcome);
+
+/// What came of one dump, for people and for the report.
+struct CutResult {
+    std::string dump;    ///< path as given
+    std::string source;  ///< its absolute path; only of one among many
+    std::string folder;  ///< where its files are, or would have gone
+    Outcome outcome = Outcome::NotReached;
+    std::string reason;            ///< why it was not cut, one line; empty when it was
+    std::optional<Finding> fault;  ///< when the dump is to blame
+    std::vector<Finding> warnings;
+    bool earlierCut = false;  ///< it failed, and the folder still holds an earlier cut's files
+
+    std::uint64_t size = 0;
+    std::string crc;  ///< CRC-32 of the whole dump, "0x1234abcd"; empty when it was not loaded
+    Layout layout = Layout::Unknown;
+
+    // Only with Cut and Kept.
+    std::array<std::string, 3> texts;
+    std::vector<std::uint8_t> idBytes;
+    std::array<float, VANTRIC_LENS_PARAMETERS> lens{};
+    std::uint16_t maskedPixels = 0;
+
+    [[nodiscard]] bool good() const { return outcome == Outcome::Cut || outcome == Outcome::Kept; }
+    [[nodiscard]] bool loaded() const { return !crc.empty(); }
+};
 
 /// A file as it has to be.
 struct StackFile {
     const char* name;
-    ByteView bytes;  ///< of the dump or the record
+    ByteView bytes;
 };
-std::vector<StackFile> filesOf(const TakenDump& taken);
 
-/// How a directory differs from what it should hold.
-struct Difference {
-    std::string file;
-    std::string what;  ///< "differs at byte 17 (0x11)", "is missing", ...
+/// A dump in memory that can be cut.
+struct TakenDump {
+    Dump dump;
+    Diagnosis diagnosis;           ///< its views point into dump
+    std::vector<StackFile> files;  ///< of dump or of the record
 };
-/// Compares the files of a cut byte for byte; files that have nothing to do with a cut are not
-/// looked at. Opens nothing that could block.
-std::vector<Difference> differences(const std::vector<StackFile>& files,
-                                    const std::string& directory);
+
+/// Loads a dump and looks at it, and stores what was found out in result. Throws Refused when it
+/// cannot be cut; result has the fault when there is one.
+TakenDump takeDump(const std::string& path, const CutOptions& options, CutResult& result);
+
+/// How a directory differs from what it should hold: paths, and "differs at byte 17 (0x11)", "is
+/// missing", ... Compares the files of a cut byte for byte; files that have nothing to do with a
+/// cut are not looked at. Opens nothing that could block.
+std::vector<Refused> differences(const std::vector<StackFile>& files, const std::string& directory);
 
 /// Writes the files into an empty directory and reads them back. result gets the number of masked
-/// pixels, or fails.
+/// pixels. Throws Refused.
 void writeStackFiles(const TakenDump& taken, const std::string& directory, CutResult& result);
 
 }  // namespace calcut::tools

@@ -1,5 +1,10 @@
 #include <algorithm>
-#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <numeric>
+#include <optional>
+#include <utility>
+#include <vector>
 
 #include <fmt/format.h>
 
@@ -11,163 +16,173 @@ namespace calcut::tools {
 
 namespace {
 
+void put(const std::string& text) {
+    (void)std::fwrite(text.data(), 1, text.size(), stderr);
+    (void)std::fflush(stderr);
+}
+
 // Above this many dumps only the failures are listed.
 constexpr std::size_t listAll = 50;
 
-constexpr std::size_t columns = 8;
 constexpr std::size_t gap = 2;
-constexpr std::size_t numbersFrom = 3;
-using Line = std::array<std::string, columns>;
+constexpr std::size_t resultColumn = 2;  // numbers behind it
+using Line = std::vector<std::string>;
 
 Line lineOf(const CutResult& result) {
     Line line{escapePath(result.dump), layoutName(result.layout), outcomeName(result.outcome)};
     if (result.good()) {
-        line[numbersFrom] = fmt::format("{}", result.maskedPixels);
-        for (std::size_t i = numbersFrom + 1; i < columns; ++i) {
-            line[i] = fmt::format("{}", result.lens[i - numbersFrom - 1]);
+        line.push_back(fmt::format("{}", result.maskedPixels));
+        for (const float value : std::span(result.lens).first<4>()) {
+            line.push_back(fmt::format("{}", value));
         }
     }
     return line;
 }
 
 // The end of a path says more than its beginning.
-void shorten(std::string& name, std::size_t width) {
+std::string shortened(const std::string& name, std::size_t width) {
     constexpr std::string_view dots = "...";
     if (name.size() <= width) {
-        return;
+        return name;
     }
     std::size_t from = name.size() - (width - dots.size());
     while (from < name.size() && (static_cast<unsigned char>(name[from]) & 0xC0) == 0x80) {
         ++from;
     }
-    name = std::string(dots) + name.substr(from);
+    return std::string(dots) + name.substr(from);
 }
 
-// Words of a text in lines of at most width, each behind an indent.
-std::string wrapped(const std::string& text, std::size_t indent, std::size_t width) {
+// Words of a text on new lines of at most width, each behind an indent.
+std::string wrapped(std::string_view text, std::size_t width) {
+    constexpr std::size_t indent = 4;
+    const std::size_t room = width - std::min(width, indent);
     std::string out;
-    std::size_t column = 0;
-    for (std::size_t at = 0; at < text.size();) {
-        const std::size_t end = std::min(text.find(' ', at), text.size());
-        if (column == 0 || (width > 0 && column + 1 + end - at > width)) {
-            out += column == 0 ? "" : "\n";
-            out.append(indent, ' ');
-            column = indent;
-        } else {
-            out += ' ';
-            ++column;
+    while (!text.empty()) {
+        std::size_t end = text.size();
+        if (end > room) {
+            const std::size_t space = text.rfind(' ', room);
+            end = std::min(end, space != std::string_view::npos ? space : text.find(' '));
         }
-        out.append(text, at, end - at);
-        column += end - at;
-        at = end + 1;
+        out += fmt::format("\n{:{}}{}", "", indent, text.substr(0, end));
+        text.remove_prefix(std::min(end + 1, text.size()));
     }
-    return out + "\n";
+    return out;
 }
 
-class Table {
-  public:
-    explicit Table(std::size_t width) : width_(width) {}
-
-    void add(Line line, const CutResult* result) {
-        for (std::size_t i = 0; i < columns; ++i) {
-            widths_[i] = std::max(widths_[i], line[i].size());
-        }
-        rows_.push_back({std::move(line), result});
-    }
-
-    std::string text() {
-        if (width_ > 0) {
-            fitNames();
-        }
-        std::string all;
-        for (Row& row : rows_) {
-            all += rowText(row);
-        }
-        return all;
-    }
-
-  private:
-    struct Row {
-        Line line;
-        const CutResult* result;  ///< null for the heading
-    };
-
-    // Gives up columns from the right, and then the beginnings of long names.
-    void fitNames() {
-        constexpr std::size_t leastName = 12;
-        std::size_t others = 0;
-        for (shown_ = 1; shown_ < columns; ++shown_) {
-            others += gap + widths_[shown_];
-            if (shown_ >= numbersFrom && leastName + others > width_) {
-                others -= gap + widths_[shown_];
-                break;
-            }
-        }
-        const std::size_t room = std::max(leastName, width_ - std::min(width_, others));
-        widths_[0] = std::min(widths_[0], room);
-        for (Row& row : rows_) {
-            shorten(row.line[0], room);
+// As wide as the longest cells. A terminal gives up columns from the right, and then the beginnings
+// of long names.
+std::vector<std::size_t> widthsOf(const std::vector<Line>& lines, std::size_t width) {
+    std::vector<std::size_t> widths(lines[0].size());
+    for (const Line& line : lines) {
+        for (std::size_t i = 0; i < line.size(); ++i) {
+            widths[i] = std::max(widths[i], line[i].size());
         }
     }
-
-    std::string rowText(const Row& row) {
-        const bool failed = row.result != nullptr && !row.result->good();
-        std::string out;
-        for (std::size_t i = 0; i < (failed ? numbersFrom : shown_); ++i) {
-            // Names to the left, numbers to the right.
-            std::string cell = i < numbersFrom ? fmt::format("{:<{}}", row.line[i], widths_[i])
-                                               : fmt::format("{:>{}}", row.line[i], widths_[i]);
-            if (i == 2 && row.result != nullptr) {
-                cell = paint(stdout, failed ? Colour::Red : Colour::Green, cell);
-            }
-            out += i > 0 ? "  " : "";
-            out += cell;
-        }
-        if (row.result == nullptr) {
-            return paint(stdout, Colour::Bold, out) + "\n";
-        }
-        if (!failed) {
-            return out + "\n";
-        }
-        const std::size_t used = widths_[0] + widths_[1] + widths_[2] + 3 * gap;
-        constexpr std::size_t indent = 4;
-        return width_ == 0 || used + row.result->reason.size() <= width_
-                   ? out + "  " + row.result->reason + "\n"
-                   : out + "\n" + wrapped(row.result->reason, indent, width_);
+    constexpr std::size_t leastName = 12;
+    std::size_t others =
+        std::accumulate(widths.begin() + 1, widths.end(), gap * (widths.size() - 1));
+    while (width > 0 && widths.size() > resultColumn + 1 && leastName + others > width) {
+        others -= gap + widths.back();
+        widths.pop_back();
     }
+    if (width > 0) {
+        widths[0] = std::min(widths[0], std::max(leastName, width - std::min(width, others)));
+    }
+    return widths;
+}
 
-    std::size_t width_;
-    std::size_t shown_ = columns;
-    std::array<std::size_t, columns> widths_{};
-    std::vector<Row> rows_;
-};
+std::string rowText(const Line& line, const std::vector<std::size_t>& widths,
+                    std::optional<Colour> resultColour) {
+    std::string row;
+    for (std::size_t i = 0; i < std::min(line.size(), widths.size()); ++i) {
+        const std::string cell =
+            i > resultColumn ? fmt::format("{:>{}}", line[i], widths[i])
+                             : fmt::format("{:<{}}", shortened(line[i], widths[i]), widths[i]);
+        row.append(i > 0 ? gap : 0, ' ');
+        row += i == resultColumn && resultColour ? paint(stdout, *resultColour, cell) : cell;
+    }
+    return row;
+}
+
+std::string table(const std::vector<const CutResult*>& results, std::size_t width) {
+    std::vector<Line> lines = {{"file", "layout", "result", "masked", "fx", "fy", "cx", "cy"}};
+    for (const CutResult* result : results) {
+        lines.push_back(lineOf(*result));
+    }
+    const std::vector<std::size_t> widths = widthsOf(lines, width);
+    std::string text = paint(stdout, Colour::Bold, rowText(lines[0], widths, {})) + "\n";
+    const std::size_t used = std::accumulate(widths.begin(), widths.begin() + resultColumn + 1,
+                                             gap * (resultColumn + 1));
+    for (std::size_t i = 0; i < results.size(); ++i) {
+        const CutResult& result = *results[i];
+        text += rowText(lines[i + 1], widths, result.good() ? Colour::Green : Colour::Red);
+        if (!result.good()) {
+            const bool fits = width == 0 || used + result.reason.size() <= width;
+            text += fits ? "  " + result.reason : wrapped(result.reason, width);
+        }
+        text += "\n";
+    }
+    return text;
+}
 
 }  // namespace
 
-std::string summary(const std::vector<CutResult>& results, double seconds, std::size_t width) {
-    Table table(width);
+Progress::Progress(std::size_t total)
+    : total_(total),
+      shown_(terminalWidth(stderr) > 0 && terminal().verbosity != Verbosity::Quiet) {}
+
+double Progress::seconds() const {
+    return std::chrono::duration<double>(Clock::now() - start_).count();
+}
+
+void Progress::step() {
+    ++done_;
+    const Clock::time_point now = Clock::now();
+    if (!shown_ || now - drawn_ < std::chrono::milliseconds(100)) {
+        return;
+    }
+    drawn_ = now;
+    visible_ = true;
+    // At least the time between two drawings has passed.
+    const double rate = static_cast<double>(done_) / seconds();
+    const auto left = static_cast<std::uint64_t>(static_cast<double>(total_ - done_) / rate);
+    std::string line = fmt::format("{}/{}  {:.1f} dumps/s  ETA {}:{:02}", done_, total_, rate,
+                                   left / 60, left % 60);
+    // Not in the last column, where some terminals begin a new line.
+    constexpr std::size_t widestBar = 30;
+    constexpr std::size_t around = 4;  // brackets, a space, the last column
+    const std::size_t width = terminalWidth(stderr);
+    if (width > line.size() + around) {
+        const std::size_t bar = std::min(widestBar, width - line.size() - around);
+        line = fmt::format("[{:.<{}}] {}", std::string(bar * done_ / total_, '#'), bar, line);
+    }
+    line.resize(std::min(line.size(), std::max<std::size_t>(width, 1) - 1));
+    put("\r" + line + "\x1b[K");
+}
+
+void Progress::clear() {
+    if (std::exchange(visible_, false)) {
+        put("\r\x1b[K");
+    }
+}
+
+std::string summary(std::span<const CutResult> results, double seconds, std::size_t width) {
     std::array<std::size_t, 4> totals{};
-    bool listed = false;
+    std::vector<const CutResult*> listed;
     for (const CutResult& result : results) {
         ++totals[static_cast<std::size_t>(result.outcome)];
         if (results.size() <= listAll || result.outcome == Outcome::Failed) {
-            if (!listed) {
-                table.add({"file", "layout", "result", "masked", "fx", "fy", "cx", "cy"}, nullptr);
-            }
-            listed = true;
-            table.add(lineOf(result), &result);
+            listed.push_back(&result);
         }
     }
-    const auto total = [&](Outcome outcome) { return totals[static_cast<std::size_t>(outcome)]; };
-    const std::size_t left = total(Outcome::NotReached);
+    const auto [left, cut, kept, failed] = totals;
     const auto part = [](std::size_t count, const char* what) {
         return count == 0 ? std::string() : fmt::format(", {} {}", count, what);
     };
-    return table.text() +
+    return (listed.empty() ? std::string() : table(listed, width)) +
            fmt::format("{} dump{}: {} cut{}, {} failed{}, in {:.2f} s ({:.1f} dumps/s)\n",
-                       results.size(), results.size() == 1 ? "" : "s", total(Outcome::Cut),
-                       part(total(Outcome::Kept), "kept"), total(Outcome::Failed),
-                       part(left, "not reached"), seconds,
+                       results.size(), results.size() == 1 ? "" : "s", cut, part(kept, "kept"),
+                       failed, part(left, "not reached"), seconds,
                        seconds > 0 ? static_cast<double>(results.size() - left) / seconds : 0.0);
 }
 

@@ -16,7 +16,6 @@
 #include "tools/export/LensFiles.h"
 #include "tools/export/TableFiles.h"
 #include "tools/terminal/Escape.h"
-#include "tools/terminal/Interrupt.h"
 #include "tools/terminal/OutputFile.h"
 #include "tools/terminal/Terminal.h"
 

@@ -27,18 +27,15 @@ std::size_t printableSequence(std::string_view text) {
         return printable(lead) ? 1 : 0;
     }
     const std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
-    if (lead < 0xC2 || lead > 0xF4 || text.size() < length) {
-        return 0;
-    }
     std::uint32_t point = lead & (0x7FU >> length);
     for (std::size_t i = 1; i < length; ++i) {
-        if ((byte(i) & 0xC0U) != 0x80U) {
+        if (i == text.size() || (byte(i) & 0xC0U) != 0x80U) {
             return 0;
         }
         point = point << 6 | (byte(i) & 0x3FU);
     }
     const bool overlong = point < (length == 4 ? 0x10000U : length == 3 ? 0x800U : 0x80U);
-    return overlong || !printable(point) ? 0 : length;
+    return lead < 0xC2 || lead > 0xF4 || overlong || !printable(point) ? 0 : length;
 }
 
 }  // namespace
@@ -69,12 +66,7 @@ std::string escapePath(std::string_view path) {
 }
 
 std::string hexText(std::span<const std::uint8_t> bytes) {
-    std::string text;
-    text.reserve(bytes.size() * 2);
-    for (const std::uint8_t byte : bytes) {
-        text += fmt::format("{:02x}", byte);
-    }
-    return text;
+    return fmt::format("{:02x}", fmt::join(bytes, ""));
 }
 
 }  // namespace calcut::tools

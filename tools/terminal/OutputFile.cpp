@@ -6,9 +6,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <cstdio>
-#include <cstdlib>
+#include <filesystem>
 #include <system_error>
 
 #include <fmt/format.h>
@@ -19,39 +18,19 @@ namespace calcut::tools {
 
 namespace {
 
+namespace fs = std::filesystem;
+
 std::string reasonOf(int error) {
-    return error == ENXIO ? "nobody reads from this pipe" : std::generic_category().message(error);
+    return error == ENXIO ? "nobody reads from this pipe" : errnoText(error);
 }
 
-// errno, or 0 for success.
-int writeAll(int descriptor, std::span<const std::uint8_t> bytes) {
-    while (!bytes.empty()) {
-        const ssize_t put = write(descriptor, bytes.data(), bytes.size());
-        if (put < 0 && errno != EINTR) {
-            return errno;
-        }
-        bytes = bytes.subspan(put > 0 ? static_cast<std::size_t>(put) : 0);
-    }
-    return 0;
+std::string whyNoAccess(const fs::path& path, int mode) {
+    return access(path.c_str(), mode) == 0 ? std::string() : reasonOf(errno);
 }
 
-int writeInto(const std::string& path, int flags, std::span<const std::uint8_t> bytes) {
-    constexpr mode_t everyone = 0666;
-    const int descriptor = open(path.c_str(), O_WRONLY | O_CLOEXEC | flags, everyone);
-    if (descriptor < 0) {
-        return errno;
-    }
-    // Only the opening must not wait, for the reader of a pipe.
-    if ((flags & O_NONBLOCK) != 0) {
-        (void)fcntl(descriptor, F_SETFL, 0);
-    }
-    const int error = writeAll(descriptor, bytes);
-    return close(descriptor) == 0 || error != 0 ? error : errno;
-}
-
-int replaceFile(const std::string& path, std::span<const std::uint8_t> bytes) {
+int replaceFile(const std::string& path, std::string_view text) {
     const std::string partial = fmt::format("{}.partial-{}", path, getpid());
-    int error = writeInto(partial, O_CREAT | O_EXCL, bytes);
+    int error = writeInto(partial, O_CREAT | O_EXCL, text);
     if (error == 0 && std::rename(partial.c_str(), path.c_str()) != 0) {
         error = errno;
     }
@@ -59,14 +38,6 @@ int replaceFile(const std::string& path, std::span<const std::uint8_t> bytes) {
         unlink(partial.c_str());
     }
     return error;
-}
-
-std::string folderOf(const std::string& path) {
-    const std::size_t slash = path.find_last_of('/');
-    if (slash == std::string::npos) {
-        return ".";
-    }
-    return slash == 0 ? "/" : path.substr(0, slash);
 }
 
 }  // namespace
@@ -84,50 +55,77 @@ std::string whyNotWritable(const std::string& path, const std::vector<std::strin
     if (path == "-") {
         return {};
     }
-    const std::optional<FileIdentity> identity = identityOf(path);
-    struct stat status {};
-    if (identity && stat(path.c_str(), &status) == 0) {
-        if (S_ISDIR(status.st_mode)) {
-            return reasonOf(EISDIR);
-        }
-        const bool read = std::any_of(inputs.begin(), inputs.end(), [&](const std::string& input) {
-            return identityOf(input) == identity;
-        });
-        // What is no file on a disk cannot be lost.
-        if (read && (S_ISREG(status.st_mode) || S_ISBLK(status.st_mode))) {
+    std::error_code ignored;
+    const fs::file_type type = fs::status(path, ignored).type();
+    if (type == fs::file_type::directory) {
+        return reasonOf(EISDIR);
+    }
+    const bool isFile = type == fs::file_type::regular;
+    // What is no file on a disk cannot be lost.
+    if (isFile || type == fs::file_type::block) {
+        const auto identity = identityOf(path);
+        if (std::ranges::any_of(inputs, [&identity](const std::string& input) {
+                return identityOf(input) == identity;
+            })) {
             return "is also an input; it is left alone";
         }
-        if (!S_ISREG(status.st_mode)) {
-            return access(path.c_str(), W_OK) == 0 ? std::string() : reasonOf(errno);
-        }
     }
-    return access(folderOf(path).c_str(), W_OK | X_OK) == 0 ? std::string() : reasonOf(errno);
+    if (fs::exists(fs::file_status(type)) && !isFile) {
+        return whyNoAccess(path, W_OK);
+    }
+    const fs::path folder = fs::path(path).parent_path();
+    return whyNoAccess(folder.empty() ? "." : folder, W_OK | X_OK);
 }
 
 bool writeOutput(const std::string& path, std::span<const std::uint8_t> bytes) {
+    const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
     if (path == "-") {
-        writeStdout({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+        writeStdout(text);
         return finishStdout();
     }
-    struct stat status {};
-    const bool isLink = lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
-    const bool exists = stat(path.c_str(), &status) == 0;
-    int error = 0;
-    if (exists && !S_ISREG(status.st_mode)) {
-        error = writeInto(path, O_NONBLOCK, bytes);
-    } else if (isLink) {
-        // The link stays, the file behind it is replaced.
-        char resolved[PATH_MAX];
-        error = exists && realpath(path.c_str(), resolved) != nullptr
-                    ? replaceFile(resolved, bytes)
-                    : writeInto(path, O_CREAT | O_TRUNC, bytes);
-    } else {
-        error = replaceFile(path, bytes);
-    }
+    std::error_code ignored;
+    const bool isLink = fs::is_symlink(fs::symlink_status(path, ignored));
+    const fs::file_status status = fs::status(path, ignored);
+    const bool exists = fs::exists(status);
+    // Of a link that leads to a file, the link stays.
+    const int error =
+        (exists ? !fs::is_regular_file(status) : isLink)
+            ? writeInto(path, exists ? 0 : O_CREAT, text)
+            : replaceFile(isLink ? fs::canonical(path, ignored).string() : path, text);
     if (error != 0) {
         printError(path, reasonOf(error));
     }
     return error == 0;
+}
+
+int writeAll(int descriptor, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t put = write(descriptor, text.data(), text.size());
+        if (put < 0 && errno != EINTR) {
+            return errno;
+        }
+        text.remove_prefix(put > 0 ? static_cast<std::size_t>(put) : 0);
+    }
+    return 0;
+}
+
+int writeInto(const std::string& path, int flags, std::string_view text) {
+    constexpr mode_t everyone = 0666;
+    const int descriptor = open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NONBLOCK | flags, everyone);
+    if (descriptor < 0) {
+        return errno;
+    }
+    // Only the opening must not wait.
+    (void)fcntl(descriptor, F_SETFL, 0);
+    const int error = writeAll(descriptor, text);
+    return close(descriptor) == 0 || error != 0 ? error : errno;
+}
+
+int syncToDisk(const std::string& path) {
+    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    const int error = descriptor >= 0 && fsync(descriptor) == 0 ? 0 : errno;
+    (void)close(descriptor);
+    return error == EINVAL ? 0 : error;
 }
 
 }  // namespace calcut::tools

@@ -5,6 +5,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tools/dump/Dump.h"
@@ -24,5 +25,16 @@ std::string whyNotWritable(const std::string& path, const std::vector<std::strin
 /// complete; devices and links are written where they are, pipes and sockets never. False, with a
 /// printed error that names the path, when that fails.
 bool writeOutput(const std::string& path, std::span<const std::uint8_t> bytes);
+
+/// Writes all of a text to a descriptor. Returns errno, or 0 for success.
+int writeAll(int descriptor, std::string_view text);
+
+/// Opens a file with these flags, without waiting for the reader of a pipe, and writes a text
+/// there. Returns errno, or 0 for success.
+int writeInto(const std::string& path, int flags, std::string_view text);
+
+/// Waits until a file's bytes, or a directory's names, are on the disk. Returns errno, or 0 for
+/// success, also where the file system has nothing to wait for.
+int syncToDisk(const std::string& path);
 
 }  // namespace calcut::tools

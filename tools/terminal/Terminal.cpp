@@ -3,6 +3,8 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <array>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -14,7 +16,6 @@
 #include "tools/commands.h"
 #include "tools/dump/Dump.h"
 #include "tools/terminal/Escape.h"
-#include "tools/terminal/Interrupt.h"
 
 namespace calcut::tools {
 
@@ -45,6 +46,17 @@ void printLine(Colour colour, const char* head, std::string_view subject, std::s
     const std::string line = fmt::format("{} {}{}{}\n", paint(stderr, colour, head),
                                          escapePath(subject), subject.empty() ? "" : ": ", reason);
     (void)std::fwrite(line.data(), 1, line.size(), stderr);
+}
+
+constexpr std::array<int, 3> watched = {SIGINT, SIGTERM, SIGHUP};
+
+std::atomic<int> noted = 0;
+static_assert(std::atomic<int>::is_always_lock_free);
+
+std::array<struct sigaction, watched.size()> former;
+
+void note(int signal) {
+    noted = signal;
 }
 
 }  // namespace
@@ -129,6 +141,29 @@ bool finishStdout() {
     return false;
 }
 
+InterruptGuard::InterruptGuard() {
+    noted = 0;
+    for (std::size_t i = 0; i < watched.size(); ++i) {
+        struct sigaction action {};
+        action.sa_handler = note;
+        action.sa_flags = static_cast<int>(SA_RESETHAND);
+        sigaction(watched[i], nullptr, &former[i]);
+        if (former[i].sa_handler != SIG_IGN) {
+            sigaction(watched[i], &action, nullptr);
+        }
+    }
+}
+
+InterruptGuard::~InterruptGuard() {
+    for (std::size_t i = 0; i < watched.size(); ++i) {
+        sigaction(watched[i], &former[i], nullptr);
+    }
+}
+
+bool InterruptGuard::interrupted() {
+    return noted != 0;
+}
+
 int runMain(int (*work)(int argc, char** argv), int argc, char** argv) {
     // A reader that goes away and a file that may not grow are met as failed writes.
     (void)std::signal(SIGPIPE, SIG_IGN);
@@ -142,7 +177,9 @@ int runMain(int (*work)(int argc, char** argv), int argc, char** argv) {
         printError("", reasonOf(error));
     }
     const bool finished = finishStdout();
-    InterruptGuard::raiseNoted();
+    if (noted != 0) {
+        (void)std::raise(noted);
+    }
     return finished || exitCode != exitOk ? exitCode : exitFailed;
 }
 

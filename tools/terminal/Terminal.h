@@ -1,4 +1,4 @@
-// How the command talks to people: one-line errors and warnings, colours, standard output.
+// How the command talks to people: one-line errors and warnings, colours, standard output, signals.
 #pragma once
 
 #include <cstdint>
@@ -8,6 +8,8 @@
 #include <string>
 #include <string_view>
 #include <utility>
+
+#include <fmt/format.h>
 
 namespace calcut::tools {
 
@@ -52,6 +54,11 @@ class Refused : public std::runtime_error {
     Refused(std::string subject, const std::string& reason)
         : std::runtime_error(reason),
           subject_(std::make_shared<const std::string>(std::move(subject))) {}
+    template <class First, class... Rest>
+    Refused(std::string subject, fmt::format_string<First, Rest...> reason, First&& first,
+            Rest&&... rest)
+        : Refused(std::move(subject),
+                  fmt::format(reason, std::forward<First>(first), std::forward<Rest>(rest)...)) {}
     /// A path as it was given, or empty.
     [[nodiscard]] const std::string& subject() const { return *subject_; }
 
@@ -75,6 +82,20 @@ void writeStdout(std::string_view text);
 /// reader that merely went away (as head does) is no error, and what was told once is not told
 /// again. An outer main calls it for every subcommand.
 bool finishStdout();
+
+/// While one exists, SIGINT, SIGTERM and SIGHUP only leave a note; a second one ends the process at
+/// once. Signals that were ignored stay so. At its end runMain ends the process by a signal that
+/// was noted, so that a shell sees what happened.
+class InterruptGuard {
+  public:
+    InterruptGuard();
+    InterruptGuard(const InterruptGuard&) = delete;
+    InterruptGuard& operator=(const InterruptGuard&) = delete;
+    ~InterruptGuard();
+
+    /// Whether a signal came. Any thread may ask.
+    static bool interrupted();
+};
 
 /// The body of main: runs the work, tells about what it throws, finishes standard output, and ends
 /// by the signal that an InterruptGuard noted. Returns the exit status.
