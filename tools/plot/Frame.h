@@ -7,21 +7,28 @@
 #include <string>
 #include <vector>
 
+#include "tools/plot/Axes.h"
 #include "tools/plot/Canvas.h"
-#include "tools/plot/Scale.h"
-#include "tools/plot/Strips.h"
 
 namespace calcut::tools {
 
 struct Axis {
-    Scale scale;
-    std::string label;
+    Scale scale{};
+    std::string label{};
+    // On the page, known to the frame:
+    double start = 0.0;         ///< where the scale is low
+    double length = 0.0;        ///< from there to where it is high
+    std::vector<Tick> ticks{};  ///< their values are places
+
+    [[nodiscard]] double at(double value) const { return start + scale.fraction(value) * length; }
+    void placeTicks(double spacing);
 };
 
-struct ColourBar {
-    Scale scale;
-    std::string label;
-    ColourMap map = ColourMap::Sequential;
+/// The axis of an image's columns or rows, the first of which may have another coordinate than 0.
+Axis elementAxis(std::uint32_t count, std::string label, double first = 0.0);
+
+struct ColourBar : Axis {
+    ColourMap colours = ColourMap::Sequential;
     bool valuesBelow = false;  ///< an arrow at the end tells so
     bool valuesAbove = false;
 };
@@ -32,72 +39,66 @@ struct LegendEntry {
     std::string label;
 };
 
-/// Elements of an image, ends not included.
-struct ElementBlock {
-    std::uint32_t firstColumn, endColumn, firstRow, endRow;
-};
-
 /// What stands around the data.
-struct FrameText {
+struct FrameParts {
     std::string title;
     std::string note{};  ///< below the title
     std::vector<LegendEntry> legend{};
     std::string footer{};  ///< below the axes
+    Axis x{}, y{};
+    bool image = false;  ///< of square elements, row numbers growing downwards
+    std::optional<ColourBar> bar{};
     bool compact = false;  ///< a small frame: title and axes only
 };
 
+/// Some columns or rows of an image.
+struct ElementRange {
+    std::uint32_t begin, end;
+
+    /// The i-th of so many parts.
+    [[nodiscard]] ElementRange part(int i, int parts) const;
+};
+
 /// Draws title, note and legend at the top of a cell.
-void drawHead(Canvas& canvas, const Rect& cell, const FrameText& text);
+void drawHead(const Cell& cell, const FrameParts& parts);
 
 /// Draws the frame into a cell of the page and converts values to places there.
 class Frame {
   public:
-    Frame(Canvas& canvas, const Rect& cell, FrameText text, Axis x, Axis y);
-    Frame(Canvas& canvas, const Rect& cell, FrameText text, ImageShape shape,
-          std::optional<ColourBar> bar);
+    Frame(const Cell& cell, FrameParts parts);
 
+    [[nodiscard]] cairo_t* page() const { return page_; }
     [[nodiscard]] const Rect& area() const { return area_; }
     [[nodiscard]] Point at(double x, double y) const;
-    [[nodiscard]] Canvas& canvas() const { return canvas_; }
 
     // Of images:
-    [[nodiscard]] Point atElement(std::size_t column, std::size_t row) const {
-        return at(shape_->firstColumn + static_cast<double>(column),
-                  shape_->firstRow + static_cast<double>(row));
+    [[nodiscard]] Point atElement(double column, double row) const {
+        return at(firstColumn_ + column, firstRow_ + row);
     }
     [[nodiscard]] double unit() const { return strips_.unit; }  ///< side of an element on the page
-    [[nodiscard]] bool inStrips() const { return strips_.count > 1; }
     /// Draws the image, each of its dots with the colour of the elements that it stands for.
-    void image(const std::function<Rgb(const ElementBlock&)>& colourOf) const;
+    void image(const std::function<Rgb(ElementRange columns, ElementRange rows)>& colourOf) const;
 
   private:
-    /// A tick where it stands on the page.
-    struct PlacedTick {
-        double place;
-        std::string label;
-    };
-
-    [[nodiscard]] double verticalSpacing() const { return text_.compact ? 24.0 : 42.0; }
-    [[nodiscard]] double widest(const std::vector<PlacedTick>& ticks) const;
-    /// Half as long as the labels at the sides may be, which is a little more than a low image.
-    [[nodiscard]] double sideReach() const;
-    [[nodiscard]] Rect elements(const ElementBlock& block) const;
-    void makeRoom(const Rect& cell, double barSpace);
+    [[nodiscard]] double verticalSpacing() const { return parts_.compact ? 24.0 : 42.0; }
+    [[nodiscard]] double widest(const std::vector<Tick>& ticks) const;
+    [[nodiscard]] double barHeight() const;
+    void makeRoom(const Cell& cell);
     void placeImage();
+    void placeStrips();
     void placeTicks();
-    void placeStripTicks();
-    void placeBar();
-    void drawAxes(const Rect& cell);
+    void drawAxes(const Cell& cell);
     void drawBar();
+    void drawTicks(const Axis& axis, double edge, double side) const;
+    void drawLabel(const Axis& axis, Point edge, double side) const;
 
-    Canvas& canvas_;
-    FrameText text_;
+    cairo_t* page_;
     Axis x_, y_;
-    std::optional<ImageShape> shape_;
-    std::optional<ColourBar> bar_;
+    FrameParts parts_;
+    std::uint32_t columns_ = 0, rows_ = 0;  ///< of an image
+    double firstColumn_ = 0.0, firstRow_ = 0.0;
     Strips strips_;
-    Rect room_, area_, barArea_;
-    std::vector<PlacedTick> xTicks_, yTicks_, barTicks_;
+    Rect room_, area_;
 };
 
 }  // namespace calcut::tools

@@ -1,21 +1,17 @@
 // What the picture of the rays says in numbers and words.
 #pragma once
 
-#include <cmath>
 #include <cstdint>
 #include <string>
 #include <vector>
 
 #include "calcut/vantric.h"
+#include "tools/plot/Axes.h"
 
 namespace calcut::tools {
 
 /// From a pixel to where a pinhole without distortion sees the pixel's ray, in pixels.
-struct Shift {
-    double x = 0.0, y = 0.0;
-    [[nodiscard]] double length() const { return std::hypot(x, y); }
-};
-Shift shiftAt(const VantricCalibration& record, std::uint32_t column, std::uint32_t row);
+Point shiftAt(const VantricCalibration& record, std::uint32_t column, std::uint32_t row);
 
 struct RayField {
     std::vector<float> angles;   ///< from the optical axis, degrees; NaN where not finite

@@ -3,22 +3,8 @@
 #include <fmt/format.h>
 #include <algorithm>
 #include <cmath>
-#include <limits>
 
 namespace calcut::tools {
-
-namespace {
-
-constexpr double nan = std::numeric_limits<double>::quiet_NaN();
-constexpr double robustPart = 0.001;
-
-/// Of the scale. The tail of normally distributed noise reaches this far once in several images.
-constexpr double outlierMargin = 0.25;
-
-/// A scale with fewer steps shows them as bands.
-constexpr double fineSteps = 64.0;
-
-}  // namespace
 
 Statistics statisticsOf(const MaskedValues& map) {
     Statistics result;
@@ -37,8 +23,6 @@ Statistics statisticsOf(const MaskedValues& map) {
     }
     result.count = finite.size();
     if (finite.empty()) {
-        result.min = result.mean = result.deviation = result.max = nan;
-        result.robustLow = result.robustHigh = nan;
         return result;
     }
     const auto count = static_cast<double>(finite.size());
@@ -51,6 +35,7 @@ Statistics statisticsOf(const MaskedValues& map) {
     const auto [low, high] = std::minmax_element(finite.begin(), finite.end());
     result.min = *low;
     result.max = *high;
+    constexpr double robustPart = 0.001;
     result.robustLow = quantile(finite, robustPart);
     result.robustHigh = quantile(finite, 1.0 - robustPart);
     return result;
@@ -58,7 +43,7 @@ Statistics statisticsOf(const MaskedValues& map) {
 
 double quantile(std::vector<float>& values, double fraction) {
     if (values.empty()) {
-        return nan;
+        return Statistics::none;
     }
     // As many values are left out above a fraction as below its complement.
     const auto last = static_cast<double>(values.size() - 1);
@@ -69,20 +54,14 @@ double quantile(std::vector<float>& values, double fraction) {
     return *middle;
 }
 
-Scale robustScale(const Statistics& statistics, ColourMap colours) {
-    if (statistics.count == 0) {
-        return {};
-    }
-    if (colours == ColourMap::Diverging) {
-        const double reach =
-            std::max(std::abs(statistics.robustLow), std::abs(statistics.robustHigh));
-        return scaleAround(-reach, reach);
-    }
-    return scaleAround(statistics.robustLow, statistics.robustHigh);
+Scale robustScale(const Statistics& statistics) {
+    return statistics.count == 0 ? Scale{}
+                                 : scaleAround(statistics.robustLow, statistics.robustHigh);
 }
 
 Outside outsideOf(const MaskedValues& map, const Scale& scale) {
-    const double margin = outlierMargin * (scale.high - scale.low);
+    // The tail of normally distributed noise reaches this far once in several images.
+    const double margin = 0.25 * (scale.high - scale.low);
     Outside outside;
     for (std::size_t at = 0; at < map.values.size(); ++at) {
         const double value = map.values[at];
@@ -114,6 +93,7 @@ std::string storageText(const RXBlockHeader& header, double width) {
     if (header.kind != RX_KIND_PACKED_FLOAT) {
         return "stored as floats";
     }
+    constexpr double fineSteps = 64.0;  // fewer in a scale show as bands
     const double step = std::abs(double{header.scale});
     std::string text = fmt::format("stored in {} bits, step {:.3g}", header.bits, step);
     if (width < fineSteps * step) {

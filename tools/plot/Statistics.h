@@ -3,35 +3,36 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <span>
 #include <string>
 #include <vector>
 
 #include "calcut/vantric_rx.h"
-#include "tools/plot/Colour.h"
-#include "tools/plot/Scale.h"
+#include "tools/plot/Axes.h"
 
 namespace calcut::tools {
 
 /// Values of an image, row by row, with the mask that goes with them.
 struct MaskedValues {
     std::span<const float> values;
-    std::span<const std::uint8_t> mask;  ///< 0 is masked; empty: nothing is
+    std::span<const std::uint8_t> mask{};  ///< 0 is masked; empty: nothing is
 
     [[nodiscard]] bool masked(std::size_t at) const { return !mask.empty() && mask[at] == 0; }
 };
 
 /// Of the finite values that are not masked; NaN where there is none.
 struct Statistics {
+    static constexpr double none = std::numeric_limits<double>::quiet_NaN();
     std::size_t count = 0;
     std::size_t masked = 0;
     std::size_t notFinite = 0;  ///< not masked, not finite
-    double min = 0.0;
-    double mean = 0.0;
-    double deviation = 0.0;  ///< of the sample (divided by count - 1); 0 for one value
-    double max = 0.0;
-    double robustLow = 0.0;   ///< one value in a thousand lies below
-    double robustHigh = 0.0;  ///< one value in a thousand lies above
+    double min = none;
+    double mean = none;
+    double deviation = none;  ///< of the sample (divided by count - 1); 0 for one value
+    double max = none;
+    double robustLow = none;   ///< one value in a thousand lies below
+    double robustHigh = none;  ///< one value in a thousand lies above
 };
 Statistics statisticsOf(const MaskedValues& map);
 
@@ -39,15 +40,15 @@ Statistics statisticsOf(const MaskedValues& map);
 /// NaN for none.
 double quantile(std::vector<float>& values, double fraction);
 
-/// Colour limits that a few wild values do not move; symmetric about 0 for a diverging map.
-Scale robustScale(const Statistics& statistics, ColourMap colours);
+/// Colour limits that a few wild values do not move.
+Scale robustScale(const Statistics& statistics);
 
 /// What a colour scale does not show.
 struct Outside {
     std::size_t below = 0;
     std::size_t above = 0;
-    std::vector<std::size_t> notFinite;
-    std::vector<std::size_t> outliers;  ///< farther from the scale than a quarter of it
+    std::vector<std::size_t> notFinite{};
+    std::vector<std::size_t> outliers{};  ///< farther from the scale than a quarter of it
 };
 Outside outsideOf(const MaskedValues& map, const Scale& scale);
 

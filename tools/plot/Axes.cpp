@@ -1,4 +1,4 @@
-#include "tools/plot/Scale.h"
+#include "tools/plot/Axes.h"
 
 #include <fmt/format.h>
 #include <algorithm>
@@ -34,6 +34,16 @@ std::string tickLabel(double value, double step, double largest) {
 
 }  // namespace
 
+Scale scaleAround(double low, double high) {
+    // Below this the ticks of a float's neighbours could no longer be told apart.
+    const double smallest = std::max(std::abs(low), std::abs(high)) * 1e-6;
+    if (high - low > smallest) {
+        return {low, high};
+    }
+    const double room = low == 0.0 && high == 0.0 ? 1.0 : smallest * 1e5;
+    return {low - room, high + room};
+}
+
 std::vector<Tick> ticksOf(const Scale& scale, int count) {
     const double range = scale.high - scale.low;
     const double least = range / std::max(count, 1);
@@ -54,14 +64,37 @@ std::vector<Tick> ticksOf(const Scale& scale, int count) {
     return ticks;
 }
 
-Scale scaleAround(double low, double high) {
-    // Below this the ticks of a float's neighbours could no longer be told apart.
-    const double smallest = std::max(std::abs(low), std::abs(high)) * 1e-6;
-    if (high - low > smallest) {
-        return {low, high};
+bool needsStrips(std::uint32_t columns, std::uint32_t rows) {
+    constexpr std::uint32_t longestAspect = 12;
+    return std::max(columns, rows) / longestAspect > std::min(columns, rows);
+}
+
+Strips stripsFor(std::uint32_t columns, std::uint32_t rows, double width, double height) {
+    constexpr std::uint32_t mostStrips = 60;
+    const bool tall = rows > columns;
+    const std::uint32_t longSide = std::max(columns, rows);
+    const std::uint32_t shortSide = std::min(columns, rows);
+    const std::uint32_t most = needsStrips(columns, rows) ? std::min(mostStrips, longSide) : 1;
+    Strips best;
+    for (std::uint32_t parts = 1; parts <= most; ++parts) {
+        Strips strips{.alongRows = tall, .length = (longSide + parts - 1) / parts};
+        strips.count = (longSide + strips.length - 1) / strips.length;
+        // Strips are as far apart as they are thick.
+        strips.unit = std::min((tall ? height : width) / strips.length,
+                               (tall ? width : height) / shortSide / (2.0 * strips.count - 1.0));
+        // Every element gets as many dots of the screen as any other.
+        strips.unit = strips.unit > 1.0 ? std::floor(strips.unit) : strips.unit;
+        if (strips.unit > best.unit) {
+            best = strips;
+        }
     }
-    const double room = low == 0.0 && high == 0.0 ? 1.0 : smallest * 1e5;
-    return {low - room, high + room};
+    best.pitch = 2.0 * shortSide * best.unit;
+    best.width = best.length * best.unit;
+    best.height = (best.count - 1) * best.pitch + shortSide * best.unit;
+    if (tall) {
+        std::swap(best.width, best.height);
+    }
+    return best;
 }
 
 }  // namespace calcut::tools

@@ -1,0 +1,214 @@
+// Maps of values, and the panels that are one: mask, rays, tables with one value for each pixel.
+#include <fmt/format.h>
+#include <algorithm>
+#include <cmath>
+
+#include "tools/plot/Panels.h"
+#include "tools/plot/RayField.h"
+
+namespace calcut::tools {
+
+namespace {
+
+/// The mean's colour; what is not finite or masked is never averaged away.
+Rgb meanColour(const MaskedValues& map, std::size_t width, const ColourBar& bar,
+               ElementRange columns, ElementRange rows) {
+    double sum = 0.0;
+    bool anyMasked = false;
+    for (std::size_t row = rows.begin; row < rows.end; ++row) {
+        for (std::size_t at = row * width + columns.begin; at < row * width + columns.end; ++at) {
+            if (map.masked(at)) {
+                anyMasked = true;
+            } else if (!std::isfinite(map.values[at])) {
+                return notFiniteColour;
+            } else {
+                sum += map.values[at];
+            }
+        }
+    }
+    const double count = static_cast<double>(rows.end - rows.begin) * (columns.end - columns.begin);
+    return anyMasked ? maskedColour : mapColour(bar.colours, bar.scale.fraction(sum / count));
+}
+
+/// Masked pixels without masked neighbours at their sides.
+std::vector<std::size_t> lonePixels(std::span<const std::uint8_t> mask, std::size_t columns) {
+    const auto masked = [mask](bool inside, std::size_t at) { return inside && mask[at] == 0; };
+    std::vector<std::size_t> lone;
+    for (std::size_t at = 0; at < mask.size(); ++at) {
+        const std::size_t column = at % columns;
+        if (mask[at] == 0 && !masked(column > 0, at - 1) && !masked(column + 1 < columns, at + 1) &&
+            !masked(at >= columns, at - columns) &&
+            !masked(at + columns < mask.size(), at + columns)) {
+            lone.push_back(at);
+        }
+    }
+    return lone;
+}
+
+void drawArrow(cairo_t* page, Point from, Point to) {
+    constexpr double headLength = 6.0;
+    constexpr double headAngle = 0.45;
+    const double angle = std::atan2(to.y - from.y, to.x - from.x);
+    const double length = std::min(headLength, std::hypot(to.x - from.x, to.y - from.y));
+    const auto barb = [&](double turn) {
+        return Point{to.x - length * std::cos(angle + turn),
+                     to.y - length * std::sin(angle + turn)};
+    };
+    const Point shaft[] = {from, to};
+    const Point head[] = {barb(headAngle), to, barb(-headAngle)};
+    // A dark edge keeps the arrow visible on light colours.
+    for (const auto& [colour, thickness] :
+         {std::pair{inkColour, 3.0}, std::pair{paperColour, 1.4}}) {
+        drawLine(page, shaft, colour, thickness);
+        drawLine(page, head, colour, thickness);
+    }
+}
+
+/// About a dozen arrows across.
+void drawArrows(const Frame& frame, const VantricCalibration& record, const RayField& field) {
+    const auto [x, y, columns, rows] = record.imagerArea;
+    const auto across = static_cast<std::uint32_t>(std::max(1.0, columns / field.arrowStep));
+    const auto down = static_cast<std::uint32_t>(std::max(1.0, rows / field.arrowStep));
+    clipTo(frame.page(), frame.area());
+    for (std::uint32_t i = 0; i < down * across; ++i) {
+        const std::uint32_t column = (2 * (i % across) + 1) * columns / (2 * across);
+        const std::uint32_t row = (2 * (i / across) + 1) * rows / (2 * down);
+        const Point shift = shiftAt(record, column, row);
+        if (std::isfinite(std::hypot(shift.x, shift.y))) {
+            drawArrow(frame.page(), frame.at(column, row),
+                      frame.at(column + field.magnification * shift.x,
+                               row + field.magnification * shift.y));
+        }
+    }
+    cairo_restore(frame.page());
+}
+
+}  // namespace
+
+FrameParts imageParts(std::string title, std::uint32_t columns, std::uint32_t rows) {
+    return {.title = std::move(title),
+            .x = elementAxis(columns, "column (pixels)"),
+            .y = elementAxis(rows, "row (pixels)"),
+            .image = true};
+}
+
+Frame drawMap(const Cell& cell, FrameParts parts, const MaskedValues& values) {
+    const Statistics statistics = statisticsOf(values);
+    ColourBar bar = *parts.bar;
+    const Outside outside = outsideOf(values, bar.scale);
+    bar.valuesBelow = outside.below > 0;
+    bar.valuesAbove = outside.above > 0;
+    parts.bar = statistics.count > 0 ? std::optional(bar) : std::nullopt;
+    const auto explain = [&parts](Mark mark, Rgb colour, std::size_t count, const char* format) {
+        if (count > 0) {
+            parts.legend.push_back({mark, colour, fmt::format(fmt::runtime(format), count)});
+        }
+    };
+    explain(Mark::Box, maskedColour, statistics.masked, "masked ({})");
+    explain(Mark::Box, notFiniteColour, statistics.notFinite, "not finite ({})");
+    explain(
+        Mark::Ring, inkColour, outside.outliers.size(),
+        outside.outliers.size() > mostRings ? "outliers ({}, too many to ring)" : "outliers ({})");
+    if (parts.footer.empty()) {
+        parts.footer = statisticsText(statistics);
+    }
+    const auto columns = static_cast<std::uint32_t>(parts.x.scale.high - parts.x.scale.low);
+    Frame frame(cell, std::move(parts));
+    frame.image([&](ElementRange across, ElementRange down) {
+        return meanColour(values, columns, bar, across, down);
+    });
+    ringPixels(frame, columns, outside.outliers);
+    constexpr std::size_t fewEnough = 20;  // to be overlooked
+    ringPixels(frame, columns, outside.notFinite, fewEnough);
+    return frame;
+}
+
+void ringPixels(const Frame& frame, std::uint32_t columns, const std::vector<std::size_t>& pixels,
+                std::size_t most) {
+    for (std::size_t i = 0; i < pixels.size() && pixels.size() <= most; ++i) {
+        drawMark(frame.page(), Mark::Ring,
+                 frame.atElement(static_cast<double>(pixels[i] % columns),
+                                 static_cast<double>(pixels[i] / columns)),
+                 inkColour);
+    }
+}
+
+std::span<const std::uint8_t> maskOf(const Diagnosis& module) {
+    const auto [x, y, columns, rows] = module.record->imagerArea;
+    return {module.record->pixelMask, std::size_t{columns} * rows};
+}
+
+void drawMask(const Cell& cell, const Diagnosis& module) {
+    constexpr Rgb maskedInk{0x00, 0x00, 0x00};
+    constexpr double visible = 4.0;  // an element of that size needs no ring
+    const auto [x, y, columns, rows] = module.record->imagerArea;
+    const std::span<const std::uint8_t> mask = maskOf(module);
+    const auto zeros = static_cast<std::size_t>(std::count(mask.begin(), mask.end(), 0));
+    const std::uint8_t highest = *std::max_element(mask.begin(), mask.end());
+    const Scale scale{1.0, std::max<double>(highest, 2.0), true};
+    FrameParts parts = imageParts("Pixel mask", columns, rows);
+    parts.legend = {{Mark::Box, maskedInk, fmt::format("masked, 0 ({})", zeros)}};
+    if (highest > 1) {
+        parts.bar = ColourBar{{scale, "mask value"}};
+    } else {
+        parts.legend.push_back(
+            {Mark::Box, paperColour, fmt::format("valid, 1 ({})", mask.size() - zeros)});
+    }
+    parts.footer = fmt::format(
+        "{:.4g} % of {} pixels are masked",
+        100.0 * static_cast<double>(zeros) / static_cast<double>(mask.size()), mask.size());
+    const Frame frame(cell, std::move(parts));
+    frame.image([&, width = columns](ElementRange across, ElementRange down) {
+        std::uint8_t value = highest;
+        for (std::uint32_t row = down.begin; row < down.end; ++row) {
+            const std::uint8_t* first = &mask[std::size_t{row} * width];
+            value = std::min(value, *std::min_element(first + across.begin, first + across.end));
+        }
+        return value == 0    ? maskedInk
+               : highest > 1 ? mapColour(ColourMap::Sequential, scale.fraction(value))
+                             : paperColour;
+    });
+    if (frame.unit() < visible) {
+        ringPixels(frame, columns, lonePixels(mask, columns));
+    }
+}
+
+void drawRays(const Cell& cell, const Diagnosis& module) {
+    const VantricCalibration& record = *module.record;
+    const auto [areaX, areaY, columns, rows] = record.imagerArea;
+    const RayField field = rayFieldOf(record);
+    const double cx = record.lensParameters[2];
+    const double cy = record.lensParameters[3];
+    const bool inside = cx >= -0.5 && cy >= -0.5 && cx <= columns - 0.5 && cy <= rows - 0.5;
+    const bool arrows = field.magnification > 0.0 && !needsStrips(columns, rows);
+    FrameParts parts = imageParts("Ray directions", columns, rows);
+    parts.note = distortionText(field, arrows);
+    parts.legend = {{Mark::Cross, inkColour,
+                     fmt::format("principal point ({:.4g}, {:.4g}){}", cx, cy,
+                                 inside ? "" : ", not on the image")}};
+    parts.bar = ColourBar{{robustScale(statisticsOf({field.angles})), "angle from axis (degrees)"}};
+    const Frame frame = drawMap(cell, std::move(parts), {field.angles});
+    if (arrows) {
+        drawArrows(frame, record, field);
+    }
+    if (inside) {
+        drawMark(cell.page, Mark::Cross, frame.at(cx, cy), inkColour);
+    }
+}
+
+void drawTable(const Cell& cell, const Diagnosis& module, const std::string& title,
+               const float* values, std::uint32_t block, const std::optional<Scale>& scale) {
+    const auto [x, y, columns, rows] = module.record->imagerArea;
+    const std::span<const std::uint8_t> mask = maskOf(module);
+    const MaskedValues map{{values, mask.size()}, mask};
+    const Scale colours = scale ? *scale : robustScale(statisticsOf(map));
+    FrameParts parts = imageParts(title, columns, rows);
+    parts.bar =
+        ColourBar{{colours, scale ? "value, same scale for all" : "value (unit not recorded)"}};
+    if (const DiagnosedBlock* stored = module.readBlock(block)) {
+        parts.note = storageText(stored->sighting.header, colours.high - colours.low);
+    }
+    drawMap(cell, std::move(parts), map);
+}
+
+}  // namespace calcut::tools
