@@ -31,10 +31,6 @@ cairo_status_t append(void* closure, const unsigned char* data, unsigned length)
     return CAIRO_STATUS_SUCCESS;
 }
 
-bool isVector(cairo_t* page) {
-    return cairo_surface_get_type(cairo_get_target(page)) == CAIRO_SURFACE_TYPE_SVG;
-}
-
 void setColour(cairo_t* page, Rgb colour) {
     cairo_set_source_rgb(page, colour.r / 255.0, colour.g / 255.0, colour.b / 255.0);
 }
@@ -46,18 +42,22 @@ void trace(cairo_t* page, std::span<const Point> points) {
     }
 }
 
-void selectFont(cairo_t* page, const FontStyle& style) {
-    cairo_select_font_face(page, "DejaVu Sans", CAIRO_FONT_SLANT_NORMAL,
-                           style.bold ? CAIRO_FONT_WEIGHT_BOLD : CAIRO_FONT_WEIGHT_NORMAL);
-    cairo_set_font_size(page, style.size);
+void stroke(cairo_t* page, Rgb colour, double thickness) {
+    setColour(page, colour);
+    cairo_set_line_width(page, thickness);
+    cairo_stroke(page);
 }
 
-/// Few empty cells at a shape that suits a screen.
-std::size_t columnsFor(std::size_t panels) {
-    if (panels == 4) {
-        return 2;
+/// text without the end that would not fit.
+std::string shortened(cairo_t* page, std::string text, const FontStyle& style, double width) {
+    while (!text.empty() && textWidth(page, text + "…", style) > width) {
+        // A whole character of UTF-8 goes.
+        while ((static_cast<unsigned char>(text.back()) & 0xC0U) == 0x80U && text.size() > 1) {
+            text.pop_back();
+        }
+        text.pop_back();
     }
-    return panels <= 6 || panels == 9 ? std::clamp<std::size_t>(panels, 1, 3) : 4;
+    return text + "…";
 }
 
 }  // namespace
@@ -66,8 +66,11 @@ std::vector<std::uint8_t> drawPage(const std::vector<Panel>& panels, const std::
     constexpr double cellWidth = 420.0;
     constexpr double cellHeight = 350.0;
     const bool svg = output.ends_with(".svg");
-    const std::size_t columns = columnsFor(panels.size());
-    const std::size_t rows = std::max<std::size_t>((panels.size() + columns - 1) / columns, 1);
+    // Few empty cells at a shape that suits a screen.
+    const std::size_t count = std::max<std::size_t>(panels.size(), 1);
+    const std::size_t most = count == 4 ? 2 : count <= 6 || count == 9 ? 3 : 4;
+    const std::size_t columns = std::min(count, most);
+    const std::size_t rows = (count + columns - 1) / columns;
     const double width = cellWidth * static_cast<double>(columns);
     const double height = cellHeight * static_cast<double>(rows);
     std::vector<std::uint8_t> bytes;
@@ -107,18 +110,14 @@ void fillPolygon(cairo_t* page, std::span<const Point> corners, Rgb colour) {
 }
 
 void drawOutline(cairo_t* page, const Rect& area, Rgb colour) {
-    setColour(page, colour);
-    cairo_set_line_width(page, 1.0);
     cairo_rectangle(page, area.x, area.y, area.width, area.height);
-    cairo_stroke(page);
+    stroke(page, colour, 1.0);
 }
 
 void drawLine(cairo_t* page, std::span<const Point> points, Rgb colour, double thickness) {
-    setColour(page, colour);
-    cairo_set_line_width(page, thickness);
     cairo_set_line_join(page, CAIRO_LINE_JOIN_ROUND);
     trace(page, points);
-    cairo_stroke(page);
+    stroke(page, colour, thickness);
 }
 
 void drawMark(cairo_t* page, Mark mark, Point centre, Rgb colour) {
@@ -131,8 +130,6 @@ void drawMark(cairo_t* page, Mark mark, Point centre, Rgb colour) {
         return;
     }
     for (const auto& [shade, thickness] : {std::pair{paperColour, 3.5}, std::pair{colour, 1.4}}) {
-        setColour(page, shade);
-        cairo_set_line_width(page, thickness);
         cairo_new_path(page);
         if (mark == Mark::Cross) {
             cairo_move_to(page, x - reach, y);
@@ -143,13 +140,18 @@ void drawMark(cairo_t* page, Mark mark, Point centre, Rgb colour) {
             cairo_arc(page, x, y, mark == Mark::Ring ? reach : 3.0, 0.0, 2.0 * std::numbers::pi);
         }
         if (mark == Mark::Dot) {
+            setColour(page, shade);
             cairo_fill_preserve(page);
         }
-        cairo_stroke(page);
+        stroke(page, shade, thickness);
     }
 }
 
-void drawText(cairo_t* page, Point baseline, const std::string& text, const FontStyle& style) {
+void drawText(cairo_t* page, Point baseline, std::string text, const FontStyle& style,
+              double most) {
+    if (textWidth(page, text, style) > most) {
+        text = shortened(page, std::move(text), style, most);
+    }
     const double width = textWidth(page, text, style);
     setColour(page, style.colour);
     cairo_save(page);
@@ -163,35 +165,24 @@ void drawText(cairo_t* page, Point baseline, const std::string& text, const Font
 }
 
 double textWidth(cairo_t* page, const std::string& text, const FontStyle& style) {
-    selectFont(page, style);
+    cairo_select_font_face(page, "DejaVu Sans", CAIRO_FONT_SLANT_NORMAL,
+                           style.bold ? CAIRO_FONT_WEIGHT_BOLD : CAIRO_FONT_WEIGHT_NORMAL);
+    cairo_set_font_size(page, style.size);
     cairo_text_extents_t extents;
     cairo_text_extents(page, text.c_str(), &extents);
     return extents.x_advance;
 }
 
-std::string fitText(cairo_t* page, std::string text, const FontStyle& style, double width) {
-    if (textWidth(page, text, style) <= width) {
-        return text;
-    }
-    while (!text.empty() && textWidth(page, text + "…", style) > width) {
-        // A whole character of UTF-8 goes.
-        while ((static_cast<unsigned char>(text.back()) & 0xC0U) == 0x80U && text.size() > 1) {
-            text.pop_back();
-        }
-        text.pop_back();
-    }
-    return text + "…";
-}
-
 double resolution(cairo_t* page) {
-    return isVector(page) ? 3.0 : 1.0;
+    return cairo_surface_get_type(cairo_get_target(page)) == CAIRO_SURFACE_TYPE_SVG ? 3.0 : 1.0;
 }
 
 void drawImage(cairo_t* page, const Rect& area, int width, int height,
                const std::function<Rgb(int x, int y)>& colourOf) {
     // Viewers smooth the pictures in an SVG; larger ones keep the edges of their elements.
+    const double fine = resolution(page);
     const int scale =
-        isVector(page) ? std::clamp(static_cast<int>(3.0 * area.width / width), 1, 16) : 1;
+        fine > 1.0 ? std::clamp(static_cast<int>(fine * area.width / width), 1, 16) : 1;
     const Surface picture = makePixels(width * scale, height * scale);
     unsigned char* row = cairo_image_surface_get_data(picture.get());
     const std::ptrdiff_t stride = cairo_image_surface_get_stride(picture.get());

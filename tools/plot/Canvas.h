@@ -6,12 +6,12 @@
 
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <span>
 #include <string>
 #include <vector>
 
-#include "tools/plot/Axes.h"
-#include "tools/plot/Colour.h"
+#include "tools/plot/Scales.h"
 
 namespace calcut::tools {
 
@@ -54,11 +54,11 @@ struct FontStyle {
     bool upwards = false;  ///< turned by a quarter, reading from bottom to top
     Rgb colour = inkColour;
 };
-/// baseline: of the text's start, middle or end, as the style's anchor says.
-void drawText(cairo_t* page, Point baseline, const std::string& text, const FontStyle& style);
+/// baseline: of the text's start, middle or end, as the style's anchor says. Of a text wider than
+/// most the end is left out.
+void drawText(cairo_t* page, Point baseline, std::string text, const FontStyle& style,
+              double most = std::numeric_limits<double>::infinity());
 double textWidth(cairo_t* page, const std::string& text, const FontStyle& style);
-/// text, its end left out where it is wider than width.
-std::string fitText(cairo_t* page, std::string text, const FontStyle& style, double width);
 
 /// Stretches a picture of width x height elements over the area; they stay sharp rectangles.
 void drawImage(cairo_t* page, const Rect& area, int width, int height,

@@ -11,7 +11,6 @@ namespace {
 constexpr Rgb lineColour{0x40, 0x40, 0x40};
 
 const FontStyle titleStyle{.size = 15.0, .bold = true};
-const FontStyle compactTitleStyle{.size = 12.0, .bold = true};
 const FontStyle noteStyle{.size = 11.5, .colour = quietColour};
 const FontStyle tickStyle{.size = 11.5};
 const FontStyle labelStyle{.size = 12.0, .anchor = Anchor::Middle};
@@ -53,16 +52,11 @@ ElementRange ElementRange::part(int i, int parts) const {
 void drawHead(const Cell& cell, const FrameParts& parts) {
     const double x = cell.x + padding;
     const double width = cell.width - 2.0 * padding;
-    if (parts.compact) {
-        drawText(cell.page, {cell.x + 30.0, cell.y + titleHeight - 8.0}, parts.title,
-                 compactTitleStyle);
-        return;
-    }
     double y = cell.y + padding + 14.0;
-    drawText(cell.page, {x, y}, fitText(cell.page, parts.title, titleStyle, width), titleStyle);
+    drawText(cell.page, {x, y}, parts.title, titleStyle, width);
     if (!parts.note.empty()) {
         y += lineHeight + 2.0;
-        drawText(cell.page, {x, y}, fitText(cell.page, parts.note, noteStyle, width), noteStyle);
+        drawText(cell.page, {x, y}, parts.note, noteStyle, width);
     }
     y += lineHeight;
     double at = x + 6.0;
@@ -75,28 +69,11 @@ void drawHead(const Cell& cell, const FrameParts& parts) {
 
 Frame::Frame(const Cell& cell, FrameParts parts)
     : page_(cell.page), x_(parts.x), y_(parts.y), parts_(std::move(parts)) {
-    if (parts_.image) {
-        columns_ = static_cast<std::uint32_t>(x_.scale.high - x_.scale.low);
-        rows_ = static_cast<std::uint32_t>(y_.scale.high - y_.scale.low);
-        firstColumn_ = x_.scale.low + 0.5;
-        firstRow_ = y_.scale.low + 0.5;
-    }
     makeRoom(cell);
-    if (parts_.image) {
-        placeImage();
-    } else {
-        area_ = room_;
-        x_.start = area_.x;
-        x_.length = area_.width;
-        y_.start = area_.bottom();
-        y_.length = -area_.height;
+    placeAxes();
+    if (!parts_.compact) {
+        drawHead(cell, parts_);
     }
-    if (strips_.count > 1) {
-        placeStrips();
-    } else {
-        placeTicks();
-    }
-    drawHead(cell, parts_);
     drawAxes(cell);
     if (parts_.bar) {
         drawBar();
@@ -109,7 +86,7 @@ Point Frame::at(double x, double y) const {
     }
     // The axis along the strips counts elements from the strip's first.
     double& along = strips_.alongRows ? y : x;
-    along -= strips_.alongRows ? firstRow_ : firstColumn_;
+    along -= (strips_.alongRows ? parts_.y : parts_.x).first();
     const double strip =
         std::clamp(std::floor((along + 0.5) / strips_.length), 0.0, strips_.count - 1.0);
     along -= strip * strips_.length;
@@ -142,8 +119,8 @@ void Frame::makeRoom(const Cell& cell) {
     room_ = {cell.x, cell.y + head, cell.width, cell.height - head - foot};
     Axis vertical{.scale = y_.scale, .length = room_.height};
     vertical.placeTicks(verticalSpacing());
-    if (needsStrips(columns_, rows_)) {
-        vertical.ticks.push_back({0.0, fmt::format("-{}", columns_)});
+    if (parts_.image && needsStrips(x_.count(), y_.count())) {
+        vertical.ticks.push_back({0.0, fmt::format("-{}", x_.count())});
     }
     const double left =
         pad + (y_.label.empty() ? 0.0 : labelSpace) + widest(vertical.ticks) + tickReach;
@@ -154,14 +131,26 @@ void Frame::makeRoom(const Cell& cell) {
     room_.width -= left + right;
 }
 
-void Frame::placeImage() {
-    strips_ = stripsFor(columns_, rows_, room_.width, room_.height);
-    area_ = {room_.x + (room_.width - strips_.width) / 2.0,
-             room_.y + (room_.height - strips_.height) / 2.0, strips_.width, strips_.height};
+void Frame::placeAxes() {
+    area_ = room_;
+    if (parts_.image) {
+        strips_ = stripsFor(x_.count(), y_.count(), room_.width, room_.height);
+        area_ = {room_.x + (room_.width - strips_.width) / 2.0,
+                 room_.y + (room_.height - strips_.height) / 2.0, strips_.width, strips_.height};
+    }
     x_.start = area_.x;
     x_.length = area_.width;
-    y_.start = area_.y;
-    y_.length = area_.height;
+    y_.start = parts_.image ? area_.y : area_.bottom();
+    y_.length = parts_.image ? area_.height : -area_.height;
+    if (strips_.count > 1) {
+        placeStrips();
+        return;
+    }
+    y_.placeTicks(verticalSpacing());
+    // Two passes: how many labels fit depends on how wide they are.
+    const double least = parts_.compact ? 20.0 : 40.0;
+    x_.placeTicks(least);
+    x_.placeTicks(std::max(least, widest(x_.ticks) + 12.0));
 }
 
 /// Along a strip its elements are counted from 0; across, each strip is named by its first one.
@@ -173,21 +162,12 @@ void Frame::placeStrips() {
     across.label = "strip from " + along.label;
     const auto every = static_cast<std::uint32_t>(std::ceil((tall ? 48.0 : 20.0) / strips_.pitch));
     for (std::uint32_t strip = 0; strip < strips_.count; strip += every) {
-        across.ticks.push_back(
-            {across.start + strip * strips_.pitch + across.length / 2.0,
-             fmt::format("{:g}", (tall ? firstRow_ : firstColumn_) + strip * strips_.length)});
+        across.ticks.push_back({across.start + strip * strips_.pitch + across.length / 2.0,
+                                fmt::format("{:g}", along.first() + strip * strips_.length)});
     }
     along.scale = {-0.5, strips_.length - 0.5, true};
     along.label = "elements within the strip";
     along.placeTicks(42.0);
-}
-
-void Frame::placeTicks() {
-    y_.placeTicks(verticalSpacing());
-    // Two passes: how many labels fit depends on how wide they are.
-    const double least = parts_.compact ? 20.0 : 40.0;
-    x_.placeTicks(least);
-    x_.placeTicks(std::max(least, widest(x_.ticks) + 12.0));
 }
 
 // -------------------------------------------------------------------------------------- drawing --
@@ -200,8 +180,8 @@ void Frame::image(
         return static_cast<int>(std::min<double>(count, std::max(shown, 1.0)));
     };
     for (std::uint32_t strip = 0; strip < strips_.count; ++strip) {
-        ElementRange columns{0, columns_};
-        ElementRange rows{0, rows_};
+        ElementRange columns{0, parts_.x.count()};
+        ElementRange rows{0, parts_.y.count()};
         ElementRange& cut = strips_.alongRows ? rows : columns;
         cut.begin = strip * strips_.length;
         cut.end = std::min(cut.end, cut.begin + strips_.length);
@@ -232,9 +212,8 @@ void Frame::drawTicks(const Axis& axis, double edge, double side) const {
 /// Likewise, for its label; edge: the middle of it.
 void Frame::drawLabel(const Axis& axis, Point edge, double side) const {
     const double away = tickReach + widest(axis.ticks) + (side < 0.0 ? 7.0 : 16.0);
-    drawText(page_, {edge.x + side * away, edge.y},
-             fitText(page_, axis.label, sideLabelStyle, barHeight() + 2.0 * arrowHeight),
-             sideLabelStyle);
+    drawText(page_, {edge.x + side * away, edge.y}, axis.label, sideLabelStyle,
+             barHeight() + 2.0 * arrowHeight);
 }
 
 void Frame::drawAxes(const Cell& cell) {
@@ -252,7 +231,7 @@ void Frame::drawAxes(const Cell& cell) {
     drawLabel(y_, {area_.x, area_.y + area_.height / 2.0}, -1.0);
     const double low = area_.y + area_.height / 2.0 + barHeight() / 2.0 + arrowHeight - labelSpace;
     drawText(page_, {cell.x + padding, std::max(foot, low) + labelSpace + lineHeight - 2.0},
-             fitText(page_, parts_.footer, tickStyle, cell.width - 2.0 * padding), tickStyle);
+             parts_.footer, tickStyle, cell.width - 2.0 * padding);
 }
 
 void Frame::drawBar() {

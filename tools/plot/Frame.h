@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "tools/plot/Axes.h"
 #include "tools/plot/Canvas.h"
+#include "tools/plot/Scales.h"
 
 namespace calcut::tools {
 
@@ -22,6 +22,10 @@ struct Axis {
 
     [[nodiscard]] double at(double value) const { return start + scale.fraction(value) * length; }
     void placeTicks(double spacing);
+
+    // Of an image's columns or rows:
+    [[nodiscard]] double first() const { return scale.low + 0.5; }
+    [[nodiscard]] auto count() const { return static_cast<std::uint32_t>(scale.high - scale.low); }
 };
 
 /// The axis of an image's columns or rows, the first of which may have another coordinate than 0.
@@ -48,7 +52,7 @@ struct FrameParts {
     Axis x{}, y{};
     bool image = false;  ///< of square elements, row numbers growing downwards
     std::optional<ColourBar> bar{};
-    bool compact = false;  ///< a small frame: title and axes only
+    bool compact = false;  ///< a small frame: axes only
 };
 
 /// Some columns or rows of an image.
@@ -73,7 +77,7 @@ class Frame {
 
     // Of images:
     [[nodiscard]] Point atElement(double column, double row) const {
-        return at(firstColumn_ + column, firstRow_ + row);
+        return at(parts_.x.first() + column, parts_.y.first() + row);
     }
     [[nodiscard]] double unit() const { return strips_.unit; }  ///< side of an element on the page
     /// Draws the image, each of its dots with the colour of the elements that it stands for.
@@ -84,19 +88,16 @@ class Frame {
     [[nodiscard]] double widest(const std::vector<Tick>& ticks) const;
     [[nodiscard]] double barHeight() const;
     void makeRoom(const Cell& cell);
-    void placeImage();
+    void placeAxes();
     void placeStrips();
-    void placeTicks();
     void drawAxes(const Cell& cell);
     void drawBar();
     void drawTicks(const Axis& axis, double edge, double side) const;
     void drawLabel(const Axis& axis, Point edge, double side) const;
 
     cairo_t* page_;
-    Axis x_, y_;
-    FrameParts parts_;
-    std::uint32_t columns_ = 0, rows_ = 0;  ///< of an image
-    double firstColumn_ = 0.0, firstRow_ = 0.0;
+    Axis x_, y_;        ///< on the page
+    FrameParts parts_;  ///< as they came
     Strips strips_;
     Rect room_, area_;
 };

@@ -1,10 +1,11 @@
-// Maps of values, and the panels that are one: mask, rays, tables with one value for each pixel.
+// Maps of values, and the panels that are one: mask, rays, tables with one value for each pixel,
+// point spread function.
 #include <fmt/format.h>
 #include <algorithm>
 #include <cmath>
 
+#include "tools/plot/Numbers.h"
 #include "tools/plot/Panels.h"
-#include "tools/plot/RayField.h"
 
 namespace calcut::tools {
 
@@ -105,21 +106,21 @@ Frame drawMap(const Cell& cell, FrameParts parts, const MaskedValues& values) {
         }
     };
     explain(Mark::Box, maskedColour, statistics.masked, "masked ({})");
-    explain(Mark::Box, notFiniteColour, statistics.notFinite, "not finite ({})");
+    explain(Mark::Box, notFiniteColour, statistics.notFinite.size(), "not finite ({})");
     explain(
         Mark::Ring, inkColour, outside.outliers.size(),
         outside.outliers.size() > mostRings ? "outliers ({}, too many to ring)" : "outliers ({})");
     if (parts.footer.empty()) {
         parts.footer = statisticsText(statistics);
     }
-    const auto columns = static_cast<std::uint32_t>(parts.x.scale.high - parts.x.scale.low);
+    const std::uint32_t columns = parts.x.count();
     Frame frame(cell, std::move(parts));
     frame.image([&](ElementRange across, ElementRange down) {
         return meanColour(values, columns, bar, across, down);
     });
     ringPixels(frame, columns, outside.outliers);
     constexpr std::size_t fewEnough = 20;  // to be overlooked
-    ringPixels(frame, columns, outside.notFinite, fewEnough);
+    ringPixels(frame, columns, statistics.notFinite, fewEnough);
     return frame;
 }
 
@@ -186,7 +187,7 @@ void drawRays(const Cell& cell, const Diagnosis& module) {
     parts.legend = {{Mark::Cross, inkColour,
                      fmt::format("principal point ({:.4g}, {:.4g}){}", cx, cy,
                                  inside ? "" : ", not on the image")}};
-    parts.bar = ColourBar{{robustScale(statisticsOf({field.angles})), "angle from axis (degrees)"}};
+    parts.bar = ColourBar{{robustScale(field.rays), "angle from axis (degrees)"}};
     const Frame frame = drawMap(cell, std::move(parts), {field.angles});
     if (arrows) {
         drawArrows(frame, record, field);
@@ -209,6 +210,41 @@ void drawTable(const Cell& cell, const Diagnosis& module, const std::string& tit
         parts.note = storageText(stored->sighting.header, colours.high - colours.low);
     }
     drawMap(cell, std::move(parts), map);
+}
+
+void drawPsf(const Cell& cell, const Diagnosis& module) {
+    const VantricCalibration& record = *module.record;
+    const std::uint32_t width = std::max(record.psfWidth, 1U);
+    const std::uint32_t height = std::max(record.psfHeight, 1U);
+    const std::span psf(record.psf, std::size_t{width} * height);
+    // Distances wrap around the edges, the origin is element (0, 0): element x up to width / 2
+    // stands for the offset x, those behind it count back from the end.
+    const std::uint32_t behindX = (width - 1) / 2;
+    const std::uint32_t behindY = (height - 1) / 2;
+    std::vector<float> centred;
+    centred.reserve(psf.size());
+    for (std::uint32_t row = 0; row < height; ++row) {
+        const std::size_t y = (row + height - behindY) % height;
+        for (std::uint32_t column = 0; column < width; ++column) {
+            centred.push_back(std::log10(psf[y * width + (column + width - behindX) % width]));
+        }
+    }
+    // It falls by hundreds of decades; more than this says nothing about the optics.
+    constexpr double shown = 12.0;
+    const Statistics decades = statisticsOf({centred});
+    const Scale scale = decades.count == 0
+                            ? Scale{}
+                            : scaleAround(std::max(decades.min, decades.max - shown), decades.max);
+    drawMap(cell,
+            {.title = "Straylight PSF",
+             .note = fmt::format("{} x {} elements, the origin in the middle", record.psfWidth,
+                                 record.psfHeight),
+             .footer = statisticsText(statisticsOf({psf})),
+             .x = elementAxis(width, "offset x (pixels)", -static_cast<double>(behindX)),
+             .y = elementAxis(height, "offset y (pixels)", -static_cast<double>(behindY)),
+             .image = true,
+             .bar = ColourBar{{scale, "log10 of the element"}}},
+            {centred});
 }
 
 }  // namespace calcut::tools

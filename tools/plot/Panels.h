@@ -6,7 +6,7 @@
 
 #include "tools/dump/Diagnosis.h"
 #include "tools/plot/Frame.h"
-#include "tools/plot/Statistics.h"
+#include "tools/plot/Numbers.h"
 
 namespace calcut::tools {
 
@@ -43,7 +43,7 @@ void drawFrequencyTables(const Cell& cell, const Diagnosis& module, unsigned k);
 void drawPsf(const Cell& cell, const Diagnosis& module);
 void drawProfile(const Cell& cell, const Diagnosis& module);
 
-/// See Drawing.h.
+/// See Drawing in Plot.h.
 std::vector<std::uint8_t> drawDifferences(const Diagnosis& a, const Diagnosis& b,
                                           const std::string& output);
 

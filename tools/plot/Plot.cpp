@@ -7,7 +7,6 @@
 
 #include "tools/commands.h"
 #include "tools/compare/LoadedModule.h"
-#include "tools/plot/Drawing.h"
 #include "tools/terminal/OutputFile.h"
 #include "tools/terminal/Terminal.h"
 

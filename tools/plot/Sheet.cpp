@@ -5,8 +5,8 @@
 #include <cstring>
 
 #include "tools/dump/Names.h"
-#include "tools/plot/Drawing.h"
 #include "tools/plot/Panels.h"
+#include "tools/plot/Plot.h"
 #include "tools/terminal/Escape.h"
 
 namespace calcut::tools {
@@ -76,8 +76,7 @@ std::vector<Line> linesOf(const Diagnosis& module) {
 void drawSummary(const Cell& cell, const Diagnosis& module, const std::string& name) {
     const double left = cell.x + 12.0;
     const auto put = [&](double x, double y, const std::string& text, const FontStyle& style) {
-        drawText(cell.page, {x, y}, fitText(cell.page, text, style, cell.right() - 12.0 - x),
-                 style);
+        drawText(cell.page, {x, y}, text, style, cell.right() - 12.0 - x);
     };
     double y = cell.y + 28.0;
     put(left, y, name, {.size = 17.0, .bold = true});

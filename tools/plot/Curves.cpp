@@ -1,4 +1,5 @@
-// Panel of what a frequency has beside its pixel table.
+// Panels with values over an axis: what a frequency has beside its pixel table, and the profile of
+// the straylight.
 #include <fmt/format.h>
 #include <algorithm>
 #include <bit>
@@ -9,6 +10,25 @@
 namespace calcut::tools {
 
 namespace {
+
+/// Finite values of one coordinate with a little room around them.
+Scale roomyScale(std::span<const Point> points, double Point::*coordinate) {
+    double low = Statistics::none;
+    double high = Statistics::none;
+    for (const Point& point : points) {
+        if (std::isfinite(point.*coordinate)) {
+            low = std::fmin(low, point.*coordinate);
+            high = std::fmax(high, point.*coordinate);
+        }
+    }
+    const Scale scale = std::isnan(low) ? Scale{} : scaleAround(low, high);
+    const double room = (scale.high - scale.low) * 0.03;
+    return {scale.low - room, scale.high + room};
+}
+
+bool isFinite(Point point) {
+    return std::isfinite(point.x) && std::isfinite(point.y);
+}
 
 /// Entries of A and B with the same meaning.
 struct Series {
@@ -57,8 +77,8 @@ void drawSeries(const Cell& cell, const Series& series) {
     const auto entries = static_cast<double>(std::max(series.a.size(), series.b.size()));
     const double begin = -0.7;  // room for the first number
     const double end = std::max(entries, 1.0) - 0.3;
-    const Frame frame(
-        cell, {.title = series.title, .x = {{begin, end, true}}, .y = {up}, .compact = true});
+    drawText(cell.page, {cell.x + 30.0, cell.y + 16.0}, series.title, {.size = 12.0, .bold = true});
+    const Frame frame(cell, {.title = "", .x = {{begin, end, true}}, .y = {up}, .compact = true});
     const Point zero[] = {frame.at(begin, 0.0), frame.at(end, 0.0)};
     drawLine(cell.page, zero, quietColour, 0.8);
     drawStems(frame, series.a, -1.0, series.numbers);
@@ -104,6 +124,47 @@ void drawFrequencyTables(const Cell& cell, const Diagnosis& module, unsigned k) 
         drawSeries({{cell.x + 8.0 + i % 2 * width, cell.y + top + i / 2 * height, width, height},
                     cell.page},
                    all[i]);
+    }
+}
+
+void drawProfile(const Cell& cell, const Diagnosis& module) {
+    constexpr int samples = 600;
+    const VantricCalibration& record = *module.record;
+    // The origin is among them since the PSF was made.
+    const std::uint32_t count =
+        std::min<std::uint32_t>(record.straylightPointCount, VANTRIC_STRAYLIGHT_POINTS + 1);
+    std::vector<Point> points;
+    for (std::uint32_t i = 0; i < count; ++i) {
+        points.push_back({record.straylightRadius[i], record.straylightValue[i]});
+    }
+    const vantric::PolyOwner curve(
+        vantric_createPolyHandle(record.straylightRadius, record.straylightValue, count));
+    const Scale across = roomyScale(points, &Point::x);
+    for (int i = 0; i <= samples; ++i) {
+        const double t = across.low + (across.high - across.low) * i / samples;
+        points.push_back({t, vantric_cinterpol(curve.get(), static_cast<float>(t))});
+    }
+    const Frame frame(
+        cell, {.title = "Straylight profile",
+               .note = fmt::format(
+                   "PSF = {:.4g} exp(-g), {:.4g}-norm radius; offset {:.4g}, centre {:.4g}",
+                   record.straylightScale, record.straylightExponent, record.straylightOffset,
+                   record.straylightCentre),
+               .legend = {{Mark::Dot, inkColour, "nodes, with the origin"},
+                          {Mark::Box, curveColour, "interpolated"}},
+               .x = {across, "radius (PSF elements)"},
+               .y = {roomyScale(points, &Point::y), "exponent g"}});
+    std::transform(points.begin(), points.end(), points.begin(),
+                   [&frame](Point point) { return frame.at(point.x, point.y); });
+    for (std::size_t i = count + 1; i < points.size(); ++i) {
+        if (isFinite(points[i - 1]) && isFinite(points[i])) {
+            drawLine(cell.page, std::span(points).subspan(i - 1, 2), curveColour, 2.0);
+        }
+    }
+    for (const Point& node : std::span(points).first(count)) {
+        if (isFinite(node)) {
+            drawMark(cell.page, Mark::Dot, node, inkColour);
+        }
     }
 }
 

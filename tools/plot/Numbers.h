@@ -1,4 +1,4 @@
-// Numbers about a map of values: what stands under it, and where its colours end.
+// What the pictures say in numbers and words, and where their colours end.
 #pragma once
 
 #include <cstddef>
@@ -8,8 +8,9 @@
 #include <string>
 #include <vector>
 
+#include "calcut/vantric.h"
 #include "calcut/vantric_rx.h"
-#include "tools/plot/Axes.h"
+#include "tools/plot/Scales.h"
 
 namespace calcut::tools {
 
@@ -26,18 +27,18 @@ struct Statistics {
     static constexpr double none = std::numeric_limits<double>::quiet_NaN();
     std::size_t count = 0;
     std::size_t masked = 0;
-    std::size_t notFinite = 0;  ///< not masked, not finite
     double min = none;
     double mean = none;
     double deviation = none;  ///< of the sample (divided by count - 1); 0 for one value
     double max = none;
-    double robustLow = none;   ///< one value in a thousand lies below
-    double robustHigh = none;  ///< one value in a thousand lies above
+    double robustLow = none;               ///< one value in a thousand lies below
+    double robustHigh = none;              ///< one value in a thousand lies above
+    std::vector<std::size_t> notFinite{};  ///< those, unless masked
 };
 Statistics statisticsOf(const MaskedValues& map);
 
-/// The value below which a fraction of the values lies, by rank; values come back in another order.
-/// NaN for none.
+/// The value below which a fraction of the values lies, by rank; there must be some, and they come
+/// back in another order.
 double quantile(std::vector<float>& values, double fraction);
 
 /// Colour limits that a few wild values do not move.
@@ -47,7 +48,6 @@ Scale robustScale(const Statistics& statistics);
 struct Outside {
     std::size_t below = 0;
     std::size_t above = 0;
-    std::vector<std::size_t> notFinite{};
     std::vector<std::size_t> outliers{};  ///< farther from the scale than a quarter of it
 };
 Outside outsideOf(const MaskedValues& map, const Scale& scale);
@@ -58,5 +58,20 @@ std::string statisticsText(const Statistics& statistics);
 /// How finely a block stores its values, "12 bits, step 0.0001": so that the steps of a coarse
 /// table are not taken for contours. width: of the colour scale.
 std::string storageText(const RXBlockHeader& header, double width);
+
+/// From a pixel to where a pinhole without distortion sees the pixel's ray, in pixels.
+Point shiftAt(const VantricCalibration& record, std::uint32_t column, std::uint32_t row);
+
+struct RayField {
+    std::vector<float> angles;   ///< from the optical axis, degrees; NaN where not finite
+    Statistics rays;             ///< of the angles
+    Statistics shifts;           ///< of the lengths of those that are finite
+    double arrowStep = 1.0;      ///< pixels from arrow to arrow
+    double magnification = 0.0;  ///< of the arrows; 0 without distortion
+};
+RayField rayFieldOf(const VantricCalibration& record);
+
+/// One line on the distortion, or on why there is nothing to say about it.
+std::string distortionText(const RayField& field, bool arrows);
 
 }  // namespace calcut::tools

@@ -1,5 +1,4 @@
-// Where things lie on the page: values along an axis or a colour bar, and the elements of an image,
-// which are squares in any case.
+// How values become places on the page and colours; the colours of everything else.
 #pragma once
 
 #include <cstdint>
@@ -7,6 +6,29 @@
 #include <vector>
 
 namespace calcut::tools {
+
+struct Rgb {
+    std::uint8_t r = 0, g = 0, b = 0;
+    bool operator==(const Rgb&) const = default;
+};
+
+// What is masked and what is not finite is told apart from every colour of a map by everyone, in
+// grey print too: the maps leave the lightest and the darkest colours free.
+inline constexpr Rgb paperColour{0xFF, 0xFF, 0xFF};
+inline constexpr Rgb inkColour{0x20, 0x20, 0x20};
+inline constexpr Rgb quietColour{0x60, 0x60, 0x60};
+inline constexpr Rgb curveColour{0x2E, 0x6D, 0x8E};
+inline constexpr Rgb faultColour{0xC0, 0x10, 0x10};
+inline constexpr Rgb maskedColour = paperColour;         ///< on a map
+inline constexpr Rgb notFiniteColour{0x00, 0x00, 0x00};  ///< likewise
+
+enum class ColourMap : std::uint8_t {
+    Sequential,  ///< dark to light
+    Diverging    ///< blue, light grey, red: sign and size of a difference
+};
+
+/// Perceptually uniform colour for a fraction, which is cut to [0, 1].
+Rgb mapColour(ColourMap map, double fraction);
 
 struct Point {
     double x = 0.0, y = 0.0;
