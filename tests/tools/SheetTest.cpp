@@ -210,18 +210,19 @@ TEST(SheetStatistics, FewWildValuesDoNotMoveTheColours) {
             values[2 * i] = 1e6F;
             values[2 * i + 1] = -1e6F;
         }
-        const Scale scale = robustScale(statisticsOf({values, {}}));
+        const Statistics statistics = statisticsOf({values, {}});
+        const Scale scale = robustScale(statistics);
         EXPECT_GE(scale.low, 0.0);
         EXPECT_LE(scale.low, 0.003);
         EXPECT_GE(scale.high, 0.987);
         EXPECT_LE(scale.high, 1.0);
-        const Outside outside = outsideOf({values, {}}, scale);
         // No arrow without a value outside.
-        EXPECT_EQ(outside.below > 0, wild > 0) << count;
-        EXPECT_EQ(outside.above > 0, wild > 0) << count;
-        ASSERT_EQ(outside.outliers.size(), 2 * wild);
+        EXPECT_EQ(statistics.min<scale.low, wild> 0) << count;
+        EXPECT_EQ(statistics.max > scale.high, wild > 0) << count;
+        const std::vector<std::size_t> outliers = outliersOf({values, {}}, scale);
+        ASSERT_EQ(outliers.size(), 2 * wild);
         for (std::size_t i = 0; i < 2 * wild; ++i) {
-            EXPECT_EQ(outside.outliers[i], i);
+            EXPECT_EQ(outliers[i], i);
         }
     }
     // A constant table, and one without values, have a scale too.

@@ -11,15 +11,7 @@ namespace calcut::tools {
 
 namespace {
 
-struct Destroy {
-    void operator()(cairo_surface_t* surface) const { cairo_surface_destroy(surface); }
-    void operator()(cairo_t* page) const { cairo_destroy(page); }
-};
-using Surface = std::unique_ptr<cairo_surface_t, Destroy>;
-
-Surface makePixels(int width, int height) {
-    return Surface(cairo_image_surface_create(CAIRO_FORMAT_RGB24, width, height));
-}
+using Surface = std::shared_ptr<cairo_surface_t>;
 
 cairo_status_t append(void* closure, const unsigned char* data, unsigned length) {
     auto& bytes = *static_cast<std::vector<std::uint8_t>*>(closure);
@@ -48,18 +40,6 @@ void stroke(cairo_t* page, Rgb colour, double thickness) {
     cairo_stroke(page);
 }
 
-/// text without the end that would not fit.
-std::string shortened(cairo_t* page, std::string text, const FontStyle& style, double width) {
-    while (!text.empty() && textWidth(page, text + "…", style) > width) {
-        // A whole character of UTF-8 goes.
-        while ((static_cast<unsigned char>(text.back()) & 0xC0U) == 0x80U && text.size() > 1) {
-            text.pop_back();
-        }
-        text.pop_back();
-    }
-    return text + "…";
-}
-
 }  // namespace
 
 std::vector<std::uint8_t> drawPage(const std::vector<Panel>& panels, const std::string& output) {
@@ -74,13 +54,15 @@ std::vector<std::uint8_t> drawPage(const std::vector<Panel>& panels, const std::
     const double width = cellWidth * static_cast<double>(columns);
     const double height = cellHeight * static_cast<double>(rows);
     std::vector<std::uint8_t> bytes;
-    const Surface surface =
-        svg ? Surface(cairo_svg_surface_create_for_stream(append, &bytes, width, height))
-            : makePixels(static_cast<int>(width), static_cast<int>(height));
+    const Surface surface(
+        svg ? cairo_svg_surface_create_for_stream(append, &bytes, width, height)
+            : cairo_image_surface_create(CAIRO_FORMAT_RGB24, static_cast<int>(width),
+                                         static_cast<int>(height)),
+        cairo_surface_destroy);
     if (svg) {
         cairo_svg_surface_set_document_unit(surface.get(), CAIRO_SVG_UNIT_PX);
     }
-    const std::unique_ptr<cairo_t, Destroy> page(cairo_create(surface.get()));
+    const std::shared_ptr<cairo_t> page(cairo_create(surface.get()), cairo_destroy);
     fillRect(page.get(), {0.0, 0.0, width, height}, paperColour);
     for (std::size_t i = 0; i < panels.size(); ++i) {
         panels[i]({{cellWidth * static_cast<double>(i % columns),
@@ -149,10 +131,16 @@ void drawMark(cairo_t* page, Mark mark, Point centre, Rgb colour) {
 
 void drawText(cairo_t* page, Point baseline, std::string text, const FontStyle& style,
               double most) {
-    if (textWidth(page, text, style) > most) {
-        text = shortened(page, std::move(text), style, most);
+    std::string shown = text;
+    while (!text.empty() && textWidth(page, shown, style) > most) {
+        // A whole character of UTF-8 goes.
+        while ((static_cast<unsigned char>(text.back()) & 0xC0U) == 0x80U && text.size() > 1) {
+            text.pop_back();
+        }
+        text.pop_back();
+        shown = text + "…";
     }
-    const double width = textWidth(page, text, style);
+    const double width = textWidth(page, shown, style);
     setColour(page, style.colour);
     cairo_save(page);
     cairo_translate(page, baseline.x, baseline.y);
@@ -160,7 +148,7 @@ void drawText(cairo_t* page, Point baseline, std::string text, const FontStyle& 
         cairo_rotate(page, -std::numbers::pi / 2.0);
     }
     cairo_move_to(page, -width * static_cast<int>(style.anchor) / 2.0, 0.0);
-    cairo_show_text(page, text.c_str());
+    cairo_show_text(page, shown.c_str());
     cairo_restore(page);
 }
 
@@ -183,7 +171,9 @@ void drawImage(cairo_t* page, const Rect& area, int width, int height,
     const double fine = resolution(page);
     const int scale =
         fine > 1.0 ? std::clamp(static_cast<int>(fine * area.width / width), 1, 16) : 1;
-    const Surface picture = makePixels(width * scale, height * scale);
+    const Surface picture(
+        cairo_image_surface_create(CAIRO_FORMAT_RGB24, width * scale, height * scale),
+        cairo_surface_destroy);
     unsigned char* row = cairo_image_surface_get_data(picture.get());
     const std::ptrdiff_t stride = cairo_image_surface_get_stride(picture.get());
     for (int y = 0; row != nullptr && y < height; ++y) {

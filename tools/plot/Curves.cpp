@@ -11,17 +11,10 @@ namespace calcut::tools {
 
 namespace {
 
-/// Finite values of one coordinate with a little room around them.
-Scale roomyScale(std::span<const Point> points, double Point::*coordinate) {
-    double low = Statistics::none;
-    double high = Statistics::none;
-    for (const Point& point : points) {
-        if (std::isfinite(point.*coordinate)) {
-            low = std::fmin(low, point.*coordinate);
-            high = std::fmax(high, point.*coordinate);
-        }
-    }
-    const Scale scale = std::isnan(low) ? Scale{} : scaleAround(low, high);
+/// Finite values with a little room around them.
+Scale roomyScale(std::span<const float> values) {
+    const Statistics all = statisticsOf({values});
+    const Scale scale = all.count == 0 ? Scale{} : scaleAround(all.min, all.max);
     const double room = (scale.high - scale.low) * 0.03;
     return {scale.low - room, scale.high + room};
 }
@@ -133,16 +126,14 @@ void drawProfile(const Cell& cell, const Diagnosis& module) {
     // The origin is among them since the PSF was made.
     const std::uint32_t count =
         std::min<std::uint32_t>(record.straylightPointCount, VANTRIC_STRAYLIGHT_POINTS + 1);
-    std::vector<Point> points;
-    for (std::uint32_t i = 0; i < count; ++i) {
-        points.push_back({record.straylightRadius[i], record.straylightValue[i]});
-    }
+    std::vector<double> xs(record.straylightRadius, record.straylightRadius + count);
+    std::vector<float> ys(record.straylightValue, record.straylightValue + count);
     const vantric::PolyOwner curve(
         vantric_createPolyHandle(record.straylightRadius, record.straylightValue, count));
-    const Scale across = roomyScale(points, &Point::x);
+    const Scale across = roomyScale({record.straylightRadius, count});
     for (int i = 0; i <= samples; ++i) {
-        const double t = across.low + (across.high - across.low) * i / samples;
-        points.push_back({t, vantric_cinterpol(curve.get(), static_cast<float>(t))});
+        xs.push_back(across.low + (across.high - across.low) * i / samples);
+        ys.push_back(vantric_cinterpol(curve.get(), static_cast<float>(xs.back())));
     }
     const Frame frame(
         cell, {.title = "Straylight profile",
@@ -153,9 +144,11 @@ void drawProfile(const Cell& cell, const Diagnosis& module) {
                .legend = {{Mark::Dot, inkColour, "nodes, with the origin"},
                           {Mark::Box, curveColour, "interpolated"}},
                .x = {across, "radius (PSF elements)"},
-               .y = {roomyScale(points, &Point::y), "exponent g"}});
-    std::transform(points.begin(), points.end(), points.begin(),
-                   [&frame](Point point) { return frame.at(point.x, point.y); });
+               .y = {roomyScale(ys), "exponent g"}});
+    std::vector<Point> points;
+    for (std::size_t i = 0; i < xs.size(); ++i) {
+        points.push_back(frame.at(xs[i], ys[i]));
+    }
     for (std::size_t i = count + 1; i < points.size(); ++i) {
         if (isFinite(points[i - 1]) && isFinite(points[i])) {
             drawLine(cell.page, std::span(points).subspan(i - 1, 2), curveColour, 2.0);

@@ -40,7 +40,7 @@ void drawDifference(const Cell& cell, const Table& a, const Table& b, unsigned c
         parts.legend = {{Mark::Ring, inkColour, "different"}};
     }
     parts.bar = ColourBar{{scaleAround(-reach, reach), "B - A"}, ColourMap::Diverging};
-    ringPixels(drawMap(cell, std::move(parts), {values}), a.columns, differing);
+    drawMap(cell, std::move(parts), {values}).ring(differing);
 }
 
 /// b: null where A's table stands alone.
@@ -59,25 +59,21 @@ std::vector<std::uint8_t> drawDifferences(const Diagnosis& a, const Diagnosis& b
     const std::vector<Table> ofA = tablesOf(a);
     const std::vector<Table> ofB = tablesOf(b);
     std::vector<Panel> panels;
-    const auto addIncomparable = [&panels](const Table& table, const Table* other) {
-        panels.emplace_back(
-            [&table, other](const Cell& cell) { drawIncomparable(cell, table, other); });
-    };
-    for (const Table& table : ofA) {
-        const Table* other = tableNamed(ofB, table.name);
-        if (other == nullptr || !sameShape(table, *other)) {
-            addIncomparable(table, other);
-            continue;
-        }
-        for (unsigned channel = 0; channel < table.channels; ++channel) {
-            panels.emplace_back([&table, other, channel](const Cell& cell) {
-                drawDifference(cell, table, *other, channel);
+    const auto add = [&panels](const Table& table, const Table* other) {
+        const bool comparable = other != nullptr && sameShape(table, *other);
+        for (unsigned channel = 0; channel < (comparable ? table.channels : 1); ++channel) {
+            panels.emplace_back([=, &table](const Cell& cell) {
+                comparable ? drawDifference(cell, table, *other, channel)
+                           : drawIncomparable(cell, table, other);
             });
         }
+    };
+    for (const Table& table : ofA) {
+        add(table, tableNamed(ofB, table.name));
     }
     for (const Table& table : ofB) {
         if (tableNamed(ofA, table.name) == nullptr) {
-            addIncomparable(table, nullptr);
+            add(table, nullptr);
         }
     }
     return drawPage(panels, output);

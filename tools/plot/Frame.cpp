@@ -29,6 +29,40 @@ constexpr double barLabels = 52.0;  ///< room for the labels of most bars
 constexpr double arrowHeight = 10.0;
 constexpr double shortestBar = 150.0;
 
+/// Some columns or rows of an image.
+struct Range {
+    std::uint32_t begin, end;
+
+    [[nodiscard]] std::uint32_t size() const { return end - begin; }
+    /// The i-th of so many parts.
+    [[nodiscard]] Range part(int i, int parts) const {
+        const auto bound = [this, parts](int at) {
+            return begin + static_cast<std::uint32_t>(std::int64_t{size()} * at / parts);
+        };
+        return {bound(i), bound(i + 1)};
+    }
+};
+
+double widest(cairo_t* page, const std::vector<Tick>& ticks) {
+    double width = 0.0;
+    for (const Tick& tick : ticks) {
+        width = std::max(width, textWidth(page, tick.label, tickStyle));
+    }
+    return width;
+}
+
+/// Ticks of an axis that stands upright; side: -1 left of the edge, 1 right of it.
+void drawTicks(cairo_t* page, const Axis& axis, double edge, double side) {
+    const FontStyle style{.size = tickStyle.size,
+                          .anchor = side < 0.0 ? Anchor::End : Anchor::Start};
+    for (const auto& [place, label] : axis.ticks) {
+        const double tip = edge + side * tickLength;
+        const Point mark[] = {{std::min(edge, tip), place}, {std::max(edge, tip), place}};
+        drawLine(page, mark, lineColour, 1.0);
+        drawText(page, {edge + side * tickReach, place + textHeight / 2.0}, label, style);
+    }
+}
+
 }  // namespace
 
 void Axis::placeTicks(double spacing) {
@@ -40,13 +74,6 @@ void Axis::placeTicks(double spacing) {
 
 Axis elementAxis(std::uint32_t count, std::string label, double first) {
     return {{first - 0.5, first + count - 0.5, true}, std::move(label)};
-}
-
-ElementRange ElementRange::part(int i, int parts) const {
-    const auto bound = [this, parts](int at) {
-        return begin + static_cast<std::uint32_t>(std::int64_t{end - begin} * at / parts);
-    };
-    return {bound(i), bound(i + 1)};
 }
 
 void drawHead(const Cell& cell, const FrameParts& parts) {
@@ -69,8 +96,7 @@ void drawHead(const Cell& cell, const FrameParts& parts) {
 
 Frame::Frame(const Cell& cell, FrameParts parts)
     : page_(cell.page), x_(parts.x), y_(parts.y), parts_(std::move(parts)) {
-    makeRoom(cell);
-    placeAxes();
+    place(cell);
     if (!parts_.compact) {
         drawHead(cell, parts_);
     }
@@ -97,20 +123,12 @@ Point Frame::at(double x, double y) const {
 
 // --------------------------------------------------------------------------------------- layout --
 
-double Frame::widest(const std::vector<Tick>& ticks) const {
-    double width = 0.0;
-    for (const Tick& tick : ticks) {
-        width = std::max(width, textWidth(page_, tick.label, tickStyle));
-    }
-    return width;
-}
-
 /// With its arrows; a little more is left for the labels at the sides.
 double Frame::barHeight() const {
     return std::max(area_.height, std::min(room_.height, shortestBar));
 }
 
-void Frame::makeRoom(const Cell& cell) {
+void Frame::place(const Cell& cell) {
     const bool compact = parts_.compact;
     const double head = compact ? titleHeight : padding + titleHeight + 2.0 * lineHeight;
     const double labels = compact ? 4.0 : labelSpace + lineHeight + padding;
@@ -123,15 +141,12 @@ void Frame::makeRoom(const Cell& cell) {
         vertical.ticks.push_back({0.0, fmt::format("-{}", x_.count())});
     }
     const double left =
-        pad + (y_.label.empty() ? 0.0 : labelSpace) + widest(vertical.ticks) + tickReach;
+        pad + (y_.label.empty() ? 0.0 : labelSpace) + widest(page_, vertical.ticks) + tickReach;
     // Maps with and without a bar get the same place, so that they can be compared by eye.
     const double bar = barGap + barWidth + tickReach + barLabels + labelSpace;
     const double right = pad + (parts_.image ? bar : 12.0);  // half a tick label stands out
     room_.x += left;
     room_.width -= left + right;
-}
-
-void Frame::placeAxes() {
     area_ = room_;
     if (parts_.image) {
         strips_ = stripsFor(x_.count(), y_.count(), room_.width, room_.height);
@@ -150,7 +165,7 @@ void Frame::placeAxes() {
     // Two passes: how many labels fit depends on how wide they are.
     const double least = parts_.compact ? 20.0 : 40.0;
     x_.placeTicks(least);
-    x_.placeTicks(std::max(least, widest(x_.ticks) + 12.0));
+    x_.placeTicks(std::max(least, widest(page_, x_.ticks) + 12.0));
 }
 
 /// Along a strip its elements are counted from 0; across, each strip is named by its first one.
@@ -173,45 +188,50 @@ void Frame::placeStrips() {
 // -------------------------------------------------------------------------------------- drawing --
 
 void Frame::image(
-    const std::function<Rgb(ElementRange columns, ElementRange rows)>& colourOf) const {
-    const auto dotsFor = [this](const ElementRange& elements) {
-        const std::uint32_t count = elements.end - elements.begin;
-        const double shown = std::ceil(count * strips_.unit * resolution(page_));
-        return static_cast<int>(std::min<double>(count, std::max(shown, 1.0)));
+    const std::function<Rgb(const std::vector<std::size_t>& elements)>& colourOf) const {
+    const auto dotsFor = [this](const Range& elements) {
+        const double shown = std::ceil(elements.size() * strips_.unit * resolution(page_));
+        return static_cast<int>(std::min<double>(elements.size(), std::max(shown, 1.0)));
     };
+    const std::size_t rowLength = parts_.x.count();
+    std::vector<std::size_t> elements;
     for (std::uint32_t strip = 0; strip < strips_.count; ++strip) {
-        ElementRange columns{0, parts_.x.count()};
-        ElementRange rows{0, parts_.y.count()};
-        ElementRange& cut = strips_.alongRows ? rows : columns;
+        Range columns{0, parts_.x.count()};
+        Range rows{0, parts_.y.count()};
+        Range& cut = strips_.alongRows ? rows : columns;
         cut.begin = strip * strips_.length;
         cut.end = std::min(cut.end, cut.begin + strips_.length);
         const int width = dotsFor(columns);
         const int height = dotsFor(rows);
         const Point start = atElement(columns.begin - 0.5, rows.begin - 0.5);
-        const Rect place{start.x, start.y, (columns.end - columns.begin) * strips_.unit,
-                         (rows.end - rows.begin) * strips_.unit};
+        const Rect place{start.x, start.y, columns.size() * strips_.unit,
+                         rows.size() * strips_.unit};
         drawImage(page_, place, width, height, [&](int x, int y) {
-            return colourOf(columns.part(x, width), rows.part(y, height));
+            const Range across = columns.part(x, width);
+            const Range down = rows.part(y, height);
+            elements.clear();
+            for (std::size_t row = down.begin; row < down.end; ++row) {
+                for (std::size_t column = across.begin; column < across.end; ++column) {
+                    elements.push_back(row * rowLength + column);
+                }
+            }
+            return colourOf(elements);
         });
         drawOutline(page_, place, lineColour);
     }
 }
 
-/// Ticks of an axis that stands upright; side: -1 left of the edge, 1 right of it.
-void Frame::drawTicks(const Axis& axis, double edge, double side) const {
-    const FontStyle style{.size = tickStyle.size,
-                          .anchor = side < 0.0 ? Anchor::End : Anchor::Start};
-    for (const auto& [place, label] : axis.ticks) {
-        const double tip = edge + side * tickLength;
-        const Point mark[] = {{std::min(edge, tip), place}, {std::max(edge, tip), place}};
-        drawLine(page_, mark, lineColour, 1.0);
-        drawText(page_, {edge + side * tickReach, place + textHeight / 2.0}, label, style);
+void Frame::ring(const std::vector<std::size_t>& elements, std::size_t most) const {
+    for (std::size_t i = 0; i < elements.size() && elements.size() <= most; ++i) {
+        const auto column = static_cast<double>(elements[i] % parts_.x.count());
+        const auto row = static_cast<double>(elements[i] / parts_.x.count());
+        drawMark(page_, Mark::Ring, atElement(column, row), inkColour);
     }
 }
 
-/// Likewise, for its label; edge: the middle of it.
+/// The label of an axis that stands upright; edge: the middle of it.
 void Frame::drawLabel(const Axis& axis, Point edge, double side) const {
-    const double away = tickReach + widest(axis.ticks) + (side < 0.0 ? 7.0 : 16.0);
+    const double away = tickReach + widest(page_, axis.ticks) + (side < 0.0 ? 7.0 : 16.0);
     drawText(page_, {edge.x + side * away, edge.y}, axis.label, sideLabelStyle,
              barHeight() + 2.0 * arrowHeight);
 }
@@ -223,7 +243,7 @@ void Frame::drawAxes(const Cell& cell) {
         drawLine(page_, mark, lineColour, 1.0);
         drawText(page_, {place, foot}, label, {.size = tickStyle.size, .anchor = Anchor::Middle});
     }
-    drawTicks(y_, area_.x, -1.0);
+    drawTicks(page_, y_, area_.x, -1.0);
     if (strips_.count == 1) {
         drawOutline(page_, area_, lineColour);
     }
@@ -262,7 +282,7 @@ void Frame::drawBar() {
     bar.start = place.bottom();
     bar.length = -place.height;
     bar.placeTicks(30.0);
-    drawTicks(bar, place.right(), 1.0);
+    drawTicks(page_, bar, place.right(), 1.0);
     drawLabel(bar, {place.right(), place.y + place.height / 2.0}, 1.0);
 }
 

@@ -55,13 +55,8 @@ struct FrameParts {
     bool compact = false;  ///< a small frame: axes only
 };
 
-/// Some columns or rows of an image.
-struct ElementRange {
-    std::uint32_t begin, end;
-
-    /// The i-th of so many parts.
-    [[nodiscard]] ElementRange part(int i, int parts) const;
-};
+/// More rings than that hide what they point at.
+inline constexpr std::size_t mostRings = 200;
 
 /// Draws title, note and legend at the top of a cell.
 void drawHead(const Cell& cell, const FrameParts& parts);
@@ -76,23 +71,23 @@ class Frame {
     [[nodiscard]] Point at(double x, double y) const;
 
     // Of images:
+    [[nodiscard]] double unit() const { return strips_.unit; }  ///< side of an element on the page
+    /// Draws the image, each of its dots with the colour of the elements that it stands for. They
+    /// are given by their indices, row by row.
+    void image(const std::function<Rgb(const std::vector<std::size_t>& elements)>& colourOf) const;
+    /// Rings around elements; none when they are more than most.
+    void ring(const std::vector<std::size_t>& elements, std::size_t most = mostRings) const;
+
+  private:
     [[nodiscard]] Point atElement(double column, double row) const {
         return at(parts_.x.first() + column, parts_.y.first() + row);
     }
-    [[nodiscard]] double unit() const { return strips_.unit; }  ///< side of an element on the page
-    /// Draws the image, each of its dots with the colour of the elements that it stands for.
-    void image(const std::function<Rgb(ElementRange columns, ElementRange rows)>& colourOf) const;
-
-  private:
     [[nodiscard]] double verticalSpacing() const { return parts_.compact ? 24.0 : 42.0; }
-    [[nodiscard]] double widest(const std::vector<Tick>& ticks) const;
     [[nodiscard]] double barHeight() const;
-    void makeRoom(const Cell& cell);
-    void placeAxes();
+    void place(const Cell& cell);
     void placeStrips();
     void drawAxes(const Cell& cell);
     void drawBar();
-    void drawTicks(const Axis& axis, double edge, double side) const;
     void drawLabel(const Axis& axis, Point edge, double side) const;
 
     cairo_t* page_;

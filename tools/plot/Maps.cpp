@@ -12,23 +12,21 @@ namespace calcut::tools {
 namespace {
 
 /// The mean's colour; what is not finite or masked is never averaged away.
-Rgb meanColour(const MaskedValues& map, std::size_t width, const ColourBar& bar,
-               ElementRange columns, ElementRange rows) {
+Rgb meanColour(const MaskedValues& map, const std::vector<std::size_t>& elements,
+               const ColourBar& bar) {
     double sum = 0.0;
     bool anyMasked = false;
-    for (std::size_t row = rows.begin; row < rows.end; ++row) {
-        for (std::size_t at = row * width + columns.begin; at < row * width + columns.end; ++at) {
-            if (map.masked(at)) {
-                anyMasked = true;
-            } else if (!std::isfinite(map.values[at])) {
-                return notFiniteColour;
-            } else {
-                sum += map.values[at];
-            }
+    for (const std::size_t at : elements) {
+        if (map.masked(at)) {
+            anyMasked = true;
+        } else if (!std::isfinite(map.values[at])) {
+            return notFiniteColour;
+        } else {
+            sum += map.values[at];
         }
     }
-    const double count = static_cast<double>(rows.end - rows.begin) * (columns.end - columns.begin);
-    return anyMasked ? maskedColour : mapColour(bar.colours, bar.scale.fraction(sum / count));
+    const double mean = sum / static_cast<double>(elements.size());
+    return anyMasked ? maskedColour : mapColour(bar.colours, bar.scale.fraction(mean));
 }
 
 /// Masked pixels without masked neighbours at their sides.
@@ -74,7 +72,7 @@ void drawArrows(const Frame& frame, const VantricCalibration& record, const RayF
     for (std::uint32_t i = 0; i < down * across; ++i) {
         const std::uint32_t column = (2 * (i % across) + 1) * columns / (2 * across);
         const std::uint32_t row = (2 * (i / across) + 1) * rows / (2 * down);
-        const Point shift = shiftAt(record, column, row);
+        const Point shift = shiftAt(record, std::size_t{row} * columns + column);
         if (std::isfinite(std::hypot(shift.x, shift.y))) {
             drawArrow(frame.page(), frame.at(column, row),
                       frame.at(column + field.magnification * shift.x,
@@ -96,42 +94,28 @@ FrameParts imageParts(std::string title, std::uint32_t columns, std::uint32_t ro
 Frame drawMap(const Cell& cell, FrameParts parts, const MaskedValues& values) {
     const Statistics statistics = statisticsOf(values);
     ColourBar bar = *parts.bar;
-    const Outside outside = outsideOf(values, bar.scale);
-    bar.valuesBelow = outside.below > 0;
-    bar.valuesAbove = outside.above > 0;
+    bar.valuesBelow = statistics.min < bar.scale.low;
+    bar.valuesAbove = statistics.max > bar.scale.high;
     parts.bar = statistics.count > 0 ? std::optional(bar) : std::nullopt;
     const auto explain = [&parts](Mark mark, Rgb colour, std::size_t count, const char* format) {
         if (count > 0) {
             parts.legend.push_back({mark, colour, fmt::format(fmt::runtime(format), count)});
         }
     };
+    const std::vector<std::size_t> outliers = outliersOf(values, bar.scale);
     explain(Mark::Box, maskedColour, statistics.masked, "masked ({})");
     explain(Mark::Box, notFiniteColour, statistics.notFinite.size(), "not finite ({})");
-    explain(
-        Mark::Ring, inkColour, outside.outliers.size(),
-        outside.outliers.size() > mostRings ? "outliers ({}, too many to ring)" : "outliers ({})");
+    explain(Mark::Ring, inkColour, outliers.size(),
+            outliers.size() > mostRings ? "outliers ({}, too many to ring)" : "outliers ({})");
     if (parts.footer.empty()) {
         parts.footer = statisticsText(statistics);
     }
-    const std::uint32_t columns = parts.x.count();
     Frame frame(cell, std::move(parts));
-    frame.image([&](ElementRange across, ElementRange down) {
-        return meanColour(values, columns, bar, across, down);
-    });
-    ringPixels(frame, columns, outside.outliers);
+    frame.image([&](const auto& elements) { return meanColour(values, elements, bar); });
+    frame.ring(outliers);
     constexpr std::size_t fewEnough = 20;  // to be overlooked
-    ringPixels(frame, columns, statistics.notFinite, fewEnough);
+    frame.ring(statistics.notFinite, fewEnough);
     return frame;
-}
-
-void ringPixels(const Frame& frame, std::uint32_t columns, const std::vector<std::size_t>& pixels,
-                std::size_t most) {
-    for (std::size_t i = 0; i < pixels.size() && pixels.size() <= most; ++i) {
-        drawMark(frame.page(), Mark::Ring,
-                 frame.atElement(static_cast<double>(pixels[i] % columns),
-                                 static_cast<double>(pixels[i] / columns)),
-                 inkColour);
-    }
 }
 
 std::span<const std::uint8_t> maskOf(const Diagnosis& module) {
@@ -159,18 +143,17 @@ void drawMask(const Cell& cell, const Diagnosis& module) {
         "{:.4g} % of {} pixels are masked",
         100.0 * static_cast<double>(zeros) / static_cast<double>(mask.size()), mask.size());
     const Frame frame(cell, std::move(parts));
-    frame.image([&, width = columns](ElementRange across, ElementRange down) {
+    frame.image([&](const auto& elements) {
         std::uint8_t value = highest;
-        for (std::uint32_t row = down.begin; row < down.end; ++row) {
-            const std::uint8_t* first = &mask[std::size_t{row} * width];
-            value = std::min(value, *std::min_element(first + across.begin, first + across.end));
+        for (const std::size_t at : elements) {
+            value = std::min(value, mask[at]);
         }
         return value == 0    ? maskedInk
                : highest > 1 ? mapColour(ColourMap::Sequential, scale.fraction(value))
                              : paperColour;
     });
     if (frame.unit() < visible) {
-        ringPixels(frame, columns, lonePixels(mask, columns));
+        frame.ring(lonePixels(mask, columns));
     }
 }
 
@@ -223,11 +206,10 @@ void drawPsf(const Cell& cell, const Diagnosis& module) {
     const std::uint32_t behindY = (height - 1) / 2;
     std::vector<float> centred;
     centred.reserve(psf.size());
-    for (std::uint32_t row = 0; row < height; ++row) {
-        const std::size_t y = (row + height - behindY) % height;
-        for (std::uint32_t column = 0; column < width; ++column) {
-            centred.push_back(std::log10(psf[y * width + (column + width - behindX) % width]));
-        }
+    for (std::size_t at = 0; at < psf.size(); ++at) {
+        const std::size_t x = (at % width + width - behindX) % width;
+        const std::size_t y = (at / width + height - behindY) % height;
+        centred.push_back(std::log10(psf[y * width + x]));
     }
     // It falls by hundreds of decades; more than this says nothing about the optics.
     constexpr double shown = 12.0;

@@ -67,22 +67,18 @@ Scale robustScale(const Statistics& statistics) {
                                  : scaleAround(statistics.robustLow, statistics.robustHigh);
 }
 
-Outside outsideOf(const MaskedValues& map, const Scale& scale) {
+std::vector<std::size_t> outliersOf(const MaskedValues& map, const Scale& scale) {
     // The tail of normally distributed noise reaches this far once in several images.
     const double margin = 0.25 * (scale.high - scale.low);
-    Outside outside;
+    std::vector<std::size_t> outliers;
     for (std::size_t at = 0; at < map.values.size(); ++at) {
         const double value = map.values[at];
-        if (map.masked(at) || !std::isfinite(value)) {
-            continue;
-        }
-        outside.below += value < scale.low ? 1 : 0;
-        outside.above += value > scale.high ? 1 : 0;
-        if (value < scale.low - margin || value > scale.high + margin) {
-            outside.outliers.push_back(at);
+        const bool outside = value < scale.low - margin || value > scale.high + margin;
+        if (outside && std::isfinite(value) && !map.masked(at)) {
+            outliers.push_back(at);
         }
     }
-    return outside;
+    return outliers;
 }
 
 std::string statisticsText(const Statistics& statistics) {
@@ -100,19 +96,16 @@ std::string storageText(const RXBlockHeader& header, double width) {
     }
     constexpr double fineSteps = 64.0;  // fewer in a scale show as bands
     const double step = std::abs(double{header.scale});
-    std::string text = fmt::format("stored in {} bits, step {:.3g}", header.bits, step);
-    if (width < fineSteps * step) {
-        text += "; bands are these steps, no contours";
-    }
-    return text;
+    return fmt::format("stored in {} bits, step {:.3g}{}", header.bits, step,
+                       width < fineSteps * step ? "; bands are these steps, no contours" : "");
 }
 
-Point shiftAt(const VantricCalibration& record, std::uint32_t column, std::uint32_t row) {
-    const float* ray =
-        record.directions + 3 * (std::size_t{row} * record.imagerArea.columns + column);
+Point shiftAt(const VantricCalibration& record, std::size_t pixel) {
+    const float* ray = record.directions + 3 * pixel;
     const float* lens = record.lensParameters;
-    return {double{lens[0]} * ray[0] / ray[2] + lens[2] - column,
-            double{lens[1]} * ray[1] / ray[2] + lens[3] - row};
+    const std::size_t columns = record.imagerArea.columns;
+    return {double{lens[0]} * ray[0] / ray[2] + lens[2] - static_cast<double>(pixel % columns),
+            double{lens[1]} * ray[1] / ray[2] + lens[3] - static_cast<double>(pixel / columns)};
 }
 
 RayField rayFieldOf(const VantricCalibration& record) {
@@ -120,17 +113,14 @@ RayField rayFieldOf(const VantricCalibration& record) {
     const auto [x, y, columns, rows] = record.imagerArea;
     RayField field;
     std::vector<float> shifts;
-    for (std::uint32_t row = 0; row < rows; ++row) {
-        for (std::uint32_t column = 0; column < columns; ++column) {
-            const float* ray = record.directions + 3 * shifts.size();
-            const bool finite =
-                std::isfinite(ray[0]) && std::isfinite(ray[1]) && std::isfinite(ray[2]);
-            const double angle = std::atan2(std::hypot(ray[0], ray[1]), ray[2]);
-            const Point shift = shiftAt(record, column, row);
-            field.angles.push_back(finite ? static_cast<float>(angle * 180.0 / std::numbers::pi)
-                                          : none);
-            shifts.push_back(finite ? static_cast<float>(std::hypot(shift.x, shift.y)) : none);
-        }
+    for (std::size_t pixel = 0; pixel < std::size_t{columns} * rows; ++pixel) {
+        const float* ray = record.directions + 3 * pixel;
+        const bool finite = std::isfinite(ray[0]) && std::isfinite(ray[1]) && std::isfinite(ray[2]);
+        const double angle = std::atan2(std::hypot(ray[0], ray[1]), ray[2]);
+        const Point shift = shiftAt(record, pixel);
+        field.angles.push_back(finite ? static_cast<float>(angle * 180.0 / std::numbers::pi)
+                                      : none);
+        shifts.push_back(finite ? static_cast<float>(std::hypot(shift.x, shift.y)) : none);
     }
     field.rays = statisticsOf({field.angles});
     field.shifts = statisticsOf({shifts});

@@ -44,13 +44,8 @@ double quantile(std::vector<float>& values, double fraction);
 /// Colour limits that a few wild values do not move.
 Scale robustScale(const Statistics& statistics);
 
-/// What a colour scale does not show.
-struct Outside {
-    std::size_t below = 0;
-    std::size_t above = 0;
-    std::vector<std::size_t> outliers{};  ///< farther from the scale than a quarter of it
-};
-Outside outsideOf(const MaskedValues& map, const Scale& scale);
+/// What lies farther from a scale than a quarter of it.
+std::vector<std::size_t> outliersOf(const MaskedValues& map, const Scale& scale);
 
 /// "min 0.1   mean 0.2   deviation 0.05   max 0.3"
 std::string statisticsText(const Statistics& statistics);
@@ -60,7 +55,7 @@ std::string statisticsText(const Statistics& statistics);
 std::string storageText(const RXBlockHeader& header, double width);
 
 /// From a pixel to where a pinhole without distortion sees the pixel's ray, in pixels.
-Point shiftAt(const VantricCalibration& record, std::uint32_t column, std::uint32_t row);
+Point shiftAt(const VantricCalibration& record, std::size_t pixel);
 
 struct RayField {
     std::vector<float> angles;   ///< from the optical axis, degrees; NaN where not finite

@@ -17,13 +17,6 @@ FrameParts imageParts(std::string title, std::uint32_t columns, std::uint32_t ro
 /// comes behind what parts has, and statistics where parts has no footer.
 Frame drawMap(const Cell& cell, FrameParts parts, const MaskedValues& values);
 
-/// More rings than that hide what they point at.
-inline constexpr std::size_t mostRings = 200;
-
-/// Rings around pixels of an image, given by their index; none when they are more than most.
-void ringPixels(const Frame& frame, std::uint32_t columns, const std::vector<std::size_t>& pixels,
-                std::size_t most = mostRings);
-
 /// Id of a block of frequency k.
 constexpr std::uint32_t frequencyBlock(unsigned k, RXFrequencyBlock block) {
     return RX_BLOCK_FIRST_FREQUENCY + RX_BLOCKS_PER_FREQUENCY * k + block;

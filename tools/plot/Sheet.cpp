@@ -90,31 +90,25 @@ void drawSummary(const Cell& cell, const Diagnosis& module, const std::string& n
     }
 }
 
-/// A scale that holds the robust limits of all pixel tables.
-std::optional<Scale> sharedScaleOf(const Diagnosis& module,
-                                   const std::vector<unsigned>& frequencies) {
-    double low = Statistics::none;
-    double high = Statistics::none;
-    const std::span<const std::uint8_t> mask = maskOf(module);
-    for (const unsigned k : frequencies) {
-        const Statistics statistics =
-            statisticsOf({{module.record->frequencies[k].pixelTable, mask.size()}, mask});
-        low = std::fmin(low, statistics.robustLow);
-        high = std::fmax(high, statistics.robustHigh);
-    }
-    return std::isnan(low) ? std::nullopt : std::optional(scaleAround(low, high));
-}
-
 std::vector<std::uint8_t> drawSheet(const Diagnosis& module, const std::string& input,
                                     bool sharedScale, const std::string& output) {
+    const std::span<const std::uint8_t> mask = maskOf(module);
     std::vector<unsigned> frequencies;
+    // Of all pixel tables together.
+    double low = Statistics::none;
+    double high = Statistics::none;
     for (unsigned k = 0; k < VANTRIC_FREQUENCIES; ++k) {
         if (module.wasRead(frequencyBlock(k, RX_FREQUENCY_PIXEL_TABLE))) {
             frequencies.push_back(k);
+            const float* values = module.record->frequencies[k].pixelTable;
+            const Statistics statistics = statisticsOf({{values, mask.size()}, mask});
+            low = std::fmin(low, statistics.robustLow);
+            high = std::fmax(high, statistics.robustHigh);
         }
     }
+    const bool shared = sharedScale && !std::isnan(low);
     const std::optional<Scale> scale =
-        sharedScale ? sharedScaleOf(module, frequencies) : std::nullopt;
+        shared ? std::optional(scaleAround(low, high)) : std::nullopt;
     std::vector<Panel> panels;
     const auto add = [&](auto draw, auto... more) {
         panels.emplace_back(
