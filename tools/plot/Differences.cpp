@@ -39,8 +39,8 @@ void drawDifference(const Cell& cell, const Table& a, const Table& b, unsigned c
     if (ringed) {
         parts.legend = {{Mark::Ring, inkColour, "different"}};
     }
-    parts.bar = ColourBar{{scaleAround(-reach, reach), "B - A"}, ColourMap::Diverging};
-    drawMap(cell, std::move(parts), {values}).ring(differing);
+    const ColourBar bar{{scaleAround(-reach, reach), "B - A"}, ColourMap::Diverging};
+    drawMap(cell, std::move(parts), bar, {values}).ring(differing);
 }
 
 /// b: null where A's table stands alone.

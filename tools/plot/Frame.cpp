@@ -107,18 +107,14 @@ Frame::Frame(const Cell& cell, FrameParts parts)
 }
 
 Point Frame::at(double x, double y) const {
-    if (strips_.count == 1) {
-        return {x_.at(x), y_.at(y)};
-    }
-    // The axis along the strips counts elements from the strip's first.
-    double& along = strips_.alongRows ? y : x;
-    along -= (strips_.alongRows ? parts_.y : parts_.x).first();
-    const double strip =
-        std::clamp(std::floor((along + 0.5) / strips_.length), 0.0, strips_.count - 1.0);
+    const bool tall = strips_.alongRows;
+    double& along = tall ? y : x;
+    const double from = along - (tall ? parts_.y : parts_.x).scale.low;
+    const double strip = std::clamp(std::floor(from / strips_.length), 0.0, strips_.count - 1.0);
     along -= strip * strips_.length;
-    const double shift = strip * strips_.pitch;
-    return strips_.alongRows ? Point{x_.at(x) + shift, y_.at(y)}
-                             : Point{x_.at(x), y_.at(y) + shift};
+    Point place{x_.at(x), y_.at(y)};
+    (tall ? place.x : place.y) += strip * strips_.pitch;
+    return place;
 }
 
 // --------------------------------------------------------------------------------------- layout --
@@ -180,9 +176,11 @@ void Frame::placeStrips() {
         across.ticks.push_back({across.start + strip * strips_.pitch + across.length / 2.0,
                                 fmt::format("{:g}", along.first() + strip * strips_.length)});
     }
-    along.scale = {-0.5, strips_.length - 0.5, true};
+    const double first = along.first();
     along.label = "elements within the strip";
+    along.scale = elementAxis(strips_.length, "").scale;
     along.placeTicks(42.0);
+    along.scale = elementAxis(strips_.length, "", first).scale;
 }
 
 // -------------------------------------------------------------------------------------- drawing --

@@ -91,9 +91,8 @@ FrameParts imageParts(std::string title, std::uint32_t columns, std::uint32_t ro
             .image = true};
 }
 
-Frame drawMap(const Cell& cell, FrameParts parts, const MaskedValues& values) {
+Frame drawMap(const Cell& cell, FrameParts parts, ColourBar bar, const MaskedValues& values) {
     const Statistics statistics = statisticsOf(values);
-    ColourBar bar = *parts.bar;
     bar.valuesBelow = statistics.min < bar.scale.low;
     bar.valuesAbove = statistics.max > bar.scale.high;
     parts.bar = statistics.count > 0 ? std::optional(bar) : std::nullopt;
@@ -170,8 +169,9 @@ void drawRays(const Cell& cell, const Diagnosis& module) {
     parts.legend = {{Mark::Cross, inkColour,
                      fmt::format("principal point ({:.4g}, {:.4g}){}", cx, cy,
                                  inside ? "" : ", not on the image")}};
-    parts.bar = ColourBar{{robustScale(field.rays), "angle from axis (degrees)"}};
-    const Frame frame = drawMap(cell, std::move(parts), {field.angles});
+    const Frame frame =
+        drawMap(cell, std::move(parts), {{robustScale(field.rays), "angle from axis (degrees)"}},
+                {field.angles});
     if (arrows) {
         drawArrows(frame, record, field);
     }
@@ -187,12 +187,11 @@ void drawTable(const Cell& cell, const Diagnosis& module, const std::string& tit
     const MaskedValues map{{values, mask.size()}, mask};
     const Scale colours = scale ? *scale : robustScale(statisticsOf(map));
     FrameParts parts = imageParts(title, columns, rows);
-    parts.bar =
-        ColourBar{{colours, scale ? "value, same scale for all" : "value (unit not recorded)"}};
     if (const DiagnosedBlock* stored = module.readBlock(block)) {
         parts.note = storageText(stored->sighting.header, colours.high - colours.low);
     }
-    drawMap(cell, std::move(parts), map);
+    const char* label = scale ? "value, same scale for all" : "value (unit not recorded)";
+    drawMap(cell, std::move(parts), {{colours, label}}, map);
 }
 
 void drawPsf(const Cell& cell, const Diagnosis& module) {
@@ -224,9 +223,8 @@ void drawPsf(const Cell& cell, const Diagnosis& module) {
              .footer = statisticsText(statisticsOf({psf})),
              .x = elementAxis(width, "offset x (pixels)", -static_cast<double>(behindX)),
              .y = elementAxis(height, "offset y (pixels)", -static_cast<double>(behindY)),
-             .image = true,
-             .bar = ColourBar{{scale, "log10 of the element"}}},
-            {centred});
+             .image = true},
+            {{scale, "log10 of the element"}}, {centred});
 }
 
 }  // namespace calcut::tools

@@ -7,16 +7,6 @@
 
 namespace calcut::tools {
 
-namespace {
-
-/// A plain factor at most limit: one digit times a power of ten.
-double roundFactor(double limit) {
-    const double power = std::pow(10.0, std::floor(std::log10(limit)));
-    return power * std::floor(limit / power * (1.0 + 1e-12));
-}
-
-}  // namespace
-
 Statistics statisticsOf(const MaskedValues& map) {
     Statistics result;
     std::vector<float> finite;
@@ -128,7 +118,10 @@ RayField rayFieldOf(const VantricCalibration& record) {
     // None but a few wild ones much longer than half the way to the neighbour.
     constexpr double leastDistortion = 1e-3;  // pixels
     if (const double usual = field.shifts.robustHigh; usual > leastDistortion) {
-        field.magnification = roundFactor(std::max(0.7 * field.arrowStep / usual, 1e-6));
+        // One digit times a power of ten.
+        const double limit = std::max(0.7 * field.arrowStep / usual, 1e-6);
+        const double power = std::pow(10.0, std::floor(std::log10(limit)));
+        field.magnification = power * std::floor(limit / power * (1.0 + 1e-12));
     }
     return field;
 }

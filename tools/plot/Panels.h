@@ -13,9 +13,9 @@ namespace calcut::tools {
 /// The parts around an image with the pixels' numbers at its sides.
 FrameParts imageParts(std::string title, std::uint32_t columns, std::uint32_t rows);
 
-/// Draws a map of values in the colours of parts.bar, whose arrows are set here; its own legend
-/// comes behind what parts has, and statistics where parts has no footer.
-Frame drawMap(const Cell& cell, FrameParts parts, const MaskedValues& values);
+/// Draws a map of values in the colours of the bar, whose arrows are set here; its own legend comes
+/// behind what parts has, and statistics where parts has no footer.
+Frame drawMap(const Cell& cell, FrameParts parts, ColourBar bar, const MaskedValues& values);
 
 /// Id of a block of frequency k.
 constexpr std::uint32_t frequencyBlock(unsigned k, RXFrequencyBlock block) {

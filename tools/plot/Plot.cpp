@@ -2,8 +2,8 @@
 
 #include <dlfcn.h>
 
-#include <cstring>
 #include <filesystem>
+#include <string_view>
 
 #include "tools/commands.h"
 #include "tools/compare/LoadedModule.h"
@@ -26,17 +26,13 @@ const Drawing* loadDrawing() {
             continue;
         }
         void* part = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-        const void* symbol = part == nullptr ? nullptr : dlsym(part, "calcutDrawing");
-        if (symbol == nullptr) {
-            printError("", dlerror());
-            return nullptr;
+        const auto* drawing =
+            static_cast<const Drawing*>(part == nullptr ? nullptr : dlsym(part, "calcutDrawing"));
+        if (drawing != nullptr && std::string_view(drawing->version) == CALCUT_VERSION) {
+            return drawing;
         }
-        const auto* drawing = static_cast<const Drawing*>(symbol);
-        if (std::strcmp(drawing->version, CALCUT_VERSION) != 0) {
-            printError(path, "belongs to another version of calcut");
-            return nullptr;
-        }
-        return drawing;
+        printError("", drawing == nullptr ? dlerror() : path + " is of another version of calcut");
+        return nullptr;
     }
     printError("", "calcut-plot is not installed: this build was made without Cairo");
     return nullptr;

@@ -55,10 +55,9 @@ std::vector<Line> linesOf(const Diagnosis& module) {
     lines.push_back({});
     for (unsigned k = 0; k < VANTRIC_FREQUENCIES; ++k) {
         if (module.wasRead(frequencyBlock(k, RX_FREQUENCY_ID))) {
-            const auto& [scalar, id] =
-                std::pair{record.frequencies[k].scalar, record.frequencies[k].frequencyId};
+            const float scalar = record.frequencies[k].scalar;
             lines.push_back(
-                {fmt::format("frequency {}:  id {}{}", k, id,
+                {fmt::format("frequency {}:  id {}{}", k, record.frequencies[k].frequencyId,
                              std::isnan(scalar) ? "" : fmt::format(", scalar {}", scalar))});
         }
     }
@@ -101,14 +100,14 @@ std::vector<std::uint8_t> drawSheet(const Diagnosis& module, const std::string& 
         if (module.wasRead(frequencyBlock(k, RX_FREQUENCY_PIXEL_TABLE))) {
             frequencies.push_back(k);
             const float* values = module.record->frequencies[k].pixelTable;
-            const Statistics statistics = statisticsOf({{values, mask.size()}, mask});
+            const Statistics statistics =
+                sharedScale ? statisticsOf({{values, mask.size()}, mask}) : Statistics{};
             low = std::fmin(low, statistics.robustLow);
             high = std::fmax(high, statistics.robustHigh);
         }
     }
-    const bool shared = sharedScale && !std::isnan(low);
     const std::optional<Scale> scale =
-        shared ? std::optional(scaleAround(low, high)) : std::nullopt;
+        std::isnan(low) ? std::nullopt : std::optional(scaleAround(low, high));
     std::vector<Panel> panels;
     const auto add = [&](auto draw, auto... more) {
         panels.emplace_back(
