@@ -39,14 +39,14 @@ void drawStems(const Frame& frame, const std::vector<double>& values, double sid
         const Point foot = frame.at(x, 0.0);
         if (std::isfinite(values[i])) {
             const Point stem[] = {foot, frame.at(x, values[i])};
-            drawLine(frame.page(), stem, curveColour, 1.6);
-            drawMark(frame.page(), left ? Mark::Dot : Mark::Box, stem[1],
+            drawLine(frame.page, stem, curveColour, 1.6);
+            drawMark(frame.page, left ? Mark::Dot : Mark::Box, stem[1],
                      left ? curveColour : paperColour);
         }
         if (numbers || !std::isfinite(values[i])) {
             // Where there is more room for it.
-            const bool above = foot.y - frame.area().y > frame.area().height / 2.0;
-            drawText(frame.page(), {foot.x + (left ? -5.0 : 12.0), foot.y + (above ? -4.0 : 4.0)},
+            const bool above = foot.y - frame.area.y > frame.area.height / 2.0;
+            drawText(frame.page, {foot.x + (left ? -5.0 : 12.0), foot.y + (above ? -4.0 : 4.0)},
                      fmt::format("{:.4g}", values[i]),
                      {.size = 9.5,
                       .anchor = above ? Anchor::Start : Anchor::End,
@@ -71,7 +71,8 @@ void drawSeries(const Cell& cell, const Series& series) {
     const double begin = -0.7;  // room for the first number
     const double end = std::max(entries, 1.0) - 0.3;
     drawText(cell.page, {cell.x + 30.0, cell.y + 16.0}, series.title, {.size = 12.0, .bold = true});
-    const Frame frame(cell, {.title = "", .x = {{begin, end, true}}, .y = {up}, .compact = true});
+    const Frame frame =
+        drawFrame(cell, {.title = "", .x = {{begin, end, true}}, .y = {up}, .compact = true});
     const Point zero[] = {frame.at(begin, 0.0), frame.at(end, 0.0)};
     drawLine(cell.page, zero, quietColour, 0.8);
     drawStems(frame, series.a, -1.0, series.numbers);
@@ -135,7 +136,7 @@ void drawProfile(const Cell& cell, const Diagnosis& module) {
         xs.push_back(across.low + (across.high - across.low) * i / samples);
         ys.push_back(vantric_cinterpol(curve.get(), static_cast<float>(xs.back())));
     }
-    const Frame frame(
+    const Frame frame = drawFrame(
         cell, {.title = "Straylight profile",
                .note = fmt::format(
                    "PSF = {:.4g} exp(-g), {:.4g}-norm radius; offset {:.4g}, centre {:.4g}",

@@ -34,12 +34,9 @@ struct Range {
     std::uint32_t begin, end;
 
     [[nodiscard]] std::uint32_t size() const { return end - begin; }
-    /// The i-th of so many parts.
-    [[nodiscard]] Range part(int i, int parts) const {
-        const auto bound = [this, parts](int at) {
-            return begin + static_cast<std::uint32_t>(std::int64_t{size()} * at / parts);
-        };
-        return {bound(i), bound(i + 1)};
+    /// Where the i-th of so many parts begins.
+    [[nodiscard]] std::uint32_t bound(int i, int parts) const {
+        return begin + static_cast<std::uint32_t>(std::int64_t{size()} * i / parts);
     }
 };
 
@@ -51,6 +48,74 @@ double widest(cairo_t* page, const std::vector<Tick>& ticks) {
     return width;
 }
 
+// --------------------------------------------------------------------------------------- layout --
+
+/// Along a strip its elements are counted from 0; across, each strip is named by its first one.
+void placeStrips(Frame& frame) {
+    const bool tall = frame.strips.alongRows;
+    Axis& along = tall ? frame.yAxis : frame.xAxis;
+    Axis& across = tall ? frame.xAxis : frame.yAxis;
+    across.length = frame.strips.pitch / 2.0;
+    across.label = "strip from " + along.label;
+    const auto every =
+        static_cast<std::uint32_t>(std::ceil((tall ? 48.0 : 20.0) / frame.strips.pitch));
+    for (std::uint32_t strip = 0; strip < frame.strips.count; strip += every) {
+        across.ticks.push_back({across.start + strip * frame.strips.pitch + across.length / 2.0,
+                                fmt::format("{:g}", along.first() + strip * frame.strips.length)});
+    }
+    const double first = along.first();
+    along.label = "elements within the strip";
+    along.scale = elementAxis(frame.strips.length, "").scale;
+    along.placeTicks(42.0);
+    along.scale = elementAxis(frame.strips.length, "", first).scale;
+}
+
+void place(Frame& frame, const Cell& cell) {
+    const bool compact = frame.parts.compact;
+    const double spacing = compact ? 24.0 : 42.0;
+    const double head = compact ? titleHeight : padding + titleHeight + 2.0 * lineHeight;
+    const double labels = compact ? 4.0 : labelSpace + lineHeight + padding;
+    const double foot = tickReach + textHeight + labels;
+    const double pad = compact ? 4.0 : padding;
+    Rect room{cell.x, cell.y + head, cell.width, cell.height - head - foot};
+    Axis vertical{.scale = frame.yAxis.scale, .length = room.height};
+    vertical.placeTicks(spacing);
+    if (frame.parts.image && needsStrips(frame.xAxis.count(), frame.yAxis.count())) {
+        vertical.ticks.push_back({0.0, fmt::format("-{}", frame.xAxis.count())});
+    }
+    const double left = pad + (frame.yAxis.label.empty() ? 0.0 : labelSpace) +
+                        widest(frame.page, vertical.ticks) + tickReach;
+    // Maps with and without a bar get the same place, so that they can be compared by eye.
+    const double bar = barGap + barWidth + tickReach + barLabels + labelSpace;
+    const double right = pad + (frame.parts.image ? bar : 12.0);  // half a tick label stands out
+    room.x += left;
+    room.width -= left + right;
+    frame.area = room;
+    if (frame.parts.image) {
+        frame.strips = stripsFor(frame.xAxis.count(), frame.yAxis.count(), room.width, room.height);
+        frame.area = {room.x + (room.width - frame.strips.width) / 2.0,
+                      room.y + (room.height - frame.strips.height) / 2.0, frame.strips.width,
+                      frame.strips.height};
+    }
+    // With its arrows; a little more is left for the labels at the sides.
+    frame.barHeight = std::max(frame.area.height, std::min(room.height, shortestBar));
+    frame.xAxis.start = frame.area.x;
+    frame.xAxis.length = frame.area.width;
+    frame.yAxis.start = frame.parts.image ? frame.area.y : frame.area.bottom();
+    frame.yAxis.length = frame.parts.image ? frame.area.height : -frame.area.height;
+    if (frame.strips.count > 1) {
+        placeStrips(frame);
+        return;
+    }
+    frame.yAxis.placeTicks(spacing);
+    // Two passes: how many labels fit depends on how wide they are.
+    const double least = compact ? 20.0 : 40.0;
+    frame.xAxis.placeTicks(least);
+    frame.xAxis.placeTicks(std::max(least, widest(frame.page, frame.xAxis.ticks) + 12.0));
+}
+
+// -------------------------------------------------------------------------------------- drawing --
+
 /// Ticks of an axis that stands upright; side: -1 left of the edge, 1 right of it.
 void drawTicks(cairo_t* page, const Axis& axis, double edge, double side) {
     const FontStyle style{.size = tickStyle.size,
@@ -61,6 +126,67 @@ void drawTicks(cairo_t* page, const Axis& axis, double edge, double side) {
         drawLine(page, mark, lineColour, 1.0);
         drawText(page, {edge + side * tickReach, place + textHeight / 2.0}, label, style);
     }
+}
+
+/// The label of an axis that stands upright; edge: the middle of it.
+void drawLabel(const Frame& frame, const Axis& axis, Point edge, double side) {
+    const double away = tickReach + widest(frame.page, axis.ticks) + (side < 0.0 ? 7.0 : 16.0);
+    drawText(frame.page, {edge.x + side * away, edge.y}, axis.label, sideLabelStyle,
+             frame.barHeight + 2.0 * arrowHeight);
+}
+
+void drawAxes(const Frame& frame, const Cell& cell) {
+    const Rect& area = frame.area;
+    const double middle = area.y + area.height / 2.0;
+    const double foot = area.bottom() + tickReach + textHeight;
+    for (const auto& [place, label] : frame.xAxis.ticks) {
+        const Point mark[] = {{place, area.bottom()}, {place, area.bottom() + tickLength}};
+        drawLine(frame.page, mark, lineColour, 1.0);
+        drawText(frame.page, {place, foot}, label,
+                 {.size = tickStyle.size, .anchor = Anchor::Middle});
+    }
+    drawTicks(frame.page, frame.yAxis, area.x, -1.0);
+    if (frame.strips.count == 1) {
+        drawOutline(frame.page, area, lineColour);
+    }
+    drawText(frame.page, {area.x + area.width / 2.0, foot + labelSpace - 2.0}, frame.xAxis.label,
+             labelStyle);
+    drawLabel(frame, frame.yAxis, {area.x, middle}, -1.0);
+    const double low = middle + frame.barHeight / 2.0 + arrowHeight - labelSpace;
+    drawText(frame.page, {cell.x + padding, std::max(foot, low) + labelSpace + lineHeight - 2.0},
+             frame.parts.footer, tickStyle, cell.width - 2.0 * padding);
+}
+
+void drawBar(const Frame& frame) {
+    ColourBar bar = *frame.parts.bar;
+    const double above = bar.valuesAbove ? arrowHeight : 0.0;
+    const double below = bar.valuesBelow ? arrowHeight : 0.0;
+    const Rect place{frame.area.right() + barGap,
+                     frame.area.y + frame.area.height / 2.0 - frame.barHeight / 2.0 + above,
+                     barWidth, frame.barHeight - (above + below)};
+    constexpr int shades = 256;
+    drawImage(frame.page, place, 1, shades,
+              [&bar](int, int y) { return mapColour(bar.colours, 1.0 - (y + 0.5) / shades); });
+    drawOutline(frame.page, place, lineColour);
+    const auto arrow = [&](double base, double tip, double fraction) {
+        const Point corners[] = {{place.x, base},
+                                 {place.right(), base},
+                                 {place.x + place.width / 2.0, tip},
+                                 {place.x, base}};
+        fillPolygon(frame.page, corners, mapColour(bar.colours, fraction));
+        drawLine(frame.page, corners, lineColour, 1.0);
+    };
+    if (bar.valuesAbove) {
+        arrow(place.y, place.y - arrowHeight, 1.0);
+    }
+    if (bar.valuesBelow) {
+        arrow(place.bottom(), place.bottom() + arrowHeight, 0.0);
+    }
+    bar.start = place.bottom();
+    bar.length = -place.height;
+    bar.placeTicks(30.0);
+    drawTicks(frame.page, bar, place.right(), 1.0);
+    drawLabel(frame, bar, {place.right(), place.y + place.height / 2.0}, 1.0);
 }
 
 }  // namespace
@@ -94,194 +220,68 @@ void drawHead(const Cell& cell, const FrameParts& parts) {
     }
 }
 
-Frame::Frame(const Cell& cell, FrameParts parts)
-    : page_(cell.page), x_(parts.x), y_(parts.y), parts_(std::move(parts)) {
-    place(cell);
-    if (!parts_.compact) {
-        drawHead(cell, parts_);
+Frame drawFrame(const Cell& cell, const FrameParts& parts) {
+    Frame frame{cell.page, parts, parts.x, parts.y};
+    place(frame, cell);
+    if (!parts.compact) {
+        drawHead(cell, parts);
     }
-    drawAxes(cell);
-    if (parts_.bar) {
-        drawBar();
+    drawAxes(frame, cell);
+    if (parts.bar) {
+        drawBar(frame);
     }
+    return frame;
 }
 
 Point Frame::at(double x, double y) const {
-    const bool tall = strips_.alongRows;
+    const bool tall = strips.alongRows;
     double& along = tall ? y : x;
-    const double from = along - (tall ? parts_.y : parts_.x).scale.low;
-    const double strip = std::clamp(std::floor(from / strips_.length), 0.0, strips_.count - 1.0);
-    along -= strip * strips_.length;
-    Point place{x_.at(x), y_.at(y)};
-    (tall ? place.x : place.y) += strip * strips_.pitch;
+    const double from = along - (tall ? parts.y : parts.x).scale.low;
+    const double strip = std::clamp(std::floor(from / strips.length), 0.0, strips.count - 1.0);
+    along -= strip * strips.length;
+    Point place{xAxis.at(x), yAxis.at(y)};
+    (tall ? place.x : place.y) += strip * strips.pitch;
     return place;
 }
-
-// --------------------------------------------------------------------------------------- layout --
-
-/// With its arrows; a little more is left for the labels at the sides.
-double Frame::barHeight() const {
-    return std::max(area_.height, std::min(room_.height, shortestBar));
-}
-
-void Frame::place(const Cell& cell) {
-    const bool compact = parts_.compact;
-    const double head = compact ? titleHeight : padding + titleHeight + 2.0 * lineHeight;
-    const double labels = compact ? 4.0 : labelSpace + lineHeight + padding;
-    const double foot = tickReach + textHeight + labels;
-    const double pad = compact ? 4.0 : padding;
-    room_ = {cell.x, cell.y + head, cell.width, cell.height - head - foot};
-    Axis vertical{.scale = y_.scale, .length = room_.height};
-    vertical.placeTicks(verticalSpacing());
-    if (parts_.image && needsStrips(x_.count(), y_.count())) {
-        vertical.ticks.push_back({0.0, fmt::format("-{}", x_.count())});
-    }
-    const double left =
-        pad + (y_.label.empty() ? 0.0 : labelSpace) + widest(page_, vertical.ticks) + tickReach;
-    // Maps with and without a bar get the same place, so that they can be compared by eye.
-    const double bar = barGap + barWidth + tickReach + barLabels + labelSpace;
-    const double right = pad + (parts_.image ? bar : 12.0);  // half a tick label stands out
-    room_.x += left;
-    room_.width -= left + right;
-    area_ = room_;
-    if (parts_.image) {
-        strips_ = stripsFor(x_.count(), y_.count(), room_.width, room_.height);
-        area_ = {room_.x + (room_.width - strips_.width) / 2.0,
-                 room_.y + (room_.height - strips_.height) / 2.0, strips_.width, strips_.height};
-    }
-    x_.start = area_.x;
-    x_.length = area_.width;
-    y_.start = parts_.image ? area_.y : area_.bottom();
-    y_.length = parts_.image ? area_.height : -area_.height;
-    if (strips_.count > 1) {
-        placeStrips();
-        return;
-    }
-    y_.placeTicks(verticalSpacing());
-    // Two passes: how many labels fit depends on how wide they are.
-    const double least = parts_.compact ? 20.0 : 40.0;
-    x_.placeTicks(least);
-    x_.placeTicks(std::max(least, widest(page_, x_.ticks) + 12.0));
-}
-
-/// Along a strip its elements are counted from 0; across, each strip is named by its first one.
-void Frame::placeStrips() {
-    const bool tall = strips_.alongRows;
-    Axis& along = tall ? y_ : x_;
-    Axis& across = tall ? x_ : y_;
-    across.length = strips_.pitch / 2.0;
-    across.label = "strip from " + along.label;
-    const auto every = static_cast<std::uint32_t>(std::ceil((tall ? 48.0 : 20.0) / strips_.pitch));
-    for (std::uint32_t strip = 0; strip < strips_.count; strip += every) {
-        across.ticks.push_back({across.start + strip * strips_.pitch + across.length / 2.0,
-                                fmt::format("{:g}", along.first() + strip * strips_.length)});
-    }
-    const double first = along.first();
-    along.label = "elements within the strip";
-    along.scale = elementAxis(strips_.length, "").scale;
-    along.placeTicks(42.0);
-    along.scale = elementAxis(strips_.length, "", first).scale;
-}
-
-// -------------------------------------------------------------------------------------- drawing --
 
 void Frame::image(
     const std::function<Rgb(const std::vector<std::size_t>& elements)>& colourOf) const {
     const auto dotsFor = [this](const Range& elements) {
-        const double shown = std::ceil(elements.size() * strips_.unit * resolution(page_));
+        const double shown = std::ceil(elements.size() * strips.unit * resolution(page));
         return static_cast<int>(std::min<double>(elements.size(), std::max(shown, 1.0)));
     };
-    const std::size_t rowLength = parts_.x.count();
+    const std::size_t rowLength = parts.x.count();
     std::vector<std::size_t> elements;
-    for (std::uint32_t strip = 0; strip < strips_.count; ++strip) {
-        Range columns{0, parts_.x.count()};
-        Range rows{0, parts_.y.count()};
-        Range& cut = strips_.alongRows ? rows : columns;
-        cut.begin = strip * strips_.length;
-        cut.end = std::min(cut.end, cut.begin + strips_.length);
+    for (std::uint32_t strip = 0; strip < strips.count; ++strip) {
+        Range columns{0, parts.x.count()};
+        Range rows{0, parts.y.count()};
+        Range& cut = strips.alongRows ? rows : columns;
+        cut.begin = strip * strips.length;
+        cut.end = std::min(cut.end, cut.begin + strips.length);
         const int width = dotsFor(columns);
         const int height = dotsFor(rows);
-        const Point start = atElement(columns.begin - 0.5, rows.begin - 0.5);
-        const Rect place{start.x, start.y, columns.size() * strips_.unit,
-                         rows.size() * strips_.unit};
-        drawImage(page_, place, width, height, [&](int x, int y) {
-            const Range across = columns.part(x, width);
-            const Range down = rows.part(y, height);
+        const Point start = at(parts.x.scale.low + columns.begin, parts.y.scale.low + rows.begin);
+        const Rect place{start.x, start.y, columns.size() * strips.unit, rows.size() * strips.unit};
+        drawImage(page, place, width, height, [&](int x, int y) {
             elements.clear();
-            for (std::size_t row = down.begin; row < down.end; ++row) {
-                for (std::size_t column = across.begin; column < across.end; ++column) {
+            for (std::size_t row = rows.bound(y, height); row < rows.bound(y + 1, height); ++row) {
+                const std::uint32_t end = columns.bound(x + 1, width);
+                for (std::size_t column = columns.bound(x, width); column < end; ++column) {
                     elements.push_back(row * rowLength + column);
                 }
             }
             return colourOf(elements);
         });
-        drawOutline(page_, place, lineColour);
+        drawOutline(page, place, lineColour);
     }
 }
 
 void Frame::ring(const std::vector<std::size_t>& elements, std::size_t most) const {
     for (std::size_t i = 0; i < elements.size() && elements.size() <= most; ++i) {
-        const auto column = static_cast<double>(elements[i] % parts_.x.count());
-        const auto row = static_cast<double>(elements[i] / parts_.x.count());
-        drawMark(page_, Mark::Ring, atElement(column, row), inkColour);
+        const auto column = static_cast<double>(elements[i] % parts.x.count());
+        const auto row = static_cast<double>(elements[i] / parts.x.count());
+        drawMark(page, Mark::Ring, at(parts.x.first() + column, parts.y.first() + row), inkColour);
     }
-}
-
-/// The label of an axis that stands upright; edge: the middle of it.
-void Frame::drawLabel(const Axis& axis, Point edge, double side) const {
-    const double away = tickReach + widest(page_, axis.ticks) + (side < 0.0 ? 7.0 : 16.0);
-    drawText(page_, {edge.x + side * away, edge.y}, axis.label, sideLabelStyle,
-             barHeight() + 2.0 * arrowHeight);
-}
-
-void Frame::drawAxes(const Cell& cell) {
-    const double foot = area_.bottom() + tickReach + textHeight;
-    for (const auto& [place, label] : x_.ticks) {
-        const Point mark[] = {{place, area_.bottom()}, {place, area_.bottom() + tickLength}};
-        drawLine(page_, mark, lineColour, 1.0);
-        drawText(page_, {place, foot}, label, {.size = tickStyle.size, .anchor = Anchor::Middle});
-    }
-    drawTicks(page_, y_, area_.x, -1.0);
-    if (strips_.count == 1) {
-        drawOutline(page_, area_, lineColour);
-    }
-    drawText(page_, {area_.x + area_.width / 2.0, foot + labelSpace - 2.0}, x_.label, labelStyle);
-    drawLabel(y_, {area_.x, area_.y + area_.height / 2.0}, -1.0);
-    const double low = area_.y + area_.height / 2.0 + barHeight() / 2.0 + arrowHeight - labelSpace;
-    drawText(page_, {cell.x + padding, std::max(foot, low) + labelSpace + lineHeight - 2.0},
-             parts_.footer, tickStyle, cell.width - 2.0 * padding);
-}
-
-void Frame::drawBar() {
-    ColourBar& bar = *parts_.bar;
-    const double above = bar.valuesAbove ? arrowHeight : 0.0;
-    const double below = bar.valuesBelow ? arrowHeight : 0.0;
-    const Rect place{area_.right() + barGap,
-                     area_.y + area_.height / 2.0 - barHeight() / 2.0 + above, barWidth,
-                     barHeight() - (above + below)};
-    constexpr int shades = 256;
-    drawImage(page_, place, 1, shades,
-              [&bar](int, int y) { return mapColour(bar.colours, 1.0 - (y + 0.5) / shades); });
-    drawOutline(page_, place, lineColour);
-    const auto arrow = [&](double base, double tip, double fraction) {
-        const Point corners[] = {{place.x, base},
-                                 {place.right(), base},
-                                 {place.x + place.width / 2.0, tip},
-                                 {place.x, base}};
-        fillPolygon(page_, corners, mapColour(bar.colours, fraction));
-        drawLine(page_, corners, lineColour, 1.0);
-    };
-    if (bar.valuesAbove) {
-        arrow(place.y, place.y - arrowHeight, 1.0);
-    }
-    if (bar.valuesBelow) {
-        arrow(place.bottom(), place.bottom() + arrowHeight, 0.0);
-    }
-    bar.start = place.bottom();
-    bar.length = -place.height;
-    bar.placeTicks(30.0);
-    drawTicks(page_, bar, place.right(), 1.0);
-    drawLabel(bar, {place.right(), place.y + place.height / 2.0}, 1.0);
 }
 
 }  // namespace calcut::tools

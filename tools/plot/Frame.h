@@ -61,40 +61,24 @@ inline constexpr std::size_t mostRings = 200;
 /// Draws title, note and legend at the top of a cell.
 void drawHead(const Cell& cell, const FrameParts& parts);
 
-/// Draws the frame into a cell of the page and converts values to places there.
-class Frame {
-  public:
-    Frame(const Cell& cell, FrameParts parts);
+/// A frame on the page.
+struct Frame {
+    cairo_t* page;
+    FrameParts parts;   ///< as they were given
+    Axis xAxis, yAxis;  ///< as they lie on the page
+    Strips strips{};    ///< of an image
+    Rect area{};        ///< where the data goes
+    double barHeight = 0.0;
 
-    [[nodiscard]] cairo_t* page() const { return page_; }
-    [[nodiscard]] const Rect& area() const { return area_; }
     [[nodiscard]] Point at(double x, double y) const;
-
-    // Of images:
-    [[nodiscard]] double unit() const { return strips_.unit; }  ///< side of an element on the page
     /// Draws the image, each of its dots with the colour of the elements that it stands for. They
     /// are given by their indices, row by row.
     void image(const std::function<Rgb(const std::vector<std::size_t>& elements)>& colourOf) const;
-    /// Rings around elements; none when they are more than most.
+    /// Rings around elements of the image; none when they are more than most.
     void ring(const std::vector<std::size_t>& elements, std::size_t most = mostRings) const;
-
-  private:
-    [[nodiscard]] Point atElement(double column, double row) const {
-        return at(parts_.x.first() + column, parts_.y.first() + row);
-    }
-    [[nodiscard]] double verticalSpacing() const { return parts_.compact ? 24.0 : 42.0; }
-    [[nodiscard]] double barHeight() const;
-    void place(const Cell& cell);
-    void placeStrips();
-    void drawAxes(const Cell& cell);
-    void drawBar();
-    void drawLabel(const Axis& axis, Point edge, double side) const;
-
-    cairo_t* page_;
-    Axis x_, y_;        ///< on the page
-    FrameParts parts_;  ///< as they came
-    Strips strips_;
-    Rect room_, area_;
 };
+
+/// Draws all that stands around the data into a cell of the page.
+Frame drawFrame(const Cell& cell, const FrameParts& parts);
 
 }  // namespace calcut::tools

@@ -68,18 +68,18 @@ void drawArrows(const Frame& frame, const VantricCalibration& record, const RayF
     const auto [x, y, columns, rows] = record.imagerArea;
     const auto across = static_cast<std::uint32_t>(std::max(1.0, columns / field.arrowStep));
     const auto down = static_cast<std::uint32_t>(std::max(1.0, rows / field.arrowStep));
-    clipTo(frame.page(), frame.area());
+    clipTo(frame.page, frame.area);
     for (std::uint32_t i = 0; i < down * across; ++i) {
         const std::uint32_t column = (2 * (i % across) + 1) * columns / (2 * across);
         const std::uint32_t row = (2 * (i / across) + 1) * rows / (2 * down);
         const Point shift = shiftAt(record, std::size_t{row} * columns + column);
         if (std::isfinite(std::hypot(shift.x, shift.y))) {
-            drawArrow(frame.page(), frame.at(column, row),
+            drawArrow(frame.page, frame.at(column, row),
                       frame.at(column + field.magnification * shift.x,
                                row + field.magnification * shift.y));
         }
     }
-    cairo_restore(frame.page());
+    cairo_restore(frame.page);
 }
 
 }  // namespace
@@ -109,7 +109,7 @@ Frame drawMap(const Cell& cell, FrameParts parts, ColourBar bar, const MaskedVal
     if (parts.footer.empty()) {
         parts.footer = statisticsText(statistics);
     }
-    Frame frame(cell, std::move(parts));
+    Frame frame = drawFrame(cell, parts);
     frame.image([&](const auto& elements) { return meanColour(values, elements, bar); });
     frame.ring(outliers);
     constexpr std::size_t fewEnough = 20;  // to be overlooked
@@ -141,7 +141,7 @@ void drawMask(const Cell& cell, const Diagnosis& module) {
     parts.footer = fmt::format(
         "{:.4g} % of {} pixels are masked",
         100.0 * static_cast<double>(zeros) / static_cast<double>(mask.size()), mask.size());
-    const Frame frame(cell, std::move(parts));
+    const Frame frame = drawFrame(cell, parts);
     frame.image([&](const auto& elements) {
         std::uint8_t value = highest;
         for (const std::size_t at : elements) {
@@ -151,7 +151,7 @@ void drawMask(const Cell& cell, const Diagnosis& module) {
                : highest > 1 ? mapColour(ColourMap::Sequential, scale.fraction(value))
                              : paperColour;
     });
-    if (frame.unit() < visible) {
+    if (frame.strips.unit < visible) {
         frame.ring(lonePixels(mask, columns));
     }
 }
