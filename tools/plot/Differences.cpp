@@ -32,7 +32,8 @@ void drawDifference(const Cell& cell, const Table& a, const Table& b, unsigned c
     // thousandth is left to the arrows, unless each of them gets a ring anyway.
     const double reach = sizes.empty() ? 0.0 : quantile(sizes, ringed ? 1.0 : 0.999);
     const std::string name = channelName(a, channel);
-    FrameParts parts = imageParts(a.title + (name.empty() ? "" : ", ") + name, a.columns, a.rows);
+    FrameParts parts =
+        imageParts(a.title + (name.empty() ? "" : ", ") + name, {0, 0, a.columns, a.rows});
     parts.note = differing.empty()
                      ? "equal"
                      : fmt::format("{} of {} values differ", differing.size(), values.size());

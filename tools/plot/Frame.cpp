@@ -67,6 +67,7 @@ void placeStrips(Frame& frame) {
     along.label = "elements within the strip";
     along.scale = elementAxis(frame.strips.length, "").scale;
     along.placeTicks(42.0);
+    // What is placed on it is told by coordinates of the image, as on any other axis.
     along.scale = elementAxis(frame.strips.length, "", first).scale;
 }
 
@@ -168,20 +169,18 @@ void drawBar(const Frame& frame) {
     drawImage(frame.page, place, 1, shades,
               [&bar](int, int y) { return mapColour(bar.colours, 1.0 - (y + 0.5) / shades); });
     drawOutline(frame.page, place, lineColour);
-    const auto arrow = [&](double base, double tip, double fraction) {
+    const auto arrow = [&](double base, double height, double fraction) {
         const Point corners[] = {{place.x, base},
                                  {place.right(), base},
-                                 {place.x + place.width / 2.0, tip},
+                                 {place.x + place.width / 2.0, base + height},
                                  {place.x, base}};
-        fillPolygon(frame.page, corners, mapColour(bar.colours, fraction));
-        drawLine(frame.page, corners, lineColour, 1.0);
+        if (height != 0.0) {
+            fillPolygon(frame.page, corners, mapColour(bar.colours, fraction));
+            drawLine(frame.page, corners, lineColour, 1.0);
+        }
     };
-    if (bar.valuesAbove) {
-        arrow(place.y, place.y - arrowHeight, 1.0);
-    }
-    if (bar.valuesBelow) {
-        arrow(place.bottom(), place.bottom() + arrowHeight, 0.0);
-    }
+    arrow(place.y, -above, 1.0);
+    arrow(place.bottom(), below, 0.0);
     bar.start = place.bottom();
     bar.length = -place.height;
     bar.placeTicks(30.0);

@@ -84,10 +84,10 @@ void drawArrows(const Frame& frame, const VantricCalibration& record, const RayF
 
 }  // namespace
 
-FrameParts imageParts(std::string title, std::uint32_t columns, std::uint32_t rows) {
+FrameParts imageParts(std::string title, const VantricImagerArea& area) {
     return {.title = std::move(title),
-            .x = elementAxis(columns, "column (pixels)"),
-            .y = elementAxis(rows, "row (pixels)"),
+            .x = elementAxis(area.columns, "column (pixels)"),
+            .y = elementAxis(area.rows, "row (pixels)"),
             .image = true};
 }
 
@@ -125,12 +125,11 @@ std::span<const std::uint8_t> maskOf(const Diagnosis& module) {
 void drawMask(const Cell& cell, const Diagnosis& module) {
     constexpr Rgb maskedInk{0x00, 0x00, 0x00};
     constexpr double visible = 4.0;  // an element of that size needs no ring
-    const auto [x, y, columns, rows] = module.record->imagerArea;
     const std::span<const std::uint8_t> mask = maskOf(module);
     const auto zeros = static_cast<std::size_t>(std::count(mask.begin(), mask.end(), 0));
     const std::uint8_t highest = *std::max_element(mask.begin(), mask.end());
     const Scale scale{1.0, std::max<double>(highest, 2.0), true};
-    FrameParts parts = imageParts("Pixel mask", columns, rows);
+    FrameParts parts = imageParts("Pixel mask", module.record->imagerArea);
     parts.legend = {{Mark::Box, maskedInk, fmt::format("masked, 0 ({})", zeros)}};
     if (highest > 1) {
         parts.bar = ColourBar{{scale, "mask value"}};
@@ -152,7 +151,7 @@ void drawMask(const Cell& cell, const Diagnosis& module) {
                              : paperColour;
     });
     if (frame.strips.unit < visible) {
-        frame.ring(lonePixels(mask, columns));
+        frame.ring(lonePixels(mask, module.record->imagerArea.columns));
     }
 }
 
@@ -164,7 +163,7 @@ void drawRays(const Cell& cell, const Diagnosis& module) {
     const double cy = record.lensParameters[3];
     const bool inside = cx >= -0.5 && cy >= -0.5 && cx <= columns - 0.5 && cy <= rows - 0.5;
     const bool arrows = field.magnification > 0.0 && !needsStrips(columns, rows);
-    FrameParts parts = imageParts("Ray directions", columns, rows);
+    FrameParts parts = imageParts("Ray directions", record.imagerArea);
     parts.note = distortionText(field, arrows);
     parts.legend = {{Mark::Cross, inkColour,
                      fmt::format("principal point ({:.4g}, {:.4g}){}", cx, cy,
@@ -182,11 +181,10 @@ void drawRays(const Cell& cell, const Diagnosis& module) {
 
 void drawTable(const Cell& cell, const Diagnosis& module, const std::string& title,
                const float* values, std::uint32_t block, const std::optional<Scale>& scale) {
-    const auto [x, y, columns, rows] = module.record->imagerArea;
     const std::span<const std::uint8_t> mask = maskOf(module);
     const MaskedValues map{{values, mask.size()}, mask};
     const Scale colours = scale ? *scale : robustScale(statisticsOf(map));
-    FrameParts parts = imageParts(title, columns, rows);
+    FrameParts parts = imageParts(title, module.record->imagerArea);
     if (const DiagnosedBlock* stored = module.readBlock(block)) {
         parts.note = storageText(stored->sighting.header, colours.high - colours.low);
     }

@@ -11,7 +11,7 @@
 namespace calcut::tools {
 
 /// The parts around an image with the pixels' numbers at its sides.
-FrameParts imageParts(std::string title, std::uint32_t columns, std::uint32_t rows);
+FrameParts imageParts(std::string title, const VantricImagerArea& area);
 
 /// Draws a map of values in the colours of the bar, whose arrows are set here; its own legend comes
 /// behind what parts has, and statistics where parts has no footer.
