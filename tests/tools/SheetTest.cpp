@@ -9,10 +9,8 @@
 #include <tuple>
 
 #include "fixtures.h"
-#include "tools/plot/Colour.h"
-#include "tools/plot/RayField.h"
-#include "tools/plot/Statistics.h"
-#include "tools/plot/Strips.h"
+#include "tools/plot/Numbers.h"
+#include "tools/plot/Scales.h"
 
 namespace {
 
@@ -189,7 +187,8 @@ TEST(SheetStatistics, LeavesOutWhatIsMaskedOrNotFinite) {
     std::vector<std::uint8_t> mask(values.size(), 1);
     mask[10] = 0;
     const Statistics some = statisticsOf({values, mask});
-    EXPECT_EQ(std::tuple(some.count, some.masked, some.notFinite), std::tuple(8U, 1U, 2U));
+    EXPECT_EQ(std::tuple(some.count, some.masked), std::tuple(8U, 1U));
+    EXPECT_EQ(some.notFinite, (std::vector<std::size_t>{2, 5}));
     EXPECT_EQ(std::tuple(some.min, some.mean, some.max), std::tuple(2.0, 5.0, 9.0));
     EXPECT_NEAR(some.deviation, 2.13809, 1e-5);
     EXPECT_EQ(statisticsText(some), "min 2   mean 5   deviation 2.138   max 9");
@@ -211,30 +210,27 @@ TEST(SheetStatistics, FewWildValuesDoNotMoveTheColours) {
             values[2 * i] = 1e6F;
             values[2 * i + 1] = -1e6F;
         }
-        const Scale scale = robustScale(statisticsOf({values, {}}), ColourMap::Sequential);
+        const Statistics statistics = statisticsOf({values, {}});
+        const Scale scale = robustScale(statistics);
         EXPECT_GE(scale.low, 0.0);
         EXPECT_LE(scale.low, 0.003);
         EXPECT_GE(scale.high, 0.987);
         EXPECT_LE(scale.high, 1.0);
-        const Outside outside = outsideOf({values, {}}, scale);
         // No arrow without a value outside.
-        EXPECT_EQ(outside.below > 0, wild > 0) << count;
-        EXPECT_EQ(outside.above > 0, wild > 0) << count;
-        ASSERT_EQ(outside.outliers.size(), 2 * wild);
+        EXPECT_EQ(statistics.min<scale.low, wild> 0) << count;
+        EXPECT_EQ(statistics.max > scale.high, wild > 0) << count;
+        const std::vector<std::size_t> outliers = outliersOf({values, {}}, scale);
+        ASSERT_EQ(outliers.size(), 2 * wild);
         for (std::size_t i = 0; i < 2 * wild; ++i) {
-            EXPECT_EQ(outside.outliers[i], i);
+            EXPECT_EQ(outliers[i], i);
         }
     }
-    const std::vector<float> differences{-3, 1, 2, nan};
-    const Scale scale = robustScale(statisticsOf({differences, {}}), ColourMap::Diverging);
-    EXPECT_EQ(std::pair(scale.low, scale.high), std::pair(-3.0, 3.0));
-    EXPECT_EQ(outsideOf({differences, {}}, scale).notFinite, std::vector<std::size_t>{3});
     // A constant table, and one without values, have a scale too.
     const std::vector<float> same(5000, 0.25F);
-    const Scale constant = robustScale(statisticsOf({same, {}}), ColourMap::Sequential);
+    const Scale constant = robustScale(statisticsOf({same, {}}));
     EXPECT_NEAR(constant.fraction(0.25), 0.5, 1e-9);
     EXPECT_LT(constant.low, constant.high);
-    const Scale none = robustScale(statisticsOf({{}, {}}), ColourMap::Diverging);
+    const Scale none = robustScale(statisticsOf({{}, {}}));
     EXPECT_LT(none.low, none.high);
 }
 
@@ -329,12 +325,12 @@ TEST(SheetRays, SayWhatTheyAre) {
         std::fill_n(directions.begin() + 30, 3 * one.damaged, nan);
         const RayField field = rayFieldOf(record);
         EXPECT_EQ(distortionText(field, true).substr(0, one.text.size()), one.text);
-        EXPECT_EQ(field.notFinite, one.fx == 0 ? columns * rows : one.damaged);
+        EXPECT_EQ(field.rays.notFinite.size(), one.fx == 0 ? columns * rows : one.damaged);
         ASSERT_EQ(field.angles.size(), columns * rows);
         if (one.fx > 0) {
             EXPECT_NEAR(field.angles[8 * columns + 11],
                         std::atan(std::hypot(0.5, 0.5) / 20) * 180 / std::numbers::pi, 0.01);
-            EXPECT_EQ(field.longest > 0.1, one.k1 != 0);
+            EXPECT_EQ(field.shifts.max > 0.1, one.k1 != 0);
         }
     }
 }

@@ -17,7 +17,7 @@
 #include "tools/options/ModuleOptions.h"
 #include "tools/options/SharedOptions.h"
 #include "tools/options/Suggestion.h"
-#include "tools/plot/Launch.h"
+#include "tools/plot/Plot.h"
 #include "tools/terminal/Escape.h"
 #include "tools/terminal/Terminal.h"
 
@@ -301,12 +301,12 @@ int runCommandLine(int argc, char** argv) {
     }
     if (app.got_subcommand(compare)) {
         return request.compare.output.empty() ? runCompare(request.compare, nullptr)
-                                              : launchCompare(request.compare);
+                                              : runCompareAndDraw(request.compare);
     }
     if (app.got_subcommand(exports)) {
         return runExport(request.exports);
     }
-    return app.got_subcommand(plot) ? launchPlot(request.plot) : runMake(request.make);
+    return app.got_subcommand(plot) ? runPlot(request.plot) : runMake(request.make);
 }
 
 }  // namespace calcut::tools

@@ -5,7 +5,7 @@
 #include <iterator>
 
 #include "tools/options/footers.h"
-#include "tools/plot/Launch.h"
+#include "tools/plot/Plot.h"
 
 namespace calcut::tools {
 

@@ -3,6 +3,7 @@
 #include <cairo-svg.h>
 
 #include <algorithm>
+#include <memory>
 #include <new>
 #include <numbers>
 
@@ -10,7 +11,7 @@ namespace calcut::tools {
 
 namespace {
 
-constexpr const char* fontName = "DejaVu Sans";
+using Surface = std::shared_ptr<cairo_surface_t>;
 
 cairo_status_t append(void* closure, const unsigned char* data, unsigned length) {
     auto& bytes = *static_cast<std::vector<std::uint8_t>*>(closure);
@@ -22,191 +23,185 @@ cairo_status_t append(void* closure, const unsigned char* data, unsigned length)
     return CAIRO_STATUS_SUCCESS;
 }
 
-cairo_surface_t* makePixels(int width, int height) {
-    return cairo_image_surface_create(CAIRO_FORMAT_RGB24, width, height);
+void setColour(cairo_t* page, Rgb colour) {
+    cairo_set_source_rgb(page, colour.r / 255.0, colour.g / 255.0, colour.b / 255.0);
 }
 
-/// Writes the raster into a surface that is scale times as large.
-void paintInto(cairo_surface_t* surface, const Raster& raster, int scale) {
-    unsigned char* data = cairo_image_surface_get_data(surface);
-    if (data == nullptr) {
-        return;
+void trace(cairo_t* page, std::span<const Point> points) {
+    cairo_new_path(page);  // a text leaves the point behind its end
+    for (const Point& point : points) {
+        cairo_line_to(page, point.x, point.y);
     }
-    const int stride = cairo_image_surface_get_stride(surface);
-    cairo_surface_flush(surface);
-    for (int y = 0; y < raster.height * scale; ++y) {
-        auto* row = reinterpret_cast<std::uint32_t*>(data + std::ptrdiff_t{y} * stride);
-        const auto from = raster.pixels.begin() + std::ptrdiff_t{y / scale} * raster.width;
-        for (int x = 0; x < raster.width * scale; ++x) {
-            const Rgb pixel = from[x / scale];
-            row[x] = std::uint32_t{pixel.r} << 16 | std::uint32_t{pixel.g} << 8 | pixel.b;
-        }
-    }
-    cairo_surface_mark_dirty(surface);
 }
 
-void selectFont(cairo_t* context, const FontStyle& style) {
-    cairo_select_font_face(context, fontName, CAIRO_FONT_SLANT_NORMAL,
-                           style.bold ? CAIRO_FONT_WEIGHT_BOLD : CAIRO_FONT_WEIGHT_NORMAL);
-    cairo_set_font_size(context, style.size);
+void stroke(cairo_t* page, Rgb colour, double thickness) {
+    setColour(page, colour);
+    cairo_set_line_width(page, thickness);
+    cairo_stroke(page);
 }
 
 }  // namespace
 
-Canvas::Canvas(double width, double height, PictureFormat format)
-    : format_(format),
-      surface_(format == PictureFormat::Png
-                   ? makePixels(static_cast<int>(width), static_cast<int>(height))
-                   : cairo_svg_surface_create_for_stream(append, &bytes_, width, height)),
-      context_(cairo_create(surface_.get())) {
-    if (format == PictureFormat::Svg) {
-        cairo_svg_surface_set_document_unit(surface_.get(), CAIRO_SVG_UNIT_PX);
+std::vector<std::uint8_t> drawPage(const std::vector<Panel>& panels, const std::string& output) {
+    constexpr double cellWidth = 420.0;
+    constexpr double cellHeight = 350.0;
+    const bool svg = output.ends_with(".svg");
+    // Few empty cells at a shape that suits a screen.
+    const std::size_t count = std::max<std::size_t>(panels.size(), 1);
+    const std::size_t most = count == 4 ? 2 : count <= 6 || count == 9 ? 3 : 4;
+    const std::size_t columns = std::min(count, most);
+    const std::size_t rows = (count + columns - 1) / columns;
+    const double width = cellWidth * static_cast<double>(columns);
+    const double height = cellHeight * static_cast<double>(rows);
+    std::vector<std::uint8_t> bytes;
+    const Surface surface(
+        svg ? cairo_svg_surface_create_for_stream(append, &bytes, width, height)
+            : cairo_image_surface_create(CAIRO_FORMAT_RGB24, static_cast<int>(width),
+                                         static_cast<int>(height)),
+        cairo_surface_destroy);
+    if (svg) {
+        cairo_svg_surface_set_document_unit(surface.get(), CAIRO_SVG_UNIT_PX);
     }
-    fill({0.0, 0.0, width, height}, paperColour);
-}
-
-void Canvas::setColour(Rgb colour) {
-    cairo_set_source_rgb(context_.get(), colour.r / 255.0, colour.g / 255.0, colour.b / 255.0);
-}
-
-void Canvas::fill(const Rect& area, Rgb colour) {
-    setColour(colour);
-    cairo_rectangle(context_.get(), area.x, area.y, area.width, area.height);
-    cairo_fill(context_.get());
-}
-
-void Canvas::polygon(std::span<const Point> corners, Rgb colour) {
-    setColour(colour);
-    cairo_new_path(context_.get());
-    for (const Point& corner : corners) {
-        cairo_line_to(context_.get(), corner.x, corner.y);
+    const std::shared_ptr<cairo_t> page(cairo_create(surface.get()), cairo_destroy);
+    fillRect(page.get(), {0.0, 0.0, width, height}, paperColour);
+    for (std::size_t i = 0; i < panels.size(); ++i) {
+        panels[i]({{cellWidth * static_cast<double>(i % columns),
+                    cellHeight * static_cast<double>(i / columns), cellWidth, cellHeight},
+                   page.get()});
     }
-    cairo_fill(context_.get());
-}
-
-void Canvas::line(std::span<const Point> points, Rgb colour, double thickness) {
-    setColour(colour);
-    cairo_set_line_width(context_.get(), thickness);
-    cairo_set_line_join(context_.get(), CAIRO_LINE_JOIN_ROUND);
-    cairo_new_path(context_.get());  // a text leaves the point behind its end
-    for (const Point& point : points) {
-        cairo_line_to(context_.get(), point.x, point.y);
+    cairo_status_t status = cairo_status(page.get());
+    if (status == CAIRO_STATUS_SUCCESS && !svg) {
+        status = cairo_surface_write_to_png_stream(surface.get(), append, &bytes);
     }
-    cairo_stroke(context_.get());
+    cairo_surface_finish(surface.get());
+    const bool whole = status == CAIRO_STATUS_SUCCESS &&
+                       cairo_surface_status(surface.get()) == CAIRO_STATUS_SUCCESS;
+    return whole ? bytes : std::vector<std::uint8_t>{};
 }
 
-void Canvas::outline(const Rect& area, Rgb colour) {
-    setColour(colour);
-    cairo_set_line_width(context_.get(), 1.0);
-    cairo_rectangle(context_.get(), area.x, area.y, area.width, area.height);
-    cairo_stroke(context_.get());
+void fillRect(cairo_t* page, const Rect& area, Rgb colour) {
+    setColour(page, colour);
+    cairo_rectangle(page, area.x, area.y, area.width, area.height);
+    cairo_fill(page);
 }
 
-void Canvas::mark(Mark mark, Point centre, Rgb colour) {
+void fillPolygon(cairo_t* page, std::span<const Point> corners, Rgb colour) {
+    setColour(page, colour);
+    trace(page, corners);
+    cairo_fill(page);
+}
+
+void drawOutline(cairo_t* page, const Rect& area, Rgb colour) {
+    cairo_rectangle(page, area.x, area.y, area.width, area.height);
+    stroke(page, colour, 1.0);
+}
+
+void drawLine(cairo_t* page, std::span<const Point> points, Rgb colour, double thickness) {
+    cairo_set_line_join(page, CAIRO_LINE_JOIN_ROUND);
+    trace(page, points);
+    stroke(page, colour, thickness);
+}
+
+void drawMark(cairo_t* page, Mark mark, Point centre, Rgb colour) {
     constexpr double reach = 5.5;
     const auto [x, y] = centre;
     if (mark == Mark::Box) {
-        fill({x - 4.5, y - 4.5, 9.0, 9.0}, colour);
-        outline({x - 4.5, y - 4.5, 9.0, 9.0}, inkColour);
+        const Rect box{x - 4.5, y - 4.5, 9.0, 9.0};
+        fillRect(page, box, colour);
+        drawOutline(page, box, inkColour);
         return;
     }
     for (const auto& [shade, thickness] : {std::pair{paperColour, 3.5}, std::pair{colour, 1.4}}) {
-        setColour(shade);
-        cairo_set_line_width(context_.get(), thickness);
-        cairo_new_path(context_.get());
+        cairo_new_path(page);
         if (mark == Mark::Cross) {
-            cairo_move_to(context_.get(), x - reach, y);
-            cairo_line_to(context_.get(), x + reach, y);
-            cairo_move_to(context_.get(), x, y - reach);
-            cairo_line_to(context_.get(), x, y + reach);
+            cairo_move_to(page, x - reach, y);
+            cairo_line_to(page, x + reach, y);
+            cairo_move_to(page, x, y - reach);
+            cairo_line_to(page, x, y + reach);
         } else {
-            const double radius = mark == Mark::Ring ? reach : 3.0;
-            cairo_arc(context_.get(), x, y, radius, 0.0, 2.0 * std::numbers::pi);
-            if (mark == Mark::Dot) {
-                cairo_fill_preserve(context_.get());
-            }
+            cairo_arc(page, x, y, mark == Mark::Ring ? reach : 3.0, 0.0, 2.0 * std::numbers::pi);
         }
-        cairo_stroke(context_.get());
+        if (mark == Mark::Dot) {
+            setColour(page, shade);
+            cairo_fill_preserve(page);
+        }
+        stroke(page, shade, thickness);
     }
 }
 
-void Canvas::text(Point baseline, const std::string& text, const FontStyle& style) {
-    const double width = textWidth(text, style);
-    const double shift = style.anchor == Anchor::Start    ? 0.0
-                         : style.anchor == Anchor::Middle ? -width / 2.0
-                                                          : -width;
-    setColour(style.colour);
-    cairo_save(context_.get());
-    cairo_translate(context_.get(), baseline.x, baseline.y);
-    if (style.upwards) {
-        cairo_rotate(context_.get(), -std::numbers::pi / 2.0);
-    }
-    cairo_move_to(context_.get(), shift, 0.0);
-    cairo_show_text(context_.get(), text.c_str());
-    cairo_restore(context_.get());
-}
-
-void Canvas::image(const Rect& area, const Raster& raster) {
-    // Viewers smooth the pictures in an SVG; larger ones keep the edges of their elements.
-    const int scale = format_ == PictureFormat::Png
-                          ? 1
-                          : std::clamp(static_cast<int>(3.0 * area.width / raster.width), 1, 16);
-    const Surface picture(makePixels(raster.width * scale, raster.height * scale));
-    paintInto(picture.get(), raster, scale);
-    beginClip(area);
-    cairo_translate(context_.get(), area.x, area.y);
-    cairo_scale(context_.get(), area.width / raster.width / scale,
-                area.height / raster.height / scale);
-    cairo_set_source_surface(context_.get(), picture.get(), 0.0, 0.0);
-    cairo_pattern_set_filter(cairo_get_source(context_.get()), CAIRO_FILTER_NEAREST);
-    cairo_pattern_set_extend(cairo_get_source(context_.get()), CAIRO_EXTEND_PAD);
-    cairo_paint(context_.get());
-    endClip();
-}
-
-void Canvas::beginClip(const Rect& area) {
-    cairo_save(context_.get());
-    cairo_rectangle(context_.get(), area.x, area.y, area.width, area.height);
-    cairo_clip(context_.get());
-}
-
-void Canvas::endClip() {
-    cairo_restore(context_.get());
-}
-
-double Canvas::textWidth(const std::string& text, const FontStyle& style) const {
-    selectFont(context_.get(), style);
-    cairo_text_extents_t extents;
-    cairo_text_extents(context_.get(), text.c_str(), &extents);
-    return extents.x_advance;
-}
-
-std::string Canvas::fitText(std::string text, const FontStyle& style, double width) const {
-    if (textWidth(text, style) <= width) {
-        return text;
-    }
-    while (!text.empty() && textWidth(text + "…", style) > width) {
+void drawText(cairo_t* page, Point baseline, std::string text, const FontStyle& style,
+              double most) {
+    std::string shown = text;
+    while (!text.empty() && textWidth(page, shown, style) > most) {
         // A whole character of UTF-8 goes.
         while ((static_cast<unsigned char>(text.back()) & 0xC0U) == 0x80U && text.size() > 1) {
             text.pop_back();
         }
         text.pop_back();
+        shown = text + "…";
     }
-    return text + "…";
+    const double width = textWidth(page, shown, style);
+    setColour(page, style.colour);
+    cairo_save(page);
+    cairo_translate(page, baseline.x, baseline.y);
+    if (style.upwards) {
+        cairo_rotate(page, -std::numbers::pi / 2.0);
+    }
+    cairo_move_to(page, -width * static_cast<int>(style.anchor) / 2.0, 0.0);
+    cairo_show_text(page, shown.c_str());
+    cairo_restore(page);
 }
 
-std::vector<std::uint8_t> Canvas::finish() {
-    if (cairo_status(context_.get()) != CAIRO_STATUS_SUCCESS) {
-        return {};
+double textWidth(cairo_t* page, const std::string& text, const FontStyle& style) {
+    cairo_select_font_face(page, "DejaVu Sans", CAIRO_FONT_SLANT_NORMAL,
+                           style.bold ? CAIRO_FONT_WEIGHT_BOLD : CAIRO_FONT_WEIGHT_NORMAL);
+    cairo_set_font_size(page, style.size);
+    cairo_text_extents_t extents;
+    cairo_text_extents(page, text.c_str(), &extents);
+    return extents.x_advance;
+}
+
+double resolution(cairo_t* page) {
+    return cairo_surface_get_type(cairo_get_target(page)) == CAIRO_SURFACE_TYPE_SVG ? 3.0 : 1.0;
+}
+
+void drawImage(cairo_t* page, const Rect& area, int width, int height,
+               const std::function<Rgb(int x, int y)>& colourOf) {
+    // Viewers smooth the pictures in an SVG; larger ones keep the edges of their elements.
+    const double fine = resolution(page);
+    const int scale =
+        fine > 1.0 ? std::clamp(static_cast<int>(fine * area.width / width), 1, 16) : 1;
+    const Surface picture(
+        cairo_image_surface_create(CAIRO_FORMAT_RGB24, width * scale, height * scale),
+        cairo_surface_destroy);
+    unsigned char* row = cairo_image_surface_get_data(picture.get());
+    const std::ptrdiff_t stride = cairo_image_surface_get_stride(picture.get());
+    for (int y = 0; row != nullptr && y < height; ++y) {
+        for (int x = 0; x < width; ++x) {
+            const auto [r, g, b] = colourOf(x, y);
+            std::fill_n(reinterpret_cast<std::uint32_t*>(row) + std::ptrdiff_t{x} * scale, scale,
+                        std::uint32_t{r} << 16 | std::uint32_t{g} << 8 | b);
+        }
+        for (int copy = 1; copy < scale; ++copy) {
+            std::copy_n(row, stride, row + copy * stride);
+        }
+        row += scale * stride;
     }
-    if (format_ == PictureFormat::Png) {
-        (void)cairo_surface_write_to_png_stream(surface_.get(), append, &bytes_);
-    }
-    cairo_surface_finish(surface_.get());
-    if (cairo_surface_status(surface_.get()) != CAIRO_STATUS_SUCCESS) {
-        bytes_.clear();
-    }
-    return std::move(bytes_);
+    cairo_surface_mark_dirty(picture.get());
+    clipTo(page, area);
+    cairo_translate(page, area.x, area.y);
+    cairo_scale(page, area.width / width / scale, area.height / height / scale);
+    cairo_set_source_surface(page, picture.get(), 0.0, 0.0);
+    cairo_pattern_set_filter(cairo_get_source(page), CAIRO_FILTER_NEAREST);
+    cairo_pattern_set_extend(cairo_get_source(page), CAIRO_EXTEND_PAD);
+    cairo_paint(page);
+    cairo_restore(page);
+}
+
+void clipTo(cairo_t* page, const Rect& area) {
+    cairo_save(page);
+    cairo_rectangle(page, area.x, area.y, area.width, area.height);
+    cairo_clip(page);
 }
 
 }  // namespace calcut::tools

@@ -1,22 +1,19 @@
-// Where pictures are drawn: lines, areas, text and images on a page, as PNG or SVG.
+// A page as PNG or SVG, and what is drawn on it: lines, areas, text and images. Lengths are pixels
+// of the PNG; y grows downwards. Text must be UTF-8.
 #pragma once
 
 #include <cairo.h>
 
 #include <cstdint>
-#include <memory>
+#include <functional>
+#include <limits>
 #include <span>
 #include <string>
 #include <vector>
 
-#include "tools/plot/Colour.h"
-#include "tools/plot/MapPicture.h"
+#include "tools/plot/Scales.h"
 
 namespace calcut::tools {
-
-struct Point {
-    double x = 0.0, y = 0.0;
-};
 
 struct Rect {
     double x = 0.0, y = 0.0, width = 0.0, height = 0.0;
@@ -25,13 +22,29 @@ struct Rect {
     [[nodiscard]] double bottom() const { return y + height; }
 };
 
-/// An opaque picture, row by row.
-struct Raster {
-    int width = 0;
-    int height = 0;
-    std::vector<Rgb> pixels;
+/// A place on a page, and the page.
+struct Cell : Rect {
+    cairo_t* page = nullptr;
 };
 
+/// Draws into its cell.
+using Panel = std::function<void(const Cell& cell)>;
+
+/// Panels side by side on one page, as a file; the output's name decides the format. Empty when the
+/// picture could not be made.
+std::vector<std::uint8_t> drawPage(const std::vector<Panel>& panels, const std::string& output);
+
+void fillRect(cairo_t* page, const Rect& area, Rgb colour);
+void fillPolygon(cairo_t* page, std::span<const Point> corners, Rgb colour);
+void drawOutline(cairo_t* page, const Rect& area, Rgb colour);
+void drawLine(cairo_t* page, std::span<const Point> points, Rgb colour, double thickness);
+
+/// How a thing is marked on the page and in a legend. Rings, crosses and dots have a light rim, so
+/// that they show on every colour.
+enum class Mark : std::uint8_t { Box, Ring, Cross, Dot };
+void drawMark(cairo_t* page, Mark mark, Point centre, Rgb colour);
+
+/// What of a text stands at its place: counted in half widths.
 enum class Anchor : std::uint8_t { Start, Middle, End };
 
 struct FontStyle {
@@ -41,55 +54,19 @@ struct FontStyle {
     bool upwards = false;  ///< turned by a quarter, reading from bottom to top
     Rgb colour = inkColour;
 };
+/// baseline: of the text's start, middle or end, as the style's anchor says. Of a text wider than
+/// most the end is left out.
+void drawText(cairo_t* page, Point baseline, std::string text, const FontStyle& style,
+              double most = std::numeric_limits<double>::infinity());
+double textWidth(cairo_t* page, const std::string& text, const FontStyle& style);
 
-/// How a thing is marked on the page and in a legend.
-enum class Mark : std::uint8_t { Box, Ring, Cross, Dot };
+/// Stretches a picture of width x height elements over the area; they stay sharp rectangles.
+void drawImage(cairo_t* page, const Rect& area, int width, int height,
+               const std::function<Rgb(int x, int y)>& colourOf);
+/// Elements of an image that a unit of length can show.
+double resolution(cairo_t* page);
 
-/// A page. Lengths are pixels of the PNG; y grows downwards. Text must be UTF-8.
-class Canvas {
-  public:
-    Canvas(double width, double height, PictureFormat format);
-    Canvas(const Canvas&) = delete;
-    Canvas& operator=(const Canvas&) = delete;
-    ~Canvas() = default;
-
-    /// Elements of an image that a unit of length can show.
-    [[nodiscard]] double resolution() const { return format_ == PictureFormat::Png ? 1.0 : 3.0; }
-
-    void fill(const Rect& area, Rgb colour);
-    void polygon(std::span<const Point> corners, Rgb colour);
-    void line(std::span<const Point> points, Rgb colour, double thickness);
-    void outline(const Rect& area, Rgb colour);
-    /// Rings and crosses have a light rim, so that they show on every colour.
-    void mark(Mark mark, Point centre, Rgb colour);
-    /// baseline: of the text's start, middle or end, as the style's anchor says.
-    void text(Point baseline, const std::string& text, const FontStyle& style);
-    /// Stretches the picture over the area, elements kept as sharp rectangles.
-    void image(const Rect& area, const Raster& raster);
-    /// Until the next endClip, nothing is drawn outside the area. Does not nest.
-    void beginClip(const Rect& area);
-    void endClip();
-
-    [[nodiscard]] double textWidth(const std::string& text, const FontStyle& style) const;
-    /// text, its end left out where it is wider than width.
-    [[nodiscard]] std::string fitText(std::string text, const FontStyle& style, double width) const;
-
-    /// The finished file; empty when it could not be made. Nothing can be drawn afterwards.
-    std::vector<std::uint8_t> finish();
-
-  private:
-    struct Destroy {
-        void operator()(cairo_surface_t* surface) const { cairo_surface_destroy(surface); }
-        void operator()(cairo_t* context) const { cairo_destroy(context); }
-    };
-    using Surface = std::unique_ptr<cairo_surface_t, Destroy>;
-
-    void setColour(Rgb colour);
-
-    PictureFormat format_;
-    std::vector<std::uint8_t> bytes_;  ///< before the surface, which writes here to its end
-    Surface surface_;
-    std::unique_ptr<cairo_t, Destroy> context_;
-};
+/// Until cairo_restore, nothing is drawn outside the area.
+void clipTo(cairo_t* page, const Rect& area);
 
 }  // namespace calcut::tools

@@ -1,89 +1,56 @@
-#include "tools/plot/Differences.h"
-
+// The differences of two modules as one picture.
 #include <fmt/format.h>
 #include <algorithm>
 #include <cmath>
-#include <optional>
 
 #include "tools/dump/Tables.h"
-#include "tools/plot/MapPanel.h"
+#include "tools/plot/Panels.h"
 
 namespace calcut::tools {
 
 namespace {
 
-/// One channel of B - A. Equal values give 0 whatever they are, so what is not finite here is so on
-/// one side only.
-struct DifferenceMap {
-    std::string title;
-    std::uint32_t columns = 0;
-    std::uint32_t rows = 0;
+/// Draws one channel of B - A. Equal values give 0 whatever they are, so what is not finite here is
+/// so on one side only.
+void drawDifference(const Cell& cell, const Table& a, const Table& b, unsigned channel) {
     std::vector<float> values;
     std::vector<std::size_t> differing;
-};
-
-DifferenceMap differenceMap(const Table& a, const Table& b, unsigned channel) {
-    const char* name = channelName(a, channel);
-    DifferenceMap map{
-        a.title + (*name == '\0' ? "" : std::string(", ") + name), a.columns, a.rows, {}, {}};
+    std::vector<float> sizes;
     for (std::size_t at = channel; at < a.size(); at += a.channels) {
         const bool equal = !differs(a[at], b[at], 0.0);
+        const float difference = equal ? 0.0F : b[at] - a[at];
         if (!equal) {
-            map.differing.push_back(map.values.size());
+            differing.push_back(values.size());
         }
-        map.values.push_back(equal ? 0.0F : b[at] - a[at]);
-    }
-    return map;
-}
-
-/// Of the differing values alone: a few among many equal ones must keep their colour. The widest
-/// thousandth is left to the arrows, unless each of them gets a ring anyway.
-Scale scaleOf(const DifferenceMap& map, bool ringed) {
-    std::vector<float> sizes;
-    for (const std::size_t at : map.differing) {
-        if (std::isfinite(map.values[at])) {
-            sizes.push_back(std::abs(map.values[at]));
+        if (!equal && std::isfinite(difference)) {
+            sizes.push_back(std::abs(difference));
         }
+        values.push_back(difference);
     }
-    constexpr double robust = 0.999;
-    const double reach = sizes.empty() ? 0.0 : quantile(sizes, ringed ? 1.0 : robust);
-    return scaleAround(-reach, reach);
+    const bool ringed = !differing.empty() && differing.size() <= mostRings;
+    // Of the differing values alone: a few among many equal ones must keep their colour. The widest
+    // thousandth is left to the arrows, unless each of them gets a ring anyway.
+    const double reach = sizes.empty() ? 0.0 : quantile(sizes, ringed ? 1.0 : 0.999);
+    const std::string name = channelName(a, channel);
+    FrameParts parts =
+        imageParts(a.title + (name.empty() ? "" : ", ") + name, {0, 0, a.columns, a.rows});
+    parts.note = differing.empty()
+                     ? "equal"
+                     : fmt::format("{} of {} values differ", differing.size(), values.size());
+    if (ringed) {
+        parts.legend = {{Mark::Ring, inkColour, "different"}};
+    }
+    const ColourBar bar{{scaleAround(-reach, reach), "B - A"}, ColourMap::Diverging};
+    drawMap(cell, std::move(parts), bar, {values}).ring(differing);
 }
 
-void drawDifference(Canvas& canvas, const Rect& cell, const DifferenceMap& source) {
-    const bool ringed = !source.differing.empty() && source.differing.size() <= mostRings;
-    Map map;
-    map.title = source.title;
-    map.note =
-        source.differing.empty()
-            ? "equal"
-            : fmt::format("{} of {} values differ", source.differing.size(), source.values.size());
-    map.colourLabel = "B - A";
-    map.shape.columns = source.columns;
-    map.shape.rows = source.rows;
-    map.values = {source.values, {}};
-    map.colours = ColourMap::Diverging;
-    map.scale = scaleOf(source, ringed);
-    std::optional<LegendEntry> entry;
-    if (ringed) {
-        entry = {Mark::Ring, inkColour, "different"};
-    }
-    const Frame frame = drawMap(canvas, cell, map, entry);
-    if (ringed) {
-        ringPixels(frame, source.columns, source.differing, mostRings);
-    }
-}
-
-void drawIncomparable(Canvas& canvas, const Rect& cell, const Table& a, const Table* b) {
-    constexpr double margin = 24.0;
-    constexpr double line = 20.0;
+/// b: null where A's table stands alone.
+void drawIncomparable(const Cell& cell, const Table& a, const Table* b) {
     const std::string why = b == nullptr ? "missing on one side"
                                          : fmt::format("A has {} x {}, B {} x {}", a.columns,
                                                        a.rows, b->columns, b->rows);
-    FontStyle style;
-    style.bold = true;
-    canvas.text({cell.x + margin, cell.y + margin}, a.title, style);
-    canvas.text({cell.x + margin, cell.y + margin + line}, why, {});
+    drawText(cell.page, {cell.x + 24.0, cell.y + 24.0}, a.title, {.bold = true});
+    drawText(cell.page, {cell.x + 24.0, cell.y + 44.0}, why, {});
 }
 
 }  // namespace
@@ -93,28 +60,24 @@ std::vector<std::uint8_t> drawDifferences(const Diagnosis& a, const Diagnosis& b
     const std::vector<Table> ofA = tablesOf(a);
     const std::vector<Table> ofB = tablesOf(b);
     std::vector<Panel> panels;
+    const auto add = [&panels](const Table& table, const Table* other) {
+        const bool comparable = other != nullptr && sameShape(table, *other);
+        for (unsigned channel = 0; channel < (comparable ? table.channels : 1); ++channel) {
+            panels.emplace_back([=, &table](const Cell& cell) {
+                comparable ? drawDifference(cell, table, *other, channel)
+                           : drawIncomparable(cell, table, other);
+            });
+        }
+    };
     for (const Table& table : ofA) {
-        const Table* other = tableNamed(ofB, table.name);
-        if (other == nullptr || !sameShape(table, *other)) {
-            panels.emplace_back([&table, other](Canvas& canvas, const Rect& cell) {
-                drawIncomparable(canvas, cell, table, other);
-            });
-            continue;
-        }
-        for (unsigned channel = 0; channel < table.channels; ++channel) {
-            panels.emplace_back([&table, other, channel](Canvas& canvas, const Rect& cell) {
-                drawDifference(canvas, cell, differenceMap(table, *other, channel));
-            });
-        }
+        add(table, tableNamed(ofB, table.name));
     }
     for (const Table& table : ofB) {
         if (tableNamed(ofA, table.name) == nullptr) {
-            panels.emplace_back([&table](Canvas& canvas, const Rect& cell) {
-                drawIncomparable(canvas, cell, table, nullptr);
-            });
+            add(table, nullptr);
         }
     }
-    return drawPage(panels, pictureFormatOf(output));
+    return drawPage(panels, output);
 }
 
 }  // namespace calcut::tools

@@ -8,20 +8,31 @@
 #include <vector>
 
 #include "tools/plot/Canvas.h"
-#include "tools/plot/Scale.h"
-#include "tools/plot/Strips.h"
+#include "tools/plot/Scales.h"
 
 namespace calcut::tools {
 
 struct Axis {
-    Scale scale;
-    std::string label;
+    Scale scale{};
+    std::string label{};
+    // On the page, known to the frame:
+    double start = 0.0;         ///< where the scale is low
+    double length = 0.0;        ///< from there to where it is high
+    std::vector<Tick> ticks{};  ///< their values are places
+
+    [[nodiscard]] double at(double value) const { return start + scale.fraction(value) * length; }
+    void placeTicks(double spacing);
+
+    // Of an image's columns or rows:
+    [[nodiscard]] double first() const { return scale.low + 0.5; }
+    [[nodiscard]] auto count() const { return static_cast<std::uint32_t>(scale.high - scale.low); }
 };
 
-struct ColourBar {
-    Scale scale;
-    std::string label;
-    ColourMap map = ColourMap::Sequential;
+/// The axis of an image's columns or rows, the first of which may have another coordinate than 0.
+Axis elementAxis(std::uint32_t count, std::string label, double first = 0.0);
+
+struct ColourBar : Axis {
+    ColourMap colours = ColourMap::Sequential;
     bool valuesBelow = false;  ///< an arrow at the end tells so
     bool valuesAbove = false;
 };
@@ -32,72 +43,42 @@ struct LegendEntry {
     std::string label;
 };
 
-/// Elements of an image, ends not included.
-struct ElementBlock {
-    std::uint32_t firstColumn, endColumn, firstRow, endRow;
-};
-
 /// What stands around the data.
-struct FrameText {
+struct FrameParts {
     std::string title;
     std::string note{};  ///< below the title
     std::vector<LegendEntry> legend{};
     std::string footer{};  ///< below the axes
-    bool compact = false;  ///< a small frame: title and axes only
+    Axis x{}, y{};
+    bool image = false;  ///< of square elements, row numbers growing downwards
+    std::optional<ColourBar> bar{};
+    bool compact = false;  ///< a small frame: axes only
 };
+
+/// More rings than that hide what they point at.
+inline constexpr std::size_t mostRings = 200;
 
 /// Draws title, note and legend at the top of a cell.
-void drawHead(Canvas& canvas, const Rect& cell, const FrameText& text);
+void drawHead(const Cell& cell, const FrameParts& parts);
 
-/// Draws the frame into a cell of the page and converts values to places there.
-class Frame {
-  public:
-    Frame(Canvas& canvas, const Rect& cell, FrameText text, Axis x, Axis y);
-    Frame(Canvas& canvas, const Rect& cell, FrameText text, ImageShape shape,
-          std::optional<ColourBar> bar);
+/// A frame on the page.
+struct Frame {
+    cairo_t* page;
+    FrameParts parts;   ///< as they were given
+    Axis xAxis, yAxis;  ///< as they lie on the page
+    Strips strips{};    ///< of an image
+    Rect area{};        ///< where the data goes
+    double barHeight = 0.0;
 
-    [[nodiscard]] const Rect& area() const { return area_; }
     [[nodiscard]] Point at(double x, double y) const;
-    [[nodiscard]] Canvas& canvas() const { return canvas_; }
-
-    // Of images:
-    [[nodiscard]] Point atElement(std::size_t column, std::size_t row) const {
-        return at(shape_->firstColumn + static_cast<double>(column),
-                  shape_->firstRow + static_cast<double>(row));
-    }
-    [[nodiscard]] double unit() const { return strips_.unit; }  ///< side of an element on the page
-    [[nodiscard]] bool inStrips() const { return strips_.count > 1; }
-    /// Draws the image, each of its dots with the colour of the elements that it stands for.
-    void image(const std::function<Rgb(const ElementBlock&)>& colourOf) const;
-
-  private:
-    /// A tick where it stands on the page.
-    struct PlacedTick {
-        double place;
-        std::string label;
-    };
-
-    [[nodiscard]] double verticalSpacing() const { return text_.compact ? 24.0 : 42.0; }
-    [[nodiscard]] double widest(const std::vector<PlacedTick>& ticks) const;
-    /// Half as long as the labels at the sides may be, which is a little more than a low image.
-    [[nodiscard]] double sideReach() const;
-    [[nodiscard]] Rect elements(const ElementBlock& block) const;
-    void makeRoom(const Rect& cell, double barSpace);
-    void placeImage();
-    void placeTicks();
-    void placeStripTicks();
-    void placeBar();
-    void drawAxes(const Rect& cell);
-    void drawBar();
-
-    Canvas& canvas_;
-    FrameText text_;
-    Axis x_, y_;
-    std::optional<ImageShape> shape_;
-    std::optional<ColourBar> bar_;
-    Strips strips_;
-    Rect room_, area_, barArea_;
-    std::vector<PlacedTick> xTicks_, yTicks_, barTicks_;
+    /// Draws the image, each of its dots with the colour of the elements that it stands for. They
+    /// are given by their indices, row by row.
+    void image(const std::function<Rgb(const std::vector<std::size_t>& elements)>& colourOf) const;
+    /// Rings around elements of the image; none when they are more than most.
+    void ring(const std::vector<std::size_t>& elements, std::size_t most = mostRings) const;
 };
+
+/// Draws all that stands around the data into a cell of the page.
+Frame drawFrame(const Cell& cell, const FrameParts& parts);
 
 }  // namespace calcut::tools

@@ -1,48 +1,38 @@
-// The sheet of "calcut plot", one calibration on one page, and its panels.
+// The sheet of "calcut plot", one calibration on one page, its panels, and what they are made of.
 #pragma once
 
 #include <optional>
 #include <string>
 
 #include "tools/dump/Diagnosis.h"
-#include "tools/plot/Canvas.h"
-#include "tools/plot/MapPicture.h"
-#include "tools/plot/Scale.h"
+#include "tools/plot/Frame.h"
+#include "tools/plot/Numbers.h"
 
 namespace calcut::tools {
 
-/// A module whose calibration reads.
-struct Module {
-    std::string name;  ///< of its file, fit to be shown
-    std::uint64_t fileSize = 0;
-    const Diagnosis& diagnosis;
-    const VantricCalibration& record;
+/// The parts around an image with the pixels' numbers at its sides.
+FrameParts imageParts(std::string title, const VantricImagerArea& area);
 
-    [[nodiscard]] ImageShape shape() const {
-        return {record.imagerArea.columns, record.imagerArea.rows};
-    }
-    [[nodiscard]] std::size_t pixels() const {
-        return std::size_t{record.imagerArea.columns} * record.imagerArea.rows;
-    }
-    [[nodiscard]] std::span<const std::uint8_t> mask() const {
-        return {record.pixelMask, pixels()};
-    }
-};
+/// Draws a map of values in the colours of the bar, whose arrows are set here; its own legend comes
+/// behind what parts has, and statistics where parts has no footer.
+Frame drawMap(const Cell& cell, FrameParts parts, ColourBar bar, const MaskedValues& values);
 
-/// Draws all panels. sharedScale: the pixel tables of all frequencies in the same colours. Empty
-/// when the picture could not be made.
-std::vector<std::uint8_t> drawSheet(const Module& module, bool sharedScale, PictureFormat format);
+/// The mask, whose size is the number of pixels.
+std::span<const std::uint8_t> maskOf(const Diagnosis& module);
 
-void drawSummary(Canvas& canvas, const Rect& cell, const Module& module);
-void drawMask(Canvas& canvas, const Rect& cell, const Module& module);
-void drawRays(Canvas& canvas, const Rect& cell, const Module& module);
-void drawPixelValues(Canvas& canvas, const Rect& cell, const Module& module);
-/// scale: of the colours, the table's own when not set.
-void drawPixelTable(Canvas& canvas, const Rect& cell, const Module& module, unsigned k,
-                    const std::optional<Scale>& scale);
+// All for a module whose calibration reads.
+void drawMask(const Cell& cell, const Diagnosis& module);
+void drawRays(const Cell& cell, const Diagnosis& module);
+/// Values of a block with one for each pixel. scale: of the colours, their own when not set.
+void drawTable(const Cell& cell, const Diagnosis& module, const std::string& title,
+               const float* values, std::uint32_t block, const std::optional<Scale>& scale);
 /// The small tables of frequency k: values A and B, wiggling A and B.
-void drawFrequencyTables(Canvas& canvas, const Rect& cell, const Module& module, unsigned k);
-void drawPsf(Canvas& canvas, const Rect& cell, const Module& module);
-void drawProfile(Canvas& canvas, const Rect& cell, const Module& module);
+void drawFrequencyTables(const Cell& cell, const Diagnosis& module, unsigned k);
+void drawPsf(const Cell& cell, const Diagnosis& module);
+void drawProfile(const Cell& cell, const Diagnosis& module);
+
+/// See Drawing in Plot.h.
+std::vector<std::uint8_t> drawDifferences(const Diagnosis& a, const Diagnosis& b,
+                                          const std::string& output);
 
 }  // namespace calcut::tools

@@ -1,11 +1,15 @@
-// calcut plot: a calibration as a picture.
+// calcut plot: a calibration as a picture; the pictures of calcut compare; and the part of the
+// command that draws both, calcut-plot.so. It is loaded only by who draws, so that no other
+// subcommand loads the drawing library.
 #pragma once
 
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
-#include "tools/dump/Dump.h"
+#include "tools/compare/Compare.h"
+#include "tools/dump/Diagnosis.h"
 
 namespace calcut::tools {
 
@@ -17,7 +21,30 @@ struct PlotOptions {
     bool sharedScale = false;  ///< one colour scale for the tables of all frequencies
 };
 
+/// Whether a picture can have this name: *.png, *.svg, or "-".
+bool isPictureName(const std::string& name);
+
 /// Draws the sheet. Returns the exit status.
 int runPlot(const PlotOptions& options);
+
+/// runCompare for a comparison with a picture.
+int runCompareAndDraw(const CompareOptions& options);
+
+/// Functions that make pictures; the output's name decides the format, and an empty result is a
+/// picture that could not be made.
+struct Drawing {
+    const char* version;  ///< of calcut; both sides must be of one
+    /// A calibration that reads, on one page, with the name of its file. sharedScale: the pixel
+    /// tables of all frequencies in the same colours.
+    std::vector<std::uint8_t> (*sheet)(const Diagnosis& module, const std::string& input,
+                                       bool sharedScale, const std::string& output);
+    /// B - A for each table that both have in the same shape.
+    DrawDifferences differences;
+};
+
+extern "C" {
+/// What calcut-plot.so exports.
+extern const Drawing calcutDrawing;
+}
 
 }  // namespace calcut::tools

@@ -1,60 +1,140 @@
+// The sheet, and its panel of what is told in words.
+#include <fmt/format.h>
 #include <algorithm>
-#include <optional>
+#include <cmath>
+#include <cstring>
 
-#include "tools/plot/MapPanel.h"
+#include "tools/dump/Names.h"
 #include "tools/plot/Panels.h"
+#include "tools/plot/Plot.h"
+#include "tools/terminal/Escape.h"
 
 namespace calcut::tools {
 
 namespace {
 
-/// A scale that holds the robust limits of every table.
-std::optional<Scale> scaleOfAll(const Module& module, const std::vector<unsigned>& frequencies) {
-    std::optional<Scale> all;
-    for (const unsigned k : frequencies) {
-        const Statistics statistics = statisticsOf(
-            {{module.record.frequencies[k].pixelTable, module.pixels()}, module.mask()});
-        if (statistics.count > 0) {
-            all = all ? Scale{std::min(all->low, statistics.robustLow),
-                              std::max(all->high, statistics.robustHigh)}
-                      : Scale{statistics.robustLow, statistics.robustHigh};
+/// A line of the summary; second stands in the right half.
+struct Line {
+    std::string text;
+    std::string second{};
+    FontStyle style{.size = 13.0};
+};
+
+std::string moduleTexts(const Diagnosis& module) {
+    std::string all;
+    for (const auto& [id, text] : {std::pair{RX_BLOCK_TEXT1, module.record->text1},
+                                   std::pair{RX_BLOCK_TEXT2, module.record->text2}}) {
+        if (module.wasRead(id) && *text != '\0') {
+            all += (all.empty() ? "" : "  ·  ") +
+                   escapeBytes({text, strnlen(text, VANTRIC_TEXT_BYTES)});
         }
     }
-    return all ? scaleAround(all->low, all->high) : all;
+    return all;
 }
 
-}  // namespace
-
-std::vector<std::uint8_t> drawSheet(const Module& module, bool sharedScale, PictureFormat format) {
-    std::vector<unsigned> frequencies;
+std::vector<Line> linesOf(const Diagnosis& module) {
+    const VantricCalibration& record = *module.record;
+    const std::string layout = module.layout == Layout::Packed
+                                   ? "packed calibration"
+                                   : fmt::format("{} image", layoutName(module.layout));
+    std::vector<Line> lines = {{fmt::format("{}, {} bytes", layout, module.file.size())}};
+    for (const Finding& fault : module.faults) {
+        lines.push_back({fmt::format("{} at byte {}", fault.what, fault.offset),
+                         "",
+                         {.size = 13.0, .bold = true, .colour = faultColour}});
+    }
+    lines.push_back(
+        {fmt::format("{} x {} pixels", record.imagerArea.columns, record.imagerArea.rows)});
+    lines.push_back({moduleTexts(module)});
+    lines.push_back({});
+    for (std::size_t i = 0; i < 5; ++i) {
+        lines.push_back(
+            {i < 4 ? fmt::format("{}  {} pixels", lensNames[i], record.lensParameters[i]) : "",
+             fmt::format("{}  {}", lensNames[i + 4], record.lensParameters[i + 4])});
+    }
+    lines.push_back({});
     for (unsigned k = 0; k < VANTRIC_FREQUENCIES; ++k) {
-        if (module.diagnosis.wasRead(frequencyBlock(k, RX_FREQUENCY_PIXEL_TABLE))) {
-            frequencies.push_back(k);
+        if (module.wasRead(frequencyBlock(k, RX_FREQUENCY_ID))) {
+            const float scalar = record.frequencies[k].scalar;
+            lines.push_back(
+                {fmt::format("frequency {}:  id {}{}", k, record.frequencies[k].frequencyId,
+                             std::isnan(scalar) ? "" : fmt::format(", scalar {}", scalar))});
         }
     }
-    const std::optional<Scale> scale = sharedScale ? scaleOfAll(module, frequencies) : std::nullopt;
+    lines.push_back({record.psf == nullptr ? "no straylight model"
+                                           : fmt::format("straylight:  PSF {} x {}",
+                                                         record.psfWidth, record.psfHeight)});
+    lines.push_back({});
+    for (const char* text : {"Colours reach from 0.1 to 99.9 % of the values. An arrow on",
+                             "the bar: some lie outside; ringed: by more than a quarter of it."}) {
+        lines.push_back({text, "", {.size = 11.5, .colour = quietColour}});
+    }
+    return lines;
+}
 
+void drawSummary(const Cell& cell, const Diagnosis& module, const std::string& name) {
+    const double left = cell.x + 12.0;
+    const auto put = [&](double x, double y, const std::string& text, const FontStyle& style) {
+        drawText(cell.page, {x, y}, text, style, cell.right() - 12.0 - x);
+    };
+    double y = cell.y + 28.0;
+    put(left, y, name, {.size = 17.0, .bold = true});
+    const std::vector<Line> lines = linesOf(module);
+    // With many lines they move closer together instead of out of the cell.
+    const double spacing = std::min(20.0, (cell.height - 44.0) / static_cast<double>(lines.size()));
+    for (const auto& [text, second, style] : lines) {
+        y += text.empty() && second.empty() ? 0.5 * spacing : spacing;
+        put(left, y, text, style);
+        put(left + cell.width / 2.0, y, second, style);
+    }
+}
+
+std::vector<std::uint8_t> drawSheet(const Diagnosis& module, const std::string& input,
+                                    bool sharedScale, const std::string& output) {
+    const std::span<const std::uint8_t> mask = maskOf(module);
+    std::vector<unsigned> frequencies;
+    // Of all pixel tables together.
+    double low = Statistics::none;
+    double high = Statistics::none;
+    for (unsigned k = 0; k < VANTRIC_FREQUENCIES; ++k) {
+        if (module.wasRead(frequencyBlock(k, RX_FREQUENCY_PIXEL_TABLE))) {
+            frequencies.push_back(k);
+            const float* values = module.record->frequencies[k].pixelTable;
+            const Statistics statistics =
+                sharedScale ? statisticsOf({{values, mask.size()}, mask}) : Statistics{};
+            low = std::fmin(low, statistics.robustLow);
+            high = std::fmax(high, statistics.robustHigh);
+        }
+    }
+    const std::optional<Scale> scale =
+        std::isnan(low) ? std::nullopt : std::optional(scaleAround(low, high));
     std::vector<Panel> panels;
     const auto add = [&](auto draw, auto... more) {
-        panels.emplace_back([&module, draw, more...](Canvas& canvas, const Rect& cell) {
-            draw(canvas, cell, module, more...);
-        });
+        panels.emplace_back(
+            [&module, draw, more...](const Cell& cell) { draw(cell, module, more...); });
     };
-    add(drawSummary);
+    add(drawSummary,
+        input == "-" ? "standard input" : escapePath(input.substr(input.find_last_of('/') + 1)));
     add(drawMask);
     add(drawRays);
-    add(drawPixelValues);
+    add(drawTable, "Pixel values", module.record->pixelValues, RX_BLOCK_PIXEL_VALUES, std::nullopt);
     for (const unsigned k : frequencies) {
-        add(drawPixelTable, k, scale);
+        const VantricFrequencyRecord& frequency = module.record->frequencies[k];
+        add(drawTable, fmt::format("Frequency {} (id {}): pixel table", k, frequency.frequencyId),
+            frequency.pixelTable, frequencyBlock(k, RX_FREQUENCY_PIXEL_TABLE), scale);
     }
     for (const unsigned k : frequencies) {
         add(drawFrequencyTables, k);
     }
-    if (module.record.psf != nullptr) {
+    if (module.record->psf != nullptr) {
         add(drawPsf);
         add(drawProfile);
     }
-    return drawPage(panels, format);
+    return drawPage(panels, output);
 }
+
+}  // namespace
+
+const Drawing calcutDrawing = {CALCUT_VERSION, drawSheet, drawDifferences};
 
 }  // namespace calcut::tools
