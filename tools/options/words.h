@@ -1,9 +1,16 @@
-// What the help of each subcommand ends with.
+// The help of the command and of each subcommand, but for the options.
 #pragma once
 
-namespace calcut::tools::footers {
+namespace calcut::tools::words {
 
-inline constexpr const char* command =
+struct Help {
+    const char* name;
+    const char* summary;
+    const char* footer;
+};
+
+inline constexpr Help command = {
+    "calcut", "Cuts EEPROM dumps of depth camera modules, and shows what is in them.",
     R"(Exit status: 0 everything was done, 1 a file was refused or could not be written,
 2 the command line is wrong (compare: 1 different, 2 not compared); an interrupted command ends by its signal (130, 143).
 Nothing that is also read is ever written to. calcut SUBCOMMAND --help tells more.
@@ -16,9 +23,10 @@ Examples:
   calcut inspect module.bin                      what is in a dump, or why it cannot be cut
   calcut plot module.bin -o module.png           its calibration as one sheet
   calcut compare golden.bin module.bin           how two modules differ
-  calcut export module.bin tables --as npy       its tables for NumPy)";
+  calcut export module.bin tables --as npy       its tables for NumPy)"};
 
-inline constexpr const char* cut =
+inline constexpr Help cut = {
+    "cut", "Cut dumps into the files of the camera stack",
     R"(calcut cut [OPTIONS] DUMP OUTDIR         one dump into an existing directory
 calcut cut [OPTIONS] DUMP... --out DIR   a directory for each dump under DIR
 calcut cut --verify DIR DUMP             whether the files in DIR are the cut of DUMP
@@ -38,21 +46,24 @@ Examples:
   calcut cut module.bin out
   calcut cut line/*.bin --out cut -j 4 --report cut.csv
   calcut cut line --glob '*.eeprom' --out cut --resume
-  calcut cut --verify out module.bin)";
+  calcut cut --verify out module.bin)"};
 
-inline constexpr const char* inspect =
+inline constexpr Help inspect = {
+    "inspect", "Show what dumps and packed calibrations hold, and why they do not read",
     R"(Exit status: 0 everything reads and is intact, 1 it is not, 2 usage.
 
 Examples:
   calcut inspect module.bin
-  calcut inspect module.bin --json | jq .record.lens)";
+  calcut inspect module.bin --json | jq .record.lens)"};
 
-inline constexpr const char* plot = R"(Exit status: 0 the sheet was written, 1 it was not, 2 usage.
+inline constexpr Help plot = {"plot", "Draw a calibration on one sheet",
+                              R"(Exit status: 0 the sheet was written, 1 it was not, 2 usage.
 
 Examples:
-  calcut plot module.bin -o sheet.png)";
+  calcut plot module.bin -o sheet.png)"};
 
-inline constexpr const char* compare =
+inline constexpr Help compare = {
+    "compare", "Show how two modules differ",
     R"(Differences are B - A. NaN equals NaN. Where the sensors have different sizes, their tables
 are told to differ and are not compared further. Only the calibration counts, not the image
 around it: a dump equals the packed calibration that was cut from it.
@@ -65,9 +76,10 @@ Examples:
   calcut compare golden.bin module.bin
   calcut compare golden.bin module.bin -q && echo equal
   calcut compare golden.bin module.bin --tolerance 1e-4 -o differences.png
-  calcut compare golden.bin module.bin --json | jq '.tables[] | select(.differs)')";
+  calcut compare golden.bin module.bin --json | jq '.tables[] | select(.differs)')"};
 
-inline constexpr const char* exports =
+inline constexpr Help exports = {
+    "export", "Write a module's tables or lens for other tools",
     R"(calcut export [OPTIONS] DUMP DIR --as FORMAT   into DIR, made when it is not there
 
 Tables (mask, pixel_values, frequency_N_pixel_table, rays, psf, custom_ID):
@@ -84,15 +96,16 @@ Exit status: 0 all files were written, 1 one was not, 2 usage.
 
 Examples:
   calcut export module.bin tables --as npy
-  calcut export module.bin . --as opencv-yaml --force)";
+  calcut export module.bin . --as opencv-yaml --force)"};
 
-inline constexpr const char* make = R"(The same options give the same bytes on every machine.
+inline constexpr Help make = {"make", "Make a dump with a plausible calibration",
+                              R"(The same options give the same bytes on every machine.
 Exit status: 0 the file was written, 1 it was not, 2 usage.
 
 Examples:
   calcut make -o module.bin
   calcut make --size 320x240 --frequencies 8 --seed 7 -o large.bin
   calcut make --layout korveline --signature 64 -o signed.bin
-  calcut make --bare -o - | calcut inspect -)";
+  calcut make --bare -o - | calcut inspect -)"};
 
-}  // namespace calcut::tools::footers
+}  // namespace calcut::tools::words
