@@ -23,10 +23,6 @@ namespace calcut::tools {
 
 namespace {
 
-std::string errnoText(int error) {
-    return std::generic_category().message(error);
-}
-
 class FileDescriptor {
   public:
     explicit FileDescriptor(int descriptor) : descriptor_(descriptor) {}
@@ -112,6 +108,10 @@ bool readAll(int descriptor, std::uint64_t expected, std::uint64_t limit,
 }
 
 }  // namespace
+
+std::string errnoText(int error) {
+    return std::generic_category().message(error);
+}
 
 const char* layoutName(Layout layout) {
     switch (layout) {

@@ -36,6 +36,9 @@ struct FileIdentity {
     bool operator==(const FileIdentity&) const = default;
 };
 
+/// What errno says, in words: "No such file or directory".
+std::string errnoText(int error);
+
 /// The content of a file, or a reason why there is none ("No such file or directory", "is a
 /// directory", "is empty", "is larger than 256 MiB, the limit for a dump (--max-size)", ...;
 /// without the path).

@@ -4,7 +4,6 @@
 #include <atomic>
 #include <csignal>
 #include <cstddef>
-#include <cstdio>
 
 namespace calcut::tools {
 
@@ -40,14 +39,16 @@ InterruptGuard::~InterruptGuard() {
     for (std::size_t i = 0; i < watched.size(); ++i) {
         sigaction(watched[i], &former[i], nullptr);
     }
-    if (noted != 0) {
-        (void)std::fflush(stdout);
-        (void)std::raise(noted);
-    }
 }
 
 bool InterruptGuard::interrupted() {
     return noted != 0;
+}
+
+void InterruptGuard::raiseNoted() {
+    if (noted != 0) {
+        (void)std::raise(noted);
+    }
 }
 
 }  // namespace calcut::tools

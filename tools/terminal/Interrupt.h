@@ -4,9 +4,7 @@
 namespace calcut::tools {
 
 /// While one exists, SIGINT, SIGTERM and SIGHUP only leave a note; a second one ends the process at
-/// once. When it goes, and a note was left, it ends the process by that signal, so that a shell
-/// sees what happened. Declare it before whatever has to be cleaned up. Signals that were ignored
-/// stay so.
+/// once. Signals that were ignored stay so.
 class InterruptGuard {
   public:
     InterruptGuard();
@@ -16,6 +14,10 @@ class InterruptGuard {
 
     /// Whether a signal came. Any thread may ask.
     static bool interrupted();
+
+    /// When a note was left, ends the process by that signal, so that a shell sees what happened.
+    /// runMain does so, when all is cleaned up and told.
+    static void raiseNoted();
 };
 
 }  // namespace calcut::tools

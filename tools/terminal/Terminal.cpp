@@ -7,14 +7,14 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <exception>
 #include <new>
-#include <system_error>
 
 #include <fmt/format.h>
 
 #include "tools/commands.h"
+#include "tools/dump/Dump.h"
 #include "tools/terminal/Escape.h"
+#include "tools/terminal/Interrupt.h"
 
 namespace calcut::tools {
 
@@ -90,6 +90,17 @@ void printNote(std::string_view subject, std::string_view reason) {
     }
 }
 
+void refuseFor(const std::string& subject, const std::string& reason) {
+    if (!reason.empty()) {
+        throw Refused(subject, reason);
+    }
+}
+
+const char* reasonOf(const std::exception& error) {
+    const bool memory = dynamic_cast<const std::bad_alloc*>(&error) != nullptr;
+    return memory ? "not enough memory" : error.what();
+}
+
 void print(std::string_view text) {
     if (current.verbosity != Verbosity::Quiet) {
         writeStdout(text);
@@ -111,11 +122,9 @@ bool finishStdout() {
     if ((stdoutError == 0 && std::ferror(stdout) == 0) || stdoutError == EPIPE) {
         return true;
     }
-    if (!told) {
-        told = true;
-        printError("standard output", stdoutError != 0
-                                          ? std::generic_category().message(stdoutError)
-                                          : std::string("cannot be written"));
+    if (!std::exchange(told, true)) {
+        printError("standard output",
+                   stdoutError != 0 ? errnoText(stdoutError) : "cannot be written");
     }
     return false;
 }
@@ -127,12 +136,13 @@ int runMain(int (*work)(int argc, char** argv), int argc, char** argv) {
     int exitCode = exitFailed;
     try {
         exitCode = work(argc, argv);
-    } catch (const std::bad_alloc&) {
-        printError("", "not enough memory");
+    } catch (const Refused& refused) {
+        printError(refused.subject(), refused.what());
     } catch (const std::exception& error) {
-        printError("", error.what());
+        printError("", reasonOf(error));
     }
     const bool finished = finishStdout();
+    InterruptGuard::raiseNoted();
     return finished || exitCode != exitOk ? exitCode : exitFailed;
 }
 

@@ -3,8 +3,11 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <memory>
+#include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace calcut::tools {
 
@@ -43,6 +46,25 @@ void printWarning(std::string_view subject, std::string_view reason);
 /// What is being done; only when verbose.
 void printNote(std::string_view subject, std::string_view reason);
 
+/// What ends the work where it is thrown; runMain prints it as printError does.
+class Refused : public std::runtime_error {
+  public:
+    Refused(std::string subject, const std::string& reason)
+        : std::runtime_error(reason),
+          subject_(std::make_shared<const std::string>(std::move(subject))) {}
+    /// A path as it was given, or empty.
+    [[nodiscard]] const std::string& subject() const { return *subject_; }
+
+  private:
+    std::shared_ptr<const std::string> subject_;  ///< copies of an exception must not throw
+};
+
+/// Throws Refused, unless the reason is empty.
+void refuseFor(const std::string& subject, const std::string& reason);
+
+/// The reason in any exception, for people.
+const char* reasonOf(const std::exception& error);
+
 /// Text for people on standard output; nothing when quiet.
 void print(std::string_view text);
 
@@ -54,8 +76,8 @@ void writeStdout(std::string_view text);
 /// again. An outer main calls it for every subcommand.
 bool finishStdout();
 
-/// The body of main: runs the work, tells about what it throws, finishes standard output. Returns
-/// the exit status.
+/// The body of main: runs the work, tells about what it throws, finishes standard output, and ends
+/// by the signal that an InterruptGuard noted. Returns the exit status.
 int runMain(int (*work)(int argc, char** argv), int argc, char** argv);
 
 }  // namespace calcut::tools
