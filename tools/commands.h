@@ -4,15 +4,8 @@
 // exit status; tools/options/ alone knows how a command line is written. An outer main prints
 // whatever exception leaves the work, flushes standard output and tells when that fails.
 //
-// `calcut plot` is a program of its own, calcut-plot, so that no other subcommand loads the drawing
-// library. calcut reads and checks the command line and becomes calcut-plot, which lies beside it
-// or in ../libexec/calcut, with fixed words (tools/plot/main.cpp reads them):
-//
-//     calcut-plot INPUT OUTPUT LAYOUT MAX-SIZE SHARED-SCALE COLOUR VERBOSITY
-//
-// So is a comparison that draws:
-//
-//     calcut-plot compare A B OUTPUT LAYOUT MAX-SIZE JSON TOLERANCE COLOUR VERBOSITY
+// What draws is a part of its own, calcut-plot.so (tools/plot/Drawing.h), which lies beside the
+// command or in ../libexec/calcut, so that no other subcommand loads the drawing library.
 #pragma once
 
 namespace calcut::tools {

@@ -1,12 +1,12 @@
 #include "tools/export/Export.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cctype>
 #include <cmath>
 #include <filesystem>
 #include <functional>
-#include <initializer_list>
 #include <iterator>
 #include <limits>
 #include <system_error>
@@ -29,8 +29,7 @@ namespace {
 
 constexpr int lensSchema = 1;
 
-// ---------------------------------------------------------------------------------------- tables
-// --
+// --------------------------------------------------------------------------------------- tables --
 
 /// NumPy's format 1.0: (rows, columns), (rows, columns, 3), or (n,) for plain bytes.
 std::string npyText(const Table& table) {
@@ -45,8 +44,8 @@ std::string npyText(const Table& table) {
     // Magic, version and the header's length, then data at a multiple of 64.
     constexpr std::size_t before = 10;
     constexpr std::size_t alignment = 64;
-    const std::size_t used = (before + header.size() + 1) % alignment;
-    header.append(used == 0 ? 0 : alignment - used, ' ').append("\n");
+    header.resize((before + header.size() + alignment) / alignment * alignment - before - 1, ' ');
+    header += '\n';
     std::string text("\x93NUMPY\x01\x00", 8);
     text += static_cast<char>(header.size() & 0xFF);
     text += static_cast<char>(header.size() >> 8);
@@ -100,20 +99,15 @@ std::string pgmText(const Table& table, unsigned channel) {
     return text;
 }
 
-// -------------------------------------------------------------------------------------- the lens
-// --
+// ------------------------------------------------------------------------------------- the lens --
 
 // The model of the others is the one that rays are computed with (radial k1, k2, k3, tangential p1,
 // p2, lengths in pixels, pixel centres at whole numbers), so the numbers go over as they are.
 
-/// In the order of the record.
-struct Lens {
-    float fx, fy, cx, cy, k1, k2, p1, p2, k3;
-};
-
-Lens lensOf(const VantricCalibration& record) {
-    const float* p = record.lensParameters;
-    return {p[0], p[1], p[2], p[3], p[4], p[5], p[6], p[7], p[8]};
+std::array<float, VANTRIC_LENS_PARAMETERS> lensOf(const VantricCalibration& record) {
+    std::array<float, VANTRIC_LENS_PARAMETERS> lens{};
+    std::copy_n(record.lensParameters, lens.size(), lens.begin());
+    return lens;
 }
 
 /// A number that every YAML reader takes for a float: with a point, and names for what has none.
@@ -183,8 +177,7 @@ std::string lensJsonText(std::string_view source, const Diagnosis& module) {
     return tree.dump(2, ' ', false, Json::error_handler_t::replace) + '\n';
 }
 
-// ------------------------------------------------------------------------------------- the files
-// --
+// ------------------------------------------------------------------------------------ the files --
 
 /// A file to be; its text is made when its turn comes, for a large module's files together would
 /// take much memory.
@@ -196,19 +189,18 @@ struct ExportFile {
 std::vector<ExportFile> tableFiles(const Diagnosis& module, ExportFormat format) {
     std::vector<Table> tables = tablesOf(module);
     std::ranges::copy(customTablesOf(module), std::back_inserter(tables));
+    auto* const text = format == ExportFormat::Csv ? csvText : pgmText;
+    const char* ending = format == ExportFormat::Csv ? ".csv" : ".pgm";
     std::vector<ExportFile> files;
     for (const Table& table : tables) {
         if (format == ExportFormat::Npy) {
             files.push_back({table.name + ".npy", [table] { return npyText(table); }});
             continue;
         }
-        const bool csv = format == ExportFormat::Csv;
         for (unsigned channel = 0; channel < table.channels; ++channel) {
             const std::string part = channelName(table, channel);
-            const std::string name = table.name + (part.empty() ? "" : "_") + part;
-            files.push_back({name + (csv ? ".csv" : ".pgm"), [table, channel, csv] {
-                                 return csv ? csvText(table, channel) : pgmText(table, channel);
-                             }});
+            const std::string name = table.name + (part.empty() ? "" : "_") + part + ending;
+            files.push_back({name, [=] { return text(table, channel); }});
         }
     }
     return files;
@@ -227,29 +219,14 @@ std::vector<ExportFile> filesOf(const Diagnosis& module, const ExportOptions& op
     }
 }
 
-/// Why the directory is not there and cannot be made; empty when it is.
-std::string makeDirectory(const std::string& path) {
+void makeDirectory(const std::string& path) {
     std::error_code error;
     if (!std::filesystem::exists(path, error)) {
         std::filesystem::create_directory(path, error);
     } else if (!std::filesystem::is_directory(path, error)) {
         error = std::make_error_code(std::errc::not_a_directory);
     }
-    return error ? error.message() : std::string();
-}
-
-std::string whyNotWritten(const std::string& path, const ExportOptions& options) {
-    const std::string why = whyNotWritable(path, {options.input});
-    return why.empty() && !options.force && identityOf(path) ? "exists; --force replaces it" : why;
-}
-
-bool writeFile(const ExportFile& file, const std::string& path) {
-    const std::string text = file.text();
-    if (!writeOutput(path, {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()})) {
-        return false;
-    }
-    print(fmt::format("wrote {}  {} bytes\n", escapePath(path), text.size()));
-    return true;
+    refuseFor(path, error ? error.message() : "");
 }
 
 }  // namespace
@@ -259,24 +236,24 @@ int runExport(const ExportOptions& options) {
     if (!module) {
         return exitFailed;
     }
-    if (const std::string why = makeDirectory(options.directory); !why.empty()) {
-        printError(options.directory, why);
-        return exitFailed;
-    }
+    makeDirectory(options.directory);
     const std::vector<ExportFile> files = filesOf(module->diagnosis, options);
     for (const ExportFile& file : files) {
         const std::string path = options.directory + "/" + file.name;
-        if (const std::string why = whyNotWritten(path, options); !why.empty()) {
-            printError(path, why);
-            return exitFailed;
-        }
+        refuseFor(path, whyNotWritable(path, {options.input}));
+        refuseFor(path, identityOf(path) && !options.force ? "exists; --force replaces it" : "");
     }
     const InterruptGuard guard;
-    const bool written = std::ranges::all_of(files, [&options](const ExportFile& file) {
-        return !InterruptGuard::interrupted() &&
-               writeFile(file, options.directory + "/" + file.name);
-    });
-    return written ? exitOk : exitFailed;
+    for (const ExportFile& file : files) {
+        const std::string path = options.directory + "/" + file.name;
+        const std::string text = file.text();
+        const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
+        if (InterruptGuard::interrupted() || !writeOutput(path, {bytes, text.size()})) {
+            return exitFailed;
+        }
+        print(fmt::format("wrote {}  {} bytes\n", escapePath(path), text.size()));
+    }
+    return exitOk;
 }
 
 }  // namespace calcut::tools

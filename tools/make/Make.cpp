@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <random>
-#include <stdexcept>
 
 #include <fmt/format.h>
 
@@ -25,14 +24,6 @@ constexpr std::uint64_t mostPixels = std::uint64_t{1} << 24;
 
 constexpr std::uint64_t defaultTableBits = 12;
 
-writer::Bytes makeSignature(unsigned length, std::uint64_t seed) {
-    // Not the calibration's own numbers.
-    std::mt19937_64 generator(~seed);
-    writer::Bytes signature(length);
-    std::ranges::generate(signature, [&] { return static_cast<std::uint8_t>(generator() >> 56); });
-    return signature;
-}
-
 /// The file, and how wide its tables are.
 struct Made {
     writer::Bytes bytes;
@@ -40,13 +31,10 @@ struct Made {
 };
 
 Made pack(const writer::Calibration& calibration, unsigned tableBits) {
-    writer::PackOptions options;
-    options.valueBits = tableBits;
-    return {writer::packCalibration(calibration, options), tableBits};
+    return {writer::packCalibration(calibration, {.valueBits = tableBits}), tableBits};
 }
 
-// With the widest tables that fit when no width is asked for. Throws std::length_error with a
-// reason when it does not fit.
+// With the widest tables that fit when no width is asked for.
 Made packForKorveline(const MakeOptions& options, const writer::Calibration& calibration) {
     namespace layout = image::korveline;
     const std::size_t room = layout::maxPayload - (options.signature ? layout::signatureArea : 0);
@@ -56,18 +44,18 @@ Made packForKorveline(const MakeOptions& options, const writer::Calibration& cal
     while (!options.tableBits && made.bytes.size() > room && made.tableBits > 1) {
         made = pack(calibration, made.tableBits - 1);
     }
-    if (made.bytes.size() <= room) {
-        return made;
-    }
-    throw std::length_error(
+    const std::string tooLarge =
         options.tableBits
-            ? fmt::format("the calibration takes {} bytes, a Korveline payload has room for {}; "
-                          "leave --table-bits out to have a width chosen",
-                          made.bytes.size(), room)
-            : fmt::format("the calibration of a {}x{} sensor with {} frequencies does not fit the "
-                          "{} bytes of a Korveline payload at any width",
-                          calibration.columns, calibration.rows, calibration.frequencies.size(),
-                          room));
+            ? fmt::format(
+                  "the calibration takes {} bytes, a Korveline payload has room for {}; "
+                  "leave --table-bits out to have a width chosen",
+                  made.bytes.size(), room)
+            : fmt::format(
+                  "the calibration of a {}x{} sensor with {} frequencies does not fit the "
+                  "{} bytes of a Korveline payload at any width",
+                  calibration.columns, calibration.rows, calibration.frequencies.size(), room);
+    refuseFor(options.output, made.bytes.size() > room ? tooLarge : "");
+    return made;
 }
 
 Made makeFile(const MakeOptions& options, const writer::Calibration& calibration) {
@@ -80,7 +68,10 @@ Made makeFile(const MakeOptions& options, const writer::Calibration& calibration
     const Made made = packForKorveline(options, calibration);
     writer::KorvelineOptions image;
     if (options.signature) {
-        image.signature = makeSignature(*options.signature, options.content.seed);
+        // Not the calibration's own numbers.
+        std::mt19937_64 generator(~options.content.seed);
+        image.signature.emplace(*options.signature);
+        std::ranges::generate(*image.signature, [&] { return std::uint8_t(generator() >> 56); });
     }
     return {writer::makeKorvelineImage(made.bytes, image), made.tableBits};
 }
@@ -106,14 +97,6 @@ std::string describe(const MakeOptions& options, const writer::Calibration& cali
         options.content.seed);
 }
 
-std::string whyNotMade(const MakeOptions& options) {
-    std::error_code ignored;
-    const bool isFile =
-        options.output != "-" && std::filesystem::is_regular_file(options.output, ignored);
-    return isFile && !options.force ? "exists; --force replaces it"
-                                    : whyNotWritable(options.output, {});
-}
-
 }  // namespace
 
 std::string parseSize(const std::string& text, writer::CalibrationOptions& content) {
@@ -125,25 +108,20 @@ std::string parseSize(const std::string& text, writer::CalibrationOptions& conte
         return "give columns and rows of at most 65535 each, for instance 224x172, not " + text;
     }
     const std::uint64_t pixels = std::uint64_t{content.columns} * content.rows;
-    return pixels >= leastPixels && pixels <= mostPixels
-               ? std::string()
-               : fmt::format("{} has {} pixels, not {} to {}", text, pixels, leastPixels,
-                             mostPixels);
+    const bool isSensor = pixels >= leastPixels && pixels <= mostPixels;
+    return isSensor ? ""
+                    : fmt::format("{} has {} pixels, not {} to {}", text, pixels, leastPixels,
+                                  mostPixels);
 }
 
 int runMake(const MakeOptions& options) {
-    if (const std::string refusal = whyNotMade(options); !refusal.empty()) {
-        printError(options.output, refusal);
-        return exitFailed;
-    }
+    std::error_code ignored;
+    const bool isFile =
+        options.output != "-" && std::filesystem::is_regular_file(options.output, ignored);
+    refuseFor(options.output, isFile && !options.force ? "exists; --force replaces it"
+                                                       : whyNotWritable(options.output, {}));
     const writer::Calibration calibration = writer::makeCalibration(options.content);
-    Made made;
-    try {
-        made = makeFile(options, calibration);
-    } catch (const std::length_error& error) {
-        printError(options.output, error.what());
-        return exitFailed;
-    }
+    const Made made = makeFile(options, calibration);
     if (!writeOutput(options.output, made.bytes)) {
         return exitFailed;
     }

@@ -1,15 +1,12 @@
-// Man pages and shell completion, out of what the parser knows.
+#include "tools/options/Texts.h"
+
 #include <algorithm>
 #include <cctype>
-#include <map>
 
 #include <fmt/format.h>
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
+#include <CLI/CLI.hpp>
 
 #include "tools/commands.h"
-#include "tools/options/CommandLine.h"
 #include "tools/terminal/OutputFile.h"
 
 namespace calcut::tools {
@@ -18,7 +15,6 @@ namespace {
 
 /// The command itself first.
 using Commands = std::vector<const CLI::App*>;
-using Options = std::vector<const CLI::Option*>;
 
 std::string replaced(std::string text, const std::string& what, const std::string& with) {
     for (std::size_t at = text.find(what); at != std::string::npos;
@@ -34,7 +30,7 @@ std::string nameOf(const CLI::App& command) {
 }
 
 /// Without the positionals.
-Options namedOptions(const CLI::App& command) {
+std::vector<const CLI::Option*> namedOptions(const CLI::App& command) {
     return command.get_options([](const CLI::Option* option) { return option->nonpositional(); });
 }
 
@@ -45,17 +41,14 @@ std::string namesOf(const CLI::Option& option, const char* separator) {
 
 /// "DIR"; empty for a flag. The parser adds what it takes, as in "WHEN:{auto,always,never}".
 std::string valueOf(const CLI::Option& option) {
-    const std::string type = option.get_type_name();
-    return type.substr(0, type.find(':'));
+    return CLI::detail::split(option.get_type_name(), ':').front();
 }
 
 /// The values, when only these are taken.
 std::string choicesOf(const CLI::Option& option, const char* separator) {
     const std::string type = option.get_type_name();
-    const std::size_t open = type.find('{');
-    return open == std::string::npos
-               ? ""
-               : replaced(type.substr(open + 1, type.find('}') - open - 1), ",", separator);
+    const std::size_t open = type.find('{') + 1;
+    return open == 0 ? "" : replaced(type.substr(open, type.find('}') - open), ",", separator);
 }
 
 // ---------------------------------------------------------------------------------- man pages --
@@ -73,12 +66,13 @@ std::string manOption(const CLI::Option& option) {
                        roff(option.get_description()), choices.empty() ? "" : " (" + choices + ")");
 }
 
-std::string manPage(const CLI::App& command) {
+std::string manPage(const std::string& title, const CLI::App& command) {
     const std::string name = nameOf(command);
-    const std::string title = name.empty() ? "calcut" : "calcut-" + name;
-    std::string capitals = title, positionals, subcommands, options;
-    std::transform(title.begin(), title.end(), capitals.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    std::string capitals, positionals, options;
+    for (const char letter : title) {
+        capitals += static_cast<char>(std::toupper(letter));
+    }
+    std::string subcommands = name.empty() ? ".SH SUBCOMMANDS\n" : "";
     for (const CLI::App* other : command.get_subcommands({})) {
         subcommands += fmt::format(".TP\n\\fBcalcut\\-{}\\fR(1)\n{}\n", other->get_name(),
                                    roff(other->get_description()));
@@ -88,8 +82,7 @@ std::string manPage(const CLI::App& command) {
         options += manOption(*option);
     }
     const std::string footer = command.get_footer();
-    const std::string heading = "Examples:\n";
-    const std::size_t examples = footer.find(heading);
+    const std::size_t examples = footer.find("Examples:\n");
     return fmt::format(R"(.TH {} 1 "" "calcut {}"
 .SH NAME
 {} \- {}
@@ -100,7 +93,7 @@ std::string manPage(const CLI::App& command) {
 .nf
 {}
 .fi
-{}{}.SH OPTIONS
+{}.SH OPTIONS
 {}.SH EXAMPLES
 .nf
 {}
@@ -108,9 +101,8 @@ std::string manPage(const CLI::App& command) {
 )",
                        capitals, CALCUT_VERSION, roff(title), roff(command.get_description()),
                        name.empty() ? "\\fISUBCOMMAND\\fR" : name, positionals,
-                       roff(footer.substr(0, examples)),
-                       subcommands.empty() ? "" : ".SH SUBCOMMANDS\n", subcommands, options,
-                       roff(footer.substr(examples + heading.size())));
+                       roff(footer.substr(0, examples)), subcommands, options,
+                       roff(footer.substr(footer.find('\n', examples) + 1)));
 }
 
 // --------------------------------------------------------------------------------- completion --
@@ -123,10 +115,9 @@ std::string bashCompletion(const Commands& commands) {
         for (const CLI::Option* option : namedOptions(*command)) {
             options += " " + namesOf(*option, " ");
             const std::string choices = choicesOf(*option, " ");
-            if (!choices.empty()) {
-                values +=
-                    fmt::format("    {}:{}) words=\"{}\" ;;\n", name, option->get_name(), choices);
-            }
+            values += choices.empty() ? ""
+                                      : fmt::format("    {}:{}) words=\"{}\" ;;\n", name,
+                                                    option->get_name(), choices);
         }
         names += name.empty() ? "" : " " + name;
         words += fmt::format("      \"{}\") words=\"{}\" ;;\n", name, options.substr(1));
@@ -148,12 +139,9 @@ complete -o default -F _calcut calcut
 )";
 }
 
-std::string zshQuoted(std::string text) {
-    for (const auto& [what, with] :
-         {std::pair{"'", "'\\''"}, {"[", "("}, {"]", ")"}, {":", "\\:"}}) {
-        text = replaced(text, what, with);
-    }
-    return text;
+std::string zshQuoted(const std::string& text) {
+    const std::string round = replaced(replaced(text, "[", "("), "]", ")");
+    return replaced(replaced(round, "'", "'\\''"), ":", "\\:");
 }
 
 /// What an option's value is completed with.
@@ -185,21 +173,21 @@ std::string zshCompletion(const CLI::App& app) {
 
 std::string fishCompletion(const Commands& commands) {
     const auto quoted = [](const std::string& text) { return replaced(text, "'", "\\'"); };
-    const std::string start = "__fish_use_subcommand";
     std::string lines;
     for (const CLI::App* command : commands) {
         const std::string name = nameOf(*command);
         if (!name.empty()) {
-            lines += fmt::format("complete -c calcut -n {} -a {} -d '{}'\n", start, name,
-                                 quoted(command->get_description()));
+            lines += fmt::format("complete -c calcut -n __fish_use_subcommand -a {} -d '{}'\n",
+                                 name, quoted(command->get_description()));
         }
+        const std::string where =
+            name.empty() ? "__fish_use_subcommand" : "__fish_seen_subcommand_from " + name;
         for (const CLI::Option* option : namedOptions(*command)) {
-            const std::string typed = replaced(" " + namesOf(*option, " "), " --", " -l ");
+            const std::string typed = replaced(" " + namesOf(*option, " "), " -", " -s ");
             const std::string choices = choicesOf(*option, " ");
             lines +=
-                fmt::format("complete -c calcut -n '{}'{}{}{} -d '{}'\n",
-                            name.empty() ? start : "__fish_seen_subcommand_from " + name,
-                            replaced(typed, " -", " -s "), valueOf(*option).empty() ? "" : " -r",
+                fmt::format("complete -c calcut -n '{}'{}{}{} -d '{}'\n", where,
+                            replaced(typed, " -s -", " -l "), valueOf(*option).empty() ? "" : " -r",
                             choices.empty() ? "" : " -f -a '" + choices + "'",
                             quoted(option->get_description()));
         }
@@ -212,18 +200,19 @@ std::string fishCompletion(const Commands& commands) {
 int generateTexts(const CLI::App& app, const std::string& directory) {
     Commands commands = app.get_subcommands({});
     commands.insert(commands.begin(), &app);
-    std::map<std::string, std::string> files = {{"calcut.bash", bashCompletion(commands)},
-                                                {"_calcut", zshCompletion(app)},
-                                                {"calcut.fish", fishCompletion(commands)}};
+    bool good = true;
+    const auto write = [&](const std::string& name, const std::string& text) {
+        const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
+        good = good && writeOutput(directory + "/" + name, {bytes, text.size()});
+    };
+    write("calcut.bash", bashCompletion(commands));
+    write("_calcut", zshCompletion(app));
+    write("calcut.fish", fishCompletion(commands));
     for (const CLI::App* command : commands) {
         const std::string name = nameOf(*command);
-        files[(name.empty() ? "calcut" : "calcut-" + name) + ".1"] = manPage(*command);
+        const std::string title = name.empty() ? "calcut" : "calcut-" + name;
+        write(title + ".1", manPage(title, *command));
     }
-    const bool good = std::ranges::all_of(files, [&directory](const auto& file) {
-        const auto& [name, text] = file;
-        return writeOutput(directory + "/" + name,
-                           {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
-    });
     return good ? exitOk : exitFailed;
 }
 

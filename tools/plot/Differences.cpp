@@ -1,5 +1,3 @@
-#include "tools/plot/Differences.h"
-
 #include <fmt/format.h>
 #include <algorithm>
 #include <cmath>
@@ -7,6 +5,7 @@
 
 #include "tools/compare/TableDifference.h"
 #include "tools/plot/MapPanel.h"
+#include "tools/plot/Panels.h"
 
 namespace calcut::tools {
 

@@ -34,9 +34,11 @@ constexpr std::uint32_t frequencyBlock(unsigned k, RXFrequencyBlock block) {
     return RX_BLOCK_FIRST_FREQUENCY + RX_BLOCKS_PER_FREQUENCY * k + block;
 }
 
-/// Draws all panels. sharedScale: the pixel tables of all frequencies in the same colours. Empty
-/// when the picture could not be made.
-std::vector<std::uint8_t> drawSheet(const Module& module, bool sharedScale, PictureFormat format);
+// See Drawing.h.
+std::vector<std::uint8_t> drawSheet(const Diagnosis& diagnosis, const std::string& input,
+                                    bool sharedScale, const std::string& output);
+std::vector<std::uint8_t> drawDifferences(const Diagnosis& a, const Diagnosis& b,
+                                          const std::string& output);
 
 void drawSummary(Canvas& canvas, const Rect& cell, const Module& module);
 void drawMask(Canvas& canvas, const Rect& cell, const Module& module);

@@ -1,10 +1,11 @@
-// calcut plot: a calibration as a picture.
+// calcut plot: a calibration as a picture; and the pictures of calcut compare.
 #pragma once
 
 #include <cstdint>
 #include <optional>
 #include <string>
 
+#include "tools/compare/Compare.h"
 #include "tools/dump/Dump.h"
 
 namespace calcut::tools {
@@ -17,7 +18,13 @@ struct PlotOptions {
     bool sharedScale = false;  ///< one colour scale for the tables of all frequencies
 };
 
+/// Whether a picture can have this name: *.png, *.svg, or "-".
+bool isPictureName(const std::string& name);
+
 /// Draws the sheet. Returns the exit status.
 int runPlot(const PlotOptions& options);
+
+/// runCompare for a comparison with a picture.
+int runCompareAndDraw(const CompareOptions& options);
 
 }  // namespace calcut::tools

@@ -1,8 +1,10 @@
 #include <algorithm>
 #include <optional>
 
+#include "tools/plot/Drawing.h"
 #include "tools/plot/MapPanel.h"
 #include "tools/plot/Panels.h"
+#include "tools/terminal/Escape.h"
 
 namespace calcut::tools {
 
@@ -25,7 +27,11 @@ std::optional<Scale> scaleOfAll(const Module& module, const std::vector<unsigned
 
 }  // namespace
 
-std::vector<std::uint8_t> drawSheet(const Module& module, bool sharedScale, PictureFormat format) {
+std::vector<std::uint8_t> drawSheet(const Diagnosis& diagnosis, const std::string& input,
+                                    bool sharedScale, const std::string& output) {
+    const Module module{
+        input == "-" ? "standard input" : escapePath(input.substr(input.find_last_of('/') + 1)),
+        diagnosis.file.size(), diagnosis, *diagnosis.record};
     std::vector<unsigned> frequencies;
     for (unsigned k = 0; k < VANTRIC_FREQUENCIES; ++k) {
         if (module.diagnosis.wasRead(frequencyBlock(k, RX_FREQUENCY_PIXEL_TABLE))) {
@@ -54,7 +60,9 @@ std::vector<std::uint8_t> drawSheet(const Module& module, bool sharedScale, Pict
         add(drawPsf);
         add(drawProfile);
     }
-    return drawPage(panels, format);
+    return drawPage(panels, pictureFormatOf(output));
 }
+
+const Drawing calcutDrawing = {CALCUT_VERSION, drawSheet, drawDifferences};
 
 }  // namespace calcut::tools

@@ -1,26 +1,37 @@
+// The command line: what is asked for, and in which words.
 #include <algorithm>
 #include <cmath>
-#include <iterator>
+#include <functional>
 #include <memory>
+#include <numeric>
+#include <string_view>
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
+#include <fmt/format.h>
+#include <CLI/CLI.hpp>
 
 #include "cutter/korvelineImage.h"
+#include "tools/commands.h"
 #include "tools/cut/Cut.h"
 #include "tools/export/Export.h"
 #include "tools/inspect/Inspect.h"
 #include "tools/make/Make.h"
-#include "tools/options/CommandLine.h"
-#include "tools/options/words.h"
-#include "tools/plot/Launch.h"
+#include "tools/options/Texts.h"
+#include "tools/plot/Plot.h"
+#include "tools/terminal/Escape.h"
+#include "tools/terminal/Terminal.h"
 
 namespace calcut::tools {
 
 namespace {
 
-constexpr const char* oneModule = "Dump, packed calibration, or - for standard input";
+/// What a command line asks for, once it is parsed.
+struct Request {
+    TerminalSettings terminal;
+    std::function<int()> work;  ///< of the subcommand; returns the exit status
+};
+
+constexpr const char* moduleText = "Dump, packed calibration, or - for standard input";
+constexpr const char* strictText = "Exit with 1 when there are warnings, too";
 
 template <class Target>
 CLI::Option* addValue(CLI::App& command, const char* names, Target& target, const char* type,
@@ -42,25 +53,21 @@ CLI::Option* addChoice(CLI::App& command, const char* name, const std::vector<st
 
 /// -q, -v and --color.
 void addTerminalOptions(CLI::App& command, TerminalSettings& settings) {
-    const auto set = [&settings](Verbosity verbosity) {
-        return [&settings, verbosity] { settings.verbosity = verbosity; };
-    };
-    const auto setColour = [&settings](std::size_t mode) { settings.colour = ColourMode(mode); };
-    for (CLI::Option* option :
-         {command.add_flag_callback("-q,--quiet", set(Verbosity::Quiet), "Print errors only"),
-          command.add_flag_callback("-v,--verbose", set(Verbosity::Verbose),
-                                    "Print what is being done"),
-          addChoice(command, "--color", {"auto", "always", "never"}, setColour, "WHEN",
-                    "Colours: auto on a terminal, unless NO_COLOR is set")}) {
-        option->group("Terminal");
-    }
+    command.option_defaults()->group("Terminal");
+    const auto quiet = [&settings] { settings.verbosity = Verbosity::Quiet; };
+    const auto verbose = [&settings] { settings.verbosity = Verbosity::Verbose; };
+    command.add_flag_callback("-q,--quiet", quiet, "Print errors only");
+    command.add_flag_callback("-v,--verbose", verbose, "Print what is being done");
+    const auto set = [&settings](std::size_t at) { settings.colour = ColourMode(at); };
+    addChoice(command, "--color", {"auto", "always", "never"}, set, "WHEN",
+              "Colours: auto on a terminal, unless NO_COLOR is set");
 }
 
 CLI::Option* addLayout(CLI::App& command, std::optional<Layout>& layout, const char* text) {
-    const auto store = [&layout](std::size_t at) {
+    const auto set = [&layout](std::size_t at) {
         layout = at == 0 ? std::nullopt : std::optional(knownLayouts[at - 1]);
     };
-    return addChoice(command, "--layout", {"auto", "v7", "korveline", "packed"}, store, "LAYOUT",
+    return addChoice(command, "--layout", {"auto", "v7", "korveline", "packed"}, set, "LAYOUT",
                      text);
 }
 
@@ -73,13 +80,18 @@ void addReading(CLI::App& command, Options& options) {
         ->transform(CLI::AsSizeValue(false).description(""));
 }
 
-void addStrict(CLI::App& command, bool& strict) {
-    command.add_flag("--strict", strict, "Exit with 1 when there are warnings, too");
-}
-
 // -------------------------------------------------------------------------------------- cut --
 
-void addBatchOptions(CLI::App& command, CutOptions& options) {
+void addCutOptions(CLI::App& command, CutOptions& options) {
+    addValue(command, "DUMP", options.paths, "",
+             "Dumps or folders of them, or one dump (- for standard input) and the output "
+             "directory");
+    addReading(command, options);
+    command.add_flag("--force", options.force,
+                     "Replace also what is a dump or belongs to another one");
+    command.add_flag("--strict", options.strict, strictText);
+    addValue(command, "--verify", options.verify, "DIR",
+             "Write nothing; compare the files in DIR with the dump, byte for byte");
     CLI::Option* out = addValue(command, "--out", options.out, "DIR",
                                 "Directory for many dumps, made when it is not there");
     out->group("Many dumps")->excludes(command.get_option("--verify"));
@@ -100,19 +112,6 @@ void addBatchOptions(CLI::App& command, CutOptions& options) {
     }
 }
 
-void addCutOptions(CLI::App& command, CutOptions& options) {
-    addValue(command, "DUMP", options.paths, "",
-             "Dumps or folders of them, or one dump (- for standard input) and the output "
-             "directory");
-    addReading(command, options);
-    command.add_flag("--force", options.force,
-                     "Replace also what is a dump or belongs to another one");
-    addStrict(command, options.strict);
-    addValue(command, "--verify", options.verify, "DIR",
-             "Write nothing; compare the files in DIR with the dump, byte for byte");
-    addBatchOptions(command, options);
-}
-
 void checkCut(const CutOptions& options) {
     if (const std::string fault = usageFault(options); !fault.empty()) {
         throw CLI::ValidationError("cut", fault);
@@ -127,7 +126,7 @@ void addInspectOptions(CLI::App& command, InspectOptions& options) {
         ->required();
     command.add_flag("--json", options.json, "Print JSON (keys: docs/inspect-json.md)");
     addReading(command, options);
-    addStrict(command, options.strict);
+    command.add_flag("--strict", options.strict, strictText);
 }
 
 std::string pictureFault(const std::string& name) {
@@ -135,7 +134,7 @@ std::string pictureFault(const std::string& name) {
 }
 
 void addPlotOptions(CLI::App& command, PlotOptions& options) {
-    addValue(command, "FILE", options.input, "", oneModule)->required();
+    addValue(command, "FILE", options.input, "", moduleText)->required();
     addValue(command, "-o,--output", options.output, "FILE",
              "Picture to write: NAME.png or NAME.svg; - writes a PNG to standard output")
         ->required()
@@ -147,13 +146,12 @@ void addPlotOptions(CLI::App& command, PlotOptions& options) {
 
 std::string toleranceFault(const std::string& text) {
     double value = 0.0;
-    const bool isTolerance =
-        CLI::detail::lexical_cast(text, value) && std::isfinite(value) && value >= 0;
-    return isTolerance ? "" : "give a number from 0 on, not " + text;
+    const bool good = CLI::detail::lexical_cast(text, value) && std::isfinite(value) && value >= 0;
+    return good ? "" : "give a number from 0 on, not " + text;
 }
 
 void addCompareOptions(CLI::App& command, CompareOptions& options) {
-    addValue(command, "A", options.a, "FILE", oneModule)->required();
+    addValue(command, "A", options.a, "FILE", moduleText)->required();
     addValue(command, "B", options.b, "FILE", "The one to compare it with, likewise")->required();
     command.add_flag("--json", options.json, "Print JSON (keys: docs/compare-json.md)");
     addValue(
@@ -174,14 +172,14 @@ void checkCompare(const CompareOptions& options) {
 }
 
 int compare(const CompareOptions& options) {
-    return options.output.empty() ? runCompare(options, nullptr) : launchCompare(options);
+    return options.output.empty() ? runCompare(options, nullptr) : runCompareAndDraw(options);
 }
 
 void addExportOptions(CLI::App& command, ExportOptions& options) {
-    addValue(command, "DUMP", options.input, "FILE", oneModule)->required();
+    addValue(command, "DUMP", options.input, "FILE", moduleText)->required();
     addValue(command, "DIR", options.directory, "DIR", "Directory to write into")->required();
-    const auto store = [&options](std::size_t at) { options.format = ExportFormat(at); };
-    addChoice(command, "--as", {"npy", "csv", "pgm", "opencv-yaml", "ros-yaml", "json"}, store,
+    const auto set = [&options](std::size_t at) { options.format = ExportFormat(at); };
+    addChoice(command, "--as", {"npy", "csv", "pgm", "opencv-yaml", "ros-yaml", "json"}, set,
               "FORMAT", "What to write")
         ->required();
     command.add_flag("--force", options.force, "Replace files that exist");
@@ -196,17 +194,22 @@ std::string seedFault(const std::string& text) {
     return isWhole ? "" : "give a whole number from 0 on, not " + text;
 }
 
-void addContentOptions(CLI::App& command, MakeOptions& options) {
+void addMakeOptions(CLI::App& command, MakeOptions& options) {
     writer::CalibrationOptions& content = options.content;
+    CLI::Option* layout =
+        addLayout(command, options.layout, "Layout of the dump; auto is v7, packed has no image");
+    addValue(command, "--signature", options.signature, "N",
+             "Put a signature of N bytes behind a Korveline payload (0: an area without "
+             "signature, which no cut accepts)")
+        ->check(CLI::Range(0U, unsigned{image::korveline::maxSignature}));
     command.add_option("--size")
         ->description("Columns and rows of the sensor [224x172]")
         ->check([&content](const std::string& text) { return parseSize(text, content); })
         ->type_name("WxH");
     addValue(command, "--frequencies", content.frequencies, "N", "Modulation frequencies [3]")
         ->check(CLI::Range(1U, 8U));
-    command.add_flag_callback(
-        "--no-straylight", [&content] { content.straylight = false; },
-        "Leave the straylight profile out");
+    const auto omit = [&content] { content.straylight = false; };
+    command.add_flag_callback("--no-straylight", omit, "Leave the straylight profile out");
     addValue(command, "--custom", content.custom, "N", "Custom blocks [2]")
         ->check(CLI::Range(0U, 5U));
     addValue(command, "--table-bits", options.tableBits, "N",
@@ -219,21 +222,8 @@ void addContentOptions(CLI::App& command, MakeOptions& options) {
     addValue(command, "--seed", content.seed, "N",
              "Seed of everything that varies between modules [1]")
         ->check(seedFault);
-}
-
-void addMakeOptions(CLI::App& command, MakeOptions& options) {
-    CLI::Option* layout =
-        addLayout(command, options.layout, "Layout of the dump; auto is v7, packed has no image");
-    addValue(command, "--signature", options.signature, "N",
-             "Put a signature of N bytes behind a Korveline payload (0: an area without "
-             "signature, which no cut accepts)")
-        ->check(CLI::Range(0U, unsigned{image::korveline::maxSignature}));
-    addContentOptions(command, options);
-    command
-        .add_flag_callback(
-            "--bare", [&options] { options.layout = Layout::Packed; },
-            "The same as --layout packed")
-        ->excludes(layout);
+    const auto bare = [&options] { options.layout = Layout::Packed; };
+    command.add_flag_callback("--bare", bare, "The same as --layout packed")->excludes(layout);
     addValue(command, "-o,--output", options.output, "FILE", "File to write, - for standard output")
         ->required();
     command.add_flag("--force", options.force, "Replace a file that exists");
@@ -250,11 +240,9 @@ void checkMake(const MakeOptions& options) {
 /// check throws what is wrong with the options among themselves; run returns the exit status.
 template <class Options>
 void addSubcommand(
-    CLI::App& app, Request& request, const words::Help& help,
-    void (*addOptions)(CLI::App&, Options&), int (*run)(const Options&),
-    void (*check)(const Options&) = [](const Options&) {}) {
-    CLI::App* command = app.add_subcommand(help.name, help.summary);
-    command->footer(help.footer);
+    CLI::App& app, Request& request, const Help& help, void (*addOptions)(CLI::App&, Options&),
+    int (*run)(const Options&), void (*check)(const Options&) = [](const Options&) {}) {
+    CLI::App* command = app.add_subcommand(help.name, help.summary)->footer(help.footer);
     const auto options = std::make_shared<Options>();
     addOptions(*command, *options);
     addTerminalOptions(*command, request.terminal);
@@ -264,17 +252,85 @@ void addSubcommand(
     });
 }
 
-}  // namespace
+// ------------------------------------------------------------------------------ the whole line --
 
-void addSubcommands(CLI::App& app, Request& request) {
-    app.footer(words::command.footer)->require_subcommand(1);
-    addTerminalOptions(app, request.terminal);
-    addSubcommand(app, request, words::cut, addCutOptions, runCut, checkCut);
-    addSubcommand(app, request, words::inspect, addInspectOptions, runInspect);
-    addSubcommand(app, request, words::plot, addPlotOptions, launchPlot);
-    addSubcommand(app, request, words::compare, addCompareOptions, compare, checkCompare);
-    addSubcommand(app, request, words::exports, addExportOptions, runExport);
-    addSubcommand(app, request, words::make, addMakeOptions, runMake, checkMake);
+std::size_t editDistance(std::string_view one, std::string_view other) {
+    std::vector<std::size_t> row(other.size() + 1);
+    std::iota(row.begin(), row.end(), std::size_t{0});
+    for (const char letter : one) {
+        std::size_t diagonal = row[0]++;
+        for (std::size_t j = 0; j < other.size(); ++j) {
+            const std::size_t changed = diagonal + (letter == other[j] ? 0 : 1);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({changed, row[j] + 1, diagonal + 1});
+        }
+    }
+    return row.back();
 }
 
+// What somebody may have meant by a word; empty when nothing is near.
+std::string suggestion(const std::string& word, const CLI::App& app) {
+    const auto distance = [&word](const CLI::App* command) {
+        const std::string& name = command->get_name();
+        return name.starts_with(word) ? 0 : editDistance(word, name);
+    };
+    const auto commands = app.get_subcommands({});
+    const CLI::App* nearest = *std::ranges::min_element(commands, {}, distance);
+    const bool isNear = distance(nearest) < std::max<std::size_t>(2, word.size() / 2);
+    return isNear ? " (did you mean " + nearest->get_name() + "?)" : "";
+}
+
+int tellParseError(const CLI::App& app, const CLI::ParseError& error) {
+    if (error.get_exit_code() == 0) {
+        const bool version = error.get_name() == "CallForVersion";
+        writeStdout(version ? error.what() + std::string("\n") : app.help());
+        return exitOk;
+    }
+    const auto parsed = app.get_subcommands();
+    const auto unknown = app.remaining();
+    const std::string what =
+        parsed.empty() && !unknown.empty()
+            ? "no such subcommand: " + unknown.front() + suggestion(unknown.front(), app)
+            : error.what();
+    printError("", fmt::format("{} (calcut {}--help shows how)", escapePath(what),
+                               parsed.empty() ? "" : parsed.front()->get_name() + " "));
+    return exitUsage;
+}
+
+int runCommandLine(int argc, char** argv) {
+    Request request;
+    CLI::App app(commandHelp.summary, commandHelp.name);
+    app.set_version_flag("-V,--version", "calcut " CALCUT_VERSION, "Print the version and exit");
+    app.footer(commandHelp.footer)->require_subcommand(1);
+    addSubcommand(app, request, cutHelp, addCutOptions, runCut, checkCut);
+    addSubcommand(app, request, inspectHelp, addInspectOptions, runInspect);
+    addSubcommand(app, request, plotHelp, addPlotOptions, runPlot);
+    addSubcommand(app, request, compareHelp, addCompareOptions, compare, checkCompare);
+    addSubcommand(app, request, exportHelp, addExportOptions, runExport);
+    addSubcommand(app, request, makeHelp, addMakeOptions, runMake, checkMake);
+    addTerminalOptions(app, request.terminal);
+    // For the build, which makes man pages and completions of these texts.
+    if (argc == 3 && std::string_view(argv[1]) == "--generate") {
+        return generateTexts(app, argv[2]);
+    }
+    // No option takes one, and as a path it would be a riddle.
+    if (std::any_of(argv + 1, argv + argc, [](const char* word) { return *word == '\0'; })) {
+        printError("", "an argument is empty (is a variable of the shell not set?)");
+        return exitUsage;
+    }
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return tellParseError(app, error);
+    }
+    setTerminal(request.terminal);
+    return request.work();
+}
+
+}  // namespace
+
 }  // namespace calcut::tools
+
+int main(int argc, char** argv) {
+    return calcut::tools::runMain(calcut::tools::runCommandLine, argc, argv);
+}

@@ -1,15 +1,23 @@
-// The help of the command and of each subcommand, but for the options.
+// The texts of the command line: help beside the options, man pages, shell completion.
 #pragma once
 
-namespace calcut::tools::words {
+#include <string>
+
+namespace CLI {
+class App;
+}
+
+namespace calcut::tools {
+
+/// Writes into a directory, out of what the parser knows: man pages (calcut.1, calcut-cut.1, ...)
+/// and completions (calcut.bash, _calcut, calcut.fish). Returns the exit status.
+int generateTexts(const CLI::App& app, const std::string& directory);
 
 struct Help {
-    const char* name;
-    const char* summary;
-    const char* footer;
+    const char *name, *summary, *footer;
 };
 
-inline constexpr Help command = {
+inline constexpr Help commandHelp = {
     "calcut", "Cuts EEPROM dumps of depth camera modules, and shows what is in them.",
     R"(Exit status: 0 everything was done, 1 a file was refused or could not be written,
 2 the command line is wrong (compare: 1 different, 2 not compared); an interrupted command ends by its signal (130, 143).
@@ -25,7 +33,7 @@ Examples:
   calcut compare golden.bin module.bin           how two modules differ
   calcut export module.bin tables --as npy       its tables for NumPy)"};
 
-inline constexpr Help cut = {
+inline constexpr Help cutHelp = {
     "cut", "Cut dumps into the files of the camera stack",
     R"(calcut cut [OPTIONS] DUMP OUTDIR         one dump into an existing directory
 calcut cut [OPTIONS] DUMP... --out DIR   a directory for each dump under DIR
@@ -48,7 +56,7 @@ Examples:
   calcut cut line --glob '*.eeprom' --out cut --resume
   calcut cut --verify out module.bin)"};
 
-inline constexpr Help inspect = {
+inline constexpr Help inspectHelp = {
     "inspect", "Show what dumps and packed calibrations hold, and why they do not read",
     R"(Exit status: 0 everything reads and is intact, 1 it is not, 2 usage.
 
@@ -56,13 +64,13 @@ Examples:
   calcut inspect module.bin
   calcut inspect module.bin --json | jq .record.lens)"};
 
-inline constexpr Help plot = {"plot", "Draw a calibration on one sheet",
-                              R"(Exit status: 0 the sheet was written, 1 it was not, 2 usage.
+inline constexpr Help plotHelp = {"plot", "Draw a calibration on one sheet",
+                                  R"(Exit status: 0 the sheet was written, 1 it was not, 2 usage.
 
 Examples:
   calcut plot module.bin -o sheet.png)"};
 
-inline constexpr Help compare = {
+inline constexpr Help compareHelp = {
     "compare", "Show how two modules differ",
     R"(Differences are B - A. NaN equals NaN. Where the sensors have different sizes, their tables
 are told to differ and are not compared further. Only the calibration counts, not the image
@@ -78,7 +86,7 @@ Examples:
   calcut compare golden.bin module.bin --tolerance 1e-4 -o differences.png
   calcut compare golden.bin module.bin --json | jq '.tables[] | select(.differs)')"};
 
-inline constexpr Help exports = {
+inline constexpr Help exportHelp = {
     "export", "Write a module's tables or lens for other tools",
     R"(calcut export [OPTIONS] DUMP DIR --as FORMAT   into DIR, made when it is not there
 
@@ -98,8 +106,8 @@ Examples:
   calcut export module.bin tables --as npy
   calcut export module.bin . --as opencv-yaml --force)"};
 
-inline constexpr Help make = {"make", "Make a dump with a plausible calibration",
-                              R"(The same options give the same bytes on every machine.
+inline constexpr Help makeHelp = {"make", "Make a dump with a plausible calibration",
+                                  R"(The same options give the same bytes on every machine.
 Exit status: 0 the file was written, 1 it was not, 2 usage.
 
 Examples:
@@ -108,4 +116,4 @@ Examples:
   calcut make --layout korveline --signature 64 -o signed.bin
   calcut make --bare -o - | calcut inspect -)"};
 
-}  // namespace calcut::tools::words
+}  // namespace calcut::tools
