@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cstring>
-
 #include "calibration/calibration.h"
 #include "calibration/dispatcher.h"
 #include "fixtures.h"
@@ -196,30 +194,5 @@ TEST_F(Dispatch, ACutAsksWhatAReadAsks) {
         EXPECT_EQ(asked, host ? "snsrsc" : "");
         EXPECT_EQ(cut.record->pixelValues != nullptr, host);
         EXPECT_EQ(cut.record->directions != nullptr, host);
-    }
-}
-
-// Whatever the bytes, a cut has the status of a whole read, its lens and its mask.
-TEST_F(Dispatch, ACutHasTheStatusOfAWholeRead) {
-    const auto compare = [](const Bytes& data) {
-        VantricCalibration* out = nullptr;
-        const std::uint32_t status = vantric_readCalibration(data.data(), data.size(), &out);
-        const Record whole(out);
-        const auto cut = readThroughHandlers(data.data(), data.size(), Wanted::cut, true);
-        if (cut.status != status || (cut.record == nullptr) != (whole == nullptr)) {
-            return false;
-        }
-        return whole == nullptr ||
-               (std::memcmp(whole->lensParameters, cut.record->lensParameters, 36) == 0 &&
-                std::memcmp(whole->pixelMask, cut.record->pixelMask, cut.numPixels) == 0);
-    };
-    const Bytes good = smallPacked();
-    for (std::size_t size = 0; size <= good.size(); ++size) {
-        EXPECT_TRUE(compare(Bytes(good.begin(), good.begin() + static_cast<long>(size)))) << size;
-    }
-    for (std::size_t bit = 0; bit < 8 * good.size(); ++bit) {
-        Bytes flipped = good;
-        flipped[bit / 8] ^= static_cast<std::uint8_t>(1U << bit % 8);
-        EXPECT_TRUE(compare(flipped)) << "bit " << bit % 8 << " of byte " << bit / 8;
     }
 }

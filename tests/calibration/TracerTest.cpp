@@ -30,21 +30,21 @@ TEST(Trace, PrintsArraysUpTo32Values) {
     }
 }
 
-TEST(Trace, PrintsEachTypeInItsFormat) {
+TEST(Trace, PrintsEachTypeMessagesAndBits) {
     const std::uint8_t bytes[] = {0, 255};
     const std::uint32_t words[] = {1, 0xFFFFFFFFU};
     const float floats[] = {0.5F, -1.0F};
-    EXPECT_EQ(printed([&] { vantric_printfTraceUint8s("b", bytes, 2); }), "b: [ 0, 255, ]\n");
-    EXPECT_EQ(printed([&] { vantric_printfTraceUint32s("w", words, 2); }), "w: [ 1, -1, ]\n");
-    EXPECT_EQ(printed([&] { vantric_printfTraceFloats("f", floats, 2); }),
-              "f: [ 0.500000, -1.000000, ]\n");
-    EXPECT_EQ(printed([] { vantric_printfTraceUint8s("none", nullptr, 0); }), "none: [ ]\n");
-}
-
-TEST(Trace, PrintsMessagesAndBits) {
-    EXPECT_EQ(printed([] { vantric_printfTrace("where", "%d of %s\n", 3, "four"); }),
-              "where: 3 of four\n");
     const std::string zeros(31, '0');
-    EXPECT_EQ(printed([] { vantric_printfTraceUint32Bits("x", 1); }), "1" + zeros);
-    EXPECT_EQ(printed([] { vantric_printfTraceUint32Bits("x", 0x80000000U); }), zeros + "1");
+    EXPECT_EQ(printed([&] {
+                  vantric_printfTraceUint8s("b", bytes, 2);
+                  vantric_printfTraceUint32s("w", words, 2);
+                  vantric_printfTraceFloats("f", floats, 2);
+                  vantric_printfTraceUint8s("none", nullptr, 0);
+                  vantric_printfTrace("where", "%d of %s\n", 3, "four");
+                  vantric_printfTraceUint32Bits("x", 1);
+                  vantric_printfTraceUint32Bits("x", 0x80000000U);
+              }),
+              "b: [ 0, 255, ]\nw: [ 1, -1, ]\nf: [ 0.500000, -1.000000, ]\nnone: [ ]\n"
+              "where: 3 of four\n1" +
+                  zeros + zeros + "1");
 }

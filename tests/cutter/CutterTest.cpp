@@ -18,17 +18,6 @@ struct Cut {
     int result = -1;
     EEPROMMetaInformation meta = {};
     std::vector<recording::Line> lines;
-
-    // The error lines, without their line ends.
-    [[nodiscard]] std::vector<std::string> errors() const {
-        std::vector<std::string> texts;
-        for (const auto& [type, text] : lines) {
-            if (type == skarbo::error) {
-                texts.push_back(text.substr(0, text.size() - 1));
-            }
-        }
-        return texts;
-    }
 };
 
 Cut cut(int layout, const std::string& dump, const std::string& outputPath) {
@@ -149,7 +138,7 @@ TEST(Cut, ReportsEachFailureAndLeavesWhatWasWrittenBefore) {
         const TempDir out;
         const Cut result = cutImage(item.layout, item.image, out);
         EXPECT_EQ(result.result, 1);
-        EXPECT_EQ(result.errors(), item.errors);
+        EXPECT_EQ(recording::errorsIn(result.lines), item.errors);
         EXPECT_EQ(out.names(), item.files);
         EXPECT_EQ(result.meta.zeroMaskCount, item.count);
     }

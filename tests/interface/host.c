@@ -1,6 +1,6 @@
 // A host in C as one should be: cuts a dump into a directory with libcalcut.so, reads the
-// calibration back, and uses its record, blocks and a curve. It looks before it cuts, names every
-// status, and releases a record whatever the status was.
+// calibration back, and uses its record, blocks and a curve. It looks before it cuts and names
+// every status.
 //
 //   c_host DUMP DIRECTORY
 #include <calcut/cutter.h>
@@ -92,40 +92,6 @@ static void useBlocks(const uint8_t* data, size_t size) {
     EXPECT(blocks > 10 && stream.position == size);
 }
 
-// A format of the host's own, whose records are handed out although they are not complete.
-static int isSketch(const uint8_t* data, size_t size) {
-    return size == 6 && memcmp(data, "sketch", size) == 0;
-}
-static int32_t sketchPixels(const uint8_t* data, size_t size) {
-    (void)data;
-    return (int32_t)size;
-}
-static RXReadResult readSketch(const uint8_t* data, size_t size, VantricCalibration* record) {
-    const RXReadResult partial = {VANTRIC_WARN_PARTIAL, VANTRIC_RX_END_MARKER};
-    memcpy(record->text1, data, size);
-    return partial;
-}
-static uint32_t sketchType(void) {
-    return 77;
-}
-
-// What is no success need not be without a record: it is released all the same.
-static void usePartialRecord(void) {
-    const VantricCalibrationHandler sketches = {isSketch, readSketch, NULL,
-                                                NULL,     sketchType, sketchPixels};
-    const uint8_t* data = (const uint8_t*)"sketch";
-    EXPECT(vantric_registerCalibrationHandler(&sketches) == 1);
-    for (size_t size = 5; size <= 6; ++size) {
-        VantricCalibration* record = NULL;
-        const uint32_t status = vantric_readCalibration(data, size, &record);
-        EXPECT_STATUS(status, size == 6 ? VANTRIC_WARN_PARTIAL : VANTRIC_ERR_NOT_SUPPORTED);
-        EXPECT((record != NULL) == (size == 6));
-        EXPECT(record == NULL || strcmp(record->text1, "sketch") == 0);
-        vantric_freeCalibration(record);
-    }
-    vantric_clearCalibrationHandlers();
-}
-
 static void useNames(void) {
     // Every code from 0 up to the last one; 1 and beyond the last one are gaps.
     for (uint32_t code = 0x80000000; code <= 0x8000000D; ++code) {
@@ -167,7 +133,6 @@ int main(int argc, char** argv) {
     EXPECT(vantric_getCalibrationType(data, size) == 3);
     EXPECT(useRecord(data, size) == meta.zeroMaskCount && meta.zeroMaskCount > 0);
     useBlocks(data, size);
-    usePartialRecord();
     const float nodes[3] = {0.0F, 1.0F, 2.0F};
     VantricPoly* line = vantric_createPolyHandle(nodes, nodes, 3);
     EXPECT(vantric_cinterpol(line, 1.5F) == 1.5F && isnan(vantric_cinterpol(line, 3.0F)));

@@ -1,18 +1,23 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cmath>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <sstream>
+#include <stdexcept>
 #include <tuple>
 
 #include "calcut/vantric_rx.h"
 #include "calibration/calibration.h"
+#include "calibration/dispatcher.h"
 #include "fixtures.h"
 
 using namespace fixtures;
 using namespace vantric;
+namespace writer = calcut::writer;
 
 namespace {
 
@@ -55,25 +60,6 @@ Bytes customBlocks(const std::vector<int>& ids) {
 
 }  // namespace
 
-TEST(Reader, FillsTheRecordFromLiteralBytes) {
-    std::uint32_t status = 1;
-    const Record record = readPlain(minimalPacked(), &status);
-    ASSERT_EQ(status, ok);
-    const VantricCalibration& r = *record;
-    const VantricFrequencyRecord& f = r.frequencies[0];
-    const auto& [x, y, columns, rows] = r.imagerArea;
-    EXPECT_EQ(std::tuple(x, y, columns, rows), std::tuple(0, 0, 4, 1));
-    EXPECT_EQ(std::tuple(r.version, r.calibrationType, r.auxFlag), std::tuple(1, 3, 5));
-    EXPECT_EQ(Bytes(r.pixelMask, r.pixelMask + 4), (Bytes{1, 0, 1, 1}));
-    EXPECT_EQ(std::tuple(r.lensParameters[8], r.pixelValues[3], f.pixelTable[3], f.valuesB[3]),
-              std::tuple(1, 1, 1, 1));
-    EXPECT_EQ(std::tuple(r.frequencyCount, f.frequencyId, f.wigglingA.capacity,
-                         f.wigglingB.second[0], r.customFieldCount, r.firstCustomFieldId),
-              std::tuple(1, 80, 1, 1, 0, 128));
-    EXPECT_TRUE(std::isnan(f.scalar) && std::isnan(r.straylightScale));
-    EXPECT_TRUE(r.directions == nullptr && r.psf == nullptr);
-}
-
 // docs/formats.md lists a calibration byte by byte: offset in columns 0 to 3, bytes up to
 // column 39.
 TEST(Reader, ReadsTheExampleOfTheDocument) {
@@ -96,17 +82,25 @@ TEST(Reader, ReadsTheExampleOfTheDocument) {
     }
     ASSERT_EQ(data.size(), 181U);
     std::uint32_t status = 1;
-    const Record record = read(data, &status);
+    const Record record = readPlain(data, &status);
     ASSERT_EQ(status, ok);
-    EXPECT_EQ(record->lensParameters[4], -0.25F);
-    EXPECT_EQ(Bytes(record->pixelMask, record->pixelMask + 4), (Bytes{1, 0, 1, 1}));
+    const VantricCalibration& r = *record;
+    const VantricFrequencyRecord& f = r.frequencies[0];
+    const auto& [x, y, columns, rows] = r.imagerArea;
+    EXPECT_EQ(std::tuple(x, y, columns, rows), std::tuple(0, 0, 2, 2));
+    EXPECT_EQ(std::tuple(r.version, r.calibrationType, r.frequencyCount, r.customFieldCount,
+                         r.firstCustomFieldId, f.frequencyId, f.wigglingA.capacity),
+              std::tuple(1, 3, 1, 0, 128, 60000000, 1));
+    EXPECT_EQ(Bytes(r.pixelMask, r.pixelMask + 4), (Bytes{1, 0, 1, 1}));
     const float values[] = {-1, 0, 1, 3};
     const float table[] = {0.5F, 0.75F, 1.0F, 1.5F};
-    EXPECT_EQ(std::memcmp(record->pixelValues, values, sizeof values), 0);
-    EXPECT_EQ(std::memcmp(record->frequencies[0].pixelTable, table, sizeof table), 0);
-    EXPECT_EQ(record->frequencies[0].frequencyId, 60000000U);
-    const VantricWigglingTable& b = record->frequencies[0].wigglingB;
-    EXPECT_EQ(std::tuple(b.third[0], b.first[0], b.second[0]), std::tuple(0.25F, 2.0F, 3U));
+    EXPECT_EQ(std::memcmp(r.pixelValues, values, sizeof values), 0);
+    EXPECT_EQ(std::memcmp(f.pixelTable, table, sizeof table), 0);
+    EXPECT_EQ(std::tuple(r.lensParameters[4], f.valuesB[0], f.wigglingB.third[0],
+                         f.wigglingB.first[0], f.wigglingB.second[0]),
+              std::tuple(-0.25F, 1.0F, 0.25F, 2.0F, 3U));
+    EXPECT_TRUE(std::isnan(f.scalar) && std::isnan(r.straylightScale));
+    EXPECT_TRUE(r.directions == nullptr && r.psf == nullptr);
 }
 
 TEST(Reader, NamesTheStatusAndTheBlock) {
@@ -326,15 +320,52 @@ TEST(Handler, ComputesDirectionsAndLeavesTheRecordAloneOnFailure) {
     }
 }
 
-// Every shorter prefix of a calibration with all kinds of blocks fails with a documented status,
-// from buffers of exactly that size.
-TEST(Hostile, EveryTruncationIsRefused) {
+// Of every shorter prefix and every flipped bit, in buffers of exactly that size: a cut has the
+// status of a whole read, its lens and its mask.
+TEST(Hostile, ACutHasTheStatusOfAWholeRead) {
+    const auto statusOf = [](const Bytes& data) {
+        std::uint32_t status = 0;
+        const Record whole = read(data, &status);
+        const auto cut = readThroughHandlers(data.data(), data.size(), Wanted::cut, true);
+        EXPECT_EQ(cut.status, status);
+        EXPECT_EQ(cut.record == nullptr, whole == nullptr);
+        EXPECT_TRUE(whole == nullptr ||
+                    (std::memcmp(whole->lensParameters, cut.record->lensParameters, 36) == 0 &&
+                     std::memcmp(whole->pixelMask, cut.record->pixelMask, cut.numPixels) == 0));
+        return status;
+    };
     for (const Bytes& good : {minimalPacked(), smallPacked()}) {
-        ASSERT_NE(read(good), nullptr);
+        EXPECT_EQ(statusOf(good), ok);
         for (std::size_t size = 0; size < good.size(); ++size) {
-            std::uint32_t status = 0;
-            EXPECT_EQ(read(prefix(good, size), &status), nullptr);
-            EXPECT_EQ(status, size < 11 ? notSupported : endOfData) << size;
+            EXPECT_EQ(statusOf(prefix(good, size)), size < 11 ? notSupported : endOfData) << size;
+        }
+        for (std::size_t bit = 0; bit < 8 * good.size(); ++bit) {
+            SCOPED_TRACE(bit);
+            statusOf(flipped(good, bit));
         }
     }
+}
+
+// What people get without options is a module that the whole road accepts.
+TEST(Writer, DefaultModuleHasEverything) {
+    std::uint32_t status = 1;
+    const Record record = read(writer::packCalibration(writer::makeCalibration({})), &status);
+    ASSERT_EQ(status, ok);
+    EXPECT_EQ(std::tuple(record->imagerArea.columns, record->imagerArea.rows),
+              std::tuple(224, 172));
+    const std::uint8_t* mask = record->pixelMask;
+    EXPECT_TRUE(mask[0] == 0 && mask[223] == 0 && mask[86 * 224 + 112] != 0);
+    ASSERT_NE(record->psf, nullptr);
+    EXPECT_TRUE(std::is_sorted(record->psf + 1, record->psf + 112, std::greater<>()));
+    for (const float* d = record->directions; d < record->directions + 3 * 38528; d += 3) {
+        EXPECT_NEAR(d[0] * d[0] + d[1] * d[1] + d[2] * d[2], 1.0F, 1e-5F);
+    }
+}
+
+// The fuzz targets read images back; these are refused.
+TEST(Writer, KorvelineImagesHaveLimits) {
+    EXPECT_THROW(writer::makeKorvelineImage(Bytes(9), {0x2067, {}}), std::invalid_argument);
+    EXPECT_THROW(writer::makeKorvelineImage(Bytes(65536)), std::length_error);
+    EXPECT_THROW(writer::makeKorvelineImage(Bytes(65535 - 127), {0x2068, Bytes(5)}),
+                 std::length_error);
 }

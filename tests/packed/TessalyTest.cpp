@@ -201,16 +201,16 @@ TEST_F(Tessaly, CopyStraylightFillsTheRunOfTheRecord) {
               std::tuple(31, 32, 13, 13, nullptr));
 
     const float infinity = std::numeric_limits<float>::infinity();
-    const std::pair<float, std::uint32_t> conversions[] = {{0.99F, 0},
-                                                           {-0.5F, 0},
-                                                           {-7, 0},
-                                                           {223.999F, 223},
-                                                           {4294967040.0F, 4294967040U},
-                                                           {0x1p32F, 0xFFFFFFFFU},
-                                                           {infinity, 0xFFFFFFFFU},
-                                                           {-infinity, 0},
-                                                           {expected[14], 0}};
-    for (const auto& [value, converted] : conversions) {
+    using Conversion = std::pair<float, std::uint32_t>;
+    for (const auto& [value, converted] : {Conversion{0.99F, 0},
+                                           {-0.5F, 0},
+                                           {-7, 0},
+                                           {223.999F, 223},
+                                           {4294967040.0F, 4294967040U},
+                                           {0x1p32F, 0xFFFFFFFFU},
+                                           {infinity, 0xFFFFFFFFU},
+                                           {-infinity, 0},
+                                           {expected[14], 0}}) {
         source[30] = source[31] = value;
         EXPECT_EQ(copy(128, 140), ok);
         EXPECT_EQ(r.psfWidth, converted);

@@ -94,13 +94,4 @@ inline std::map<std::string, Bytes> tree(const std::string& folder) {
     return files;
 }
 
-// What is directly in a folder.
-inline std::vector<std::string> namesIn(const std::string& folder) {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(folder)) {
-        names.push_back(entry.path().filename().string());
-    }
-    return names;
-}
-
 }  // namespace command

@@ -148,8 +148,6 @@ TEST(Command, CutsWhatItMakes) {
     EXPECT_EQ(run(dir, "make --bare -o -").out, run(dir, "make --layout packed -o -").out);
 }
 
-// A dump under the names of outputs, also through links: refused, and nothing changes.
-// Between two dumps: what is done is whole and reported, and can be resumed.
 TEST(Command, FitsTheTerminalAndObeysItsColours) {
     const TempDir dir;
     make(dir, "--size 16x12 -o a-dump-with-a-name-that-is-far-longer-than-need-be.bin");

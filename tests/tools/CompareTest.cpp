@@ -31,9 +31,7 @@ Json compared(const Bytes& a, const Bytes& b, std::optional<double> tolerance = 
 Bytes packed(const Change& change, unsigned valueBits = 0) {
     Calibration calibration = smallCalibration();
     change(calibration);
-    calcut::writer::PackOptions options;
-    options.valueBits = valueBits;
-    return calcut::writer::packCalibration(calibration, options);
+    return calcut::writer::packCalibration(calibration, {.valueBits = valueBits});
 }
 
 void unchanged(Calibration& /*calibration*/) {}
@@ -51,12 +49,8 @@ Json tableOf(const Json& tree, const std::string& name) {
 
 TEST(Compare, EveryBitThatStillReadsIsADifference) {
     // 36 pixels: no flipped bit makes another spelling of the same count.
-    calcut::writer::CalibrationOptions options;
-    options.columns = 9;
-    options.rows = 4;
-    options.frequencies = 1;
-    const Bytes original =
-        calcut::writer::packCalibration(calcut::writer::makeCalibration(options));
+    const Bytes original = calcut::writer::packCalibration(
+        calcut::writer::makeCalibration({.columns = 9, .rows = 4, .frequencies = 1}));
     const Diagnosis about = diagnosisOf(original);
     EXPECT_TRUE(compared(original, original)["equal"].get<bool>());
     EXPECT_TRUE(compared(original, v7Image(original))["equal"].get<bool>());

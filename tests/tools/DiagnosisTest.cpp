@@ -37,11 +37,6 @@ Bytes minimal() {
 constexpr std::size_t block1 = 15, block2 = 54, block16 = 81, block21 = 145, block22 = 164,
                       endMarker = 183;
 
-Bytes edited(Bytes bytes, std::size_t at, const Bytes& with) {
-    std::copy(with.begin(), with.end(), bytes.begin() + static_cast<std::ptrdiff_t>(at));
-    return bytes;
-}
-
 Bytes inserted(Bytes bytes, std::size_t at, const Bytes& what) {
     bytes.insert(bytes.begin() + static_cast<std::ptrdiff_t>(at), what.begin(), what.end());
     return bytes;
@@ -119,7 +114,7 @@ Bytes shortened(const Kind& kind, std::size_t size) {
     if (kind.layout == Layout::V7 && size >= kind.payload) {
         putLittle32(dump, 12, static_cast<std::uint32_t>(length));
     } else if (kind.layout == Layout::Korveline && size >= kind.payload) {
-        dump = edited(dump, 56, bytes(length, length >> 8));
+        dump = patched(dump, 56, bytes(length, length >> 8));
     }
     return repaired(std::move(dump), kind);
 }
@@ -195,8 +190,8 @@ TEST(Diagnosis, NamesTheCause) {
     };
     const std::vector<Case> faults = {
         {"image-header-cut-short", prefix(image, 66), 66},
-        {"version", edited(image, 6, {6}), 6},
-        {"version", edited(plain(good), 15, {1}), 13},
+        {"version", patched(image, 6, {6}), 6},
+        {"version", patched(plain(good), 15, {1}), 13},
         {"checksum", flipped(image, 100 * 8), 8},
         {"payload-outside", prefix(image, image.size() - 1), 12},
         {"empty-payload", v7({}), 12},
@@ -207,18 +202,18 @@ TEST(Diagnosis, NamesTheCause) {
         {"signature-too-long", withArea(bytes(good, signatureArea(128))), 104 + 184},
         {"calibration-header-cut-short", v7(prefix(good, 10)), 67, none, notSupported},
         {"calibration-magic", v7(bytes("no calibration here")), 67, none, notSupported},
-        {"calibration-version", v7(edited(good, 6, {2})), 67 + 6, none, notSupported},
-        {"no-pixels", v7(edited(good, 8, {0})), 67 + 7, none, invalidData},
-        {"too-many-pixels", v7(edited(good, 7, Bytes(4, 255))), 67 + 7, none, 0xFFFE0001},
+        {"calibration-version", v7(patched(good, 6, {2})), 67 + 6, none, notSupported},
+        {"no-pixels", v7(patched(good, 8, {0})), 67 + 7, none, invalidData},
+        {"too-many-pixels", v7(patched(good, 7, Bytes(4, 255))), 67 + 7, none, 0xFFFE0001},
         {"calibration-cut-short", v7(prefix(good, endMarker)), 67 + endMarker, none, endOfData},
-        {"unknown-kind", v7(edited(good, block1 + 1, {7})), 67 + block1 + 1, 1, invalidData},
-        {"block-order", v7(edited(good, block16, {1})), 67 + block16, 1, invalidData},
-        {"block-kind", v7(edited(good, block1 + 1, {3})), 67 + block1 + 1, 1, invalidData},
-        {"too-few-elements", v7(edited(good, block1 + 2, {8})), 67 + block1 + 2, 1, countTooSmall},
-        {"block-too-large", v7(edited(good, block1 + 2, {10})), 67 + block1 + 2, 1, tooSmall},
+        {"unknown-kind", v7(patched(good, block1 + 1, {7})), 67 + block1 + 1, 1, invalidData},
+        {"block-order", v7(patched(good, block16, {1})), 67 + block16, 1, invalidData},
+        {"block-kind", v7(patched(good, block1 + 1, {3})), 67 + block1 + 1, 1, invalidData},
+        {"too-few-elements", v7(patched(good, block1 + 2, {8})), 67 + block1 + 2, 1, countTooSmall},
+        {"block-too-large", v7(patched(good, block1 + 2, {10})), 67 + block1 + 2, 1, tooSmall},
         {"block-cut-short", v7(prefix(good, 180)), 67 + block22 + 3, 22, endOfData},
-        {"block-width", v7(edited(good, block2 + 3, {0})), 67 + block2 + 3, 2, invalidData},
-        {"block-content", v7(edited(good, block21 + 2, {3})), 67 + block21 + 2, 21, invalidData},
+        {"block-width", v7(patched(good, block2 + 3, {0})), 67 + block2 + 3, 2, invalidData},
+        {"block-content", v7(patched(good, block21 + 2, {3})), 67 + block21 + 2, 21, invalidData},
         {"too-many-custom-blocks", with(endMarker, custom), 67 + endMarker + 20, 133, tooSmall},
         {"missing-block", v7(bytes(prefix(good, block22), 255)), 67 + block22, 22, fieldEmpty},
         {"block-without-frequency", with(endMarker, bytes(24, 4, 4, Bytes(16))), 67 + endMarker, 24,
@@ -243,11 +238,11 @@ TEST(Diagnosis, NamesTheCause) {
     };
     const std::vector<Case> warnings = {
         {"unknown-block", with(block16, bytes(10, 0, 249, 0, 0, 0, 0)), 67 + block16, 10},
-        {"focal-length", v7(edited(good, 18, Bytes(4))), 67 + 18, 1},
-        {"focal-length", v7(edited(good, 22, bytes(128, 0, 0, 0))), 67 + 18, 1},
-        {"centre", v7(edited(good, 26, bytes(0x42, 0, 0, 0))), 67 + 26, 1},
+        {"focal-length", v7(patched(good, 18, Bytes(4))), 67 + 18, 1},
+        {"focal-length", v7(patched(good, 22, bytes(128, 0, 0, 0))), 67 + 18, 1},
+        {"centre", v7(patched(good, 26, bytes(0x42, 0, 0, 0))), 67 + 26, 1},
         {"centre", v7(minimalPacked()), 67 + 26, 1},
-        {"all-masked", v7(edited(good, 61, {0})), 67 + block2, 2},
+        {"all-masked", v7(patched(good, 61, {0})), 67 + block2, 2},
         {"custom-fields", with(endMarker, bytes(128, 5, 1, 8, Bytes(4))), 67 + endMarker, 128,
          tooSmall},
         {"custom-fields", with(endMarker, bytes(140, 0, 1, 8)), 67 + endMarker, 140, invalidData},
@@ -370,11 +365,11 @@ TEST(Inspect, ExplainsWhatItShows) {
         {prefix(v7Image(good), 180),
          {"payload +[0-9]+ bytes at byte 67, not all inside the file",
           "<3>Record, as far as it was read"}},
-        {v7Image(edited(good, block1 + 1, {3})),
+        {v7Image(patched(good, block1 + 1, {3})),
          {"failing block +1 \\(lens parameters\\)",
           "read +VANTRIC_ERR_INVALID_DATA \\(0x80000009: wrong order, .*\\)"}},
-        {v7Image(edited(good, 7, Bytes(4, 255))), {"read +0xfffe0001 \\(.*no status.*\\)"}},
-        {v7Image(edited(good, 34, bytes(0x80, 0, 0, 0))),
+        {v7Image(patched(good, 7, Bytes(4, 255))), {"read +0xfffe0001 \\(.*no status.*\\)"}},
+        {v7Image(patched(good, 34, bytes(0x80, 0, 0, 0))),
          {"k1 +-inf", ".* 1  lens parameters .*, 1 not finite  read"}},
         {v7Image(bytes(good, "abc")), {"3 bytes behind the end marker"}},
         {with(block16, bytes(10, 0, 249, 0, 0, 0, 0)), {"ignored +an id below 128 .*"}},
