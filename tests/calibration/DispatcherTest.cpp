@@ -110,24 +110,22 @@ TEST_F(Dispatch, NullSlotsCountAsSuccess) {
 }
 
 TEST_F(Dispatch, HandsOutARecordOnSuccessAndOnPartialReads) {
-    struct Case {
-        std::uint32_t pixels, readStatus, result;
-    };
+    using Case = std::tuple<std::uint32_t, std::uint32_t, std::uint32_t>;
     add(handler<1>());
     const std::uint8_t b = 'B';
     const std::uint32_t partial = VANTRIC_WARN_PARTIAL;
-    for (const Case& item :
+    for (const auto& [pixels, status, result] :
          {Case{4, ok, ok}, Case{4, partial, partial}, Case{4, 5, 5},
           Case{4, invalidData, invalidData}, Case{0, ok, invalidData},
           Case{fieldEmpty, ok, fieldEmpty}, Case{0xFFFE0001U, ok, 0xFFFE0001U}}) {
-        const bool handedOut = item.result == ok || item.result == partial;
+        const bool handedOut = result == ok || result == partial;
         for (const bool withPsf : {false, true}) {
-            pixelCount = static_cast<std::int32_t>(item.pixels);
-            readStatus = item.readStatus;
+            pixelCount = static_cast<std::int32_t>(pixels);
+            readStatus = status;
             VantricCalibration* out = nullptr;
             EXPECT_EQ(withPsf ? vantric_readCalibration(&b, 1, &out)
                               : vantric_readCalibrationExt(&b, 1, &out, 0),
-                      item.result);
+                      result);
             const Record record(out);
             EXPECT_EQ(out != nullptr, handedOut);
             EXPECT_EQ(vantric_getCalibrationTypeFromHandle(out), handedOut ? 101U : 0U);

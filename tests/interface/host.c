@@ -1,5 +1,5 @@
 // A host in C as one should be: cuts a dump into a directory with libcalcut.so, reads the
-// calibration back, and uses its record, blocks and a curve. It looks before it cuts and names
+// calibration back, and uses its record and a curve. It looks before it cuts and names
 // every status.
 //
 //   c_host DUMP DIRECTORY
@@ -78,20 +78,6 @@ static unsigned useRecord(const uint8_t* data, size_t size) {
     return masked;
 }
 
-static void useBlocks(const uint8_t* data, size_t size) {
-    VantricStream stream = vantric_createStreamFromData(data, size);
-    RXHeader header;
-    RXBlockHeader block = {0, RX_KIND_RAW, 0, 0, 0.0F, 0.0F};
-    unsigned blocks = 0;
-    EXPECT_STATUS(vantric_readRXHeader(&stream, &header), VANTRIC_OK);
-    while (vantric_readRXBlockHeader(&stream, &header, &block) == VANTRIC_OK &&
-           block.id != VANTRIC_RX_END_MARKER) {
-        stream.position += vantric_getRXPackedBlockSize(&block);
-        ++blocks;
-    }
-    EXPECT(blocks > 10 && stream.position == size);
-}
-
 static void useNames(void) {
     // Every code from 0 up to the last one; 1 and beyond the last one are gaps.
     for (uint32_t code = 0x80000000; code <= 0x8000000D; ++code) {
@@ -132,7 +118,6 @@ int main(int argc, char** argv) {
     fclose(file);
     EXPECT(vantric_getCalibrationType(data, size) == 3);
     EXPECT(useRecord(data, size) == meta.zeroMaskCount && meta.zeroMaskCount > 0);
-    useBlocks(data, size);
     const float nodes[3] = {0.0F, 1.0F, 2.0F};
     VantricPoly* line = vantric_createPolyHandle(nodes, nodes, 3);
     EXPECT(vantric_cinterpol(line, 1.5F) == 1.5F && isnan(vantric_cinterpol(line, 3.0F)));

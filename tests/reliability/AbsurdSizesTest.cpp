@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <tuple>
 
 #include "calcut/cutter.h"
 #include "Child.h"
@@ -159,12 +160,7 @@ TEST(AbsurdSizes, MemoryOfReads) {
     if (!measuresMemory) {
         GTEST_SKIP() << "memory is measured in builds without sanitizers, on the machine itself";
     }
-    struct Case {
-        std::uint16_t columns, rows;
-        unsigned valueBits;
-        bool shortMask;
-        std::size_t mostPerByte;
-    };
+    using Case = std::tuple<std::uint16_t, std::uint16_t, unsigned, bool, std::size_t>;
     const auto expectRead = [](std::size_t most, const std::string& name, const Bytes& data) {
         expectWithin(most, name, [&] { return fixtures::read(data) != nullptr; });
     };

@@ -311,10 +311,8 @@ TEST(Inspect, ShowsEachValueUnderItsName) {
         const Json& shown = record["frequencies"][k];
         const auto& frequency = made.frequencies[k];
         EXPECT_EQ(shown["id"], frequency.id);
-        EXPECT_EQ(shown["valuesA"].get<std::vector<float>>(),
-                  std::vector(frequency.valuesA.begin(), frequency.valuesA.end()));
-        EXPECT_EQ(shown["valuesB"].get<std::vector<float>>(),
-                  std::vector(frequency.valuesB.begin(), frequency.valuesB.end()));
+        EXPECT_EQ(shown["valuesA"], Json(frequency.valuesA));
+        EXPECT_EQ(shown["valuesB"], Json(frequency.valuesB));
         EXPECT_EQ(shown["scalar"].is_null(), !frequency.scalar.has_value());
         EXPECT_EQ(shown["wigglingA"]["first"], Json(frequency.wigglingA.first));
         EXPECT_EQ(shown["wigglingA"]["third"], Json(frequency.wigglingA.third));
@@ -414,12 +412,7 @@ TEST(Dump, IsLoadedOnceWithinTheLimitAndNeverWaitedFor) {
     std::snprintf(address.sun_path, sizeof address.sun_path, "%s", (dir / "socket").c_str());
     ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
     close(listener);
-    struct Case {
-        std::string path;
-        std::uint64_t limit;
-        const char* error;
-    };
-    const std::vector<Case> cases = {
+    const std::vector<std::tuple<std::string, std::uint64_t, const char*>> cases = {
         {dir / "good", 1000, ""},
         {dir / "good", 999, "is larger than 999 bytes, the limit for a dump (--max-size)"},
         {dir / "missing", 1000, "No such file or directory"},
@@ -430,10 +423,10 @@ TEST(Dump, IsLoadedOnceWithinTheLimitAndNeverWaitedFor) {
         {"/dev/null", 1000, "is empty"},
         {"/dev/zero", 1 << 20, "is larger than 1 MiB, the limit for a dump (--max-size)"},
     };
-    for (const Case& tried : cases) {
-        const Dump dump = loadDump(tried.path, tried.limit);
-        EXPECT_EQ(dump.error, tried.error) << tried.path;
-        EXPECT_EQ(dump.bytes.empty(), !dump.error.empty()) << tried.path;
+    for (const auto& [path, limit, error] : cases) {
+        const Dump dump = loadDump(path, limit);
+        EXPECT_EQ(dump.error, error) << path;
+        EXPECT_EQ(dump.bytes.empty(), !dump.error.empty()) << path;
     }
     // A pipe that somebody does write to.
     const int writer = open((dir / "pipe").c_str(), O_RDWR);
