@@ -13,8 +13,8 @@ namespace fixtures {
 
 namespace writer = calcut::writer;
 
-TempDir::TempDir() {
-    std::string name = (std::filesystem::temp_directory_path() / "calcut-test-XXXXXX").string();
+TempDir::TempDir(const std::filesystem::path& in) {
+    std::string name = (in / "calcut-test-XXXXXX").string();
     if (mkdtemp(name.data()) == nullptr) {
         throw std::runtime_error("no temporary directory");
     }

@@ -30,7 +30,7 @@ inline constexpr std::uint32_t alreadySet = VANTRIC_ERR_ALREADY_SET;
 /// An empty directory that goes away with the object.
 class TempDir {
   public:
-    TempDir();
+    explicit TempDir(const std::filesystem::path& in = std::filesystem::temp_directory_path());
     TempDir(const TempDir&) = delete;
     TempDir& operator=(const TempDir&) = delete;
     ~TempDir();

@@ -78,23 +78,6 @@ TEST(AbsurdSizes, ImagesThatAreClaimed) {
     }
 }
 
-TEST(AbsurdSizes, CountsOfEveryBlockCutShortAnywhere) {
-    for (const std::uint32_t count : {0xFFFFFFFFU, 0x80000000U, 0x7FFFFFFFU, 0x40000001U}) {
-        for (unsigned kind = 0; kind <= 6; ++kind) {
-            for (const int id : {0, 1, 2, 3, 4, 5, 7, 8, 9, 16, 17, 18, 21, 128, 254}) {
-                const Bytes data =
-                    bytes(header(8, 4), longCount(static_cast<unsigned>(id), kind, count), 31,
-                          Bytes(8, 0x40));
-                for (std::size_t size = 12; size <= data.size(); ++size) {
-                    std::uint32_t status = 0;
-                    fixtures::read(prefix(data, size), &status);
-                    EXPECT_TRUE(isFailure(status)) << id << ", kind " << kind << ", " << count;
-                }
-            }
-        }
-    }
-}
-
 // The record of a small calibration with its end marker taken off.
 Bytes openCalibration(std::uint32_t psfWidth = 1, std::uint32_t psfHeight = 1) {
     writer::Calibration calibration =

@@ -29,7 +29,6 @@ TEST(CutCommand, NeverWritesToWhatItReads) {
     for (const std::string& words : lines) {
         const Outcome result = run(dir, words);
         EXPECT_EQ(result.status, 1) << words;
-        EXPECT_EQ(lines.size(), 10U);
         auto after = tree(dir.path());
         after[dir / ".out"] = before.at(dir / ".out");
         after[dir / ".err"] = before.at(dir / ".err");

@@ -47,30 +47,16 @@ Bytes signatureArea(std::uint8_t length) {
 }
 
 // Cuts in process, in a folder in memory where there is one.
-class Cutter {
-  public:
-    Cutter() : folder_(inMemory()) {}
-
-    int cut(const Bytes& dump, Layout layout) {
-        if (layout != Layout::V7 && layout != Layout::Korveline) {
-            return 1;
-        }
-        writeBytes(folder_ / "dump", dump);
-        EEPROMMetaInformation meta;
-        return cutEEPROMContent(layout == Layout::V7 ? 0 : 1, (folder_ / "dump").c_str(),
-                                folder_.path().c_str(), &meta);
+int cut(const Bytes& dump, Layout layout) {
+    static const TempDir folder(access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp");
+    if (layout != Layout::V7 && layout != Layout::Korveline) {
+        return 1;
     }
-
-  private:
-    static TempDir inMemory() {
-        if (access("/dev/shm", W_OK) == 0) {
-            setenv("TMPDIR", "/dev/shm", 0);
-        }
-        return {};
-    }
-
-    TempDir folder_;
-};
+    writeBytes(folder / "dump", dump);
+    EEPROMMetaInformation meta;
+    return cutEEPROMContent(layout == Layout::V7 ? 0 : 1, (folder / "dump").c_str(),
+                            folder.path().c_str(), &meta);
+}
 
 std::string allOf(const Diagnosis& diagnosis) {
     std::string text;
@@ -124,18 +110,16 @@ Bytes shortened(const Kind& kind, std::size_t size) {
 // For every truncation and every flipped bit of a dump of each kind, with a checksum that matches;
 // without it, for every bit of the header and some behind it.
 TEST(Diagnosis, SaysIntactExactlyWhenACutSucceeds) {
-    Cutter cutter;
-    const auto check = [&cutter](const Kind& kind, const Bytes& dump, std::size_t at) {
+    const auto check = [](const Kind& kind, const Bytes& dump, std::size_t at) {
         if (dump.empty()) {
             return;  // refused when it is loaded
         }
         const Diagnosis shown = diagnose(dump, kind.layout, Wanted::everything);
-        const Diagnosis cut = diagnose(dump, kind.layout, Wanted::cut);
-        ASSERT_EQ(cut.cuttable(), cutter.cut(dump, kind.layout) == 0)
-            << kind.name << " " << at << "\n"
-            << allOf(cut);
-        ASSERT_EQ(allOf(cut), allOf(shown)) << kind.name << " " << at;
-        ASSERT_EQ(whyNotCut(cut).has_value(), !cut.cuttable());
+        const Diagnosis asCut = diagnose(dump, kind.layout, Wanted::cut);
+        ASSERT_EQ(asCut.cuttable(), cut(dump, kind.layout) == 0) << kind.name << " " << at << "\n"
+                                                                 << allOf(asCut);
+        ASSERT_EQ(allOf(asCut), allOf(shown)) << kind.name << " " << at;
+        ASSERT_EQ(whyNotCut(asCut).has_value(), !asCut.cuttable());
         if (at % 7 == 0) {
             ASSERT_FALSE(textOf(inspectTree(shown, "dump"), {}).empty());
         }
@@ -251,14 +235,13 @@ TEST(Diagnosis, NamesTheCause) {
         {"uncut-signature", plain(bytes(good, Bytes(128))), 104 + 184},
         {"ends-in-signature", withArea(bytes(good, Bytes(21))), 104 + endMarker},
     };
-    Cutter cutter;
     const auto check = [&](const Case& tried, bool isWarning) {
         SCOPED_TRACE(tried.name);
         const Layout layout = tried.layout.value_or(classify(tried.dump));
         const Diagnosis diagnosis = diagnose(tried.dump, layout, Wanted::cut);
         SCOPED_TRACE(allOf(diagnosis));
         EXPECT_EQ(diagnosis.faults.empty(), isWarning);
-        EXPECT_EQ(cutter.cut(tried.dump, layout) == 0, isWarning);
+        EXPECT_EQ(cut(tried.dump, layout) == 0, isWarning);
         const auto& list = isWarning ? diagnosis.warnings : diagnosis.faults;
         ASSERT_FALSE(list.empty());
         EXPECT_TRUE(!isWarning || list.size() == 1);
