@@ -31,9 +31,9 @@ std::vector<Line> takeLines() {
     return std::exchange(lines, {});
 }
 
-std::vector<std::string> takeErrors() {
+std::vector<std::string> errorsIn(const std::vector<Line>& all) {
     std::vector<std::string> errors;
-    for (const auto& [type, text] : takeLines()) {
+    for (const auto& [type, text] : all) {
         if (type == skarbo::error) {
             errors.push_back(text.substr(0, text.size() - 1));
         }

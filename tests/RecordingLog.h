@@ -14,7 +14,11 @@ using Line = std::pair<skarbo::logtype, std::string>;
 /// Lines since the last call, and forgets them. Each ends with a line feed.
 std::vector<Line> takeLines();
 
-/// Texts of the error lines since the last call, without their line ends; forgets all lines.
-std::vector<std::string> takeErrors();
+/// Texts of the error lines among them, without their line ends.
+std::vector<std::string> errorsIn(const std::vector<Line>& lines);
+
+inline std::vector<std::string> takeErrors() {
+    return errorsIn(takeLines());
+}
 
 }  // namespace recording

@@ -13,8 +13,8 @@ namespace fixtures {
 
 namespace writer = calcut::writer;
 
-TempDir::TempDir() {
-    std::string name = (std::filesystem::temp_directory_path() / "calcut-test-XXXXXX").string();
+TempDir::TempDir(const std::filesystem::path& in) {
+    std::string name = (in / "calcut-test-XXXXXX").string();
     if (mkdtemp(name.data()) == nullptr) {
         throw std::runtime_error("no temporary directory");
     }
@@ -53,35 +53,18 @@ Bytes readBytes(const std::string& path) {
     return Bytes(std::istreambuf_iterator<char>(file), {});
 }
 
-namespace {
-
-Record readWith(const Bytes& calibration, std::uint32_t* status, int withPsfAndDirections) {
+Record read(const Bytes& calibration, std::uint32_t* status, int withPsf) {
     VantricCalibration* record = nullptr;
-    const std::uint32_t result = vantric_readCalibrationExt(calibration.data(), calibration.size(),
-                                                            &record, withPsfAndDirections);
+    const std::uint32_t result =
+        vantric_readCalibrationExt(calibration.data(), calibration.size(), &record, withPsf);
     if (status != nullptr) {
         *status = result;
     }
     return Record(record);
 }
 
-}  // namespace
-
-Record read(const Bytes& calibration, std::uint32_t* status) {
-    return readWith(calibration, status, 1);
-}
-
-Record readPlain(const Bytes& calibration, std::uint32_t* status) {
-    return readWith(calibration, status, 0);
-}
-
 writer::Calibration smallCalibration() {
-    writer::CalibrationOptions options;
-    options.columns = 8;
-    options.rows = 4;
-    options.frequencies = 2;
-    options.custom = 2;
-    return writer::makeCalibration(options);
+    return writer::makeCalibration({.columns = 8, .rows = 4, .frequencies = 2, .custom = 2});
 }
 
 Bytes smallPacked() {
@@ -111,6 +94,11 @@ Bytes prefix(const Bytes& bytes, std::size_t size) {
 
 Bytes flipped(Bytes bytes, std::size_t bit) {
     bytes[bit / 8] = static_cast<std::uint8_t>(bytes[bit / 8] ^ (1U << (bit % 8)));
+    return bytes;
+}
+
+Bytes patched(Bytes bytes, std::size_t offset, const Bytes& with) {
+    std::copy(with.begin(), with.end(), bytes.begin() + static_cast<std::ptrdiff_t>(offset));
     return bytes;
 }
 

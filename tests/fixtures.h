@@ -6,6 +6,7 @@
 #include <initializer_list>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "calcut/vantric_rx.h"
@@ -29,7 +30,7 @@ inline constexpr std::uint32_t alreadySet = VANTRIC_ERR_ALREADY_SET;
 /// An empty directory that goes away with the object.
 class TempDir {
   public:
-    TempDir();
+    explicit TempDir(const std::filesystem::path& in = std::filesystem::temp_directory_path());
     TempDir(const TempDir&) = delete;
     TempDir& operator=(const TempDir&) = delete;
     ~TempDir();
@@ -54,14 +55,11 @@ Bytes bytes(const Parts&... parts) {
     const auto add = [&](const auto& part) {
         if constexpr (std::is_integral_v<std::decay_t<decltype(part)>>) {
             out.push_back(static_cast<std::uint8_t>(part));
-        } else if constexpr (std::is_convertible_v<decltype(part), std::string>) {
-            for (const char c : std::string(part)) {
-                out.push_back(static_cast<std::uint8_t>(c));
-            }
+        } else if constexpr (std::is_convertible_v<decltype(part), std::string_view>) {
+            const std::string_view text = part;
+            out.insert(out.end(), text.begin(), text.end());
         } else {
-            for (const auto byte : part) {
-                out.push_back(static_cast<std::uint8_t>(byte));
-            }
+            out.insert(out.end(), part.begin(), part.end());
         }
     };
     (add(parts), ...);
@@ -73,10 +71,11 @@ struct ReleaseRecord {
 };
 using Record = std::unique_ptr<VantricCalibration, ReleaseRecord>;
 
-/// Reads with directions and PSF; status receives the result.
-Record read(const Bytes& calibration, std::uint32_t* status = nullptr);
-/// Reads without them.
-Record readPlain(const Bytes& calibration, std::uint32_t* status = nullptr);
+/// Reads with directions and PSF, or without; status receives the result.
+Record read(const Bytes& calibration, std::uint32_t* status = nullptr, int withPsf = 1);
+inline Record readPlain(const Bytes& calibration, std::uint32_t* status = nullptr) {
+    return read(calibration, status, 0);
+}
 
 /// A small calibration with every kind of block: 8 x 4 pixels, two frequencies, straylight, texts,
 /// two custom blocks.
@@ -90,6 +89,8 @@ Bytes minimalPacked();
 Bytes prefix(const Bytes& bytes, std::size_t size);
 /// With one bit changed.
 Bytes flipped(Bytes bytes, std::size_t bit);
+/// With other bytes from that offset on.
+Bytes patched(Bytes bytes, std::size_t offset, const Bytes& with);
 
 /// A v7 or Korveline image with the payload's checksum, made byte by byte.
 Bytes v7Image(Bytes payload);

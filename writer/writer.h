@@ -146,7 +146,7 @@ struct PackOptions {
     unsigned maskBits = 1;
     unsigned valueBits = 12;  ///< pixelValues and pixelTable: packed width, or 0 for plain floats
     CountForm form = CountForm::Short;
-    std::set<std::uint8_t> omit;  ///< block ids left out
+    std::set<std::uint8_t> omit{};  ///< block ids left out
 };
 
 /// The packed calibration, blocks in ascending order of id.
@@ -160,7 +160,7 @@ Bytes makeV7Image(std::span<const std::uint8_t> payload);
 struct KorvelineOptions {
     std::uint32_t address = 0x2068;  ///< EEPROM address of the payload; not inside the header
     /// Signature to put behind the payload (at most 127 bytes); none makes a record without area.
-    std::optional<std::vector<std::uint8_t>> signature;
+    std::optional<std::vector<std::uint8_t>> signature{};
 };
 
 /// A Korveline image around a packed calibration (at most 65,535 bytes with the signature area;

@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cstring>
-
 #include "calibration/calibration.h"
 #include "calibration/dispatcher.h"
 #include "fixtures.h"
@@ -91,7 +89,7 @@ TEST_F(Dispatch, OwnHandlerRegisteredByHandIsNotAddedTwice) {
     EXPECT_EQ(add(handler<5>()), 0);
 }
 
-TEST_F(Dispatch, AnswersWithoutAHandler) {
+TEST_F(Dispatch, AnswersWithoutAHandlerOrASlot) {
     const std::uint8_t data = 'Z';
     VantricCalibration* out = nullptr;
     EXPECT_EQ(vantric_dispatchGetCalibrationType(&data, 1), 0U);
@@ -102,9 +100,6 @@ TEST_F(Dispatch, AnswersWithoutAHandler) {
     EXPECT_EQ(vantric_readCalibration(&data, 1, &out), notSupported);
     EXPECT_EQ(vantric_readCalibrationExt(nullptr, 0, &out, 1), notSupported);
     EXPECT_EQ(out, nullptr);
-}
-
-TEST_F(Dispatch, NullSlotsCountAsSuccess) {
     const std::uint8_t b = 'B';
     add(handler<1>());
     EXPECT_EQ(vantric_dispatchReadCustomFields(&b, 1, nullptr), ok);
@@ -112,24 +107,22 @@ TEST_F(Dispatch, NullSlotsCountAsSuccess) {
 }
 
 TEST_F(Dispatch, HandsOutARecordOnSuccessAndOnPartialReads) {
-    struct Case {
-        std::uint32_t pixels, readStatus, result;
-    };
+    using Case = std::tuple<std::uint32_t, std::uint32_t, std::uint32_t>;
     add(handler<1>());
     const std::uint8_t b = 'B';
     const std::uint32_t partial = VANTRIC_WARN_PARTIAL;
-    for (const Case& item :
+    for (const auto& [pixels, status, result] :
          {Case{4, ok, ok}, Case{4, partial, partial}, Case{4, 5, 5},
           Case{4, invalidData, invalidData}, Case{0, ok, invalidData},
           Case{fieldEmpty, ok, fieldEmpty}, Case{0xFFFE0001U, ok, 0xFFFE0001U}}) {
-        const bool handedOut = item.result == ok || item.result == partial;
+        const bool handedOut = result == ok || result == partial;
         for (const bool withPsf : {false, true}) {
-            pixelCount = static_cast<std::int32_t>(item.pixels);
-            readStatus = item.readStatus;
+            pixelCount = static_cast<std::int32_t>(pixels);
+            readStatus = status;
             VantricCalibration* out = nullptr;
             EXPECT_EQ(withPsf ? vantric_readCalibration(&b, 1, &out)
                               : vantric_readCalibrationExt(&b, 1, &out, 0),
-                      item.result);
+                      result);
             const Record record(out);
             EXPECT_EQ(out != nullptr, handedOut);
             EXPECT_EQ(vantric_getCalibrationTypeFromHandle(out), handedOut ? 101U : 0U);
@@ -196,30 +189,5 @@ TEST_F(Dispatch, ACutAsksWhatAReadAsks) {
         EXPECT_EQ(asked, host ? "snsrsc" : "");
         EXPECT_EQ(cut.record->pixelValues != nullptr, host);
         EXPECT_EQ(cut.record->directions != nullptr, host);
-    }
-}
-
-// Whatever the bytes, a cut has the status of a whole read, its lens and its mask.
-TEST_F(Dispatch, ACutHasTheStatusOfAWholeRead) {
-    const auto compare = [](const Bytes& data) {
-        VantricCalibration* out = nullptr;
-        const std::uint32_t status = vantric_readCalibration(data.data(), data.size(), &out);
-        const Record whole(out);
-        const auto cut = readThroughHandlers(data.data(), data.size(), Wanted::cut, true);
-        if (cut.status != status || (cut.record == nullptr) != (whole == nullptr)) {
-            return false;
-        }
-        return whole == nullptr ||
-               (std::memcmp(whole->lensParameters, cut.record->lensParameters, 36) == 0 &&
-                std::memcmp(whole->pixelMask, cut.record->pixelMask, cut.numPixels) == 0);
-    };
-    const Bytes good = smallPacked();
-    for (std::size_t size = 0; size <= good.size(); ++size) {
-        EXPECT_TRUE(compare(Bytes(good.begin(), good.begin() + static_cast<long>(size)))) << size;
-    }
-    for (std::size_t bit = 0; bit < 8 * good.size(); ++bit) {
-        Bytes flipped = good;
-        flipped[bit / 8] ^= static_cast<std::uint8_t>(1U << bit % 8);
-        EXPECT_TRUE(compare(flipped)) << "bit " << bit % 8 << " of byte " << bit / 8;
     }
 }

@@ -1,8 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <array>
 #include <numeric>
 #include <stdexcept>
+#include <tuple>
 
+#include "calcut/cutter.h"
 #include "cutter/EEPROMKorvelineCutter.h"
 #include "cutter/EEPROMv7Cutter.h"
 #include "fixtures.h"
@@ -18,17 +21,6 @@ struct Cut {
     int result = -1;
     EEPROMMetaInformation meta = {};
     std::vector<recording::Line> lines;
-
-    // The error lines, without their line ends.
-    [[nodiscard]] std::vector<std::string> errors() const {
-        std::vector<std::string> texts;
-        for (const auto& [type, text] : lines) {
-            if (type == skarbo::error) {
-                texts.push_back(text.substr(0, text.size() - 1));
-            }
-        }
-        return texts;
-    }
 };
 
 Cut cut(int layout, const std::string& dump, const std::string& outputPath) {
@@ -54,6 +46,16 @@ Bytes signedPayload(const Bytes& calibration, int length) {
 
 using Names = std::vector<std::string>;
 
+using Parameters = std::array<float, CALCUT_LENS_PARAMETER_COUNT>;
+
+// Floats 1, 2, 3, ... as many as fit, and the bytes of one more.
+Bytes lensFile(std::size_t size) {
+    std::vector<float> values(size / 4 + 1);
+    std::iota(values.begin(), values.end(), 1.0F);
+    const auto* raw = reinterpret_cast<const std::uint8_t*>(values.data());
+    return {raw, raw + size};
+}
+
 }  // namespace
 
 TEST(Cut, RefusesUnknownLayoutsBeforeAnythingElse) {
@@ -74,11 +76,7 @@ TEST(Cut, WritesTheFilesOfBothLayouts) {
     for (int i = 0; i < 9; ++i) {
         lensFile = bytes(lensFile, 0, 0, 0x80, 0x3F);  // 1.0
     }
-    struct Case {
-        int layout;
-        Bytes image;
-        Bytes signature;
-    };
+    using Case = std::tuple<int, Bytes, Bytes>;
     const Bytes area = signedPayload(calibration, 127);
     const Bytes shortSignature = signedPayload(calibration, 1);
     for (const auto& [layout, image, signature] :
@@ -124,14 +122,7 @@ TEST(Cut, ReportsEachFailureAndLeavesWhatWasWrittenBefore) {
     const Names spc = {"qov.spc"};
     const Names two = {"lensdata.dat", "qov.spc"};
     const Names three = {"lensdata.dat", "qov.spc", "signature.bin"};
-    struct Case {
-        const char* name;
-        int layout;
-        Bytes image;
-        Names errors;
-        Names files;
-        std::uint16_t count;
-    };
+    using Case = std::tuple<const char*, int, Bytes, Names, Names, std::uint16_t>;
     const std::vector<Case> cases = {
         {"v7 image refused", 0, bytes("QOVRIX"), {"File is corrupted"}, {}, untouched},
         {"v7 image in the other layout", 1, v7, {"Invalid file format"}, {}, untouched},
@@ -144,37 +135,34 @@ TEST(Cut, ReportsEachFailureAndLeavesWhatWasWrittenBefore) {
         {"length 0", 1, korvelineImage(signed0, 28), {"Could not write signature"}, three, 1},
         {"length 128", 1, korvelineImage(signed128, 28), {"Could not write signature"}, two, 1},
     };
-    for (const Case& item : cases) {
-        SCOPED_TRACE(item.name);
+    for (const auto& [name, layout, image, errors, files, count] : cases) {
+        SCOPED_TRACE(name);
         const TempDir out;
-        const Cut result = cutImage(item.layout, item.image, out);
+        const Cut result = cutImage(layout, image, out);
         EXPECT_EQ(result.result, 1);
-        EXPECT_EQ(result.errors(), item.errors);
-        EXPECT_EQ(out.names(), item.files);
-        EXPECT_EQ(result.meta.zeroMaskCount, item.count);
+        EXPECT_EQ(recording::errorsIn(result.lines), errors);
+        EXPECT_EQ(out.names(), files);
+        EXPECT_EQ(result.meta.zeroMaskCount, count);
     }
 }
 
 TEST(Cut, FailsWhereAFileCannotBeOpened) {
     const Bytes v7 = v7Image(minimalPacked());
     const Bytes korveline = korvelineImage(signedPayload(minimalPacked(), 9), 28);
-    struct Case {
-        int layout;
-        const char* blocked;  ///< a directory stands where this file should go
-        const char* error;
-        std::uint16_t count;
-    };
-    for (const Case& item : {Case{0, "qov.spc", "Could not write data block", 0},
-                             Case{0, "lensdata.dat", "Could not write data intrinsics", 1},
-                             Case{1, "qov.spc", "Could not write tango.bin", 0},
-                             Case{1, "lensdata.dat", "Could not write intrinsics", 1},
-                             Case{1, "signature.bin", "Could not write signature", 1}}) {
+    // A directory stands where this file should go.
+    using Case = std::tuple<int, const char*, std::string, std::uint16_t>;
+    for (const auto& [layout, blocked, error, count] :
+         {Case{0, "qov.spc", "Could not write data block", 0},
+          Case{0, "lensdata.dat", "Could not write data intrinsics", 1},
+          Case{1, "qov.spc", "Could not write tango.bin", 0},
+          Case{1, "lensdata.dat", "Could not write intrinsics", 1},
+          Case{1, "signature.bin", "Could not write signature", 1}}) {
         const TempDir out;
-        std::filesystem::create_directory(out / item.blocked);
-        const Cut result = cutImage(item.layout, item.layout == 0 ? v7 : korveline, out);
+        std::filesystem::create_directory(out / blocked);
+        const Cut result = cutImage(layout, layout == 0 ? v7 : korveline, out);
         EXPECT_EQ(result.result, 1);
-        EXPECT_EQ(result.lines.back().second, std::string(item.error) + "\n");
-        EXPECT_EQ(result.meta.zeroMaskCount, item.count) << item.blocked;
+        EXPECT_EQ(result.lines.back().second, error + "\n");
+        EXPECT_EQ(result.meta.zeroMaskCount, count) << blocked;
     }
     const TempDir in;
     writeBytes(in / "dump", v7);
@@ -188,11 +176,7 @@ TEST(Cut, FailsWhereAFileCannotBeOpened) {
 }
 
 TEST(Cut, CountsTheMaskOverTheSensorAndNoFurther) {
-    struct Case {
-        std::uint16_t columns, rows;
-        std::uint32_t pixel;
-        std::uint16_t count;
-    };
+    using Case = std::tuple<std::uint16_t, std::uint16_t, std::uint32_t, std::uint16_t>;
     for (const auto& [columns, rows, pixel, count] :
          {Case{224, 172, 0, 38528}, Case{224, 172, 1, 0}, Case{240, 172, 0, 38528},
           Case{5, 1, 0, 5}}) {
@@ -229,4 +213,41 @@ TEST(Cutter, KeepsItsRecords) {
     EXPECT_EQ(own->zeroMaskCount, 0);
     EXPECT_NE(v7.getMetaInformation(), own);
     delete own;
+}
+
+TEST(LensParameters, ComeInTheOrderOfTheCamerasModel) {
+    const TempDir dir;
+    for (const std::size_t size : {36U, 40U, 4000U}) {
+        writeBytes(dir / "lens", lensFile(size));
+        for (const unsigned layout : {0U, 1U}) {
+            Parameters parameters;
+            parameters.fill(-1.0F);
+            EXPECT_EQ(readLensParameters(layout, (dir / "lens").c_str(), parameters.data()), 0);
+            EXPECT_EQ(parameters, (Parameters{3, 4, 1, 2, 7, 8, 5, 6, 9, 0}));
+        }
+    }
+}
+
+TEST(LensParameters, AreLeftAloneByEveryFailure) {
+    const TempDir dir;
+    Parameters parameters;
+    parameters.fill(-1.0F);
+    const auto fails = [&](unsigned layout, const char* path, std::size_t messages) {
+        recording::takeLines();
+        EXPECT_EQ(readLensParameters(layout, path, parameters.data()), 1);
+        EXPECT_EQ(recording::takeErrors(),
+                  std::vector<std::string>(messages, "Could not lens parameter file"));
+    };
+    for (std::size_t size = 0; size < 64; ++size) {
+        if (size < 36 || size % 4 != 0) {
+            writeBytes(dir / "lens", lensFile(size));
+            fails(0, (dir / "lens").c_str(), 1);
+        }
+    }
+    fails(1, (dir / "missing").c_str(), 1);
+    fails(1, dir.path().c_str(), 1);
+    fails(1, nullptr, 1);
+    fails(2, (dir / "missing").c_str(), 0);
+    fails(0xFFFFFFFFU, nullptr, 0);
+    EXPECT_EQ(parameters, (Parameters{-1, -1, -1, -1, -1, -1, -1, -1, -1, -1}));
 }

@@ -58,9 +58,7 @@ template <class Reader>
 void check(const Bytes& good, const std::vector<Case>& cases) {
     for (const auto& [name, offset, values, message, imageSize] : cases) {
         SCOPED_TRACE(name);
-        Bytes image = good;
-        std::copy(values.begin(), values.end(),
-                  image.begin() + static_cast<std::ptrdiff_t>(offset));
+        Bytes image = patched(good, offset, values);
         image.resize(imageSize == 0 ? image.size() : imageSize);
         const Outcome outcome = nextBlock<Reader>(image);
         ASSERT_EQ(outcome.refused, message != nullptr);

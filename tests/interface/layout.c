@@ -29,44 +29,40 @@ CHECK(VANTRIC_FIELD_LENS_PARAMETERS == 0 && VANTRIC_FIELD_TEXT1 == 1 && VANTRIC_
 CHECK(sizeof(VantricImagerArea) == 16 && AT(VantricImagerArea, areaX, 0) &&
       AT(VantricImagerArea, areaY, 4) && AT(VantricImagerArea, columns, 8) &&
       AT(VantricImagerArea, rows, 12));
-CHECK(sizeof(VantricWigglingTable) == 40 && AT(VantricWigglingTable, capacity, 0) &&
-      AT(VantricWigglingTable, first, 8) && AT(VantricWigglingTable, second, 16) &&
-      AT(VantricWigglingTable, third, 24) && AT(VantricWigglingTable, header, 32));
-CHECK(sizeof(VantricFrequencyRecord) == 136 && AT(VantricFrequencyRecord, frequencyId, 0) &&
-      AT(VantricFrequencyRecord, pixelTable, 8) && AT(VantricFrequencyRecord, countA, 16) &&
-      AT(VantricFrequencyRecord, valuesA, 24) && AT(VantricFrequencyRecord, countB, 32) &&
-      AT(VantricFrequencyRecord, valuesB, 40) && AT(VantricFrequencyRecord, scalar, 48) &&
-      AT(VantricFrequencyRecord, wigglingA, 56) && AT(VantricFrequencyRecord, wigglingB, 96));
+typedef VantricWigglingTable Wiggling;
+typedef VantricFrequencyRecord Frequency;
+typedef VantricCalibration Record;
+typedef RXBlockExpectation Expected;
+typedef VantricCalibrationHandler Handler;
+typedef RXTableEntry Entry;
+typedef RXBlockTable Table;
+CHECK(sizeof(Wiggling) == 40 && AT(Wiggling, capacity, 0) && AT(Wiggling, first, 8) &&
+      AT(Wiggling, second, 16) && AT(Wiggling, third, 24) && AT(Wiggling, header, 32));
+CHECK(sizeof(Frequency) == 136 && AT(Frequency, frequencyId, 0) && AT(Frequency, pixelTable, 8) &&
+      AT(Frequency, countA, 16) && AT(Frequency, valuesA, 24) && AT(Frequency, countB, 32) &&
+      AT(Frequency, valuesB, 40) && AT(Frequency, scalar, 48) && AT(Frequency, wigglingA, 56) &&
+      AT(Frequency, wigglingB, 96));
 CHECK(sizeof(VantricCustomField) == 16 && AT(VantricCustomField, data, 0) &&
       AT(VantricCustomField, size, 8));
-CHECK(sizeof(VantricCalibration) == 304 && AT(VantricCalibration, version, 0) &&
-      AT(VantricCalibration, calibrationType, 2) && AT(VantricCalibration, text0, 8) &&
-      AT(VantricCalibration, text1, 16) && AT(VantricCalibration, text2, 24) &&
-      AT(VantricCalibration, idBytes, 32) && AT(VantricCalibration, idBytesSize, 40) &&
-      AT(VantricCalibration, imagerArea, 44) && AT(VantricCalibration, directions, 64) &&
-      AT(VantricCalibration, lensParameterCount, 72) &&
-      AT(VantricCalibration, lensParameters, 80) && AT(VantricCalibration, idCode0, 88) &&
-      AT(VantricCalibration, idCode1, 90) && AT(VantricCalibration, straylightScale, 92) &&
-      AT(VantricCalibration, straylightRadius, 96) &&
-      AT(VantricCalibration, straylightValue, 152) &&
-      AT(VantricCalibration, straylightExponent, 208) &&
-      AT(VantricCalibration, straylightOffset, 212) &&
-      AT(VantricCalibration, straylightCentre, 216) && AT(VantricCalibration, psfWidth, 220) &&
-      AT(VantricCalibration, psfHeight, 224) && AT(VantricCalibration, straylightPointCount, 228) &&
-      AT(VantricCalibration, psf, 232) && AT(VantricCalibration, auxFlag, 240) &&
-      AT(VantricCalibration, pixelMask, 248) && AT(VantricCalibration, pixelValues, 256) &&
-      AT(VantricCalibration, frequencyCount, 264) && AT(VantricCalibration, frequencies, 272) &&
-      AT(VantricCalibration, customFieldCount, 280) && AT(VantricCalibration, customFields, 288) &&
-      AT(VantricCalibration, firstCustomFieldId, 296) &&
-      AT(VantricCalibration, customFieldReserved, 297));
+CHECK(sizeof(Record) == 304 && AT(Record, version, 0) && AT(Record, calibrationType, 2) &&
+      AT(Record, text0, 8) && AT(Record, text1, 16) && AT(Record, text2, 24) &&
+      AT(Record, idBytes, 32) && AT(Record, idBytesSize, 40) && AT(Record, imagerArea, 44) &&
+      AT(Record, directions, 64) && AT(Record, lensParameterCount, 72) &&
+      AT(Record, lensParameters, 80) && AT(Record, idCode0, 88) && AT(Record, idCode1, 90) &&
+      AT(Record, straylightScale, 92) && AT(Record, straylightRadius, 96) &&
+      AT(Record, straylightValue, 152) && AT(Record, straylightExponent, 208) &&
+      AT(Record, straylightOffset, 212) && AT(Record, straylightCentre, 216) &&
+      AT(Record, psfWidth, 220) && AT(Record, psfHeight, 224) &&
+      AT(Record, straylightPointCount, 228) && AT(Record, psf, 232) && AT(Record, auxFlag, 240) &&
+      AT(Record, pixelMask, 248) && AT(Record, pixelValues, 256) &&
+      AT(Record, frequencyCount, 264) && AT(Record, frequencies, 272) &&
+      AT(Record, customFieldCount, 280) && AT(Record, customFields, 288) &&
+      AT(Record, firstCustomFieldId, 296) && AT(Record, customFieldReserved, 297));
 CHECK(sizeof(RXReadResult) == 8 && AT(RXReadResult, status, 0) &&
       AT(RXReadResult, failedBlockId, 4));
-CHECK(sizeof(VantricCalibrationHandler) == 48 && AT(VantricCalibrationHandler, supports, 0) &&
-      AT(VantricCalibrationHandler, readCalibration, 8) &&
-      AT(VantricCalibrationHandler, readCustomFields, 16) &&
-      AT(VantricCalibrationHandler, calcPsfAndDirections, 24) &&
-      AT(VantricCalibrationHandler, getCalibrationType, 32) &&
-      AT(VantricCalibrationHandler, getNumPixels, 40));
+CHECK(sizeof(Handler) == 48 && AT(Handler, supports, 0) && AT(Handler, readCalibration, 8) &&
+      AT(Handler, readCustomFields, 16) && AT(Handler, calcPsfAndDirections, 24) &&
+      AT(Handler, getCalibrationType, 32) && AT(Handler, getNumPixels, 40));
 CHECK(sizeof(VantricPoly) == 32 && AT(VantricPoly, x, 0) && AT(VantricPoly, y, 8) &&
       AT(VantricPoly, slope, 16) && AT(VantricPoly, count, 24));
 CHECK(sizeof(VantricStream) == 24 && AT(VantricStream, data, 0) && AT(VantricStream, position, 8) &&
@@ -77,16 +73,13 @@ CHECK(sizeof(RXKind) == 4);
 CHECK(sizeof(RXBlockHeader) == 24 && AT(RXBlockHeader, id, 0) && AT(RXBlockHeader, kind, 4) &&
       AT(RXBlockHeader, count, 8) && AT(RXBlockHeader, bits, 12) && AT(RXBlockHeader, scale, 16) &&
       AT(RXBlockHeader, offset, 20));
-CHECK(sizeof(RXBlockExpectation) == 20 && AT(RXBlockExpectation, required, 0) &&
-      AT(RXBlockExpectation, kindA, 4) && AT(RXBlockExpectation, kindB, 8) &&
-      AT(RXBlockExpectation, seen, 12) && AT(RXBlockExpectation, status, 16));
-CHECK(sizeof(RXTableEntry) == 56 && AT(RXTableEntry, id, 0) && AT(RXTableEntry, destination, 8) &&
-      AT(RXTableEntry, destinationSize, 16) && AT(RXTableEntry, countField, 24) &&
-      AT(RXTableEntry, expectedCount, 32) && AT(RXTableEntry, copy, 40) &&
-      AT(RXTableEntry, expectation, 48));
-CHECK(sizeof(RXBlockTable) == 80 && AT(RXBlockTable, isFrequencyBlock, 0) &&
-      AT(RXBlockTable, context, 8) && AT(RXBlockTable, entries, 16) &&
-      AT(RXBlockTable, count, 24) && AT(RXBlockTable, capacity, 32) &&
-      AT(RXBlockTable, validateBlock, 40) && AT(RXBlockTable, expectations, 48) &&
-      AT(RXBlockTable, expectationSize, 56) && AT(RXBlockTable, firstCustomBlockId, 64) &&
-      AT(RXBlockTable, validateWholeCalibration, 72));
+CHECK(sizeof(Expected) == 20 && AT(Expected, required, 0) && AT(Expected, kindA, 4) &&
+      AT(Expected, kindB, 8) && AT(Expected, seen, 12) && AT(Expected, status, 16));
+CHECK(sizeof(Entry) == 56 && AT(Entry, id, 0) && AT(Entry, destination, 8) &&
+      AT(Entry, destinationSize, 16) && AT(Entry, countField, 24) && AT(Entry, expectedCount, 32) &&
+      AT(Entry, copy, 40) && AT(Entry, expectation, 48));
+CHECK(sizeof(Table) == 80 && AT(Table, isFrequencyBlock, 0) && AT(Table, context, 8) &&
+      AT(Table, entries, 16) && AT(Table, count, 24) && AT(Table, capacity, 32) &&
+      AT(Table, validateBlock, 40) && AT(Table, expectations, 48) &&
+      AT(Table, expectationSize, 56) && AT(Table, firstCustomBlockId, 64) &&
+      AT(Table, validateWholeCalibration, 72));

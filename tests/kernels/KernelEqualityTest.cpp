@@ -70,18 +70,6 @@ class Random {
     std::mt19937 generator_{20240229};
 };
 
-class Hash {
-  public:
-    void add(const Words& words) {
-        for (const std::uint32_t word : words) {
-            for (unsigned shift = 0; shift < 32; shift += 8) {
-                value = (value ^ ((word >> shift) & 0xFF)) * 0x100000001B3ULL;
-            }
-        }
-    }
-    std::uint64_t value = 0xCBF29CE484222325ULL;
-};
-
 struct Size {
     std::uint32_t columns, rows;
 };
@@ -215,9 +203,9 @@ void fastPsf(VantricCalibration& record) {
 }
 
 TEST(KernelEquality, PsfOfEverySizeProfileAndExponent) {
-    const std::vector<Size> sizes = {{0, 0},  {0, 5},   {5, 0},  {1, 1},  {1, 2},  {2, 1},
-                                     {2, 2},  {3, 3},   {4, 4},  {5, 8},  {8, 5},  {1, 17},
-                                     {17, 1}, {33, 20}, {7, 12}, {12, 7}, {31, 31}};
+    const std::vector<Size> sizes = {
+        {0, 0}, {0, 5}, {5, 0},  {1, 1},  {1, 2},   {2, 1},  {2, 2},  {3, 3},   {4, 4},
+        {5, 8}, {8, 5}, {1, 17}, {17, 1}, {33, 20}, {7, 12}, {12, 7}, {31, 31}, {0xFFFFFFFFU, 0}};
     for (const Profile& profile : profiles()) {
         for (const Size& size : sizes) {
             for (const float exponent : {2.0F, 2.1F, 0.5F, -1.5F, 0.0F, inf, nan}) {
@@ -438,33 +426,24 @@ TEST(KernelEquality, ChecksumByAChangedTable) {
     std::copy(standard.begin(), standard.end(), crc32table);
 }
 
-TEST(KernelEquality, ChecksumsThatOthersPublished) {
-    const std::pair<std::string, std::uint32_t> cases[] = {
-        {"", 0},
-        {"a", 0xE8B7BE43U},
-        {"abc", 0x352441C2U},
-        {"123456789", 0xCBF43926U},
-        {"The quick brown fox jumps over the lazy dog", 0x414FA339U},
-        {std::string(32, '\0'), 0x190A55ADU},
-        {std::string(32, '\xFF'), 0xFF6CAB0BU}};
-    for (const auto& [text, checksum] : cases) {
-        Bytes content = bytes(text);
-        EXPECT_EQ(calc_crc32(content.data(), content.size()), checksum) << text;
-        EXPECT_EQ(plain::crc32(content.data(), content.size()), checksum) << text;
-    }
-}
-
 // ------------------------------------------------------------------------- between machines --
 
 // The same number on every machine: no result may depend on the instruction set.
 TEST(KernelEquality, ResultsAreThoseOfEveryOtherMachine) {
-    Hash hash;
+    std::uint64_t hash = 0xCBF29CE484222325ULL;
+    const auto add = [&hash](const Words& words) {
+        for (const std::uint32_t word : words) {
+            for (unsigned shift = 0; shift < 32; shift += 8) {
+                hash = (hash ^ ((word >> shift) & 0xFF)) * 0x100000001B3ULL;
+            }
+        }
+    };
     for (const Floats& lens : lenses()) {
         const Floats directions = fastDirections(lens, {45, 21});
-        hash.add(bitsOf(directions.data(), directions.size() - guard));
+        add(bitsOf(directions.data(), directions.size() - guard));
     }
     const Floats floats = decodeFloatBlock(floatWords());
-    hash.add(bitsOf(floats.data(), floats.size()));
+    add(bitsOf(floats.data(), floats.size()));
     const Words words = Random().many<std::uint32_t>(1000);
     for (std::uint8_t bits = 1; bits <= 31; ++bits) {
         Words unpacked(1000);
@@ -472,10 +451,10 @@ TEST(KernelEquality, ResultsAreThoseOfEveryOtherMachine) {
         ASSERT_EQ(vantric_unpackRXFloat(words.data(), words.size(), unpacked.size(), bits,
                                         unpacked.data(), converted.data(), 0.013F, -7.7F),
                   ok);
-        hash.add(unpacked);
-        hash.add(bitsOf(converted.data(), converted.size()));
+        add(unpacked);
+        add(bitsOf(converted.data(), converted.size()));
     }
-    EXPECT_EQ(hash.value, 0x3B78A7BC7D788C2AULL);
+    EXPECT_EQ(hash, 0x3B78A7BC7D788C2AULL);
 }
 
 }  // namespace

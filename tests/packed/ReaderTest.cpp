@@ -1,18 +1,23 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cmath>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <sstream>
+#include <stdexcept>
 #include <tuple>
 
 #include "calcut/vantric_rx.h"
 #include "calibration/calibration.h"
+#include "calibration/dispatcher.h"
 #include "fixtures.h"
 
 using namespace fixtures;
 using namespace vantric;
+namespace writer = calcut::writer;
 
 namespace {
 
@@ -26,19 +31,22 @@ RXReadResult tryRead(const Bytes& data) {
     return readInto(data, *record);
 }
 
-// The minimal calibration with bytes put in place of its block of that id (none: left out).
-Bytes withBlock(int id, const Bytes& replacement) {
+// The minimal calibration with bytes in place of its blocks of these ids (none: left out).
+Bytes withBlocks(int first, int last, const Bytes& replacement) {
     const Bytes good = minimalPacked();
-    std::size_t begin = 11;
-    std::size_t end = 11;
-    while (good[end] <= id && good[end] != 255) {
-        begin = good[end] < id ? end : begin;
-        const std::size_t size = good[end] == 0 ? 4 : good[end] == 2 ? 8 : 3U + 4U * good[end + 2];
-        begin += good[end] < id ? size : 0;
-        end += size;
+    Bytes before = prefix(good, 11);
+    std::size_t at = 11;
+    while (good[at] <= last && good[at] != 255) {
+        const std::size_t size = good[at] == 0 ? 4 : good[at] == 2 ? 8 : 3U + 4U * good[at + 2];
+        const Bytes block(&good[at], &good[at] + size);
+        before = good[at] < first ? bytes(before, block) : before;
+        at += size;
     }
-    return bytes(prefix(good, begin), replacement,
-                 Bytes(good.begin() + static_cast<std::ptrdiff_t>(end), good.end()));
+    return bytes(before, replacement, Bytes(&good[at], good.data() + good.size()));
+}
+
+Bytes withBlock(int id, const Bytes& replacement) {
+    return withBlocks(id, id, replacement);
 }
 
 Bytes floatBlock(int id, std::size_t count) {
@@ -54,25 +62,6 @@ Bytes customBlocks(const std::vector<int>& ids) {
 }
 
 }  // namespace
-
-TEST(Reader, FillsTheRecordFromLiteralBytes) {
-    std::uint32_t status = 1;
-    const Record record = readPlain(minimalPacked(), &status);
-    ASSERT_EQ(status, ok);
-    const VantricCalibration& r = *record;
-    const VantricFrequencyRecord& f = r.frequencies[0];
-    const auto& [x, y, columns, rows] = r.imagerArea;
-    EXPECT_EQ(std::tuple(x, y, columns, rows), std::tuple(0, 0, 4, 1));
-    EXPECT_EQ(std::tuple(r.version, r.calibrationType, r.auxFlag), std::tuple(1, 3, 5));
-    EXPECT_EQ(Bytes(r.pixelMask, r.pixelMask + 4), (Bytes{1, 0, 1, 1}));
-    EXPECT_EQ(std::tuple(r.lensParameters[8], r.pixelValues[3], f.pixelTable[3], f.valuesB[3]),
-              std::tuple(1, 1, 1, 1));
-    EXPECT_EQ(std::tuple(r.frequencyCount, f.frequencyId, f.wigglingA.capacity,
-                         f.wigglingB.second[0], r.customFieldCount, r.firstCustomFieldId),
-              std::tuple(1, 80, 1, 1, 0, 128));
-    EXPECT_TRUE(std::isnan(f.scalar) && std::isnan(r.straylightScale));
-    EXPECT_TRUE(r.directions == nullptr && r.psf == nullptr);
-}
 
 // docs/formats.md lists a calibration byte by byte: offset in columns 0 to 3, bytes up to
 // column 39.
@@ -96,28 +85,29 @@ TEST(Reader, ReadsTheExampleOfTheDocument) {
     }
     ASSERT_EQ(data.size(), 181U);
     std::uint32_t status = 1;
-    const Record record = read(data, &status);
+    const Record record = readPlain(data, &status);
     ASSERT_EQ(status, ok);
-    EXPECT_EQ(record->lensParameters[4], -0.25F);
-    EXPECT_EQ(Bytes(record->pixelMask, record->pixelMask + 4), (Bytes{1, 0, 1, 1}));
+    const VantricCalibration& r = *record;
+    const VantricFrequencyRecord& f = r.frequencies[0];
+    const auto& [x, y, columns, rows] = r.imagerArea;
+    EXPECT_EQ(std::tuple(x, y, columns, rows), std::tuple(0, 0, 2, 2));
+    EXPECT_EQ(std::tuple(r.version, r.calibrationType, r.frequencyCount, r.customFieldCount,
+                         r.firstCustomFieldId, f.frequencyId, f.wigglingA.capacity),
+              std::tuple(1, 3, 1, 0, 128, 60000000, 1));
+    EXPECT_EQ(Bytes(r.pixelMask, r.pixelMask + 4), (Bytes{1, 0, 1, 1}));
     const float values[] = {-1, 0, 1, 3};
     const float table[] = {0.5F, 0.75F, 1.0F, 1.5F};
-    EXPECT_EQ(std::memcmp(record->pixelValues, values, sizeof values), 0);
-    EXPECT_EQ(std::memcmp(record->frequencies[0].pixelTable, table, sizeof table), 0);
-    EXPECT_EQ(record->frequencies[0].frequencyId, 60000000U);
-    const VantricWigglingTable& b = record->frequencies[0].wigglingB;
-    EXPECT_EQ(std::tuple(b.third[0], b.first[0], b.second[0]), std::tuple(0.25F, 2.0F, 3U));
+    EXPECT_EQ(std::memcmp(r.pixelValues, values, sizeof values), 0);
+    EXPECT_EQ(std::memcmp(f.pixelTable, table, sizeof table), 0);
+    EXPECT_EQ(std::tuple(r.lensParameters[4], f.valuesB[0], f.wigglingB.third[0],
+                         f.wigglingB.first[0], f.wigglingB.second[0]),
+              std::tuple(-0.25F, 1.0F, 0.25F, 2.0F, 3U));
+    EXPECT_TRUE(std::isnan(f.scalar) && std::isnan(r.straylightScale));
+    EXPECT_TRUE(r.directions == nullptr && r.psf == nullptr);
 }
 
 TEST(Reader, NamesTheStatusAndTheBlock) {
-    struct Case {
-        const char* name;
-        Bytes data;
-        std::uint32_t status;
-        std::uint32_t id;
-    };
-    Bytes version2 = minimalPacked();
-    version2[6] = 2;
+    using Case = std::tuple<const char*, Bytes, std::uint32_t, std::uint32_t>;
     const Bytes header = bytes("QOVRXF", 1, 0, 4, 0, 1);
     const Bytes five = customBlocks({128, 129, 130, 131, 132});
     const Bytes cutDate = {4, 2, 249, 255, 255, 255, 255};
@@ -127,7 +117,7 @@ TEST(Reader, NamesTheStatusAndTheBlock) {
     const Bytes text17 = bytes(5, 0, 17, std::string(17, 't'));
     const std::vector<Case> cases = {
         {"no header", bytes("QOVRXG", 1, 0, 4, 0, 1), notSupported, 255},
-        {"version 2", version2, notSupported, 255},
+        {"version 2", patched(minimalPacked(), 6, {2}), notSupported, 255},
         {"no end marker", header, endOfData, 255},
         {"nothing but the end marker", bytes(header, 255), fieldEmpty, 0},
         {"kind above 6", withBlock(0, {0, 7, 1, 5}), invalidData, 255},
@@ -160,14 +150,12 @@ TEST(Reader, NamesTheStatusAndTheBlock) {
         {"custom block cut short", withBlock(128, {128, 2, 9, 1}), endOfData, 128},
         {"cut sixth: too many first", withBlock(128, bytes(five, 200, 2, 9, 1)), tooSmall, 200},
     };
-    for (const Case& item : cases) {
-        SCOPED_TRACE(item.name);
-        const RXReadResult result = tryRead(item.data);
-        EXPECT_EQ(result.status, item.status) << std::hex << result.status;
-        EXPECT_EQ(result.failedBlockId, item.id);
-        std::uint32_t status = 0;
-        const Record record = readPlain(item.data, &status);
-        EXPECT_EQ(record != nullptr, item.status == ok);
+    for (const auto& [name, data, status, id] : cases) {
+        SCOPED_TRACE(name);
+        const RXReadResult result = tryRead(data);
+        EXPECT_EQ(result.status, status) << std::hex << result.status;
+        EXPECT_EQ(result.failedBlockId, id);
+        EXPECT_EQ(readPlain(data) != nullptr, status == ok);
     }
 }
 
@@ -190,8 +178,14 @@ TEST(Reader, SecondReadsStayInsideTheRecord) {
     const Record record = readPlain(minimalPacked());
     EXPECT_EQ(readInto(smallPacked(), *record).status, tooSmall);
     EXPECT_EQ(record->imagerArea.columns, 4U);
-    EXPECT_EQ(readInto(withBlock(2, {2, 5, 1, 1, 0, 0, 0, 1}), *record).status, ok);
-    EXPECT_EQ(Bytes(record->pixelMask, record->pixelMask + 4), (Bytes{1, 0, 0, 0}));
+    // A short mask leaves zeros behind it, also when a block behind it fails.
+    const Bytes shortMask = {2, 5, 1, 1, 0, 0, 0, 1};
+    for (const Bytes& behind : {floatBlock(3, 4), floatBlock(3, 3)}) {
+        EXPECT_EQ(readInto(withBlock(2, {2, 5, 4, 1, 0, 0, 0, 15}), *record).status, ok);
+        EXPECT_EQ(readInto(withBlocks(2, 3, bytes(shortMask, behind)), *record).status,
+                  behind.size() == 19 ? ok : countTooSmall);
+        EXPECT_EQ(Bytes(record->pixelMask, record->pixelMask + 4), (Bytes{1, 0, 0, 0}));
+    }
     for (const bool straylight : {false, true}) {  // comes with another PSF
         const Record full = read(smallPacked());
         EXPECT_EQ(readInto(straylight ? smallPacked() : minimalPacked(), *full).status, ok);
@@ -288,18 +282,11 @@ TEST(Reader, HonoursForeignTables) {
 
 TEST(Handler, AnswersFromTheHeaderAlone) {
     const Bytes header = bytes("QOVRXF", 1, 0, 224, 0, 172);
-    struct Case {
-        Bytes data;
-        int supported;
-        std::uint32_t pixels;
-    };
-    std::vector<Case> cases = {{header, 1, 38528},
-                               {bytes("QOVRXF", 2, 0, 2, 0, 3), 0, 6},
-                               {bytes("QOVRXX", 1, 0, 2, 0, 3), 0, notSupported}};
-    for (std::size_t size = 0; size < header.size(); ++size) {
-        cases.push_back({prefix(header, size), 0, endOfData});
-    }
-    for (const auto& [data, supported, pixels] : cases) {
+    using Case = std::tuple<Bytes, int, std::uint32_t>;
+    for (const auto& [data, supported, pixels] :
+         {Case{header, 1, 38528}, Case{bytes("QOVRXF", 2, 0, 2, 0, 3), 0, 6},
+          Case{bytes("QOVRXX", 1, 0, 2, 0, 3), 0, notSupported}, Case{{}, 0, endOfData},
+          Case{prefix(header, 10), 0, endOfData}}) {
         EXPECT_EQ(vantric_supportsRXCalibration(data.data(), data.size()), supported);
         EXPECT_EQ(static_cast<std::uint32_t>(vantric_getRXNumPixels(data.data(), data.size())),
                   pixels);
@@ -326,15 +313,52 @@ TEST(Handler, ComputesDirectionsAndLeavesTheRecordAloneOnFailure) {
     }
 }
 
-// Every shorter prefix of a calibration with all kinds of blocks fails with a documented status,
-// from buffers of exactly that size.
-TEST(Hostile, EveryTruncationIsRefused) {
+// Of every shorter prefix and every flipped bit, in buffers of exactly that size: a cut has the
+// status of a whole read, its lens and its mask.
+TEST(Hostile, ACutHasTheStatusOfAWholeRead) {
+    const auto statusOf = [](const Bytes& data) {
+        std::uint32_t status = 0;
+        const Record whole = read(data, &status);
+        const auto cut = readThroughHandlers(data.data(), data.size(), Wanted::cut, true);
+        EXPECT_EQ(cut.status, status);
+        EXPECT_EQ(cut.record == nullptr, whole == nullptr);
+        EXPECT_TRUE(whole == nullptr ||
+                    (std::memcmp(whole->lensParameters, cut.record->lensParameters, 36) == 0 &&
+                     std::memcmp(whole->pixelMask, cut.record->pixelMask, cut.numPixels) == 0));
+        return status;
+    };
     for (const Bytes& good : {minimalPacked(), smallPacked()}) {
-        ASSERT_NE(read(good), nullptr);
+        EXPECT_EQ(statusOf(good), ok);
         for (std::size_t size = 0; size < good.size(); ++size) {
-            std::uint32_t status = 0;
-            EXPECT_EQ(read(prefix(good, size), &status), nullptr);
-            EXPECT_EQ(status, size < 11 ? notSupported : endOfData) << size;
+            EXPECT_EQ(statusOf(prefix(good, size)), size < 11 ? notSupported : endOfData) << size;
+        }
+        for (std::size_t bit = 0; bit < 8 * good.size(); ++bit) {
+            SCOPED_TRACE(bit);
+            statusOf(flipped(good, bit));
         }
     }
+}
+
+// What people get without options is a module that the whole road accepts.
+TEST(Writer, DefaultModuleHasEverything) {
+    std::uint32_t status = 1;
+    const Record record = read(writer::packCalibration(writer::makeCalibration({})), &status);
+    ASSERT_EQ(status, ok);
+    EXPECT_EQ(std::tuple(record->imagerArea.columns, record->imagerArea.rows),
+              std::tuple(224, 172));
+    const std::uint8_t* mask = record->pixelMask;
+    EXPECT_TRUE(mask[0] == 0 && mask[223] == 0 && mask[86 * 224 + 112] != 0);
+    ASSERT_NE(record->psf, nullptr);
+    EXPECT_TRUE(std::is_sorted(record->psf + 1, record->psf + 112, std::greater<>()));
+    for (const float* d = record->directions; d < record->directions + 3 * 38528; d += 3) {
+        EXPECT_NEAR(d[0] * d[0] + d[1] * d[1] + d[2] * d[2], 1.0F, 1e-5F);
+    }
+}
+
+// The fuzz targets read images back; these are refused.
+TEST(Writer, KorvelineImagesHaveLimits) {
+    EXPECT_THROW(writer::makeKorvelineImage(Bytes(9), {0x2067, {}}), std::invalid_argument);
+    EXPECT_THROW(writer::makeKorvelineImage(Bytes(65536)), std::length_error);
+    EXPECT_THROW(writer::makeKorvelineImage(Bytes(65535 - 127), {0x2068, Bytes(5)}),
+                 std::length_error);
 }

@@ -201,16 +201,16 @@ TEST_F(Tessaly, CopyStraylightFillsTheRunOfTheRecord) {
               std::tuple(31, 32, 13, 13, nullptr));
 
     const float infinity = std::numeric_limits<float>::infinity();
-    const std::pair<float, std::uint32_t> conversions[] = {{0.99F, 0},
-                                                           {-0.5F, 0},
-                                                           {-7, 0},
-                                                           {223.999F, 223},
-                                                           {4294967040.0F, 4294967040U},
-                                                           {0x1p32F, 0xFFFFFFFFU},
-                                                           {infinity, 0xFFFFFFFFU},
-                                                           {-infinity, 0},
-                                                           {expected[14], 0}};
-    for (const auto& [value, converted] : conversions) {
+    using Conversion = std::pair<float, std::uint32_t>;
+    for (const auto& [value, converted] : {Conversion{0.99F, 0},
+                                           {-0.5F, 0},
+                                           {-7, 0},
+                                           {223.999F, 223},
+                                           {4294967040.0F, 4294967040U},
+                                           {0x1p32F, 0xFFFFFFFFU},
+                                           {infinity, 0xFFFFFFFFU},
+                                           {-infinity, 0},
+                                           {expected[14], 0}}) {
         source[30] = source[31] = value;
         EXPECT_EQ(copy(128, 140), ok);
         EXPECT_EQ(r.psfWidth, converted);
@@ -247,17 +247,13 @@ TEST(Hooks, CopyWigglingSplitsTheBlock) {
 }
 
 TEST(Validation, NamesTheBlockThatIsMissing) {
-    struct Case {
-        const char* name;
-        std::vector<std::uint32_t> met;
-        std::uint32_t status, id;
-    };
-    const std::vector<std::uint32_t> complete = {0, 1, 2, 3, 16, 17, 18, 19, 21, 22};
-    const auto with = [&](std::vector<std::uint32_t> more) {
+    using Met = std::vector<std::uint32_t>;
+    const Met complete = {0, 1, 2, 3, 16, 17, 18, 19, 21, 22};
+    const auto with = [&](Met more) {
         more.insert(more.begin(), complete.begin(), complete.end());
         return more;
     };
-    std::vector<Case> cases = {
+    std::vector<std::tuple<const char*, Met, std::uint32_t, std::uint32_t>> cases = {
         {"complete", complete, ok, 255},
         {"with the optional kind", with({20}), ok, 255},
         {"nothing", {}, fieldEmpty, 0},
@@ -273,21 +269,22 @@ TEST(Validation, NamesTheBlockThatIsMissing) {
         {"two lack blocks", with({23, 24, 26, 28, 29, 30, 31, 32, 33, 35, 36}), fieldEmpty, 25},
     };
     for (std::size_t i = 0; i < complete.size(); ++i) {
-        cases.push_back({"one required block missing", complete, fieldEmpty, complete[i]});
-        cases.back().met.erase(cases.back().met.begin() + static_cast<std::ptrdiff_t>(i));
+        Met met = complete;
+        met.erase(met.begin() + static_cast<std::ptrdiff_t>(i));
+        cases.emplace_back("one required block missing", met, fieldEmpty, complete[i]);
     }
-    for (const Case& item : cases) {
-        SCOPED_TRACE(item.name);
+    for (const auto& [name, met, status, missing] : cases) {
+        SCOPED_TRACE(name);
         const Record record(allocateCalibration(6));
         const Table table(vantric_createTessalyTable(record.get(), 6));
-        for (const std::uint32_t id : item.met) {
+        for (const std::uint32_t id : met) {
             meet(*table, id);
         }
         RXReadResult result = {1, 255};
-        EXPECT_EQ(validateWholeCalibration(table.get(), &result), item.status);
-        EXPECT_EQ(result.failedBlockId, item.id);
-        EXPECT_EQ(result.status, item.status == ok ? 1 : item.status);
-        EXPECT_EQ(validateWholeCalibration(table.get(), nullptr), item.status);
+        EXPECT_EQ(validateWholeCalibration(table.get(), &result), status);
+        EXPECT_EQ(result.failedBlockId, missing);
+        EXPECT_EQ(result.status, status == ok ? 1 : status);
+        EXPECT_EQ(validateWholeCalibration(table.get(), nullptr), status);
     }
 }
 

@@ -16,12 +16,11 @@ from calcut import fleet
 from distributed import Client
 from pandas.testing import assert_frame_equal
 
-failed = []
-passed = []
+results = []
 
 
 def check(name, good):
-    (passed if good else failed).append(name)
+    results.append(bool(good))
     print("ok     " if good else "FAILED ", name, flush=True)
 
 
@@ -40,11 +39,8 @@ def damage(paths):
     for place, path in enumerate(chosen):
         data = path.read_bytes()
         middle = len(data) // 2
-        path.write_bytes(
-            [data[:middle], b"\xff" * len(data), b"", data[:middle] + bytes([data[middle] ^ 4]) + data[middle + 1 :]][
-                place % 4
-            ]
-        )
+        changed = data[:middle] + bytes([data[middle] ^ 4]) + data[middle + 1 :]
+        path.write_bytes([data[:middle], b"\xff" * len(data), b"", changed][place % 4])
     return {str(path) for path in chosen}
 
 
@@ -59,10 +55,8 @@ def measured(what, paths, client, **options):
     table = fleet.summarise(paths, client, **options)
     seconds, moved = time.monotonic() - start, loopback() - before
     read = sum(path.stat().st_size for path in paths) / len(paths)
-    print(
-        f"{what}: {len(paths) / seconds:.0f} dumps/s; bytes a dump: {read:.0f} read by workers, "
-        f"{moved / len(paths):.0f} through the scheduler"
-    )
+    print(f"{what}: {len(paths) / seconds:.0f} dumps/s; bytes a dump: {read:.0f} read by workers, "
+          f"{moved / len(paths):.0f} through the scheduler")
     return table
 
 
@@ -106,8 +100,8 @@ def main():
         check("a dump that ends its worker has a row that says so", table["result"][40] == "lost")
         rest = table.drop(40).reset_index(drop=True)
         check("and its neighbours have theirs", equal(rest, expected[:80]))
-    print(f"{len(passed)} passed, {len(failed)} failed")
-    return 1 if failed else 0
+    print(f"{results.count(True)} passed, {results.count(False)} failed")
+    return 0 if all(results) else 1
 
 
 if __name__ == "__main__":

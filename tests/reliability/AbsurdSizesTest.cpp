@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <tuple>
 
 #include "calcut/cutter.h"
 #include "Child.h"
@@ -77,31 +78,10 @@ TEST(AbsurdSizes, ImagesThatAreClaimed) {
     }
 }
 
-TEST(AbsurdSizes, CountsOfEveryBlockCutShortAnywhere) {
-    for (const std::uint32_t count : {0xFFFFFFFFU, 0x80000000U, 0x7FFFFFFFU, 0x40000001U}) {
-        for (unsigned kind = 0; kind <= 6; ++kind) {
-            for (const int id : {0, 1, 2, 3, 4, 5, 7, 8, 9, 16, 17, 18, 21, 128, 254}) {
-                const Bytes data =
-                    bytes(header(8, 4), longCount(static_cast<unsigned>(id), kind, count), 31,
-                          Bytes(8, 0x40));
-                for (std::size_t size = 12; size <= data.size(); ++size) {
-                    std::uint32_t status = 0;
-                    fixtures::read(prefix(data, size), &status);
-                    EXPECT_TRUE(isFailure(status)) << id << ", kind " << kind << ", " << count;
-                }
-            }
-        }
-    }
-}
-
 // The record of a small calibration with its end marker taken off.
 Bytes openCalibration(std::uint32_t psfWidth = 1, std::uint32_t psfHeight = 1) {
-    writer::CalibrationOptions options;
-    options.columns = 8;
-    options.rows = 4;
-    options.frequencies = 1;
-    options.custom = 0;
-    writer::Calibration calibration = writer::makeCalibration(options);
+    writer::Calibration calibration =
+        writer::makeCalibration({.columns = 8, .rows = 4, .frequencies = 1, .custom = 0});
     calibration.straylight->psfWidth = psfWidth;
     calibration.straylight->psfHeight = psfHeight;
     Bytes data = writer::packCalibration(calibration);
@@ -133,24 +113,18 @@ TEST(AbsurdSizes, CustomBlocksAndPsfSizes) {
     }
 }
 
-// With these bytes from that offset on.
-Bytes with(Bytes image, std::size_t offset, const Bytes& patch) {
-    std::copy(patch.begin(), patch.end(), image.begin() + static_cast<std::ptrdiff_t>(offset));
-    return image;
-}
-
 TEST(AbsurdSizes, Images) {
     const Bytes v7 = v7Image(minimalPacked());
     const Bytes korveline = korvelineImage(minimalPacked(), 1);
     for (const std::uint32_t number : {0xFFFFFFFFU, 0x80000000U, 0x7FFFFFFFU, 0x10000U}) {
         const Bytes little = bytes(number, number >> 8, number >> 16, number >> 24);
-        const Bytes elsewhere = with(korveline, 52, little);
+        const Bytes elsewhere = patched(korveline, 52, little);
         const std::pair<int, Bytes> images[] = {
-            {CALCUT_LAYOUT_V7, with(v7, 12, little)},
+            {CALCUT_LAYOUT_V7, patched(v7, 12, little)},
             {CALCUT_LAYOUT_KORVELINE, elsewhere},
             // Of length 0 or 65535, with the checksum of nothing.
-            {CALCUT_LAYOUT_KORVELINE, with(elsewhere, 56, Bytes(6))},
-            {CALCUT_LAYOUT_KORVELINE, with(elsewhere, 56, bytes(0xFF, 0xFF, 0, 0, 0, 0))}};
+            {CALCUT_LAYOUT_KORVELINE, patched(elsewhere, 56, Bytes(6))},
+            {CALCUT_LAYOUT_KORVELINE, patched(elsewhere, 56, bytes(0xFF, 0xFF, 0, 0, 0, 0))}};
         for (const auto& [layout, image] : images) {
             const TempDir out;
             const std::string dump = out / "dump";
@@ -169,12 +143,7 @@ TEST(AbsurdSizes, MemoryOfReads) {
     if (!measuresMemory) {
         GTEST_SKIP() << "memory is measured in builds without sanitizers, on the machine itself";
     }
-    struct Case {
-        std::uint16_t columns, rows;
-        unsigned valueBits;
-        bool shortMask;
-        std::size_t mostPerByte;
-    };
+    using Case = std::tuple<std::uint16_t, std::uint16_t, unsigned, bool, std::size_t>;
     const auto expectRead = [](std::size_t most, const std::string& name, const Bytes& data) {
         expectWithin(most, name, [&] { return fixtures::read(data) != nullptr; });
     };

@@ -21,23 +21,19 @@ namespace reliability {
 namespace {
 
 // A child that does not return from main keeps its counts to itself otherwise.
-void writeCoverage() {
+void writeCoverage([[maybe_unused]] int signal) {
 #if defined(CALCUT_COVERAGE)
     __gcov_dump();
+    if (signal != 0) {
+        std::signal(signal, SIG_DFL);
+        std::raise(signal);
+    }
 #endif
 }
-
-#if defined(CALCUT_COVERAGE)
-void onAbort(int signal) {
-    writeCoverage();
-    std::signal(signal, SIG_DFL);
-    std::raise(signal);
-}
-#endif
 
 void prepare(unsigned seconds) {
 #if defined(CALCUT_COVERAGE)
-    std::signal(SIGABRT, onAbort);
+    std::signal(SIGABRT, writeCoverage);
 #endif
     const rlimit noCore = {0, 0};
     ::setrlimit(RLIMIT_CORE, &noCore);
@@ -85,7 +81,7 @@ Outcome inChild(const std::function<std::string()>& work, unsigned seconds) {
         prepare(seconds);
         const std::string message = messageOf(work);
         static_cast<void>(std::fflush(stdout));
-        writeCoverage();
+        writeCoverage(0);
         const ssize_t written = ::write(ends[1], message.data(), message.size());
         ::_exit(written == static_cast<ssize_t>(message.size()) ? 0 : 1);
     }

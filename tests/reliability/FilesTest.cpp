@@ -75,6 +75,10 @@ class Files : public ::testing::Test {
         fs::permissions(out, fs::perms::all);
     }
 
+    void shell(const std::string& line) const {
+        ASSERT_EQ(std::system(("cd " + directory.path() + " && { " + line + "; }").c_str()), 0);
+    }
+
     [[nodiscard]] static std::string cut(const std::string& file, const std::string& to) {
         const int result = cutEEPROMContent(CALCUT_LAYOUT_V7, file.c_str(), to.c_str(), nullptr);
         return result == 0 ? "was cut" : result == 1 ? "was refused" : "wrong result";
@@ -95,21 +99,15 @@ class Files : public ::testing::Test {
 TEST_F(Files, OutputsThatCannotBeMade) {
     const std::string file = out + "/qov.spc";
     const std::string tooLong = out + "/" + std::string(5000, 'x');
-    const std::function<void()> preparations[] = {[&] { fs::remove(out); },
-                                                  [&] {
-                                                      fs::remove(out);
-                                                      writeBytes(out, {1});
-                                                  },
-                                                  [&] { fs::permissions(out, fs::perms(0555)); },
-                                                  [&] {
-                                                      writeBytes(file, {});
-                                                      fs::permissions(file, fs::perms(0444));
-                                                  },
-                                                  [&] { ::mkfifo(file.c_str(), 0666); },
-                                                  [] {}};
+    const char* const preparations[] = {"rmdir out",
+                                        "rmdir out; echo 1 >out",
+                                        "chmod 555 out",
+                                        "touch out/qov.spc; chmod 444 out/qov.spc",
+                                        "mkfifo -m 666 out/qov.spc",
+                                        ":"};
     for (std::size_t i = 0; i < std::size(preparations); ++i) {
         makeOut();
-        preparations[i]();
+        shell(preparations[i]);
         const Outcome outcome = inChild([&] {
             dropPrivileges();
             return cut(dump, i == 5 ? tooLong : out);
@@ -143,43 +141,27 @@ TEST_F(Files, AreClosedOnExec) {
 
 TEST_F(Files, DumpsThatCannotBeRead) {
     const std::string odd = directory / "odd";
-    const auto makeSocket = [&] {
-        const int file = ::socket(AF_UNIX, SOCK_STREAM, 0);
-        sockaddr_un address = {AF_UNIX, {}};
-        odd.copy(address.sun_path, sizeof address.sun_path - 1);
-        ASSERT_EQ(::bind(file, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-        ::close(file);
-    };
-    struct Case {
-        const char* name;
-        std::function<void()> make;
-        bool closed = false;  // to another user
-    };
-    const Case cases[] = {{"missing", [] {}},
-                          {"empty", [&] { writeBytes(odd, {}); }},
-                          {"directory", [&] { fs::create_directory(odd); }},
-                          {"pipe", [&] { ASSERT_EQ(::mkfifo(odd.c_str(), 0666), 0); }},
-                          {"unreadable", [&] { writeBytes(odd, image); }, true},
-                          {"in an unreadable directory", [&] { fs::create_directory(odd); }, true},
-                          {"endless loop of links", [&] { fs::create_symlink(odd, odd); }},
-                          {"character device", [&] { fs::create_symlink("/dev/zero", odd); }},
-                          {"socket", makeSocket}};
-    for (const auto& [name, make, closed] : cases) {
-        make();
-        const std::string path = closed && fs::is_directory(odd) ? odd + "/dump" : odd;
-        if (closed) {
-            fs::permissions(odd, fs::perms::none);
-        }
-        const auto asUser = [&, closed = closed](const std::function<std::string()>& work) {
+    const int file = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address = {AF_UNIX, {}};
+    (directory / "socket").copy(address.sun_path, sizeof address.sun_path - 1);
+    ASSERT_EQ(::bind(file, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    ::close(file);
+    for (const std::string make :
+         {":", ": >odd", "mkdir odd", "mkfifo -m 666 odd", "cp dump odd; chmod 0 odd",
+          "mkdir odd; chmod 0 odd", "ln -s odd odd", "ln -s /dev/zero odd", "mv socket odd"}) {
+        shell(make);
+        const bool closed = make.ends_with("chmod 0 odd");  // to another user
+        const std::string path = make.starts_with("mkdir odd;") ? odd + "/dump" : odd;
+        const auto asUser = [&](const std::function<std::string()>& work) {
             if (closed) {
                 dropPrivileges();
             }
             return work();
         };
         const Outcome cutting = inChild([&] { return asUser([&] { return cut(path, out); }); });
-        EXPECT_TRUE(cutting.aborted()) << name << ": " << cutting.text();
+        EXPECT_TRUE(cutting.aborted()) << make << ": " << cutting.text();
         const Outcome reading = inChild([&] { return asUser([&] { return readLens(path); }); });
-        EXPECT_EQ(reading.message, "was refused") << name << ": " << reading.text();
+        EXPECT_EQ(reading.message, "was refused") << make << ": " << reading.text();
         if (closed) {
             fs::permissions(odd, fs::perms::all);
         }

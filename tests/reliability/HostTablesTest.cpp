@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -122,30 +121,6 @@ TEST_F(HostTables, ARecordHasTheRoomOfItsSmallestImage) {
     EXPECT_NE(readSize(4, 8), tooSmall);
     EXPECT_EQ(record->directions, nullptr);  // as many pixels, but other ones
     EXPECT_EQ(readSize(8, 5), tooSmall);
-    for (const auto& [columns, rows] : {std::pair{68, 0}, {0, 5}}) {
-        const Record one = readPlain(data);
-        record.swap(const_cast<Record&>(one));
-        EXPECT_NE(readSize(static_cast<std::uint8_t>(columns), static_cast<std::uint8_t>(rows)),
-                  ok);
-        EXPECT_EQ(vantric_addDirections(record.get(), nullptr, 0), ok);
-        EXPECT_EQ(readSize(8, 4), tooSmall);
-        EXPECT_EQ(readSize(1, 1), tooSmall);
-    }
-}
-
-// Also when a block behind the mask fails.
-TEST_F(HostTables, AShortMaskLeavesZerosBehindIt) {
-    std::memset(record->pixelMask, 1, 32);
-    calcut::writer::PackedWriter out(8, 4);
-    out.raw(RX_BLOCK_AUX_FLAG, Bytes{1});
-    out.floats(RX_BLOCK_LENS_PARAMETERS, std::array<float, 9>{});
-    out.packedUints(RX_BLOCK_MASK, std::array<std::uint32_t, 3>{1, 1, 1}, 1);
-    out.raw(RX_BLOCK_PIXEL_VALUES, Bytes{1});
-    const Bytes broken = out.finish();
-    EXPECT_EQ(vantric_dispatchReadCalibration(broken.data(), broken.size(), record.get()),
-              VANTRIC_ERR_COUNT_TOO_SMALL);
-    EXPECT_EQ(Bytes(record->pixelMask, record->pixelMask + 4), (Bytes{1, 1, 1, 0}));
-    EXPECT_EQ(std::count(record->pixelMask, record->pixelMask + 32, 0), 29);
 }
 
 }  // namespace

@@ -57,12 +57,8 @@ void refuseEach(const Sizes& documentedAborts, const Scenario& scenario,
 constexpr std::size_t pixels = 45;
 
 Bytes packed() {
-    calcut::writer::CalibrationOptions options;
-    options.columns = 9;
-    options.rows = 5;
-    options.frequencies = 2;
-    options.custom = 3;
-    return calcut::writer::packCalibration(calcut::writer::makeCalibration(options));
+    return calcut::writer::packCalibration(
+        calcut::writer::makeCalibration({.columns = 9, .rows = 5, .frequencies = 2, .custom = 3}));
 }
 
 const Sizes recordParts = {
@@ -71,18 +67,14 @@ const Sizes recordParts = {
     VANTRIC_ID_BYTES,           VANTRIC_CUSTOM_FIELDS * sizeof(VantricCustomField)};
 const Sizes curveParts = {sizeof(VantricPoly), 14 * sizeof(float)};
 
-// A cut makes a record and the table, a whole read the curve through 14 profile points too.
-Sizes cutParts() {
-    Sizes sizes = recordParts;
-    sizes.insert(sizeof(RXBlockTable));
+Sizes with(Sizes sizes, const Sizes& more) {
+    sizes.insert(more.begin(), more.end());
     return sizes;
 }
 
-Sizes readParts() {
-    Sizes sizes = cutParts();
-    sizes.insert(curveParts.begin(), curveParts.end());
-    return sizes;
-}
+// A cut makes a record and the table, a whole read the curve through 14 profile points too.
+const Sizes cutParts = with(recordParts, {sizeof(RXBlockTable)});
+const Sizes readParts = with(cutParts, curveParts);
 
 std::string refuseUnless(bool good, std::uint32_t status) {
     return good ? "" : "wrong with status " + std::to_string(status);
@@ -94,7 +86,7 @@ bool isOkOrTooSmall(std::uint32_t status) {
 
 TEST(MemoryExhaustion, Read) {
     const Bytes data = packed();
-    refuseEach(readParts(), [&](const Refusal& refusal) {
+    refuseEach(readParts, [&](const Refusal& refusal) {
         VantricCalibration* record = nullptr;
         std::uint32_t status = 0;
         refusal.in([&] { status = vantric_readCalibration(data.data(), data.size(), &record); });
@@ -155,12 +147,10 @@ TEST(MemoryExhaustion, Copy) {
 
 TEST(MemoryExhaustion, Cuts) {
     using Names = std::vector<std::string>;
-    calcut::writer::KorvelineOptions options;
-    options.signature = Bytes(64, 1);
     const std::tuple<int, Bytes, Names> cases[] = {
         {CALCUT_LAYOUT_V7, v7Image(packed()), {"lensdata.dat", "qov.spc"}},
         {CALCUT_LAYOUT_KORVELINE,
-         calcut::writer::makeKorvelineImage(packed(), options),
+         calcut::writer::makeKorvelineImage(packed(), {.signature = Bytes(64, 1)}),
          {"lensdata.dat", "qov.spc", "signature.bin"}}};
     for (const auto& [layout, image, names] : cases) {
         const TempDir whole;
@@ -191,7 +181,7 @@ TEST(MemoryExhaustion, Cuts) {
                        ? ""
                        : "result " + std::to_string(result);
         };
-        refuseEach(cutParts(), scenario, sizeof(EEPROMMetaInformation));
+        refuseEach(cutParts, scenario, sizeof(EEPROMMetaInformation));
     }
 }
 

@@ -38,11 +38,9 @@ void together(Work work) {
 }
 
 Bytes calibration(unsigned number) {
-    calcut::writer::CalibrationOptions options;
-    options.columns = static_cast<std::uint16_t>(16 + number);
-    options.rows = 12;
-    options.seed = number;
-    return calcut::writer::packCalibration(calcut::writer::makeCalibration(options));
+    const auto columns = static_cast<std::uint16_t>(16 + number);
+    return calcut::writer::packCalibration(
+        calcut::writer::makeCalibration({.columns = columns, .rows = 12, .seed = number}));
 }
 
 std::size_t pixelsOf(const VantricCalibration& record) {

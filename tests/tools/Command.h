@@ -30,13 +30,16 @@ inline std::string text(const std::string& path) {
     return {bytes.begin(), bytes.end()};
 }
 
+inline Outcome outcomeOf(const TempDir& dir, int status) {
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), text(dir / ".out"),
+            text(dir / ".err")};
+}
+
 // Runs a shell line inside dir, where $C is the command.
 inline Outcome shell(const TempDir& dir, const std::string& line) {
     const std::string whole = "cd " + dir.path() + " && C='" CALCUT_COMMAND "' && { " + line +
                               "; } >.out 2>.err </dev/null";
-    const int status = std::system(whole.c_str());
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), text(dir / ".out"),
-            text(dir / ".err")};
+    return outcomeOf(dir, std::system(whole.c_str()));
 }
 
 // Runs calcut with the words of a shell line, inside dir.
@@ -61,8 +64,7 @@ inline Outcome runAndSignal(const TempDir& dir, const std::string& words, const 
     kill(child, signal);
     int status = 0;
     waitpid(child, &status, 0);
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), text(dir / ".out"),
-            text(dir / ".err")};
+    return outcomeOf(dir, status);
 }
 
 inline std::size_t lines(const std::string& text) {
@@ -92,15 +94,6 @@ inline std::map<std::string, Bytes> tree(const std::string& folder) {
             entry.is_regular_file() ? readBytes(entry.path().string()) : Bytes();
     }
     return files;
-}
-
-// What is directly in a folder.
-inline std::vector<std::string> namesIn(const std::string& folder) {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(folder)) {
-        names.push_back(entry.path().filename().string());
-    }
-    return names;
 }
 
 }  // namespace command

@@ -5,6 +5,7 @@
 #include <functional>
 #include <limits>
 #include <nlohmann/json.hpp>
+#include <tuple>
 
 #include "fixtures.h"
 #include "tools/compare/Compare.h"
@@ -30,9 +31,7 @@ Json compared(const Bytes& a, const Bytes& b, std::optional<double> tolerance = 
 Bytes packed(const Change& change, unsigned valueBits = 0) {
     Calibration calibration = smallCalibration();
     change(calibration);
-    calcut::writer::PackOptions options;
-    options.valueBits = valueBits;
-    return calcut::writer::packCalibration(calibration, options);
+    return calcut::writer::packCalibration(calibration, {.valueBits = valueBits});
 }
 
 void unchanged(Calibration& /*calibration*/) {}
@@ -50,12 +49,8 @@ Json tableOf(const Json& tree, const std::string& name) {
 
 TEST(Compare, EveryBitThatStillReadsIsADifference) {
     // 36 pixels: no flipped bit makes another spelling of the same count.
-    calcut::writer::CalibrationOptions options;
-    options.columns = 9;
-    options.rows = 4;
-    options.frequencies = 1;
-    const Bytes original =
-        calcut::writer::packCalibration(calcut::writer::makeCalibration(options));
+    const Bytes original = calcut::writer::packCalibration(
+        calcut::writer::makeCalibration({.columns = 9, .rows = 4, .frequencies = 1}));
     const Diagnosis about = diagnosisOf(original);
     EXPECT_TRUE(compared(original, original)["equal"].get<bool>());
     EXPECT_TRUE(compared(original, v7Image(original))["equal"].get<bool>());
@@ -74,40 +69,37 @@ TEST(Compare, EveryBitThatStillReadsIsADifference) {
 
 TEST(Compare, WhereAndByHowMuch) {
     const Bytes original = packed(unchanged);
-    struct Case {
-        const char* name;
-        Change change;
-        const char* table;  ///< the only one that differs, or none
-        const char* value;  ///< the only other value that differs, or none
-    };
+    // The only table that differs, or none; the only other value that does, or none.
+    using Case = std::tuple<Change, const char*, const char*>;
     const std::vector<Case> cases = {
-        {"mask", [](Calibration& c) { c.mask[9] ^= 1; }, "mask", nullptr},
-        {"pixel value", [](Calibration& c) { c.pixelValues[9] += 0.5F; }, "pixel_values", nullptr},
-        {"table", [](Calibration& c) { c.frequencies[1].pixelTable[9] -= 0.5F; },
-         "frequency_1_pixel_table", nullptr},
-        {"text", [](Calibration& c) { c.text1 = "another"; }, nullptr, "text1"},
-        {"custom", [](Calibration& c) { c.custom[1].back() ^= 1; }, nullptr, "custom.129"},
-        {"values", [](Calibration& c) { c.frequencies[0].valuesB[1] += 1.0F; }, nullptr,
+        {[](Calibration& c) { c.mask[9] ^= 1; }, "mask", nullptr},
+        {[](Calibration& c) { c.pixelValues[9] += 0.5F; }, "pixel_values", nullptr},
+        {[](Calibration& c) { c.frequencies[1].pixelTable[9] -= 0.5F; }, "frequency_1_pixel_table",
+         nullptr},
+        {[](Calibration& c) { c.text1 = "another"; }, nullptr, "text1"},
+        {[](Calibration& c) { c.custom[1].back() ^= 1; }, nullptr, "custom.129"},
+        {[](Calibration& c) { c.frequencies[0].valuesB[1] += 1.0F; }, nullptr,
          "frequencies.0.valuesB.1"},
     };
-    for (const Case& test : cases) {
-        const Json tree = compared(original, packed(test.change));
-        EXPECT_FALSE(tree["equal"].get<bool>()) << test.name;
+    for (const auto& [change, name, value] : cases) {
+        const Json tree = compared(original, packed(change));
+        SCOPED_TRACE(tree);
+        EXPECT_FALSE(tree["equal"].get<bool>());
         for (const Json& table : tree["tables"]) {
-            const bool expected = test.table != nullptr && table["name"] == test.table;
-            EXPECT_EQ(table["differs"].get<bool>(), expected) << test.name << table;
-            EXPECT_EQ(table["differing"], expected ? 1 : 0) << test.name;
+            const bool expected = name != nullptr && table["name"] == name;
+            EXPECT_EQ(table["differs"].get<bool>(), expected);
+            EXPECT_EQ(table["differing"], expected ? 1 : 0);
             if (expected) {
                 const double size = table["max"]["difference"].get<double>();
-                EXPECT_EQ(table["max"]["column"], 1) << test.name;
-                EXPECT_EQ(table["max"]["row"], 1) << test.name;
+                EXPECT_EQ(table["max"]["column"], 1);
+                EXPECT_EQ(table["max"]["row"], 1);
                 EXPECT_FLOAT_EQ(table["rms"].get<float>(),
                                 static_cast<float>(std::abs(size) / std::sqrt(32.0)));
-                EXPECT_EQ(size < 0, test.table != std::string("pixel_values"));
+                EXPECT_EQ(size < 0, name != std::string("pixel_values"));
             }
         }
-        ASSERT_EQ(tree["values"].size(), test.value == nullptr ? 0U : 1U) << tree["values"];
-        EXPECT_TRUE(test.value == nullptr || tree["values"][0]["name"] == test.value) << test.name;
+        ASSERT_EQ(tree["values"].size(), value == nullptr ? 0U : 1U);
+        EXPECT_TRUE(value == nullptr || tree["values"][0]["name"] == value);
     }
 }
 
@@ -142,18 +134,13 @@ TEST(Compare, ToleranceAppliesToValuesNotToHowTheyAreStored) {
     const Bytes coarse = packed(unchanged, 12);
     const Bytes text = packed([](Calibration& c) { c.text2 = "another"; });
     const Bytes fewer = packed([](Calibration& c) { c.frequencies.pop_back(); });
-    struct Case {
-        const Bytes& other;
-        std::optional<double> tolerance;
-        bool equal;
-    };
-    const std::vector<Case> cases = {
-        {shifted, {}, false}, {shifted, 0.2, false}, {shifted, 0.25, true}, {coarse, {}, false},
-        {coarse, 0.01, true}, {text, 1e9, false},    {fewer, 1e9, false},   {original, 0.0, true},
-    };
-    for (std::size_t i = 0; i < cases.size(); ++i) {
-        EXPECT_EQ(compared(original, cases[i].other, cases[i].tolerance)["equal"], cases[i].equal)
-            << "case " << i;
+    using Case = std::tuple<Bytes, std::optional<double>, bool>;
+    for (const auto& [other, tolerance, equal] :
+         {Case{shifted, {}, false}, Case{shifted, 0.2, false}, Case{shifted, 0.25, true},
+          Case{coarse, {}, false}, Case{coarse, 0.01, true}, Case{text, 1e9, false},
+          Case{fewer, 1e9, false}, Case{original, 0.0, true}}) {
+        const Json tree = compared(original, other, tolerance);
+        EXPECT_EQ(tree["equal"], equal) << tree;
     }
 }
 
@@ -166,11 +153,10 @@ TEST(Compare, WhatIsNotFinite) {
         return Table{"t", "t", 6, 1, 1, {}, values};
     };
     const TableDifference difference = differenceOf(table(a), table(b), 1.0);
-    EXPECT_EQ(difference.differing, 3U);
-    EXPECT_EQ(difference.unmeasured, 2U);
-    EXPECT_EQ(difference.max, 2.0);
-    EXPECT_EQ(difference.maxAt, 4U);
-    EXPECT_EQ(difference.rms, 1.0);  // of the four that can be measured
+    // The root of the mean square is that of the four that can be measured.
+    EXPECT_EQ(std::tuple(difference.differing, difference.unmeasured, difference.max,
+                         difference.maxAt, difference.rms),
+              std::tuple(3, 2, 2.0, 4, 1.0));
 }
 
 TEST(Compare, ExitStatuses) {
@@ -178,15 +164,11 @@ TEST(Compare, ExitStatuses) {
     writeBytes(dir / "a.png", smallPacked());
     writeBytes(dir / "b", packed([](Calibration& c) { c.text1 = "another"; }));
     writeBytes(dir / "broken", prefix(smallPacked(), 100));
-    struct Case {
-        const char *a, *b, *output;
-        int status;
-    };
-    const std::vector<Case> cases = {
-        {"a.png", "a.png", "", 0},  {"a.png", "b", "", 1},      {"a.png", "missing", "", 2},
-        {"broken", "a.png", "", 2}, {"b", "a.png", "a.png", 2}, {"b", "a.png", "no/x.png", 2},
-    };
-    for (const auto& [a, b, output, status] : cases) {
+    using Case = std::tuple<const char*, const char*, const char*, int>;
+    for (const auto& [a, b, output, status] :
+         {Case{"a.png", "a.png", "", 0}, Case{"a.png", "b", "", 1}, Case{"a.png", "missing", "", 2},
+          Case{"broken", "a.png", "", 2}, Case{"b", "a.png", "a.png", 2},
+          Case{"b", "a.png", "no/x.png", 2}}) {
         CompareOptions options;
         options.a = dir / a;
         options.b = dir / b;

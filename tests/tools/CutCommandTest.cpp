@@ -29,7 +29,6 @@ TEST(CutCommand, NeverWritesToWhatItReads) {
     for (const std::string& words : lines) {
         const Outcome result = run(dir, words);
         EXPECT_EQ(result.status, 1) << words;
-        EXPECT_EQ(lines.size(), 10U);
         auto after = tree(dir.path());
         after[dir / ".out"] = before.at(dir / ".out");
         after[dir / ".err"] = before.at(dir / ".err");
@@ -190,7 +189,7 @@ TEST(CutCommand, AnInterruptedBatchLosesNothing) {
         for (std::size_t i = 1; i < report["dumps"].size(); ++i) {
             EXPECT_EQ(report["dumps"][i]["result"], "not reached");
         }
-        EXPECT_EQ(namesIn(dir / "s"), std::vector<std::string>{"a"});
+        EXPECT_EQ(shell(dir, "ls -A s").out, "a\n");
         const Outcome resumed = run(dir, "cut a.bin b.bin --out s --resume --report r.json");
         EXPECT_EQ(resumed.status, 0);
         const auto second = nlohmann::json::parse(text(dir / "r.json"));

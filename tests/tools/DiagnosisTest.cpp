@@ -37,11 +37,6 @@ Bytes minimal() {
 constexpr std::size_t block1 = 15, block2 = 54, block16 = 81, block21 = 145, block22 = 164,
                       endMarker = 183;
 
-Bytes edited(Bytes bytes, std::size_t at, const Bytes& with) {
-    std::copy(with.begin(), with.end(), bytes.begin() + static_cast<std::ptrdiff_t>(at));
-    return bytes;
-}
-
 Bytes inserted(Bytes bytes, std::size_t at, const Bytes& what) {
     bytes.insert(bytes.begin() + static_cast<std::ptrdiff_t>(at), what.begin(), what.end());
     return bytes;
@@ -52,30 +47,16 @@ Bytes signatureArea(std::uint8_t length) {
 }
 
 // Cuts in process, in a folder in memory where there is one.
-class Cutter {
-  public:
-    Cutter() : folder_(inMemory()) {}
-
-    int cut(const Bytes& dump, Layout layout) {
-        if (layout != Layout::V7 && layout != Layout::Korveline) {
-            return 1;
-        }
-        writeBytes(folder_ / "dump", dump);
-        EEPROMMetaInformation meta;
-        return cutEEPROMContent(layout == Layout::V7 ? 0 : 1, (folder_ / "dump").c_str(),
-                                folder_.path().c_str(), &meta);
+int cut(const Bytes& dump, Layout layout) {
+    static const TempDir folder(access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp");
+    if (layout != Layout::V7 && layout != Layout::Korveline) {
+        return 1;
     }
-
-  private:
-    static TempDir inMemory() {
-        if (access("/dev/shm", W_OK) == 0) {
-            setenv("TMPDIR", "/dev/shm", 0);
-        }
-        return {};
-    }
-
-    TempDir folder_;
-};
+    writeBytes(folder / "dump", dump);
+    EEPROMMetaInformation meta;
+    return cutEEPROMContent(layout == Layout::V7 ? 0 : 1, (folder / "dump").c_str(),
+                            folder.path().c_str(), &meta);
+}
 
 std::string allOf(const Diagnosis& diagnosis) {
     std::string text;
@@ -119,7 +100,7 @@ Bytes shortened(const Kind& kind, std::size_t size) {
     if (kind.layout == Layout::V7 && size >= kind.payload) {
         putLittle32(dump, 12, static_cast<std::uint32_t>(length));
     } else if (kind.layout == Layout::Korveline && size >= kind.payload) {
-        dump = edited(dump, 56, bytes(length, length >> 8));
+        dump = patched(dump, 56, bytes(length, length >> 8));
     }
     return repaired(std::move(dump), kind);
 }
@@ -129,18 +110,16 @@ Bytes shortened(const Kind& kind, std::size_t size) {
 // For every truncation and every flipped bit of a dump of each kind, with a checksum that matches;
 // without it, for every bit of the header and some behind it.
 TEST(Diagnosis, SaysIntactExactlyWhenACutSucceeds) {
-    Cutter cutter;
-    const auto check = [&cutter](const Kind& kind, const Bytes& dump, std::size_t at) {
+    const auto check = [](const Kind& kind, const Bytes& dump, std::size_t at) {
         if (dump.empty()) {
             return;  // refused when it is loaded
         }
         const Diagnosis shown = diagnose(dump, kind.layout, Wanted::everything);
-        const Diagnosis cut = diagnose(dump, kind.layout, Wanted::cut);
-        ASSERT_EQ(cut.cuttable(), cutter.cut(dump, kind.layout) == 0)
-            << kind.name << " " << at << "\n"
-            << allOf(cut);
-        ASSERT_EQ(allOf(cut), allOf(shown)) << kind.name << " " << at;
-        ASSERT_EQ(whyNotCut(cut).has_value(), !cut.cuttable());
+        const Diagnosis asCut = diagnose(dump, kind.layout, Wanted::cut);
+        ASSERT_EQ(asCut.cuttable(), cut(dump, kind.layout) == 0) << kind.name << " " << at << "\n"
+                                                                 << allOf(asCut);
+        ASSERT_EQ(allOf(asCut), allOf(shown)) << kind.name << " " << at;
+        ASSERT_EQ(whyNotCut(asCut).has_value(), !asCut.cuttable());
         if (at % 7 == 0) {
             ASSERT_FALSE(textOf(inspectTree(shown, "dump"), {}).empty());
         }
@@ -195,8 +174,8 @@ TEST(Diagnosis, NamesTheCause) {
     };
     const std::vector<Case> faults = {
         {"image-header-cut-short", prefix(image, 66), 66},
-        {"version", edited(image, 6, {6}), 6},
-        {"version", edited(plain(good), 15, {1}), 13},
+        {"version", patched(image, 6, {6}), 6},
+        {"version", patched(plain(good), 15, {1}), 13},
         {"checksum", flipped(image, 100 * 8), 8},
         {"payload-outside", prefix(image, image.size() - 1), 12},
         {"empty-payload", v7({}), 12},
@@ -207,18 +186,18 @@ TEST(Diagnosis, NamesTheCause) {
         {"signature-too-long", withArea(bytes(good, signatureArea(128))), 104 + 184},
         {"calibration-header-cut-short", v7(prefix(good, 10)), 67, none, notSupported},
         {"calibration-magic", v7(bytes("no calibration here")), 67, none, notSupported},
-        {"calibration-version", v7(edited(good, 6, {2})), 67 + 6, none, notSupported},
-        {"no-pixels", v7(edited(good, 8, {0})), 67 + 7, none, invalidData},
-        {"too-many-pixels", v7(edited(good, 7, Bytes(4, 255))), 67 + 7, none, 0xFFFE0001},
+        {"calibration-version", v7(patched(good, 6, {2})), 67 + 6, none, notSupported},
+        {"no-pixels", v7(patched(good, 8, {0})), 67 + 7, none, invalidData},
+        {"too-many-pixels", v7(patched(good, 7, Bytes(4, 255))), 67 + 7, none, 0xFFFE0001},
         {"calibration-cut-short", v7(prefix(good, endMarker)), 67 + endMarker, none, endOfData},
-        {"unknown-kind", v7(edited(good, block1 + 1, {7})), 67 + block1 + 1, 1, invalidData},
-        {"block-order", v7(edited(good, block16, {1})), 67 + block16, 1, invalidData},
-        {"block-kind", v7(edited(good, block1 + 1, {3})), 67 + block1 + 1, 1, invalidData},
-        {"too-few-elements", v7(edited(good, block1 + 2, {8})), 67 + block1 + 2, 1, countTooSmall},
-        {"block-too-large", v7(edited(good, block1 + 2, {10})), 67 + block1 + 2, 1, tooSmall},
+        {"unknown-kind", v7(patched(good, block1 + 1, {7})), 67 + block1 + 1, 1, invalidData},
+        {"block-order", v7(patched(good, block16, {1})), 67 + block16, 1, invalidData},
+        {"block-kind", v7(patched(good, block1 + 1, {3})), 67 + block1 + 1, 1, invalidData},
+        {"too-few-elements", v7(patched(good, block1 + 2, {8})), 67 + block1 + 2, 1, countTooSmall},
+        {"block-too-large", v7(patched(good, block1 + 2, {10})), 67 + block1 + 2, 1, tooSmall},
         {"block-cut-short", v7(prefix(good, 180)), 67 + block22 + 3, 22, endOfData},
-        {"block-width", v7(edited(good, block2 + 3, {0})), 67 + block2 + 3, 2, invalidData},
-        {"block-content", v7(edited(good, block21 + 2, {3})), 67 + block21 + 2, 21, invalidData},
+        {"block-width", v7(patched(good, block2 + 3, {0})), 67 + block2 + 3, 2, invalidData},
+        {"block-content", v7(patched(good, block21 + 2, {3})), 67 + block21 + 2, 21, invalidData},
         {"too-many-custom-blocks", with(endMarker, custom), 67 + endMarker + 20, 133, tooSmall},
         {"missing-block", v7(bytes(prefix(good, block22), 255)), 67 + block22, 22, fieldEmpty},
         {"block-without-frequency", with(endMarker, bytes(24, 4, 4, Bytes(16))), 67 + endMarker, 24,
@@ -243,11 +222,11 @@ TEST(Diagnosis, NamesTheCause) {
     };
     const std::vector<Case> warnings = {
         {"unknown-block", with(block16, bytes(10, 0, 249, 0, 0, 0, 0)), 67 + block16, 10},
-        {"focal-length", v7(edited(good, 18, Bytes(4))), 67 + 18, 1},
-        {"focal-length", v7(edited(good, 22, bytes(128, 0, 0, 0))), 67 + 18, 1},
-        {"centre", v7(edited(good, 26, bytes(0x42, 0, 0, 0))), 67 + 26, 1},
+        {"focal-length", v7(patched(good, 18, Bytes(4))), 67 + 18, 1},
+        {"focal-length", v7(patched(good, 22, bytes(128, 0, 0, 0))), 67 + 18, 1},
+        {"centre", v7(patched(good, 26, bytes(0x42, 0, 0, 0))), 67 + 26, 1},
         {"centre", v7(minimalPacked()), 67 + 26, 1},
-        {"all-masked", v7(edited(good, 61, {0})), 67 + block2, 2},
+        {"all-masked", v7(patched(good, 61, {0})), 67 + block2, 2},
         {"custom-fields", with(endMarker, bytes(128, 5, 1, 8, Bytes(4))), 67 + endMarker, 128,
          tooSmall},
         {"custom-fields", with(endMarker, bytes(140, 0, 1, 8)), 67 + endMarker, 140, invalidData},
@@ -256,14 +235,13 @@ TEST(Diagnosis, NamesTheCause) {
         {"uncut-signature", plain(bytes(good, Bytes(128))), 104 + 184},
         {"ends-in-signature", withArea(bytes(good, Bytes(21))), 104 + endMarker},
     };
-    Cutter cutter;
     const auto check = [&](const Case& tried, bool isWarning) {
         SCOPED_TRACE(tried.name);
         const Layout layout = tried.layout.value_or(classify(tried.dump));
         const Diagnosis diagnosis = diagnose(tried.dump, layout, Wanted::cut);
         SCOPED_TRACE(allOf(diagnosis));
         EXPECT_EQ(diagnosis.faults.empty(), isWarning);
-        EXPECT_EQ(cutter.cut(tried.dump, layout) == 0, isWarning);
+        EXPECT_EQ(cut(tried.dump, layout) == 0, isWarning);
         const auto& list = isWarning ? diagnosis.warnings : diagnosis.faults;
         ASSERT_FALSE(list.empty());
         EXPECT_TRUE(!isWarning || list.size() == 1);
@@ -316,10 +294,8 @@ TEST(Inspect, ShowsEachValueUnderItsName) {
         const Json& shown = record["frequencies"][k];
         const auto& frequency = made.frequencies[k];
         EXPECT_EQ(shown["id"], frequency.id);
-        EXPECT_EQ(shown["valuesA"].get<std::vector<float>>(),
-                  std::vector(frequency.valuesA.begin(), frequency.valuesA.end()));
-        EXPECT_EQ(shown["valuesB"].get<std::vector<float>>(),
-                  std::vector(frequency.valuesB.begin(), frequency.valuesB.end()));
+        EXPECT_EQ(shown["valuesA"], Json(frequency.valuesA));
+        EXPECT_EQ(shown["valuesB"], Json(frequency.valuesB));
         EXPECT_EQ(shown["scalar"].is_null(), !frequency.scalar.has_value());
         EXPECT_EQ(shown["wigglingA"]["first"], Json(frequency.wigglingA.first));
         EXPECT_EQ(shown["wigglingA"]["third"], Json(frequency.wigglingA.third));
@@ -370,11 +346,11 @@ TEST(Inspect, ExplainsWhatItShows) {
         {prefix(v7Image(good), 180),
          {"payload +[0-9]+ bytes at byte 67, not all inside the file",
           "<3>Record, as far as it was read"}},
-        {v7Image(edited(good, block1 + 1, {3})),
+        {v7Image(patched(good, block1 + 1, {3})),
          {"failing block +1 \\(lens parameters\\)",
           "read +VANTRIC_ERR_INVALID_DATA \\(0x80000009: wrong order, .*\\)"}},
-        {v7Image(edited(good, 7, Bytes(4, 255))), {"read +0xfffe0001 \\(.*no status.*\\)"}},
-        {v7Image(edited(good, 34, bytes(0x80, 0, 0, 0))),
+        {v7Image(patched(good, 7, Bytes(4, 255))), {"read +0xfffe0001 \\(.*no status.*\\)"}},
+        {v7Image(patched(good, 34, bytes(0x80, 0, 0, 0))),
          {"k1 +-inf", ".* 1  lens parameters .*, 1 not finite  read"}},
         {v7Image(bytes(good, "abc")), {"3 bytes behind the end marker"}},
         {with(block16, bytes(10, 0, 249, 0, 0, 0, 0)), {"ignored +an id below 128 .*"}},
@@ -419,12 +395,7 @@ TEST(Dump, IsLoadedOnceWithinTheLimitAndNeverWaitedFor) {
     std::snprintf(address.sun_path, sizeof address.sun_path, "%s", (dir / "socket").c_str());
     ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
     close(listener);
-    struct Case {
-        std::string path;
-        std::uint64_t limit;
-        const char* error;
-    };
-    const std::vector<Case> cases = {
+    const std::vector<std::tuple<std::string, std::uint64_t, const char*>> cases = {
         {dir / "good", 1000, ""},
         {dir / "good", 999, "is larger than 999 bytes, the limit for a dump (--max-size)"},
         {dir / "missing", 1000, "No such file or directory"},
@@ -435,10 +406,10 @@ TEST(Dump, IsLoadedOnceWithinTheLimitAndNeverWaitedFor) {
         {"/dev/null", 1000, "is empty"},
         {"/dev/zero", 1 << 20, "is larger than 1 MiB, the limit for a dump (--max-size)"},
     };
-    for (const Case& tried : cases) {
-        const Dump dump = loadDump(tried.path, tried.limit);
-        EXPECT_EQ(dump.error, tried.error) << tried.path;
-        EXPECT_EQ(dump.bytes.empty(), !dump.error.empty()) << tried.path;
+    for (const auto& [path, limit, error] : cases) {
+        const Dump dump = loadDump(path, limit);
+        EXPECT_EQ(dump.error, error) << path;
+        EXPECT_EQ(dump.bytes.empty(), !dump.error.empty()) << path;
     }
     // A pipe that somebody does write to.
     const int writer = open((dir / "pipe").c_str(), O_RDWR);

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <limits>
 #include <numbers>
+#include <numeric>
 #include <tuple>
 
 #include "fixtures.h"
@@ -26,32 +27,25 @@ struct Eye {
     Matrix seen;  ///< linear RGB as it is seen
 };
 
+constexpr Triple luminance = {0.2126, 0.7152, 0.0722};  // ITU-R BT.709, what grey print keeps
+
 /// Dichromats: G. M. Machado, M. M. Oliveira, L. A. F. Fernandes, "A physiologically-based model
-/// for simulation of color vision deficiency", IEEE TVCG 15(6), 2009, severity 1. Grey print keeps
-/// the luminance (ITU-R BT.709).
+/// for simulation of color vision deficiency", IEEE TVCG 15(6), 2009, severity 1.
 constexpr Eye eyes[] = {
     {"normal", {{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}}},
     {"protanopia",
-     {{{0.152286, 1.052583, -0.204868},
-       {0.114503, 0.786281, 0.099216},
-       {-0.003882, -0.048116, 1.051998}}}},
+     {{{0.1523, 1.0526, -0.2049}, {0.1145, 0.7863, 0.0992}, {-0.0039, -0.0481, 1.052}}}},
     {"deuteranopia",
-     {{{0.367322, 0.860646, -0.227968},
-       {0.280085, 0.672501, 0.047413},
-       {-0.011820, 0.042940, 0.968881}}}},
+     {{{0.3673, 0.8606, -0.228}, {0.2801, 0.6725, 0.0474}, {-0.0118, 0.0429, 0.9689}}}},
     {"tritanopia",
-     {{{1.255528, -0.076749, -0.178779},
-       {-0.078411, 0.930809, 0.147602},
-       {0.004733, 0.691367, 0.303900}}}},
-    {"grey print",
-     {{{0.2126, 0.7152, 0.0722}, {0.2126, 0.7152, 0.0722}, {0.2126, 0.7152, 0.0722}}}}};
+     {{{1.2555, -0.0767, -0.1788}, {-0.0784, 0.9308, 0.1476}, {0.0047, 0.6914, 0.3039}}}},
+    {"grey print", {luminance, luminance, luminance}}};
 
 Triple times(const Matrix& matrix, const Triple& vector) {
-    Triple product{};
-    for (std::size_t i = 0; i < 3; ++i) {
-        product[i] = matrix[i][0] * vector[0] + matrix[i][1] * vector[1] + matrix[i][2] * vector[2];
-    }
-    return product;
+    const auto row = [&](const Triple& r) {
+        return r[0] * vector[0] + r[1] * vector[1] + r[2] * vector[2];
+    };
+    return {row(matrix[0]), row(matrix[1]), row(matrix[2])};
 }
 
 /// CIELAB, D65, of an sRGB colour as an eye sees it.
@@ -74,38 +68,9 @@ Triple lab(Rgb colour, const Eye& eye) {
     return {116 * y - 16, 500 * (f(xyz[0] / white[0]) - y), 200 * (y - f(xyz[2] / white[2]))};
 }
 
-/// CIEDE2000 (CIE 142-2001), as written down by G. Sharma, W. Wu and E. N. Dalal, 2005.
+/// Of two colours in that space, whose units are about equally plain to see (CIE 1976).
 double distance(const Triple& one, const Triple& two) {
-    constexpr double degree = std::numbers::pi / 180.0;
-    const auto seventh = [](double c) {
-        return std::sqrt(std::pow(c, 7) / (std::pow(c, 7) + std::pow(25.0, 7)));
-    };
-    const double g =
-        0.5 - 0.5 * seventh((std::hypot(one[1], one[2]) + std::hypot(two[1], two[2])) / 2);
-    const double a1 = one[1] * (1 + g);
-    const double a2 = two[1] * (1 + g);
-    const double c1 = std::hypot(a1, one[2]);
-    const double c2 = std::hypot(a2, two[2]);
-    const auto hue = [](double b, double a) {
-        return std::fmod(std::atan2(b, a) / degree + 360, 360);
-    };
-    const double h1 = hue(one[2], a1);
-    const double h2 = hue(two[2], a2);
-    const bool grey = c1 * c2 == 0;
-    const double turn = grey ? 0 : std::fmod(h2 - h1 + 540, 360) - 180;
-    const double h = grey ? h1 + h2 : h1 + turn / 2;
-    const double l = (one[0] + two[0]) / 2;
-    const double c = (c1 + c2) / 2;
-    const double t = 1 - 0.17 * std::cos((h - 30) * degree) + 0.24 * std::cos(2 * h * degree) +
-                     0.32 * std::cos((3 * h + 6) * degree) - 0.2 * std::cos((4 * h - 63) * degree);
-    const double middle = std::pow(l - 50, 2);
-    const double dl = (two[0] - one[0]) / (1 + 0.015 * middle / std::sqrt(20 + middle));
-    const double dc = (c2 - c1) / (1 + 0.045 * c);
-    const double dh = 2 * std::sqrt(c1 * c2) * std::sin(turn / 2 * degree) / (1 + 0.015 * c * t);
-    const double turned = std::fmod(h + 360, 360);
-    const double rotation =
-        -2 * seventh(c) * std::sin(60 * degree * std::exp(-std::pow((turned - 275) / 25, 2)));
-    return std::sqrt(dl * dl + dc * dc + dh * dh + rotation * dc * dh);
+    return std::hypot(one[0] - two[0], one[1] - two[1], one[2] - two[2]);
 }
 
 constexpr int shades = 256;
@@ -114,26 +79,12 @@ Rgb shade(ColourMap map, int i) {
     return mapColour(map, i / (shades - 1.0));
 }
 
-// The distance itself, against pairs that Sharma et al. published.
-TEST(SheetColours, DistanceIsTheStandards) {
-    using Pair = std::tuple<Triple, Triple, double>;
-    for (const auto& [one, two, expected] :
-         {Pair{{50, 2.6772, -79.7751}, {50, 0, -82.7485}, 2.0425},
-          Pair{{50, 2.5, 0}, {73, 25, -18}, 27.1492},
-          Pair{{50, 2.49, -0.001}, {50, -2.49, 0.0011}, 7.2195},
-          Pair{{22.7233, 20.0904, -46.6940}, {23.0331, 14.9730, -42.5619}, 2.0373},
-          Pair{{90.8027, -2.0831, 1.4410}, {91.1528, -1.6435, 0.0447}, 1.4441},
-          Pair{{2.0776, 0.0795, -1.1350}, {0.9033, -0.0636, -0.5514}, 0.9082}}) {
-        EXPECT_NEAR(distance(one, two), expected, 1e-4);
-    }
-}
-
 TEST(SheetColours, MarksAreToldApartByEveryone) {
-    constexpr double plain = 10.0;  // a good four times what is just noticed
+    constexpr double plain = 15.0;  // a good six times what is just noticed
     for (const Eye& eye : eyes) {
         const Triple masked = lab(maskedColour, eye);
         const Triple notFinite = lab(notFiniteColour, eye);
-        EXPECT_GE(distance(masked, notFinite), 9 * plain) << eye.name;
+        EXPECT_GE(distance(masked, notFinite), 6 * plain) << eye.name;
         for (const ColourMap map : {ColourMap::Sequential, ColourMap::Diverging}) {
             for (int i = 0; i < shades; ++i) {
                 const Triple seen = lab(shade(map, i), eye);
@@ -158,7 +109,7 @@ TEST(SheetColours, MapsAreEvenAndReadableByEveryone) {
             const Triple plus = lab(shade(ColourMap::Diverging, shades - 1 - i), eye);
             EXPECT_LT(minus[0], lab(shade(ColourMap::Diverging, i + 16), eye)[0]) << eye.name;
             if (eye.name != eyes[4].name && i < shades / 2 - 32) {
-                EXPECT_GE(distance(minus, plus), 15) << eye.name << " " << i;
+                EXPECT_GE(distance(minus, plus), 20) << eye.name << " " << i;
             }
         }
     }
@@ -212,18 +163,14 @@ TEST(SheetStatistics, FewWildValuesDoNotMoveTheColours) {
         }
         const Statistics statistics = statisticsOf({values, {}});
         const Scale scale = robustScale(statistics);
-        EXPECT_GE(scale.low, 0.0);
-        EXPECT_LE(scale.low, 0.003);
-        EXPECT_GE(scale.high, 0.987);
-        EXPECT_LE(scale.high, 1.0);
+        EXPECT_TRUE(scale.low >= 0.0 && scale.low <= 0.003) << scale.low;
+        EXPECT_TRUE(scale.high >= 0.987 && scale.high <= 1.0) << scale.high;
         // No arrow without a value outside.
-        EXPECT_EQ(statistics.min<scale.low, wild> 0) << count;
-        EXPECT_EQ(statistics.max > scale.high, wild > 0) << count;
-        const std::vector<std::size_t> outliers = outliersOf({values, {}}, scale);
-        ASSERT_EQ(outliers.size(), 2 * wild);
-        for (std::size_t i = 0; i < 2 * wild; ++i) {
-            EXPECT_EQ(outliers[i], i);
-        }
+        EXPECT_EQ((statistics.min < scale.low), (wild > 0)) << count;
+        EXPECT_EQ((statistics.max > scale.high), (wild > 0)) << count;
+        std::vector<std::size_t> first(2 * wild);
+        std::iota(first.begin(), first.end(), 0U);
+        EXPECT_EQ(outliersOf({values, {}}, scale), first);
     }
     // A constant table, and one without values, have a scale too.
     const std::vector<float> same(5000, 0.25F);
@@ -235,14 +182,11 @@ TEST(SheetStatistics, FewWildValuesDoNotMoveTheColours) {
 }
 
 TEST(SheetStatistics, StepsOfCoarseTablesAreNamed) {
-    const auto header = [](std::uint32_t kind, std::uint8_t bits, float scale) {
-        return RXBlockHeader{RX_BLOCK_PIXEL_VALUES, kind, 1, bits, scale, 0.0F};
-    };
-    using Case = std::tuple<RXBlockHeader, std::string>;
+    using Case = std::pair<RXBlockHeader, std::string>;
     for (const auto& [stored, text] :
-         {Case{header(RX_KIND_FLOAT, 0, 0.0F), "stored as floats"},
-          Case{header(RX_KIND_PACKED_FLOAT, 12, 0.001F), "stored in 12 bits, step 0.001"},
-          Case{header(RX_KIND_PACKED_FLOAT, 4, -0.0625F),
+         {Case{{3, RX_KIND_FLOAT, 1, 0, 0, 0}, "stored as floats"},
+          Case{{3, RX_KIND_PACKED_FLOAT, 1, 12, 0.001F, 0}, "stored in 12 bits, step 0.001"},
+          Case{{3, RX_KIND_PACKED_FLOAT, 1, 4, -0.0625F, 0},
                "stored in 4 bits, step 0.0625; bands are these steps, no contours"}}) {
         EXPECT_EQ(storageText(stored, 1.0), text);
     }
@@ -253,11 +197,9 @@ TEST(SheetStatistics, TicksAreRoundAndApart) {
         for (const double width : {1e-6, 0.003, 1.0, 17.0, 4e4, 9e8}) {
             const Scale scale = scaleAround(low, low + width);
             const std::vector<Tick> ticks = ticksOf(scale, 5);
-            ASSERT_GE(ticks.size(), 2U) << low << " " << width;
-            ASSERT_LE(ticks.size(), 7U) << low << " " << width;
+            ASSERT_TRUE(ticks.size() >= 2 && ticks.size() <= 7) << low << " " << width;
             for (std::size_t i = 0; i < ticks.size(); ++i) {
-                EXPECT_GE(scale.fraction(ticks[i].value), -1e-5);
-                EXPECT_LE(scale.fraction(ticks[i].value), 1 + 1e-5);
+                EXPECT_NEAR(scale.fraction(ticks[i].value), 0.5, 0.5 + 1e-5);
                 EXPECT_TRUE(i == 0 || ticks[i].label != ticks[i - 1].label) << ticks[i].label;
             }
         }
@@ -269,20 +211,20 @@ TEST(SheetStatistics, TicksAreRoundAndApart) {
 TEST(SheetShapes, EveryShapeFitsAndIsSeen) {
     constexpr double width = 237;
     constexpr double height = 213;
-    for (const auto& [columns, rows] :
-         std::vector<std::pair<std::uint32_t, std::uint32_t>>{{224, 172},
-                                                              {1, 1},
-                                                              {8, 4},
-                                                              {1, 2000},
-                                                              {2000, 1},
-                                                              {2000, 4},
-                                                              {640, 480},
-                                                              {12, 1},
-                                                              {13, 1},
-                                                              {1, 65535},
-                                                              {65535, 3},
-                                                              {65535, 65535},
-                                                              {300, 20}}) {
+    using Shape = std::pair<std::uint32_t, std::uint32_t>;
+    for (const auto& [columns, rows] : {Shape{224, 172},
+                                        {1, 1},
+                                        {8, 4},
+                                        {1, 2000},
+                                        {2000, 1},
+                                        {2000, 4},
+                                        {640, 480},
+                                        {12, 1},
+                                        {13, 1},
+                                        {1, 65535},
+                                        {65535, 3},
+                                        {65535, 65535},
+                                        {300, 20}}) {
         const Strips strips = stripsFor(columns, rows, width, height);
         EXPECT_LE(strips.width, width + 1e-9) << columns << " x " << rows;
         EXPECT_LE(strips.height, height + 1e-9) << columns << " x " << rows;

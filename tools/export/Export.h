@@ -9,20 +9,8 @@
 
 namespace calcut::tools {
 
-enum class ExportFormat : std::uint8_t {
-    // Every table:
-    Npy,
-    Csv,
-    Pgm,
-    // The lens:
-    OpencvYaml,
-    RosYaml,
-    Json
-};
-
-/// As in --as; in the order of the formats.
-inline constexpr const char* exportFormatNames[] = {"npy",         "csv",      "pgm",
-                                                    "opencv-yaml", "ros-yaml", "json"};
+/// Of every table, then of the lens.
+enum class ExportFormat : std::uint8_t { Npy, Csv, Pgm, OpencvYaml, RosYaml, Json };
 
 struct ExportOptions {
     std::string input;      ///< dump or bare calibration, "-" for standard input

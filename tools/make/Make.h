@@ -1,30 +1,25 @@
 // calcut make: dumps and packed calibrations for people who have no module at hand.
 #pragma once
 
-#include <cstdint>
 #include <optional>
 #include <string>
 
 #include "tools/dump/Dump.h"
+#include "writer/writer.h"
 
 namespace calcut::tools {
 
 struct MakeOptions {
-    Layout layout = Layout::V7;  ///< Packed: no image around the calibration
-    std::optional<unsigned> signature;
-    std::uint16_t columns = 224, rows = 172;
-    unsigned frequencies = 3;
-    bool straylight = true;
-    unsigned custom = 2;
+    std::optional<Layout> layout;       ///< v7 when not set; Packed: no image around it
+    std::optional<unsigned> signature;  ///< its bytes, for Korveline
+    writer::CalibrationOptions content;
     std::optional<unsigned> tableBits;
-    float straylightExponent = 2.0F;
-    std::uint64_t seed = 1;
     std::string output;
     bool force = false;
 };
 
 /// Stores columns and rows, written as 224x172. Returns what is wrong with them; empty for nothing.
-std::string parseSize(const std::string& text, MakeOptions& options);
+std::string parseSize(const std::string& text, writer::CalibrationOptions& content);
 
 /// Writes what the options describe. Returns the exit status.
 int runMake(const MakeOptions& options);

@@ -1,22 +1,21 @@
-#include "tools/options/CommandLine.h"
-
+// The command line: what is asked for, and in which words.
 #include <algorithm>
-#include <cstdio>
-#include <optional>
-#include <string>
+#include <cmath>
+#include <functional>
+#include <memory>
+#include <numeric>
+#include <string_view>
 
 #include <fmt/format.h>
+#include <CLI/CLI.hpp>
 
 #include "cutter/korvelineImage.h"
 #include "tools/commands.h"
 #include "tools/cut/Cut.h"
+#include "tools/export/Export.h"
 #include "tools/inspect/Inspect.h"
 #include "tools/make/Make.h"
-#include "tools/options/CommandTexts.h"
-#include "tools/options/footers.h"
-#include "tools/options/ModuleOptions.h"
-#include "tools/options/SharedOptions.h"
-#include "tools/options/Suggestion.h"
+#include "tools/options/Texts.h"
 #include "tools/plot/Plot.h"
 #include "tools/terminal/Escape.h"
 #include "tools/terminal/Terminal.h"
@@ -25,262 +24,294 @@ namespace calcut::tools {
 
 namespace {
 
-// All that a command line can ask for. Options of one subcommand do not touch those of another.
+/// What a command line asks for, once it is parsed.
 struct Request {
     TerminalSettings terminal;
-    CutOptions cut;
-    InspectOptions inspect;
-    MakeOptions make;
-    std::optional<Layout> madeLayout;
-    PlotOptions plot;
-    CompareOptions compare;
-    ExportOptions exports;
+    std::function<int()> work;  ///< of the subcommand; returns the exit status
 };
 
-// Negative numbers would come out as huge ones.
-CLI::Validator digitsOnly() {
-    return {[](const std::string& text) {
-                return text.find_first_not_of("0123456789") == std::string::npos
-                           ? std::string()
-                           : "give a whole number from 0 on, not " + text;
-            },
-            ""};
+constexpr const char* moduleText = "Dump, packed calibration, or - for standard input";
+constexpr const char* strictText = "Exit with 1 when there are warnings, too";
+
+template <class Target>
+CLI::Option* addValue(CLI::App& command, const char* names, Target& target, const char* type,
+                      const char* text) {
+    return command.add_option(names, target, text)->type_name(type);
+}
+
+/// An option that takes one of some words; store gets its place among them.
+CLI::Option* addChoice(CLI::App& command, const char* name, const std::vector<std::string>& words,
+                       const std::function<void(std::size_t)>& store, const char* type,
+                       const char* text) {
+    const auto storeWord = [words, store](const std::string& word) {
+        store(static_cast<std::size_t>(std::ranges::find(words, word) - words.begin()));
+    };
+    return command.add_option_function<std::string>(name, storeWord, text)
+        ->check(CLI::IsMember(words))
+        ->type_name(type);
+}
+
+/// -q, -v and --color.
+void addTerminalOptions(CLI::App& command, TerminalSettings& settings) {
+    command.option_defaults()->group("Terminal");
+    const auto quiet = [&settings] { settings.verbosity = Verbosity::Quiet; };
+    const auto verbose = [&settings] { settings.verbosity = Verbosity::Verbose; };
+    command.add_flag_callback("-q,--quiet", quiet, "Print errors only");
+    command.add_flag_callback("-v,--verbose", verbose, "Print what is being done");
+    const auto set = [&settings](std::size_t at) { settings.colour = ColourMode(at); };
+    addChoice(command, "--color", {"auto", "always", "never"}, set, "WHEN",
+              "Colours: auto on a terminal, unless NO_COLOR is set");
+}
+
+CLI::Option* addLayout(CLI::App& command, std::optional<Layout>& layout, const char* text) {
+    const auto set = [&layout](std::size_t at) {
+        layout = at == 0 ? std::nullopt : std::optional(knownLayouts[at - 1]);
+    };
+    return addChoice(command, "--layout", {"auto", "v7", "korveline", "packed"}, set, "LAYOUT",
+                     text);
+}
+
+/// What every subcommand has that reads dumps.
+template <class Options>
+void addReading(CLI::App& command, Options& options) {
+    addLayout(command, options.layout, "Layout of what is read; auto goes by the first bytes");
+    addValue(command, "--max-size", options.maxSize, "SIZE",
+             "Refuse files above this many bytes (K, M, G mean KiB, MiB, GiB) [256M]")
+        ->transform(CLI::AsSizeValue(false).description(""));
 }
 
 // -------------------------------------------------------------------------------------- cut --
 
-void addBatchOptions(CLI::App& command, CutOptions& options) {
+void addCutOptions(CLI::App& command, CutOptions& options) {
+    addValue(command, "DUMP", options.paths, "",
+             "Dumps or folders of them, or one dump (- for standard input) and the output "
+             "directory");
+    addReading(command, options);
+    command.add_flag("--force", options.force,
+                     "Replace also what is a dump or belongs to another one");
+    command.add_flag("--strict", options.strict, strictText);
+    addValue(command, "--verify", options.verify, "DIR",
+             "Write nothing; compare the files in DIR with the dump, byte for byte");
     CLI::Option* out = addValue(command, "--out", options.out, "DIR",
                                 "Directory for many dumps, made when it is not there");
-    const std::initializer_list<CLI::Option*> all = {
-        addValue(command, "--files-from", options.filesFrom, "FILE",
-                 "Take the paths in FILE, too, one on each line (or between zero bytes); - for "
-                 "standard input"),
-        addValue(command, "--glob", options.glob, "PATTERN",
-                 "Of folders, take only files of such a name, for instance '*.bin'"),
-        addValue(command, "-j,--jobs", options.jobs, "N",
-                 "Dumps cut at once (one for each processor)")
-            ->check(CLI::Range(1U, 1024U)),
-        addValue(command, "--report", options.report, "FILE",
-                 "Write what came of each dump, by its extension as .csv or .json"),
-        command.add_flag("--resume", options.resume,
-                         "Leave out dumps whose folder holds their whole cut already")};
-    out->group("Many dumps");
-    for (CLI::Option* option : all) {
+    out->group("Many dumps")->excludes(command.get_option("--verify"));
+    for (CLI::Option* option :
+         {addValue(command, "--files-from", options.filesFrom, "FILE",
+                   "Take the paths in FILE, too, one on each line (or between zero bytes); - for "
+                   "standard input"),
+          addValue(command, "--glob", options.glob, "PATTERN",
+                   "Of folders, take only files of such a name, for instance '*.bin'"),
+          addValue(command, "-j,--jobs", options.jobs, "N",
+                   "Dumps cut at once (one for each processor)")
+              ->check(CLI::Range(1U, 1024U)),
+          addValue(command, "--report", options.report, "FILE",
+                   "Write what came of each dump, by its extension as .csv or .json"),
+          command.add_flag("--resume", options.resume,
+                           "Leave out dumps whose folder holds their whole cut already")}) {
         option->needs(out)->group("Many dumps");
     }
 }
 
-CLI::App* addCut(CLI::App& app, Request& request) {
-    CutOptions& options = request.cut;
-    CLI::App* command = app.add_subcommand("cut", "Cut dumps into the files of the camera stack");
-    command->footer(footers::cut);
-    addValue(*command, "DUMP", options.paths, "",
-             "Dumps or folders of them, or one dump (- for standard input) and the output "
-             "directory");
-    addReading(*command, options.layout, options.maxSize);
-    command->add_flag("--force", options.force,
-                      "Replace also what is a dump or belongs to another one");
-    command->add_flag("--strict", options.strict, "Exit with 1 when there are warnings, too");
-    CLI::Option* verify =
-        addValue(*command, "--verify", options.verify, "DIR",
-                 "Write nothing; compare the files in DIR with the dump, byte for byte");
-    addBatchOptions(*command, options);
-    verify->excludes(command->get_option("--out"));
-    command->callback([&options] {
-        if (const std::string fault = usageFault(options); !fault.empty()) {
-            throw CLI::ValidationError("cut", fault);
-        }
-    });
-    return command;
+void checkCut(const CutOptions& options) {
+    if (const std::string fault = usageFault(options); !fault.empty()) {
+        throw CLI::ValidationError("cut", fault);
+    }
 }
 
-// ------------------------------------------------------------------------- inspect, plot, make --
+// ------------------------------------------------------------- inspect, plot, compare, export --
 
-CLI::App* addInspect(CLI::App& app, Request& request) {
-    InspectOptions& options = request.inspect;
-    CLI::App* command = app.add_subcommand(
-        "inspect", "Show what dumps and packed calibrations hold, and why they do not read");
-    command->footer(footers::inspect);
-    addValue(*command, "FILE", options.paths, "",
+void addInspectOptions(CLI::App& command, InspectOptions& options) {
+    addValue(command, "FILE", options.paths, "",
              "Dumps, packed calibrations, or - for standard input")
         ->required();
-    command->add_flag("--json", options.json, "Print JSON (keys: docs/inspect-json.md)");
-    addReading(*command, options.layout, options.maxSize);
-    command->add_flag("--strict", options.strict, "Exit with 1 when there are warnings, too");
-    return command;
+    command.add_flag("--json", options.json, "Print JSON (keys: docs/inspect-json.md)");
+    addReading(command, options);
+    command.add_flag("--strict", options.strict, strictText);
 }
 
-CLI::App* addPlot(CLI::App& app, Request& request) {
-    PlotOptions& options = request.plot;
-    CLI::App* command = app.add_subcommand("plot", "Draw a calibration on one sheet");
-    command->footer(footers::plot);
-    addValue(*command, "FILE", options.input, "",
-             "Dump, packed calibration, or - for standard input")
-        ->required();
-    addValue(*command, "-o,--output", options.output, "FILE",
+std::string pictureFault(const std::string& name) {
+    return isPictureName(name) ? "" : "the picture's name must end in .png or .svg";
+}
+
+void addPlotOptions(CLI::App& command, PlotOptions& options) {
+    addValue(command, "FILE", options.input, "", moduleText)->required();
+    addValue(command, "-o,--output", options.output, "FILE",
              "Picture to write: NAME.png or NAME.svg; - writes a PNG to standard output")
         ->required()
-        ->check([](const std::string& name) {
-            return std::string(isPictureName(name) ? ""
-                                                   : "the picture's name must end in .png or .svg");
-        });
-    addReading(*command, options.layout, options.maxSize);
-    command->add_flag("--shared-scale", options.sharedScale,
-                      "One colour scale for the tables of all frequencies");
-    return command;
+        ->check(pictureFault);
+    addReading(command, options);
+    command.add_flag("--shared-scale", options.sharedScale,
+                     "One colour scale for the tables of all frequencies");
 }
 
-void addContentOptions(CLI::App& command, MakeOptions& options) {
-    command
-        .add_option_function<std::string>(
-            "--size",
-            [&options](const std::string& text) {
-                if (const std::string fault = parseSize(text, options); !fault.empty()) {
-                    throw CLI::ValidationError("--size", fault);
-                }
-            },
-            "Columns and rows of the sensor [224x172]")
+std::string toleranceFault(const std::string& text) {
+    double value = 0.0;
+    const bool good = CLI::detail::lexical_cast(text, value) && std::isfinite(value) && value >= 0;
+    return good ? "" : "give a number from 0 on, not " + text;
+}
+
+void addCompareOptions(CLI::App& command, CompareOptions& options) {
+    addValue(command, "A", options.a, "FILE", moduleText)->required();
+    addValue(command, "B", options.b, "FILE", "The one to compare it with, likewise")->required();
+    command.add_flag("--json", options.json, "Print JSON (keys: docs/compare-json.md)");
+    addValue(
+        command, "--tolerance", options.tolerance, "T",
+        "Largest absolute difference that counts as equal, for every value stored as a float "
+        "(lens, tables, rays, PSF, ...); mask, integers, texts and custom fields must be equal")
+        ->check(toleranceFault);
+    addValue(command, "-o,--output", options.output, "FILE",
+             "Draw the differences of the tables: NAME.png or NAME.svg")
+        ->check([](const std::string& name) { return pictureFault(name == "-" ? "" : name); });
+    addReading(command, options);
+}
+
+void checkCompare(const CompareOptions& options) {
+    if (options.a == "-" && options.b == "-") {
+        throw CLI::ValidationError("compare", "only one of the two can be standard input");
+    }
+}
+
+int compare(const CompareOptions& options) {
+    return options.output.empty() ? runCompare(options, nullptr) : runCompareAndDraw(options);
+}
+
+void addExportOptions(CLI::App& command, ExportOptions& options) {
+    addValue(command, "DUMP", options.input, "FILE", moduleText)->required();
+    addValue(command, "DIR", options.directory, "DIR", "Directory to write into")->required();
+    const auto set = [&options](std::size_t at) { options.format = ExportFormat(at); };
+    addChoice(command, "--as", {"npy", "csv", "pgm", "opencv-yaml", "ros-yaml", "json"}, set,
+              "FORMAT", "What to write")
+        ->required();
+    command.add_flag("--force", options.force, "Replace files that exist");
+    addReading(command, options);
+}
+
+// ------------------------------------------------------------------------------------- make --
+
+// Negative numbers would come out as huge ones.
+std::string seedFault(const std::string& text) {
+    const bool isWhole = text.find_first_not_of("0123456789") == std::string::npos;
+    return isWhole ? "" : "give a whole number from 0 on, not " + text;
+}
+
+void addMakeOptions(CLI::App& command, MakeOptions& options) {
+    writer::CalibrationOptions& content = options.content;
+    CLI::Option* layout =
+        addLayout(command, options.layout, "Layout of the dump; auto is v7, packed has no image");
+    addValue(command, "--signature", options.signature, "N",
+             "Put a signature of N bytes behind a Korveline payload (0: an area without "
+             "signature, which no cut accepts)")
+        ->check(CLI::Range(0U, unsigned{image::korveline::maxSignature}));
+    command.add_option("--size")
+        ->description("Columns and rows of the sensor [224x172]")
+        ->check([&content](const std::string& text) { return parseSize(text, content); })
         ->type_name("WxH");
-    addValue(command, "--frequencies", options.frequencies, "N", "Modulation frequencies [3]")
+    addValue(command, "--frequencies", content.frequencies, "N", "Modulation frequencies [3]")
         ->check(CLI::Range(1U, 8U));
-    command.add_flag_callback(
-        "--no-straylight", [&options] { options.straylight = false; },
-        "Leave the straylight profile out");
-    addValue(command, "--custom", options.custom, "N", "Custom blocks [2]")
+    const auto omit = [&content] { content.straylight = false; };
+    command.add_flag_callback("--no-straylight", omit, "Leave the straylight profile out");
+    addValue(command, "--custom", content.custom, "N", "Custom blocks [2]")
         ->check(CLI::Range(0U, 5U));
     addValue(command, "--table-bits", options.tableBits, "N",
              "Bits of a value in the per-pixel tables, 0 for plain floats (12; for Korveline the "
              "widest up to 12 that fit)")
         ->check(CLI::Range(0U, 31U));
-    addValue(command, "--straylight-exponent", options.straylightExponent, "P",
+    addValue(command, "--straylight-exponent", content.straylightExponent, "P",
              "Exponent of the straylight distance norm, 2 is Euclidean [2]")
         ->check(CLI::PositiveNumber);
-    addValue(command, "--seed", options.seed, "N",
+    addValue(command, "--seed", content.seed, "N",
              "Seed of everything that varies between modules [1]")
-        ->check(digitsOnly());
+        ->check(seedFault);
+    const auto bare = [&options] { options.layout = Layout::Packed; };
+    command.add_flag_callback("--bare", bare, "The same as --layout packed")->excludes(layout);
+    addValue(command, "-o,--output", options.output, "FILE", "File to write, - for standard output")
+        ->required();
+    command.add_flag("--force", options.force, "Replace a file that exists");
 }
 
-CLI::App* addMake(CLI::App& app, Request& request) {
-    MakeOptions& options = request.make;
-    CLI::App* command = app.add_subcommand("make", "Make a dump with a plausible calibration");
-    command->footer(footers::make);
-    CLI::Option* layout = addLayout(*command, request.madeLayout,
-                                    "Layout of the dump; auto is v7, packed has no image");
-    command
-        ->add_option("--signature", options.signature,
-                     "Put a signature of N bytes behind a Korveline payload (0: an area without "
-                     "signature, which no cut accepts)")
-        ->check(CLI::Range(0U, static_cast<unsigned>(image::korveline::maxSignature)))
-        ->type_name("N");
-    addContentOptions(*command, options);
-    command
-        ->add_flag_callback(
-            "--bare", [&request] { request.madeLayout = Layout::Packed; },
-            "The same as --layout packed")
-        ->excludes(layout);
-    addValue(*command, "-o,--output", options.output, "FILE",
-             "File to write, - for standard output")
-        ->required();
-    command->add_flag("--force", options.force, "Replace a file that exists");
-    command->callback([&options, &request] {
-        options.layout = request.madeLayout.value_or(Layout::V7);
-        if (options.signature && options.layout != Layout::Korveline) {
-            throw CLI::ValidationError("--signature", "only Korveline dumps carry a signature");
-        }
+void checkMake(const MakeOptions& options) {
+    if (options.signature && options.layout != Layout::Korveline) {
+        throw CLI::ValidationError("--signature", "only Korveline dumps carry a signature");
+    }
+}
+
+// ---------------------------------------------------------------------------------- all of it --
+
+/// check throws what is wrong with the options among themselves; run returns the exit status.
+template <class Options>
+void addSubcommand(
+    CLI::App& app, Request& request, const Help& help, void (*addOptions)(CLI::App&, Options&),
+    int (*run)(const Options&), void (*check)(const Options&) = [](const Options&) {}) {
+    CLI::App* command = app.add_subcommand(help.name, help.summary)->footer(help.footer);
+    const auto options = std::make_shared<Options>();
+    addOptions(*command, *options);
+    addTerminalOptions(*command, request.terminal);
+    command->callback([&request, options, run, check] {
+        check(*options);
+        request.work = [options, run] { return run(*options); };
     });
-    return command;
 }
 
 // ------------------------------------------------------------------------------ the whole line --
 
-int tellParseError(CLI::App& app, const CLI::ParseError& error) {
-    if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
+std::size_t editDistance(std::string_view one, std::string_view other) {
+    std::vector<std::size_t> row(other.size() + 1);
+    std::iota(row.begin(), row.end(), std::size_t{0});
+    for (const char letter : one) {
+        std::size_t diagonal = row[0]++;
+        for (std::size_t j = 0; j < other.size(); ++j) {
+            const std::size_t changed = diagonal + (letter == other[j] ? 0 : 1);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({changed, row[j] + 1, diagonal + 1});
+        }
+    }
+    return row.back();
+}
+
+// What somebody may have meant by a word; empty when nothing is near.
+std::string suggestion(const std::string& word, const CLI::App& app) {
+    const auto distance = [&word](const CLI::App* command) {
+        const std::string& name = command->get_name();
+        return name.starts_with(word) ? 0 : editDistance(word, name);
+    };
+    const auto commands = app.get_subcommands({});
+    const CLI::App* nearest = *std::ranges::min_element(commands, {}, distance);
+    const bool isNear = distance(nearest) < std::max<std::size_t>(2, word.size() / 2);
+    return isNear ? " (did you mean " + nearest->get_name() + "?)" : "";
+}
+
+int tellParseError(const CLI::App& app, const CLI::ParseError& error) {
+    if (error.get_exit_code() == 0) {
         const bool version = error.get_name() == "CallForVersion";
-        const std::string text = version ? error.what() + std::string("\n") : app.help();
-        (void)std::fwrite(text.data(), 1, text.size(), stdout);
+        writeStdout(version ? error.what() + std::string("\n") : app.help());
         return exitOk;
     }
     const auto parsed = app.get_subcommands();
-    Words subcommands;
-    for (const CLI::App* command : app.get_subcommands({})) {
-        subcommands.push_back(command->get_name());
-    }
     const auto unknown = app.remaining();
     const std::string what =
         parsed.empty() && !unknown.empty()
-            ? "no such subcommand: " + unknown.front() + suggestion(unknown.front(), subcommands)
+            ? "no such subcommand: " + unknown.front() + suggestion(unknown.front(), app)
             : error.what();
     printError("", fmt::format("{} (calcut {}--help shows how)", escapePath(what),
                                parsed.empty() ? "" : parsed.front()->get_name() + " "));
     return exitUsage;
 }
 
-OptionText textOf(const CLI::Option& option) {
-    OptionText text;
-    for (const std::string& name : option.get_snames()) {
-        text.names.push_back("-" + name);
-    }
-    for (const std::string& name : option.get_lnames()) {
-        text.names.push_back("--" + name);
-    }
-    if (text.names.empty()) {
-        text.names.push_back(option.get_name(true));
-    }
-    text.text = option.get_description();
-    if (option.get_items_expected_max() == 0) {
-        return text;
-    }
-    // "WHEN:{auto,always,never}"
-    const std::string value = option.get_type_name();
-    text.value = value.substr(0, value.find(':'));
-    const std::size_t open = value.find('{');
-    if (open != std::string::npos) {
-        text.choices = CLI::detail::split(value.substr(open + 1, value.find('}') - open - 1), ',');
-    }
-    return text;
-}
-
-CommandText textOf(const CLI::App& command, bool isSubcommand) {
-    CommandText text{isSubcommand ? command.get_name() : "",
-                     command.get_description(),
-                     command.get_footer(),
-                     {}};
-    for (const CLI::Option* option : command.get_options()) {
-        text.options.push_back(textOf(*option));
-    }
-    return text;
-}
-
-int generate(CLI::App& app, const std::string& directory) {
-    std::vector<CommandText> texts = {textOf(app, false)};
-    for (const CLI::App* command : app.get_subcommands({})) {
-        texts.push_back(textOf(*command, true));
-    }
-    return generateTexts(texts, directory);
-}
-
-}  // namespace
-
 int runCommandLine(int argc, char** argv) {
     Request request;
-    CLI::App app("Cuts EEPROM dumps of depth camera modules, and shows what is in them.", "calcut");
+    CLI::App app(commandHelp.summary, commandHelp.name);
     app.set_version_flag("-V,--version", "calcut " CALCUT_VERSION, "Print the version and exit");
-    app.require_subcommand(1);
-    app.footer(footers::command);
-    const CLI::App* cut = addCut(app, request);
-    const CLI::App* inspect = addInspect(app, request);
-    const CLI::App* plot = addPlot(app, request);
-    const CLI::App* compare = addCompare(app, request.compare);
-    const CLI::App* exports = addExport(app, request.exports);
-    addMake(app, request);
+    app.footer(commandHelp.footer)->require_subcommand(1);
+    addSubcommand(app, request, cutHelp, addCutOptions, runCut, checkCut);
+    addSubcommand(app, request, inspectHelp, addInspectOptions, runInspect);
+    addSubcommand(app, request, plotHelp, addPlotOptions, runPlot);
+    addSubcommand(app, request, compareHelp, addCompareOptions, compare, checkCompare);
+    addSubcommand(app, request, exportHelp, addExportOptions, runExport);
+    addSubcommand(app, request, makeHelp, addMakeOptions, runMake, checkMake);
     addTerminalOptions(app, request.terminal);
-    for (CLI::App* command : app.get_subcommands({})) {
-        addTerminalOptions(*command, request.terminal);
-    }
     // For the build, which makes man pages and completions of these texts.
     if (argc == 3 && std::string_view(argv[1]) == "--generate") {
-        return generate(app, argv[2]);
+        return generateTexts(app, argv[2]);
     }
     // No option takes one, and as a path it would be a riddle.
     if (std::any_of(argv + 1, argv + argc, [](const char* word) { return *word == '\0'; })) {
@@ -293,20 +324,13 @@ int runCommandLine(int argc, char** argv) {
         return tellParseError(app, error);
     }
     setTerminal(request.terminal);
-    if (app.got_subcommand(cut)) {
-        return runCut(request.cut);
-    }
-    if (app.got_subcommand(inspect)) {
-        return runInspect(request.inspect);
-    }
-    if (app.got_subcommand(compare)) {
-        return request.compare.output.empty() ? runCompare(request.compare, nullptr)
-                                              : runCompareAndDraw(request.compare);
-    }
-    if (app.got_subcommand(exports)) {
-        return runExport(request.exports);
-    }
-    return app.got_subcommand(plot) ? runPlot(request.plot) : runMake(request.make);
+    return request.work();
 }
 
+}  // namespace
+
 }  // namespace calcut::tools
+
+int main(int argc, char** argv) {
+    return calcut::tools::runMain(calcut::tools::runCommandLine, argc, argv);
+}

@@ -185,8 +185,8 @@ void drawTable(const Cell& cell, const Diagnosis& module, const std::string& tit
     const MaskedValues map{{values, mask.size()}, mask};
     const Scale colours = scale ? *scale : robustScale(statisticsOf(map));
     FrameParts parts = imageParts(title, module.record->imagerArea);
-    if (const DiagnosedBlock* stored = module.readBlock(block)) {
-        parts.note = storageText(stored->sighting.header, colours.high - colours.low);
+    if (const auto* stored = module.readBlock(block)) {
+        parts.note = storageText(stored->header, colours.high - colours.low);
     }
     const char* label = scale ? "value, same scale for all" : "value (unit not recorded)";
     drawMap(cell, std::move(parts), {{colours, label}}, map);

@@ -1,9 +1,24 @@
-// What the help of each subcommand ends with.
+// The texts of the command line: help beside the options, man pages, shell completion.
 #pragma once
 
-namespace calcut::tools::footers {
+#include <string>
 
-inline constexpr const char* command =
+namespace CLI {
+class App;
+}
+
+namespace calcut::tools {
+
+/// Writes into a directory, out of what the parser knows: man pages (calcut.1, calcut-cut.1, ...)
+/// and completions (calcut.bash, _calcut, calcut.fish). Returns the exit status.
+int generateTexts(const CLI::App& app, const std::string& directory);
+
+struct Help {
+    const char *name, *summary, *footer;
+};
+
+inline constexpr Help commandHelp = {
+    "calcut", "Cuts EEPROM dumps of depth camera modules, and shows what is in them.",
     R"(Exit status: 0 everything was done, 1 a file was refused or could not be written,
 2 the command line is wrong (compare: 1 different, 2 not compared); an interrupted command ends by its signal (130, 143).
 Nothing that is also read is ever written to. calcut SUBCOMMAND --help tells more.
@@ -16,9 +31,10 @@ Examples:
   calcut inspect module.bin                      what is in a dump, or why it cannot be cut
   calcut plot module.bin -o module.png           its calibration as one sheet
   calcut compare golden.bin module.bin           how two modules differ
-  calcut export module.bin tables --as npy       its tables for NumPy)";
+  calcut export module.bin tables --as npy       its tables for NumPy)"};
 
-inline constexpr const char* cut =
+inline constexpr Help cutHelp = {
+    "cut", "Cut dumps into the files of the camera stack",
     R"(calcut cut [OPTIONS] DUMP OUTDIR         one dump into an existing directory
 calcut cut [OPTIONS] DUMP... --out DIR   a directory for each dump under DIR
 calcut cut --verify DIR DUMP             whether the files in DIR are the cut of DUMP
@@ -38,21 +54,24 @@ Examples:
   calcut cut module.bin out
   calcut cut line/*.bin --out cut -j 4 --report cut.csv
   calcut cut line --glob '*.eeprom' --out cut --resume
-  calcut cut --verify out module.bin)";
+  calcut cut --verify out module.bin)"};
 
-inline constexpr const char* inspect =
+inline constexpr Help inspectHelp = {
+    "inspect", "Show what dumps and packed calibrations hold, and why they do not read",
     R"(Exit status: 0 everything reads and is intact, 1 it is not, 2 usage.
 
 Examples:
   calcut inspect module.bin
-  calcut inspect module.bin --json | jq .record.lens)";
+  calcut inspect module.bin --json | jq .record.lens)"};
 
-inline constexpr const char* plot = R"(Exit status: 0 the sheet was written, 1 it was not, 2 usage.
+inline constexpr Help plotHelp = {"plot", "Draw a calibration on one sheet",
+                                  R"(Exit status: 0 the sheet was written, 1 it was not, 2 usage.
 
 Examples:
-  calcut plot module.bin -o sheet.png)";
+  calcut plot module.bin -o sheet.png)"};
 
-inline constexpr const char* compare =
+inline constexpr Help compareHelp = {
+    "compare", "Show how two modules differ",
     R"(Differences are B - A. NaN equals NaN. Where the sensors have different sizes, their tables
 are told to differ and are not compared further. Only the calibration counts, not the image
 around it: a dump equals the packed calibration that was cut from it.
@@ -65,9 +84,10 @@ Examples:
   calcut compare golden.bin module.bin
   calcut compare golden.bin module.bin -q && echo equal
   calcut compare golden.bin module.bin --tolerance 1e-4 -o differences.png
-  calcut compare golden.bin module.bin --json | jq '.tables[] | select(.differs)')";
+  calcut compare golden.bin module.bin --json | jq '.tables[] | select(.differs)')"};
 
-inline constexpr const char* exports =
+inline constexpr Help exportHelp = {
+    "export", "Write a module's tables or lens for other tools",
     R"(calcut export [OPTIONS] DUMP DIR --as FORMAT   into DIR, made when it is not there
 
 Tables (mask, pixel_values, frequency_N_pixel_table, rays, psf, custom_ID):
@@ -84,15 +104,16 @@ Exit status: 0 all files were written, 1 one was not, 2 usage.
 
 Examples:
   calcut export module.bin tables --as npy
-  calcut export module.bin . --as opencv-yaml --force)";
+  calcut export module.bin . --as opencv-yaml --force)"};
 
-inline constexpr const char* make = R"(The same options give the same bytes on every machine.
+inline constexpr Help makeHelp = {"make", "Make a dump with a plausible calibration",
+                                  R"(The same options give the same bytes on every machine.
 Exit status: 0 the file was written, 1 it was not, 2 usage.
 
 Examples:
   calcut make -o module.bin
   calcut make --size 320x240 --frequencies 8 --seed 7 -o large.bin
   calcut make --layout korveline --signature 64 -o signed.bin
-  calcut make --bare -o - | calcut inspect -)";
+  calcut make --bare -o - | calcut inspect -)"};
 
-}  // namespace calcut::tools::footers
+}  // namespace calcut::tools
