@@ -70,6 +70,7 @@ class TemporaryFolder {
     // something fails. What is moved, and that it was, is on the disk before earlier files go.
     void moveFilesInto(const std::string& directory) {
         std::vector<std::pair<fs::path, fs::path>> moves;
+        moves.reserve(2 * stackFiles.size());
         for (const std::string name : stackFiles) {
             moves.emplace_back(fs::path(directory) / name, path_ + "/earlier-" + name);
         }

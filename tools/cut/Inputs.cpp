@@ -84,8 +84,9 @@ std::string candidate(const fs::path& source, std::size_t level) {
 std::string earlierName(const std::string& source, const std::string& out) {
     constexpr std::size_t looked = 3;
     for (std::size_t level = 0; level < looked; ++level) {
-        const std::string name = candidate(source, level);
-        if (!name.empty() && noteIn(out + "/" + name).value("source", "") == source) {
+        std::string name = candidate(source, level);
+        if (!name.empty() &&
+            noteIn((fs::path(out) / name).string()).value("source", "") == source) {
             return name;
         }
     }
