@@ -261,7 +261,8 @@ std::string usageFault(const CutOptions& options) {
                : "the file of --report must end in .csv or .json";
 }
 
-int runCut(CutOptions options) {
+int runCut(const CutOptions& given) {
+    CutOptions options = given;
     // So that a name behind them makes one slash.
     std::vector<std::string*> folders = {&options.out, &options.verify};
     if (options.paths.size() == 2) {

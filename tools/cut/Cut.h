@@ -33,6 +33,6 @@ struct CutOptions {
 std::string usageFault(const CutOptions& options);
 
 /// Cuts, or compares. Returns the exit status.
-int runCut(CutOptions options);
+int runCut(const CutOptions& given);
 
 }  // namespace calcut::tools
