@@ -139,15 +139,15 @@ const vantric::BlockSighting* unknownBlock(const Diagnosis& about) {
 
 Finding unknownBlockFinding(const vantric::BlockSighting& block) {
     const RXBlockHeader& header = block.header;
-    return {"unknown-block",
-            fmt::format("unknown block id {}", header.id),
-            "",
-            fmt::format("{} x {}, {} that no reader steps over", header.count,
-                        kindName(header.kind), byteCount(block.payloadSize)),
-            "the bytes before it are damaged, or whoever calibrated the module wrote a block that "
-            "no reader knows",
-            block.offset,
-            header.id};
+    Finding finding{"unknown-block", fmt::format("unknown block id {}", header.id)};
+    finding.found = fmt::format("{} x {}, {} that no reader steps over", header.count,
+                                kindName(header.kind), byteCount(block.payloadSize));
+    finding.advice =
+        "the bytes before it are damaged, or whoever calibrated the module wrote a block that no "
+        "reader knows";
+    finding.offset = block.offset;
+    finding.blockId = header.id;
+    return finding;
 }
 
 /// Whether what refused a calibration can come from a header read at the wrong place.

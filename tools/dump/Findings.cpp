@@ -52,32 +52,11 @@ std::string quoted(Layout layout) {
     return fmt::format("\"{}\"", traitsOf(layout).magic);
 }
 
-/// The magic of an image, or else of a calibration, further on.
-std::optional<Finding> findElsewhere(ByteView file, const std::string& wanted,
-                                     const std::string& seen) {
-    for (const Layout known : knownLayouts) {
-        const std::string_view magic = traitsOf(known).magic;
-        const auto found = std::search(file.begin(), file.end(), magic.begin(), magic.end());
-        const auto offset = static_cast<std::uint64_t>(found - file.begin());
-        if (found != file.end() && known == Layout::Packed) {
-            return Finding{
-                "calibration-inside",
-                "unknown magic",
-                wanted,
-                fmt::format("{}; but a packed calibration begins at byte {}", seen, offset),
-                "the image's header is damaged or of another layout: read the part again",
-                offset};
-        }
-        if (found != file.end()) {
-            return Finding{"bytes-before-image",
-                           "the image does not begin with the file",
-                           quoted(known) + " at byte 0",
-                           fmt::format("it at byte {}", offset),
-                           "leave out the bytes in front of it (tail -c)",
-                           offset};
-        }
-    }
-    return std::nullopt;
+/// Where the magic of a layout stands; the file's size when it does not.
+std::uint64_t offsetOf(Layout layout, ByteView file) {
+    const std::string_view magic = traitsOf(layout).magic;
+    const auto found = std::search(file.begin(), file.end(), magic.begin(), magic.end());
+    return static_cast<std::uint64_t>(found - file.begin());
 }
 
 // ---------------------------------------------------------------------------------- calibration --
@@ -196,8 +175,23 @@ Finding wrongMagic(ByteView file, Layout layout) {
         return {"lens-file", "a file that a cut has written, lensdata.dat", wanted,
                 "nine lens parameters", "give the dump that it was cut from"};
     }
-    if (const auto elsewhere = findElsewhere(file, wanted, seen)) {
-        return *elsewhere;
+    for (const Layout known : {Layout::V7, Layout::Korveline}) {
+        if (const std::uint64_t offset = offsetOf(known, file); offset < file.size()) {
+            return {"bytes-before-image",
+                    "the image does not begin with the file",
+                    quoted(known) + " at byte 0",
+                    fmt::format("it at byte {}", offset),
+                    "leave out the bytes in front of it (tail -c)",
+                    offset};
+        }
+    }
+    if (const std::uint64_t offset = offsetOf(Layout::Packed, file); offset < file.size()) {
+        return {"calibration-inside",
+                "unknown magic",
+                wanted,
+                fmt::format("{}; but a packed calibration begins at byte {}", seen, offset),
+                "the image's header is damaged or of another layout: read the part again",
+                offset};
     }
     return unknown
                ? Finding{"unknown-magic", "unknown magic", wanted, seen,
