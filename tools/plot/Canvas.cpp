@@ -65,8 +65,9 @@ std::vector<std::uint8_t> drawPage(const std::vector<Panel>& panels, const std::
     const std::shared_ptr<cairo_t> page(cairo_create(surface.get()), cairo_destroy);
     fillRect(page.get(), {0.0, 0.0, width, height}, paperColour);
     for (std::size_t i = 0; i < panels.size(); ++i) {
+        const std::size_t row = i / columns;
         panels[i]({{cellWidth * static_cast<double>(i % columns),
-                    cellHeight * static_cast<double>(i / columns), cellWidth, cellHeight},
+                    cellHeight * static_cast<double>(row), cellWidth, cellHeight},
                    page.get()});
     }
     cairo_status_t status = cairo_status(page.get());

@@ -115,9 +115,10 @@ void drawFrequencyTables(const Cell& cell, const Diagnosis& module, unsigned k) 
     const double width = (cell.width - 16.0) / 2.0;
     const double height = (cell.height - top - 12.0) / 2.0;
     for (int i = 0; i < 4; ++i) {
-        drawSeries({{cell.x + 8.0 + i % 2 * width, cell.y + top + i / 2 * height, width, height},
-                    cell.page},
-                   all[i]);
+        const int row = i / 2;
+        drawSeries(
+            {{cell.x + 8.0 + i % 2 * width, cell.y + top + row * height, width, height}, cell.page},
+            all[i]);
     }
 }
 

@@ -277,9 +277,12 @@ void Frame::image(
 
 void Frame::ring(const std::vector<std::size_t>& elements, std::size_t most) const {
     for (std::size_t i = 0; i < elements.size() && elements.size() <= most; ++i) {
-        const auto column = static_cast<double>(elements[i] % parts.x.count());
-        const auto row = static_cast<double>(elements[i] / parts.x.count());
-        drawMark(page, Mark::Ring, at(parts.x.first() + column, parts.y.first() + row), inkColour);
+        const std::size_t column = elements[i] % parts.x.count();
+        const std::size_t row = elements[i] / parts.x.count();
+        drawMark(page, Mark::Ring,
+                 at(parts.x.first() + static_cast<double>(column),
+                    parts.y.first() + static_cast<double>(row)),
+                 inkColour);
     }
 }
 

@@ -93,9 +93,10 @@ std::string storageText(const RXBlockHeader& header, double width) {
 Point shiftAt(const VantricCalibration& record, std::size_t pixel) {
     const float* ray = record.directions + 3 * pixel;
     const float* lens = record.lensParameters;
-    const std::size_t columns = record.imagerArea.columns;
-    return {double{lens[0]} * ray[0] / ray[2] + lens[2] - static_cast<double>(pixel % columns),
-            double{lens[1]} * ray[1] / ray[2] + lens[3] - static_cast<double>(pixel / columns)};
+    const std::size_t column = pixel % record.imagerArea.columns;
+    const std::size_t row = pixel / record.imagerArea.columns;
+    return {double{lens[0]} * ray[0] / ray[2] + lens[2] - static_cast<double>(column),
+            double{lens[1]} * ray[1] / ray[2] + lens[3] - static_cast<double>(row)};
 }
 
 RayField rayFieldOf(const VantricCalibration& record) {
