@@ -103,32 +103,38 @@ Json tableRow(const Json& table) {
     return row;
 }
 
+std::unique_ptr<LoadedModule> load(const std::string& path, const CompareOptions& options) {
+    std::unique_ptr<LoadedModule> module;
+    const auto work = [&] {
+        module = loadModule(path, options.layout, options.maxSize);
+        return exitOk;
+    };
+    (void)guarded(work, exitNotCompared);
+    return module;
+}
+
 int compare(const CompareOptions& options, DrawDifferences draw) {
-    const bool draws = !options.output.empty();
-    refuseFor(options.output,
-              draws ? whyNotWritable(options.output, {options.a, options.b}) : std::string());
+    if (draw != nullptr) {
+        checkWritable(options.output, {options.a, options.b});
+    }
     // Both are tried, so that one run tells about both.
-    const auto a = loadModule(options.a, options.layout, options.maxSize);
-    const auto b = loadModule(options.b, options.layout, options.maxSize);
+    const auto a = load(options.a, options);
+    const auto b = load(options.b, options);
     if (!a || !b) {
         return exitNotCompared;
     }
     const Json tree =
         compareTree({options.a, a->diagnosis}, {options.b, b->diagnosis}, options.tolerance);
-    if (draws) {
-        const std::vector<std::uint8_t> picture = draw(a->diagnosis, b->diagnosis, options.output);
-        refuseFor(options.output,
-                  picture.empty() ? "the picture could not be made (not enough memory?)" : "");
-        if (!writeOutput(options.output, picture)) {
-            return exitNotCompared;
-        }
+    if (draw != nullptr) {
+        writePicture(options.output, draw(a->diagnosis, b->diagnosis, options.output));
     }
     if (options.json) {
         writeStdout(jsonText(tree));
     } else {
         print(compareText(tree, styleOfStdout()));
     }
-    return !finishStdout() ? exitNotCompared : tree["equal"].get<bool>() ? exitOk : exitFailed;
+    finishStdout();
+    return tree["equal"].get<bool>() ? exitOk : exitFailed;
 }
 
 }  // namespace
@@ -157,16 +163,10 @@ std::string compareText(const Json& tree, const TextStyle& style) {
     return out.take();
 }
 
-int runCompare(const CompareOptions& options, DrawDifferences draw) {
+int runCompare(const CompareOptions& options, DrawDifferences (*load)()) {
     // To whoever asks by the exit status, nothing that goes wrong may look like a difference.
-    try {
-        return compare(options, draw);
-    } catch (const Refused& refused) {
-        printError(refused.subject(), refused.what());
-    } catch (const std::exception& error) {
-        printError("", reasonOf(error));
-    }
-    return exitNotCompared;
+    return guarded([&] { return compare(options, options.output.empty() ? nullptr : load()); },
+                   exitNotCompared);
 }
 
 }  // namespace calcut::tools

@@ -27,7 +27,8 @@ struct CompareOptions {
 using DrawDifferences = std::vector<std::uint8_t> (*)(const Diagnosis& a, const Diagnosis& b,
                                                       const std::string& output);
 
-/// Prints how two modules differ. draw is null in a program that cannot. Returns the exit status.
-int runCompare(const CompareOptions& options, DrawDifferences draw);
+/// Prints how two modules differ. load is called for a comparison with a picture, before anything
+/// is read. Returns the exit status.
+int runCompare(const CompareOptions& options, DrawDifferences (*load)());
 
 }  // namespace calcut::tools

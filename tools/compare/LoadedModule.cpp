@@ -9,17 +9,13 @@ std::unique_ptr<LoadedModule> loadModule(const std::string& path, std::optional<
     printNote(path, "reading");
     auto module = std::make_unique<LoadedModule>();
     module->dump = loadDump(path, maxSize);
-    if (!module->dump.error.empty()) {
-        printError(path, module->dump.error);
-        return nullptr;
-    }
+    refuseFor(path, module->dump.error);
     const ByteView bytes = module->dump.bytes;
     Diagnosis& diagnosis = module->diagnosis;
     diagnosis = diagnose(bytes, layout.value_or(classify(bytes)), vantric::Wanted::everything);
     if (diagnosis.status != VANTRIC_OK || !diagnosis.record) {
-        printError(path, diagnosis.faults.empty() ? "holds no calibration"
-                                                  : describe(diagnosis.faults.front()));
-        return nullptr;
+        throw Refused(path, diagnosis.faults.empty() ? "holds no calibration"
+                                                     : describe(diagnosis.faults.front()));
     }
     for (const Finding& fault : diagnosis.faults) {
         printWarning(path, describe(fault));

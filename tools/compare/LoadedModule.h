@@ -16,8 +16,8 @@ struct LoadedModule {
     Diagnosis diagnosis;  ///< its calibration reads, and everything of it was read
 };
 
-/// Null, with a printed error, when the file has no calibration that reads. A fault of the image
-/// alone (a wrong CRC-32, say) does not keep the calibration from sight; it is told as a warning.
+/// Throws Refused when the file has no calibration that reads. A fault of the image alone (a wrong
+/// CRC-32, say) does not keep the calibration from sight; it is told as a warning.
 std::unique_ptr<LoadedModule> loadModule(const std::string& path, std::optional<Layout> layout,
                                          std::uint64_t maxSize);
 

@@ -111,7 +111,7 @@ class Batch {
         if (!options_.report.empty()) {
             std::vector<std::string> read = {options_.filesFrom};
             std::ranges::transform(results_, std::back_inserter(read), &CutResult::dump);
-            refuseFor(options_.report, whyNotWritable(options_.report, read));
+            checkWritable(options_.report, read);
         }
         // Only the last step of the path: a mistyped parent is still an error.
         constexpr mode_t everyone = 0777;

@@ -232,24 +232,21 @@ void makeDirectory(const std::string& path) {
 
 int runExport(const ExportOptions& options) {
     const auto module = loadModule(options.input, options.layout, options.maxSize);
-    if (!module) {
-        return exitFailed;
-    }
     makeDirectory(options.directory);
     const std::vector<ExportFile> files = filesOf(module->diagnosis, options);
     for (const ExportFile& file : files) {
         const std::string path = options.directory + "/" + file.name;
-        refuseFor(path, whyNotWritable(path, {options.input}));
+        checkWritable(path, {options.input});
         refuseFor(path, identityOf(path) && !options.force ? "exists; --force replaces it" : "");
     }
     const InterruptGuard guard;
     for (const ExportFile& file : files) {
         const std::string path = options.directory + "/" + file.name;
         const std::string text = file.text();
-        const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
-        if (InterruptGuard::interrupted() || !writeOutput(path, {bytes, text.size()})) {
+        if (InterruptGuard::interrupted()) {
             return exitFailed;
         }
+        writeOutput(path, text);
         print(fmt::format("wrote {}  {} bytes\n", escapePath(path), text.size()));
     }
     return exitOk;

@@ -118,13 +118,11 @@ int runMake(const MakeOptions& options) {
     std::error_code ignored;
     const bool isFile =
         options.output != "-" && std::filesystem::is_regular_file(options.output, ignored);
-    refuseFor(options.output, isFile && !options.force ? "exists; --force replaces it"
-                                                       : whyNotWritable(options.output, {}));
+    refuseFor(options.output, isFile && !options.force ? "exists; --force replaces it" : "");
+    checkWritable(options.output, {});
     const writer::Calibration calibration = writer::makeCalibration(options.content);
     const Made made = makeFile(options, calibration);
-    if (!writeOutput(options.output, made.bytes)) {
-        return exitFailed;
-    }
+    writeOutput(options.output, made.bytes);
     const std::string text = describe(options, calibration, made);
     if (options.output != "-") {
         print(text);

@@ -172,7 +172,7 @@ void checkCompare(const CompareOptions& options) {
 }
 
 int compare(const CompareOptions& options) {
-    return options.output.empty() ? runCompare(options, nullptr) : runCompareAndDraw(options);
+    return runCompare(options, loadDrawDifferences);
 }
 
 void addExportOptions(CLI::App& command, ExportOptions& options) {

@@ -14,9 +14,8 @@ namespace calcut::tools {
 
 namespace {
 
-/// Loads calcut-plot.so, which lies beside the command or in ../libexec/calcut. Null, with a
-/// printed error, when it cannot.
-const Drawing* loadDrawing() {
+/// What calcut-plot.so has, which lies beside the command or in ../libexec/calcut.
+const Drawing& loadDrawing() {
     std::error_code error;
     const std::string folder =
         std::filesystem::read_symlink("/proc/self/exe", error).parent_path().string();
@@ -28,32 +27,13 @@ const Drawing* loadDrawing() {
         void* part = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
         const auto* drawing =
             static_cast<const Drawing*>(part == nullptr ? nullptr : dlsym(part, "calcutDrawing"));
-        if (drawing != nullptr && std::string_view(drawing->version) == CALCUT_VERSION) {
-            return drawing;
+        if (drawing == nullptr || std::string_view(drawing->version) != CALCUT_VERSION) {
+            throw Refused(
+                "", drawing == nullptr ? dlerror() : path + " is of another version of calcut");
         }
-        printError("", drawing == nullptr ? dlerror() : path + " is of another version of calcut");
-        return nullptr;
+        return *drawing;
     }
-    printError("", "calcut-plot is not installed: this build was made without Cairo");
-    return nullptr;
-}
-
-bool writePicture(const PlotOptions& options, const Drawing& drawing) {
-    if (const std::string why = whyNotWritable(options.output, {options.input}); !why.empty()) {
-        printError(options.output, why);
-        return false;
-    }
-    const auto module = loadModule(options.input, options.layout, options.maxSize);
-    if (!module) {
-        return false;
-    }
-    const std::vector<std::uint8_t> picture =
-        drawing.sheet(module->diagnosis, options.input, options.sharedScale, options.output);
-    if (picture.empty()) {
-        printError(options.output, "the picture could not be made (not enough memory?)");
-        return false;
-    }
-    return writeOutput(options.output, picture);
+    throw Refused("", "calcut-plot is not installed: this build was made without Cairo");
 }
 
 }  // namespace
@@ -63,13 +43,16 @@ bool isPictureName(const std::string& name) {
 }
 
 int runPlot(const PlotOptions& options) {
-    const Drawing* drawing = loadDrawing();
-    return drawing != nullptr && writePicture(options, *drawing) ? exitOk : exitFailed;
+    const Drawing& drawing = loadDrawing();
+    checkWritable(options.output, {options.input});
+    const auto module = loadModule(options.input, options.layout, options.maxSize);
+    writePicture(options.output, drawing.sheet(module->diagnosis, options.input,
+                                               options.sharedScale, options.output));
+    return exitOk;
 }
 
-int runCompareAndDraw(const CompareOptions& options) {
-    const Drawing* drawing = loadDrawing();
-    return drawing == nullptr ? exitNotCompared : runCompare(options, drawing->differences);
+DrawDifferences loadDrawDifferences() {
+    return loadDrawing().differences;
 }
 
 }  // namespace calcut::tools

@@ -27,8 +27,8 @@ bool isPictureName(const std::string& name);
 /// Draws the sheet. Returns the exit status.
 int runPlot(const PlotOptions& options);
 
-/// runCompare for a comparison with a picture.
-int runCompareAndDraw(const CompareOptions& options);
+/// For runCompare.
+DrawDifferences loadDrawDifferences();
 
 /// Functions that make pictures; the output's name decides the format, and an empty result is a
 /// picture that could not be made.

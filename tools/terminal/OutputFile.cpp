@@ -51,37 +51,35 @@ std::optional<FileIdentity> identityOf(const std::string& path) {
     return FileIdentity{status.st_dev, status.st_ino};
 }
 
-std::string whyNotWritable(const std::string& path, const std::vector<std::string>& inputs) {
+void checkWritable(const std::string& path, const std::vector<std::string>& inputs) {
     if (path == "-") {
-        return {};
+        return;
     }
     std::error_code ignored;
     const fs::file_type type = fs::status(path, ignored).type();
-    if (type == fs::file_type::directory) {
-        return reasonOf(EISDIR);
-    }
+    refuseFor(path, type == fs::file_type::directory ? reasonOf(EISDIR) : "");
     const bool isFile = type == fs::file_type::regular;
     // What is no file on a disk cannot be lost.
     if (isFile || type == fs::file_type::block) {
         const auto identity = identityOf(path);
-        if (std::ranges::any_of(inputs, [&identity](const std::string& input) {
-                return identityOf(input) == identity;
-            })) {
-            return "is also an input; it is left alone";
-        }
+        const bool isInput = std::ranges::any_of(inputs, [&identity](const std::string& input) {
+            return identityOf(input) == identity;
+        });
+        refuseFor(path, isInput ? "is also an input; it is left alone" : "");
     }
     if (fs::exists(fs::file_status(type)) && !isFile) {
-        return whyNoAccess(path, W_OK);
+        refuseFor(path, whyNoAccess(path, W_OK));
+        return;
     }
     const fs::path folder = fs::path(path).parent_path();
-    return whyNoAccess(folder.empty() ? "." : folder, W_OK | X_OK);
+    refuseFor(path, whyNoAccess(folder.empty() ? "." : folder, W_OK | X_OK));
 }
 
-bool writeOutput(const std::string& path, std::span<const std::uint8_t> bytes) {
-    const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+void writeOutput(const std::string& path, std::string_view text) {
     if (path == "-") {
         writeStdout(text);
-        return finishStdout();
+        finishStdout();
+        return;
     }
     std::error_code ignored;
     const bool isLink = fs::is_symlink(fs::symlink_status(path, ignored));
@@ -92,10 +90,12 @@ bool writeOutput(const std::string& path, std::span<const std::uint8_t> bytes) {
         (exists ? !fs::is_regular_file(status) : isLink)
             ? writeInto(path, exists ? 0 : O_CREAT, text)
             : replaceFile(isLink ? fs::canonical(path, ignored).string() : path, text);
-    if (error != 0) {
-        printError(path, reasonOf(error));
-    }
-    return error == 0;
+    refuseFor(path, error != 0 ? reasonOf(error) : "");
+}
+
+void writePicture(const std::string& path, const std::vector<std::uint8_t>& picture) {
+    refuseFor(path, picture.empty() ? "the picture could not be made (not enough memory?)" : "");
+    writeOutput(path, picture);
 }
 
 int writeAll(int descriptor, std::string_view text) {

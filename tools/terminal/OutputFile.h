@@ -16,15 +16,21 @@ namespace calcut::tools {
 /// none.
 std::optional<FileIdentity> identityOf(const std::string& path);
 
-/// Why no file of this path may be written, as far as can be told before the work: it is one of the
-/// inputs (the same file, through links too), a directory, or in a folder that cannot be written.
-/// Empty when nothing stands against it. Nothing is opened.
-std::string whyNotWritable(const std::string& path, const std::vector<std::string>& inputs);
+/// Throws Refused where no file of this path may be written, as far as can be told before the work:
+/// it is one of the inputs (the same file, through links too), a directory, or in a folder that
+/// cannot be written. Nothing is opened.
+void checkWritable(const std::string& path, const std::vector<std::string>& inputs);
 
 /// Writes a file, or standard output for "-". A regular file gets its name only when it is
-/// complete; devices and links are written where they are, pipes and sockets never. False, with a
-/// printed error that names the path, when that fails.
-bool writeOutput(const std::string& path, std::span<const std::uint8_t> bytes);
+/// complete; devices and links are written where they are, pipes and sockets never. Throws Refused
+/// when that fails.
+void writeOutput(const std::string& path, std::string_view text);
+inline void writeOutput(const std::string& path, std::span<const std::uint8_t> bytes) {
+    writeOutput(path, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+}
+
+/// The same for a picture, which is empty where it could not be made.
+void writePicture(const std::string& path, const std::vector<std::uint8_t>& picture);
 
 /// Writes all of a text to a descriptor. Returns errno, or 0 for success.
 int writeAll(int descriptor, std::string_view text);

@@ -125,20 +125,17 @@ void writeStdout(std::string_view text) {
     }
 }
 
-bool finishStdout() {
+void finishStdout() {
     static bool told = false;
     if (std::fflush(stdout) != 0 && stdoutError == 0) {
         stdoutError = errno;
     }
     // What is written to a pipe whose reader is gone is nobody's loss.
-    if ((stdoutError == 0 && std::ferror(stdout) == 0) || stdoutError == EPIPE) {
-        return true;
+    const bool lost = (stdoutError != 0 || std::ferror(stdout) != 0) && stdoutError != EPIPE;
+    if (lost && !std::exchange(told, true)) {
+        throw Refused("standard output",
+                      stdoutError != 0 ? errnoText(stdoutError) : "cannot be written");
     }
-    if (!std::exchange(told, true)) {
-        printError("standard output",
-                   stdoutError != 0 ? errnoText(stdoutError) : "cannot be written");
-    }
-    return false;
 }
 
 InterruptGuard::InterruptGuard() {
@@ -164,23 +161,31 @@ bool InterruptGuard::interrupted() {
     return noted != 0;
 }
 
-int runMain(int (*work)(int argc, char** argv), int argc, char** argv) {
-    // A reader that goes away and a file that may not grow are met as failed writes.
-    (void)std::signal(SIGPIPE, SIG_IGN);
-    (void)std::signal(SIGXFSZ, SIG_IGN);
-    int exitCode = exitFailed;
+int guarded(const std::function<int()>& work, int failed) {
     try {
-        exitCode = work(argc, argv);
+        return work();
     } catch (const Refused& refused) {
         printError(refused.subject(), refused.what());
     } catch (const std::exception& error) {
         printError("", reasonOf(error));
     }
-    const bool finished = finishStdout();
+    return failed;
+}
+
+int runMain(int (*work)(int argc, char** argv), int argc, char** argv) {
+    // A reader that goes away and a file that may not grow are met as failed writes.
+    (void)std::signal(SIGPIPE, SIG_IGN);
+    (void)std::signal(SIGXFSZ, SIG_IGN);
+    const int exitCode = guarded([&] { return work(argc, argv); }, exitFailed);
+    const auto finish = [] {
+        finishStdout();
+        return exitOk;
+    };
+    const int finished = guarded(finish, exitFailed);
     if (noted != 0) {
         (void)std::raise(noted);
     }
-    return finished || exitCode != exitOk ? exitCode : exitFailed;
+    return exitCode != exitOk ? exitCode : finished;
 }
 
 }  // namespace calcut::tools

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -78,10 +79,9 @@ void print(std::string_view text);
 /// Data that was asked for, on standard output. finishStdout tells about a failure.
 void writeStdout(std::string_view text);
 
-/// Flushes standard output. False, with a printed error, when not everything could be written; a
-/// reader that merely went away (as head does) is no error, and what was told once is not told
-/// again. An outer main calls it for every subcommand.
-bool finishStdout();
+/// Flushes standard output. Throws Refused, once, when not everything could be written; a reader
+/// that merely went away (as head does) is no error. runMain calls it for every subcommand.
+void finishStdout();
 
 /// While one exists, SIGINT, SIGTERM and SIGHUP only leave a note; a second one ends the process at
 /// once. Signals that were ignored stay so. At its end runMain ends the process by a signal that
@@ -96,6 +96,9 @@ class InterruptGuard {
     /// Whether a signal came. Any thread may ask.
     static bool interrupted();
 };
+
+/// The exit status of the work, or failed, with a printed error, where it throws.
+int guarded(const std::function<int()>& work, int failed);
 
 /// The body of main: runs the work, tells about what it throws, finishes standard output, and ends
 /// by the signal that an InterruptGuard noted. Returns the exit status.
