@@ -15,7 +15,7 @@ using Line = std::pair<skarbo::logtype, std::string>;
 std::vector<Line> takeLines();
 
 /// Texts of the error lines among them, without their line ends.
-std::vector<std::string> errorsIn(const std::vector<Line>& lines);
+std::vector<std::string> errorsIn(const std::vector<Line>& all);
 
 inline std::vector<std::string> takeErrors() {
     return errorsIn(takeLines());
