@@ -1,8 +1,10 @@
 #include "fixtures.h"
 
+#include <regex.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -122,6 +124,20 @@ Bytes korvelineImage(Bytes payload, std::uint8_t type, std::uint32_t address) {
     putLittle32(image, 58, calc_crc32(payload.data(), payload.size()));
     image.resize(std::max<std::size_t>(image.size(), address - 0x2000), 0);
     return bytes(image, payload);
+}
+
+std::optional<std::string> firstMatch(const std::string& text, const std::string& pattern) {
+    regex_t compiled;
+    if (regcomp(&compiled, pattern.c_str(), REG_EXTENDED | REG_NEWLINE) != 0) {
+        throw std::invalid_argument(pattern);
+    }
+    std::array<regmatch_t, 2> groups{};
+    const bool found = regexec(&compiled, text.c_str(), groups.size(), groups.data(), 0) == 0;
+    regfree(&compiled);
+    const regmatch_t& group = groups[groups[1].rm_so >= 0 ? 1 : 0];
+    return found ? std::optional(text.substr(static_cast<std::size_t>(group.rm_so),
+                                             static_cast<std::size_t>(group.rm_eo - group.rm_so)))
+                 : std::nullopt;
 }
 
 }  // namespace fixtures

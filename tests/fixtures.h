@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <initializer_list>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -98,5 +99,9 @@ Bytes korvelineImage(Bytes payload, std::uint8_t type, std::uint32_t address = 0
 
 /// Puts 32 bits, least significant byte first.
 void putLittle32(Bytes& image, std::size_t offset, std::uint32_t value);
+
+/// The first group of a POSIX extended pattern where it first matches (without groups, all of the
+/// match), for which nothing as large as std::regex has to be compiled. Lines count as ends.
+std::optional<std::string> firstMatch(const std::string& text, const std::string& pattern);
 
 }  // namespace fixtures

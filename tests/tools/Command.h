@@ -10,7 +10,6 @@
 #include <cstdlib>
 #include <map>
 #include <nlohmann/json.hpp>
-#include <regex>
 #include <string>
 
 #include "fixtures.h"
@@ -72,7 +71,7 @@ inline std::size_t lines(const std::string& text) {
 }
 
 inline bool matches(const std::string& text, const std::string& pattern) {
-    return std::regex_search(text, std::regex(pattern));
+    return firstMatch(text, pattern).has_value();
 }
 
 inline void make(const TempDir& dir, const std::string& words) {
