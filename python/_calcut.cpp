@@ -1,8 +1,6 @@
 // The module calcut._calcut; calcut/__init__.py is what people import.
 #include <pybind11/pybind11.h>
 
-#include <nlohmann/json.hpp>
-
 #include "python/Calibration.h"
 #include "python/Input.h"
 #include "tools/cut/Folder.h"
@@ -21,8 +19,7 @@ std::string inspectJson(const py::object& source, const std::string& layout) {
         const py::gil_scoped_release others;
         input.load();
         const Calibration calibration(std::move(input.bytes()), wanted);
-        text = tools::inspectTree(calibration.about(), input.name())
-                   .dump(-1, ' ', false, tools::Json::error_handler_t::replace);
+        text = tools::jsonText(tools::inspectTree(calibration.about(), input.name()));
     }
     input.raiseUnlessLoaded();
     return text;

@@ -129,7 +129,7 @@ int compare(const CompareOptions& options, DrawDifferences draw) {
         writePicture(options.output, draw(a->diagnosis, b->diagnosis, options.output));
     }
     if (options.json) {
-        writeStdout(jsonText(tree));
+        writeStdout(jsonText(tree, 2) + "\n");
     } else {
         print(compareText(tree, styleOfStdout()));
     }

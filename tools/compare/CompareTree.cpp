@@ -117,13 +117,13 @@ Json flatRecord(Json record) {
     }
     Json frequencies = Json::object();
     for (Json& frequency : record["frequencies"]) {
-        const std::string place = frequency["index"].dump();
+        const std::string place = jsonText(frequency["index"]);
         frequency.erase("index");
         frequencies[place] = std::move(frequency);
     }
     Json custom = Json::object();
     for (const Json& field : record["custom"]) {
-        custom[field["id"].dump()] = field["hex"];
+        custom[jsonText(field["id"])] = field["hex"];
     }
     record["frequencies"] = std::move(frequencies);
     record["custom"] = std::move(custom);

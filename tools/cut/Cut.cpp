@@ -15,7 +15,6 @@
 #include <thread>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include "tools/commands.h"
 #include "tools/cut/Folder.h"

@@ -12,7 +12,6 @@
 #include <utility>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include "tools/terminal/Escape.h"
 #include "tools/terminal/OutputFile.h"
@@ -240,8 +239,7 @@ void cutToFolder(const TakenDump& taken, std::span<const FileIdentity> reads, st
     TemporaryFolder temporary(result.dump, options.out, number);
     writeStackFiles(taken, temporary.path(), result);
     note["maskedPixels"] = result.maskedPixels;
-    // File names need not be UTF-8, JSON has to be.
-    const std::string text = note.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+    const std::string text = jsonText(note, 2) + "\n";
     if (const int error = writeInto(temporary.path() + "/" + noteFile, O_CREAT | O_EXCL, text)) {
         throw Refused(result.dump, "cannot write {}: {}", noteFile, errnoText(error));
     }
@@ -250,7 +248,7 @@ void cutToFolder(const TakenDump& taken, std::span<const FileIdentity> reads, st
 }
 
 Json noteIn(const std::string& folder) {
-    Json note = Json::parse(loadDump(folder + "/" + noteFile).bytes, nullptr, false);
+    Json note = parseJson(loadDump(folder + "/" + noteFile).bytes);
     if (!note.is_object() || !note.value("source", Json()).is_string()) {
         note = Json::object();
     }

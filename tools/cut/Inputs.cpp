@@ -11,7 +11,6 @@
 #include <unordered_set>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include "tools/cut/Folder.h"
 #include "tools/terminal/Terminal.h"

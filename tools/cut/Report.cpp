@@ -11,7 +11,6 @@
 #include <vector>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include "tools/cut/Folder.h"
 #include "tools/terminal/Escape.h"
@@ -93,7 +92,7 @@ std::string fieldOf(const Json& value) {
             return fmt::format("{}", fmt::join(fields, " "));
         }
         default:
-            return value.dump();
+            return jsonText(value);
     }
 }
 
@@ -159,10 +158,7 @@ void Report::add(std::span<const CutResult> results) {
     std::string text;
     for (const CutResult& result : results) {
         const Json row = rowOf(result);
-        // File names need not be UTF-8, JSON has to be.
-        text += json_ ? (rows_ > 0 ? ",\n" : "\n") +
-                            row.dump(-1, ' ', false, Json::error_handler_t::replace)
-                      : csvLine(row);
+        text += json_ ? (rows_ > 0 ? ",\n" : "\n") + jsonText(row) : csvLine(row);
         ++rows_;
         cut_ += result.good() ? 1 : 0;
         failedRows_ += result.outcome == Outcome::Failed ? 1 : 0;

@@ -12,7 +12,6 @@
 #include <system_error>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include "tools/commands.h"
 #include "tools/compare/LoadedModule.h"
@@ -170,10 +169,14 @@ std::string rosText(std::string_view source, const VantricCalibration& record) {
 /// With the names of inspect --json.
 std::string lensJsonText(std::string_view source, const Diagnosis& module) {
     const Json record = recordTree(module);
-    const Json tree = {{"schema", lensSchema},         {"file", source},
-                       {"columns", record["columns"]}, {"rows", record["rows"]},
-                       {"model", "plumb_bob"},         {"lens", record["lens"]}};
-    return tree.dump(2, ' ', false, Json::error_handler_t::replace) + '\n';
+    return jsonText({{"schema", lensSchema},
+                     {"file", source},
+                     {"columns", record["columns"]},
+                     {"rows", record["rows"]},
+                     {"model", "plumb_bob"},
+                     {"lens", record["lens"]}},
+                    2) +
+           '\n';
 }
 
 // ------------------------------------------------------------------------------------ the files --

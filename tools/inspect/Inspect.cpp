@@ -33,11 +33,11 @@ int runInspect(const InspectOptions& options) {
         } else if (several) {
             all.push_back(std::move(tree));
         } else {
-            writeStdout(jsonText(tree));
+            writeStdout(jsonText(tree, 2) + "\n");
         }
     }
     if (options.json && several) {
-        writeStdout(jsonText(all));
+        writeStdout(jsonText(all, 2) + "\n");
     }
     return good ? exitOk : exitFailed;
 }

@@ -3,7 +3,6 @@
 #include <utility>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include "tools/inspect/Text.h"
 

@@ -4,7 +4,6 @@
 #include <bit>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include "tools/dump/Names.h"
 #include "tools/terminal/Escape.h"

@@ -318,10 +318,6 @@ Json recordTree(const Diagnosis& about) {
             {"customStatus", statusName(about.customStatus)}};
 }
 
-std::string jsonText(const Json& tree) {
-    return tree.dump(2, ' ', false, Json::error_handler_t::replace) + '\n';
-}
-
 Json jsonFloat(float value) {
     if (std::isinf(value)) {
         return value < 0 ? "-inf" : "inf";

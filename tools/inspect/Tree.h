@@ -8,15 +8,10 @@
 #include <string_view>
 #include <vector>
 
-#include <nlohmann/json.hpp>
-
 #include "tools/dump/Diagnosis.h"
+#include "tools/dump/Json.h"
 
 namespace calcut::tools {
-
-/// Floats keep their own width, so that they are printed with the fewest digits that read back.
-using Json = nlohmann::basic_json<nlohmann::ordered_map, std::vector, std::string, bool,
-                                  std::int64_t, std::uint64_t, float>;
 
 /// Rises when a key goes or changes its meaning; new keys do not count.
 inline constexpr int inspectSchema = 1;
@@ -39,9 +34,6 @@ template <typename Value>
 Json orNull(const std::optional<Value>& value) {
     return orNull(value.has_value(), value.value_or(Value{}));
 }
-
-/// A tree as it is printed, indented. What is not UTF-8 is replaced.
-std::string jsonText(const Json& tree);
 
 /// A float as JSON has it: "inf" and "-inf"; a NaN stays one, and is null once it is written.
 Json jsonFloat(float value);

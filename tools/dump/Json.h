@@ -1,0 +1,24 @@
+// JSON as the command prints and reads it.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+namespace calcut::tools {
+
+/// Keys in the order they are set. Floats keep their own width, so that they are printed with the
+/// fewest digits that read back.
+using Json = nlohmann::basic_json<nlohmann::ordered_map, std::vector, std::string, bool,
+                                  std::int64_t, std::uint64_t, float>;
+
+/// A tree as it is printed, on one line without an indent below 0. What is not UTF-8, as file names
+/// need not be, is replaced.
+std::string jsonText(const Json& tree, int indent = -1);
+
+/// The tree in a text; discarded when it is none.
+Json parseJson(const std::vector<std::uint8_t>& text);
+
+}  // namespace calcut::tools
