@@ -106,6 +106,28 @@ TEST_F(HostTables, CopyFunctionsOfAHostSeeZerosBehindTheirBlock) {
     EXPECT_EQ(nonZero, 0U);
 }
 
+// A table without expectations takes a mask in plain words too: their low bytes, and zeros behind.
+TEST_F(HostTables, AMaskMayComeInWords) {
+    const RXTableEntry* entry = vantric_findRXTableEntry(RX_BLOCK_MASK, model.get());
+    const Bytes header = prefix(data, 11);
+    for (const unsigned count : {1U, 5U, 31U, 32U}) {
+        Bytes words;
+        Bytes expected(32);
+        for (unsigned i = 0; i < count; ++i) {
+            expected[i] = static_cast<std::uint8_t>(i % 3);
+            words = bytes(words, 0xAB, 0xCD, 0xE7, expected[i]);
+        }
+        data = bytes(header, int{RX_BLOCK_MASK}, int{RX_KIND_UINT32}, count, words, 255);
+        RXBlockTable* used = table(1);
+        ASSERT_EQ(vantric_addRXTableEntry(entry->id, entry->destination, entry->destinationSize,
+                                          nullptr, -1, entry->copy, nullptr, used),
+                  ok);
+        std::memset(record->pixelMask, 0xAA, 32);
+        (void)readWith(used);  // nothing else is there
+        EXPECT_EQ(Bytes(record->pixelMask, record->pixelMask + 32), expected) << count;
+    }
+}
+
 // The room of a record is that of the smallest image it was given, and what belongs to one image
 // size goes with it.
 TEST_F(HostTables, ARecordHasTheRoomOfItsSmallestImage) {

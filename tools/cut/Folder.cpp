@@ -202,7 +202,7 @@ void checkFolder(const CutResult& result, std::span<const FileIdentity> reads, c
                           escapePath(name), own ? "is also an input" : "no cut makes");
         }
     }
-    if (!force && !fs::is_empty(result.folder) && !agree(found, note, {"source"}) &&
+    if (!force && !fs::is_empty(result.folder, error) && !agree(found, note, {"source"}) &&
         !agree(found, note, {"bytes", "crc32"})) {
         throw Refused(result.dump, "{} holds the cut of {}; --force replaces it", folder,
                       found.empty() ? "an unknown dump" : escapePath(found.value("source", "")));

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <iterator>
-#include <regex>
 #include <utility>
 #include <vector>
 
@@ -97,9 +96,14 @@ std::string fieldOf(const Json& value) {
 }
 
 std::string quoted(const std::string& field) {
-    return field.find_first_of(",\"\r\n") == std::string::npos
-               ? field
-               : '"' + std::regex_replace(field, std::regex("\""), "\"\"") + '"';
+    if (field.find_first_of(",\"\r\n") == std::string::npos) {
+        return field;
+    }
+    std::string text = "\"";
+    for (const char c : field) {
+        text.append(c == '"' ? 2 : 1, c);
+    }
+    return text + '"';
 }
 
 std::string csvLine(const Json& row) {
