@@ -191,3 +191,18 @@ TEST_F(Dispatch, ACutAsksWhatAReadAsks) {
         EXPECT_EQ(cut.record->directions != nullptr, host);
     }
 }
+
+// One that takes the data only once they are read gets the record of a whole read.
+TEST_F(Dispatch, ACutHasARecordForWhoeverComesLate) {
+    VantricCalibrationHandler late = recordingHandler();
+    late.supports = [](const std::uint8_t* data, std::size_t size) {
+        asked += 's';
+        return asked == "sss" ? vantric_supportsRXCalibration(data, size) : 0;
+    };
+    add(late);
+    const Bytes packed = smallPacked();
+    const auto cut = readThroughHandlers(packed.data(), packed.size(), Wanted::cut, true);
+    EXPECT_EQ(cut.status, ok);
+    EXPECT_EQ(asked, "sssc");
+    EXPECT_NE(cut.record->directions, nullptr);
+}
