@@ -12,38 +12,16 @@
 
 #include "calcut/cutter.h"
 #include "cutter/CRC32.h"
-#include "fixtures.h"
 #include "tools/dump/Diagnosis.h"
+#include "tools/Dumps.h"
 #include "tools/inspect/Text.h"
 #include "tools/terminal/Escape.h"
 
-using namespace fixtures;
+using namespace dumps;
 using namespace calcut::tools;
 using vantric::Wanted;
 
 namespace {
-
-constexpr std::size_t v7Header = 67;
-constexpr std::size_t korvelineHeader = 104;
-constexpr std::uint8_t plainType = 7, signedType = 22;
-
-// The minimal calibration, its principal point inside the image; offsets of its blocks.
-Bytes minimal() {
-    Bytes packed = minimalPacked();
-    packed[30] = 0;  // cy = 0
-    return packed;
-}
-constexpr std::size_t block1 = 15, block2 = 54, block16 = 81, block21 = 145, block22 = 164,
-                      endMarker = 183;
-
-Bytes inserted(Bytes bytes, std::size_t at, const Bytes& what) {
-    bytes.insert(bytes.begin() + static_cast<std::ptrdiff_t>(at), what.begin(), what.end());
-    return bytes;
-}
-
-Bytes signatureArea(std::uint8_t length) {
-    return bytes(length, Bytes(127, 0xC5));
-}
 
 // Cuts in process, in a folder in memory where there is one.
 int cut(const Bytes& dump, Layout layout) {
@@ -264,177 +242,4 @@ TEST(Diagnosis, ABareCalibrationReadsButCannotBeCut) {
     const Diagnosis diagnosis = diagnose(packed, Layout::Packed, Wanted::cut);
     EXPECT_TRUE(diagnosis.intact());
     EXPECT_EQ(whyNotCut(diagnosis)->name, "bare-calibration");
-}
-
-// Each value under its own name, against what the dump was made of.
-TEST(Inspect, ShowsEachValueUnderItsName) {
-    const auto made = smallCalibration();
-    const Bytes packed = packCalibration(made);
-    const Bytes dump = korvelineImage(bytes(packed, signatureArea(3)), signedType);
-    const Json tree =
-        inspectTree(diagnose(dump, Layout::Korveline, Wanted::everything), "a\n\xC3\xA9");
-    const Json& record = tree["record"];
-    const std::array lens = {"fx", "fy", "cx", "cy", "k1", "k2", "p1", "p2", "k3"};
-    const std::string text = textOf(tree, {});
-    for (std::size_t i = 0; i < lens.size(); ++i) {
-        EXPECT_EQ(record["lens"][lens[i]].get<float>(), made.lens.at(i)) << lens[i];
-        const std::size_t line = text.find(std::string("\n  ") + lens[i] + " ");
-        EXPECT_EQ(std::stof(text.substr(line + 5)), made.lens.at(i)) << lens[i];
-    }
-    EXPECT_EQ(record["text1"], *made.text1);
-    EXPECT_EQ(record["text2"], *made.text2);
-    EXPECT_EQ(record["idBytes"], hexText(*made.idBytes));
-    EXPECT_EQ(record["idCodes"], Json(*made.idCodes));
-    EXPECT_EQ(record["auxFlag"], made.auxFlag);
-    const auto masked = std::count(made.mask.begin(), made.mask.end(), 0U);
-    EXPECT_EQ(record["maskedPixels"].get<std::ptrdiff_t>(), masked);
-    EXPECT_EQ(record["zeroMaskCount"].get<std::ptrdiff_t>(), masked);
-    for (std::size_t k = 0; k < made.frequencies.size(); ++k) {
-        const Json& shown = record["frequencies"][k];
-        const auto& frequency = made.frequencies[k];
-        EXPECT_EQ(shown["id"], frequency.id);
-        EXPECT_EQ(shown["valuesA"], Json(frequency.valuesA));
-        EXPECT_EQ(shown["valuesB"], Json(frequency.valuesB));
-        EXPECT_EQ(shown["scalar"].is_null(), !frequency.scalar.has_value());
-        EXPECT_EQ(shown["wigglingA"]["first"], Json(frequency.wigglingA.first));
-        EXPECT_EQ(shown["wigglingA"]["third"], Json(frequency.wigglingA.third));
-        EXPECT_EQ(shown["wigglingB"]["first"], Json(frequency.wigglingB.first));
-    }
-    const Json& straylight = record["straylight"];
-    EXPECT_EQ(straylight["scale"].get<float>(), made.straylight->scale);
-    EXPECT_EQ(straylight["centre"].get<float>(), made.straylight->centre);
-    EXPECT_EQ(straylight["radius"], Json(made.straylight->radius));
-    EXPECT_EQ(straylight["value"], Json(made.straylight->value));
-    for (std::size_t i = 0; i < made.custom.size(); ++i) {
-        EXPECT_EQ(record["custom"][i]["hex"], hexText(made.custom[i]));
-    }
-    EXPECT_EQ(tree["image"]["signature"]["hex"], "c5c5c5");
-    EXPECT_EQ(tree["image"]["storedCrc"], tree["image"]["computedCrc"]);
-    EXPECT_EQ(tree["calibration"]["bytes"], packed.size());
-    EXPECT_EQ(tree["calibration"]["endMarker"], korvelineHeader + packed.size() - 1);
-    EXPECT_EQ(tree["calibration"]["header"]["columns"], 8);
-    const auto [low, high] = std::minmax_element(made.lens.begin(), made.lens.end());
-    EXPECT_EQ(tree["calibration"]["blocks"][1]["range"]["min"].get<float>(), *low);
-    EXPECT_EQ(tree["calibration"]["blocks"][1]["range"]["max"].get<float>(), *high);
-    EXPECT_TRUE(text.starts_with("a\\x0a\xC3\xA9: korveline image"));
-}
-
-// Colours stand as their numbers in front of what they colour.
-TEST(Inspect, ExplainsWhatItShows) {
-    const Bytes good = minimal();
-    const auto with = [&good](std::size_t at, const Bytes& block) {
-        return v7Image(inserted(good, at, block));
-    };
-    const Bytes whole = korvelineImage(bytes(smallPacked(), signatureArea(3)), signedType);
-    const struct {
-        Bytes dump;
-        std::vector<const char*> lines;
-    } cases[] = {
-        {whole,
-         {"payload +[0-9]+ bytes at byte 104", "computed CRC-32 +<1>0x[0-9a-f]{8}  matches",
-          "signature +3 bytes\n +c5c5c5", "sensor +8 columns x [0-9]+ rows, [0-9]+ pixels",
-          "[0-9]+  255  end marker", "<3>Record", "image area +8 x [0-9]+ pixels",
-          "fx +[0-9.]+ pixels", "k1 +[-0-9.]+", "text 1 +\".+\"",
-          "id codes +0x[0-9a-f]{4}  0x[0-9a-f]{4}", "masked pixels +[0-9]+ of [0-9]+",
-          "frequency 0 +id [0-9]+",
-          "  wiggling A +header 0x[0-9a-f]{8} \\([-+0-9.e]+\\), entries: [1-5]",
-          "straylight +scale .*, exponent .*, offset .*, centre .*", "  PSF +[0-9]+ x [0-9]+ .*",
-          "custom 128 +[0-9a-f]+", "read +VANTRIC_OK \\(0x00000000: read\\)", "verdict +<1>reads"}},
-        {flipped(v7Image(good), 100 * 8),
-         {"computed CRC-32 +<0>0x[0-9a-f]{8}  does not match", "<3>Record"}},
-        {prefix(v7Image(good), 180),
-         {"payload +[0-9]+ bytes at byte 67, not all inside the file",
-          "<3>Record, as far as it was read"}},
-        {v7Image(patched(good, block1 + 1, {3})),
-         {"failing block +1 \\(lens parameters\\)",
-          "read +VANTRIC_ERR_INVALID_DATA \\(0x80000009: wrong order, .*\\)"}},
-        {v7Image(patched(good, 7, Bytes(4, 255))), {"read +0xfffe0001 \\(.*no status.*\\)"}},
-        {v7Image(patched(good, 34, bytes(0x80, 0, 0, 0))),
-         {"k1 +-inf", ".* 1  lens parameters .*, 1 not finite  read"}},
-        {v7Image(bytes(good, "abc")), {"3 bytes behind the end marker"}},
-        {with(block16, bytes(10, 0, 249, 0, 0, 0, 0)), {"ignored +an id below 128 .*"}},
-        {with(endMarker, bytes(128, 5, 1, 8, Bytes(4))),
-         {"custom fields +not readable: VANTRIC_ERR_BUFFER_TOO_SMALL \\(larger .*\\)"}},
-    };
-    const TextStyle style{0, [](Colour colour, std::string_view text) {
-                              return fmt::format("<{}>{}", static_cast<int>(colour), text);
-                          }};
-    for (const auto& [dump, lines] : cases) {
-        const std::string text =
-            textOf(inspectTree(diagnose(dump, classify(dump), Wanted::everything), ""), style);
-        for (const char* line : lines) {
-            EXPECT_TRUE(firstMatch(text, std::string("\n *") + line + "\n")) << line << "\n"
-                                                                             << text;
-        }
-    }
-}
-
-TEST(Inspect, FitsTheTerminal) {
-    const Bytes dump = korvelineImage(bytes(smallPacked(), signatureArea(127)), signedType);
-    const Json tree = inspectTree(diagnose(dump, Layout::Korveline, Wanted::everything), "dump");
-    const std::string wide = textOf(tree, {});
-    EXPECT_NE(wide.find("payload at"), std::string::npos);
-    for (const std::size_t width : {64U, 80U, 100U, 132U}) {
-        std::istringstream lines(textOf(tree, {width, nullptr}));
-        for (std::string line; std::getline(lines, line);) {
-            EXPECT_LE(line.size(), width) << line;
-            EXPECT_FALSE(line.ends_with(' ')) << line;
-        }
-    }
-}
-
-TEST(Dump, IsLoadedOnceWithinTheLimitAndNeverWaitedFor) {
-    const TempDir dir;
-    writeBytes(dir / "good", Bytes(1000, 1));
-    writeBytes(dir / "empty", {});
-    ASSERT_EQ(mkfifo((dir / "pipe").c_str(), 0600), 0);
-    const int listener = socket(AF_UNIX, SOCK_STREAM, 0);
-    sockaddr_un address{AF_UNIX, {}};
-    std::snprintf(address.sun_path, sizeof address.sun_path, "%s", (dir / "socket").c_str());
-    ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    close(listener);
-    const std::vector<std::tuple<std::string, std::uint64_t, const char*>> cases = {
-        {dir / "good", 1000, ""},
-        {dir / "good", 999, "is larger than 999 bytes, the limit for a dump (--max-size)"},
-        {dir / "missing", 1000, "No such file or directory"},
-        {dir / "empty", 1000, "is empty"},
-        {dir.path(), 1000, "is a directory"},
-        {dir / "pipe", 1000, "is a pipe that nobody writes to"},
-        {dir / "socket", 1000, "is a socket"},
-        {"/dev/null", 1000, "is empty"},
-        {"/dev/zero", 1 << 20, "is larger than 1 MiB, the limit for a dump (--max-size)"},
-    };
-    for (const auto& [path, limit, error] : cases) {
-        const Dump dump = loadDump(path, limit);
-        EXPECT_EQ(dump.error, error) << path;
-        EXPECT_EQ(dump.bytes.empty(), !dump.error.empty()) << path;
-    }
-    // A pipe that somebody does write to.
-    const int writer = open((dir / "pipe").c_str(), O_RDWR);
-    ASSERT_EQ(write(writer, "abc", 3), 3);
-    const pid_t child = fork();
-    if (child == 0) {
-        usleep(20000);
-        (void)!write(writer, "def", 3);
-        _exit(0);
-    }
-    close(writer);
-    EXPECT_EQ(loadDump(dir / "pipe").bytes, bytes("abcdef"));
-}
-
-TEST(Escape, KeepsNamesAndStopsControls) {
-    const std::vector<std::pair<std::string, std::string>> paths = {
-        {"plain", "plain"},
-        {"\xC3\xA9\xE2\x82\xAC", "\xC3\xA9\xE2\x82\xAC"},
-        {"a\x1B[2Jb", "a\\x1b[2Jb"},
-        {"\xC2\x9B", "\\xc2\\x9b"},
-        {"\xFF\xC3", "\\xff\\xc3"},
-        {"\xE2\x80\xAE", "\\xe2\\x80\\xae"},
-        {"\xC0\xAF", "\\xc0\\xaf"},
-        {"\xF0\x9F\x93\xB7", "\xF0\x9F\x93\xB7"},
-        {"\xED\xA0\x80", "\\xed\\xa0\\x80"}};
-    for (const auto& [path, shown] : paths) {
-        EXPECT_EQ(escapePath(path), shown);
-    }
-    EXPECT_EQ(escapeBytes("a\\b\xC3\n"), "a\\\\b\\xc3\\x0a");
 }
