@@ -164,18 +164,21 @@ TEST(Compare, ExitStatuses) {
     writeBytes(dir / "a.png", smallPacked());
     writeBytes(dir / "b", packed([](Calibration& c) { c.text1 = "another"; }));
     writeBytes(dir / "broken", prefix(smallPacked(), 100));
+    const auto load = []() -> DrawDifferences {
+        return [](const Diagnosis&, const Diagnosis&, const std::string&) { return Bytes(); };
+    };
     using Case = std::tuple<const char*, const char*, const char*, int>;
     for (const auto& [a, b, output, status] :
          {Case{"a.png", "a.png", "", 0}, Case{"a.png", "b", "", 1}, Case{"a.png", "missing", "", 2},
           Case{"broken", "a.png", "", 2}, Case{"b", "a.png", "a.png", 2},
-          Case{"b", "a.png", "no/x.png", 2}}) {
+          Case{"b", "a.png", "no/x.png", 2}, Case{"b", "a.png", "x.png", 2}}) {
         CompareOptions options;
         options.a = dir / a;
         options.b = dir / b;
         options.output = *output == '\0' ? "" : dir / output;
         testing::internal::CaptureStdout();
         testing::internal::CaptureStderr();
-        EXPECT_EQ(runCompare(options, nullptr), status) << a << " " << b << " " << output;
+        EXPECT_EQ(runCompare(options, load), status) << a << " " << b << " " << output;
         EXPECT_EQ(testing::internal::GetCapturedStdout().empty(), status == 2);
         EXPECT_EQ(testing::internal::GetCapturedStderr().empty(), status != 2);
     }
