@@ -1,12 +1,13 @@
 #pragma once
 
-#include <cstddef>
 #include <string>
 
-#include "cutter/ByteBuffer.h"
 #include "cutter/IEEPROMCutter.h"
 
-/// What the cutters of all layouts share.
+/// A zero-filled record. Nobody releases it: it belongs to nobody once the cut is over.
+EEPROMMetaInformation* newMetaInformation();
+
+/// What the cutters of all layouts share. Only what hosts call is defined elsewhere than here.
 class CALCUT_EXPORT EEPROMCutterBase : public IEEPROMCutter {
   public:
     EEPROMCutterBase();
@@ -18,15 +19,13 @@ class CALCUT_EXPORT EEPROMCutterBase : public IEEPROMCutter {
     EEPROMMetaInformation* getMetaInformation() override;
 
   protected:
-    /// A zero-filled record. Nobody releases it: it belongs to nobody once the cut is over.
-    CALCUT_INTERNAL static EEPROMMetaInformation* newMetaInformation();
-    /// writeIntrinsics of every layout. Makes a record when no execute has.
-    CALCUT_INTERNAL bool writeLensFile(const ByteBuffer& calibration);
-    /// Composes a log line of type error; always false.
-    CALCUT_INTERNAL static bool fail(const char* message);
-    /// Path of the calibration file, with the progress line about the block that goes there.
-    [[nodiscard]] CALCUT_INTERNAL std::string startCalibrationFile(unsigned int blockId,
-                                                                   std::size_t bytes) const;
+    /// The record to fill in; a new one when no execute has made it.
+    EEPROMMetaInformation& meta() {
+        if (metaInformation_ == nullptr) {
+            metaInformation_ = newMetaInformation();
+        }
+        return *metaInformation_;
+    }
 
     std::string inputFile_;
     std::string outputPath_;

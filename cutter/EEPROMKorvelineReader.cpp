@@ -6,8 +6,10 @@
 #include "cutter/korvelineImage.h"
 #include "cutter/LittleEndian.h"
 
-/// The file header in memory. Only magic, revision, the last byte of span26 and the payload fields
-/// are looked at; the meaning of the rest is unknown, it is kept as found.
+/// The file header in memory. Nothing in the library reads it back: the checks work on the dump.
+/// It is there because it belongs to the exported class, whose size hosts have compiled in, and
+/// because it is what a debugger shows of the last dump that was looked at. The meaning of the
+/// spans is unknown; they are kept as found.
 struct KorvelineHeader {
     char magic[9];
     std::uint32_t revision;

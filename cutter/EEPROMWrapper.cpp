@@ -3,25 +3,20 @@
 #include <cstring>
 #include <memory>
 
-#include "cutter/EEPROMKorvelineCutter.h"
-#include "cutter/EEPROMv7Cutter.h"
+#include "cutter/layouts.h"
 #include "cutter/LensData.h"
 #include "cutter/SkarLog.h"
 
+using calcut::image::Layout;
+using calcut::image::layoutOf;
+
 namespace {
 
-std::unique_ptr<IEEPROMCutter> createCutter(int layout) {
-    if (layout == CALCUT_LAYOUT_V7) {
-        return std::make_unique<EEPROMv7Cutter>();
-    }
-    return std::make_unique<EEPROMKorvelineCutter>();
-}
-
-bool cut(int layout, const char* inputFile, const char* outputPath,
+bool cut(const Layout& layout, const char* inputFile, const char* outputPath,
          EEPROMMetaInformation* metaInformation) {
     bool result = false;
     try {
-        const std::unique_ptr<IEEPROMCutter> cutter = createCutter(layout);
+        const std::unique_ptr<IEEPROMCutter> cutter = layout.makeCutter();
         cutter->setInputFile(inputFile);
         cutter->setOutputPath(outputPath);
         result = cutter->execute();
@@ -55,16 +50,13 @@ static_assert(sizeof(EEPROMMetaInformation) == 38);
 
 int cutEEPROMContent(int layout, const char* inputFile, const char* outputPath,
                      EEPROMMetaInformation* metaInformation) {
-    if (layout != CALCUT_LAYOUT_V7 && layout != CALCUT_LAYOUT_KORVELINE) {
+    const Layout* known = layoutOf(layout);
+    if (known == nullptr || inputFile == nullptr || outputPath == nullptr) {
         return 1;
     }
-    const bool hasPaths = inputFile != nullptr && outputPath != nullptr;
-    return hasPaths && cut(layout, inputFile, outputPath, metaInformation) ? 0 : 1;
+    return cut(*known, inputFile, outputPath, metaInformation) ? 0 : 1;
 }
 
 int readLensParameters(unsigned int layout, const char* path, float* parameters) {
-    if (layout > CALCUT_LAYOUT_KORVELINE) {
-        return 1;
-    }
-    return readLens(path, parameters) ? 0 : 1;
+    return layoutOf(layout) != nullptr && readLens(path, parameters) ? 0 : 1;
 }

@@ -1,8 +1,15 @@
 #include "cutter/EEPROMv7Cutter.h"
 
-#include "cutter/EEPROMv7Reader.h"
-#include "cutter/FileAccess.h"
-#include "cutter/imageRecord.h"
+#include "cutter/cutDump.h"
+#include "cutter/LensData.h"
+
+namespace {
+
+const calcut::image::Layout& layout() {
+    return calcut::image::layouts[CALCUT_LAYOUT_V7];
+}
+
+}  // namespace
 
 EEPROMv7Cutter::EEPROMv7Cutter() = default;
 
@@ -10,10 +17,7 @@ EEPROMv7Cutter::~EEPROMv7Cutter() = default;
 
 bool EEPROMv7Cutter::execute() {
     metaInformation_ = newMetaInformation();
-    EEPROMv7Reader reader;
-    reader.loadFile(inputFile_);
-    const DataBlock block = reader.getNextDataBlock();
-    return writeFile(block.id, block.data);
+    return cutDump(layout(), inputFile_, outputPath_, *metaInformation_);
 }
 
 EEPROMMetaInformation* EEPROMv7Cutter::getMetaInformation() {
@@ -21,17 +25,9 @@ EEPROMMetaInformation* EEPROMv7Cutter::getMetaInformation() {
 }
 
 bool EEPROMv7Cutter::writeFile(unsigned int blockId, const ByteBuffer& data) {
-    if (blockId != calcut::image::plainBlockId) {
-        throw;  // deliberate end of the process: no reader yields another id
-    }
-    const std::string path = startCalibrationFile(blockId, data.size());
-    const bool opened = writeWholeFile(path, data.data(), data.size());
-    if (!opened || data.empty()) {
-        return fail("Could not write data block");
-    }
-    return writeIntrinsics(data) || fail("Could not write data intrinsics");
+    return writeBlock(layout(), outputPath_, blockId, data, meta());
 }
 
 bool EEPROMv7Cutter::writeIntrinsics(const ByteBuffer& data) {
-    return writeLensFile(data);
+    return writeLensData(data, outputPath_, meta());
 }

@@ -25,7 +25,7 @@ constexpr std::size_t sensorPixels = std::size_t{CALCUT_SENSOR_COLUMNS} * CALCUT
 
 }  // namespace
 
-bool writeLensData(const ByteBuffer& calibration, const std::string& outputPath,
+bool writeLensData(calcut::image::Bytes calibration, const std::string& outputPath,
                    EEPROMMetaInformation& meta) {
     // The status is not looked at: whatever record a handler hands out is used.
     const vantric::HandlerRead read = vantric::readThroughHandlers(
@@ -41,12 +41,14 @@ bool writeLensData(const ByteBuffer& calibration, const std::string& outputPath,
 }
 
 bool readLensData(const std::string& path, float* parameters) {
-    const FileContent file = readFile(path, lensFileBytes);
-    if (file.size % sizeof(float) != 0 || file.size < lensFileBytes) {
+    const InputFile file(path);
+    if (file.size() % sizeof(float) != 0 || file.size() < lensFileBytes) {
         return false;
     }
+    std::array<std::uint8_t, lensFileBytes> bytes;
+    file.read(bytes.data(), bytes.size());
     for (std::size_t i = 0; i < lensFileFloats; ++i) {
-        std::memcpy(parameters + i, file.bytes.data() + fileIndexOfParameter[i] * sizeof(float),
+        std::memcpy(parameters + i, bytes.data() + fileIndexOfParameter[i] * sizeof(float),
                     sizeof(float));
     }
     parameters[lensFileFloats] = 0.0F;

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "calcut/cutter.h"
-#include "cutter/ByteBuffer.h"
+#include "cutter/imageRecord.h"
 
 // "lensdata.dat", 36 bytes, nine floats in the byte order of the machine:
 //
@@ -13,7 +13,7 @@
 /// Decodes a packed calibration, stores the number of masked pixels in meta and writes
 /// "lensdata.dat" into outputPath. False when the calibration does not read (meta is then
 /// untouched) or the file cannot be opened (meta is then filled).
-bool writeLensData(const ByteBuffer& calibration, const std::string& outputPath,
+bool writeLensData(calcut::image::Bytes calibration, const std::string& outputPath,
                    EEPROMMetaInformation& meta);
 
 /// The body of readLensParameters behind its layout test; false when the file does not serve.

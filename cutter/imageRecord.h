@@ -58,6 +58,14 @@ struct Record {
     std::optional<Refusal> refusal;
 };
 
+/// The payload of a record that was not refused.
+inline Bytes payloadOf(Bytes file, const Record& record) {
+    // An empty one may lie anywhere.
+    return record.payloadLength == 0 ? Bytes()
+                                     : file.subspan(static_cast<std::size_t>(record.payloadOffset),
+                                                    static_cast<std::size_t>(record.payloadLength));
+}
+
 /// Block ids of a record.
 constexpr std::uint16_t plainBlockId = 7;
 constexpr std::uint16_t signedBlockId = 37;  ///< the payload ends with a signature area

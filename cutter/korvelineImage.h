@@ -9,18 +9,21 @@
 // payload lies where its EEPROM address says. The meaning of most fields is unknown; they are kept
 // as found and named by their offsets.
 //
-//     0         9       13       16     22     26      41   42     46     52      56     58   62 ..
-//     88
-//     +---------+-------+--------+------+------+-------+----+------+------+-------+------+-----+--+----+
-//     |KORVELINE| u32   |revision| span | span | span  |type| span | span |address|length| CRC |..|
-//     |
-//     +---------+-------+--------+------+------+-------+----+------+------+-------+------+-----+--+----+
+// clang-format off
+//
+//     0           9       13         16              41     42      52        56       58    62      88     104
+//     +-----------+-------+----------+---------------+------+-------+---------+--------+-----+-------+------+
+//     | KORVELINE | kept  | revision | kept          | type | kept  | address | length | CRC | kept  |      |
+//     +-----------+-------+----------+---------------+------+-------+---------+--------+-----+-------+------+
 //
 // The payload of a signed type ends with a signature area:
 //
+//     0        1                             128
 //     +--------+-----------------------------+
 //     | length | signature, up to 127 bytes  |
 //     +--------+-----------------------------+
+//
+// clang-format on
 
 namespace calcut::image::korveline {
 

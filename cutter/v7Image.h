@@ -8,16 +8,21 @@
 // The v7 image. Little-endian; the record starts at the cursor, the first byte of the file at
 // first.
 //
+// clang-format off
+//
 //     0       6      8      12      16                 67
 //     +-------+------+------+-------+------------------+---------+
 //     |QOVRIN | ver. | CRC  | length| not examined     | payload |
 //     +-------+------+------+-------+------------------+---------+
+//
+// clang-format on
 
 namespace calcut::image::v7 {
 
 constexpr std::string_view magic = "QOVRIN";
 constexpr std::uint16_t version = 7;
 constexpr std::size_t headerSize = 67;
+constexpr std::size_t maxPayload = 0xFFFFFFFF;
 
 enum FieldIndex : std::size_t {
     fieldMagic,

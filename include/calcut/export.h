@@ -4,10 +4,8 @@
 
 #if defined(__GNUC__)
 #define CALCUT_EXPORT __attribute__((visibility("default")))
-#define CALCUT_INTERNAL __attribute__((visibility("hidden"))) /* helper of an exported class */
 #else
 #define CALCUT_EXPORT
-#define CALCUT_INTERNAL
 #endif
 
 #endif
