@@ -16,10 +16,7 @@ int directories = 0;
 
 }  // namespace
 
-writer::Bytes standardCalibration(float exponent, unsigned valueBits, std::uint64_t seed) {
-    writer::CalibrationOptions options;
-    options.straylightExponent = exponent;
-    options.seed = seed;
+writer::Bytes standardCalibration(const writer::CalibrationOptions& options, unsigned valueBits) {
     writer::Calibration calibration = writer::makeCalibration(options);
     calibration.custom.assign(2, std::vector<std::uint8_t>(customBlockBytes, 0x5A));
     writer::PackOptions pack;
@@ -28,7 +25,9 @@ writer::Bytes standardCalibration(float exponent, unsigned valueBits, std::uint6
 }
 
 writer::Bytes makeStandardDump(std::uint64_t seed) {
-    return writer::makeV7Image(standardCalibration(2.0F, 12, seed));
+    writer::CalibrationOptions options;
+    options.seed = seed;
+    return writer::makeV7Image(standardCalibration(options, 12));
 }
 
 CutDirectory::CutDirectory(const writer::Bytes& dump) {

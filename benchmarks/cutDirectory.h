@@ -10,7 +10,7 @@
 namespace calcut::bench {
 
 /// The calibration of the whole reads. valueBits 0: plain float tables.
-writer::Bytes standardCalibration(float exponent, unsigned valueBits, std::uint64_t seed = 1);
+writer::Bytes standardCalibration(const writer::CalibrationOptions& options, unsigned valueBits);
 
 /// A v7 dump of it.
 writer::Bytes makeStandardDump(std::uint64_t seed);

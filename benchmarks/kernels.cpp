@@ -5,14 +5,13 @@
 #include <numeric>
 #include <random>
 
-#include <benchmark/benchmark.h>
-
 #include "calcut/vantric.h"
 #include "calcut/vantric_rx.h"
 #include "calibration/directions.h"
 #include "calibration/packed/Compressed.h"
 #include "cutter/CRC32.h"
 #include "cutter/CRC32Kernels.h"
+#include "keep.h"
 #include "plain/plain.h"
 #include "work.h"
 #include "writer/writer.h"
@@ -34,6 +33,7 @@ struct Data {
     VantricImagerArea area{0, 0, columns, rows};
     std::vector<float> floats = std::vector<float>(std::size_t{pixels} * 3);
     std::vector<std::uint32_t> integers = std::vector<std::uint32_t>(pixels);
+    std::vector<std::uint32_t> scratch = std::vector<std::uint32_t>(std::size_t{pixels} * 2);
     std::vector<std::uint32_t> words = std::vector<std::uint32_t>(pixels);
     std::vector<std::uint8_t> bytes = std::vector<std::uint8_t>(crcBytes);
     std::vector<std::uint8_t> dump = std::vector<std::uint8_t>(crcBytesOfDump);
@@ -78,11 +78,11 @@ Work portableDirections() {
     return {"directions 224 x 172, portable",
             [&] {
                 plain::updateDirections(d.floats.data(), d.lens.data(), columns, rows);
-                benchmark::ClobberMemory();
+                clobberMemory();
             },
             [&] {
                 vantric::computeDirectionsPortable(d.floats.data(), d.lens.data(), columns, rows);
-                benchmark::ClobberMemory();
+                clobberMemory();
             },
             16.0};
 }
@@ -92,11 +92,11 @@ Work directions() {
     return {"directions 224 x 172",
             [&] {
                 plain::updateDirections(d.floats.data(), d.lens.data(), columns, rows);
-                benchmark::ClobberMemory();
+                clobberMemory();
             },
             [&] {
                 vantric_updateDirections(d.floats.data(), pixels * 3, d.lens.data(), &d.area);
-                benchmark::ClobberMemory();
+                clobberMemory();
             },
             vantric::hasAvx2() ? 28.0 : 16.0,
             "OpenCV undistortPoints",
@@ -104,7 +104,7 @@ Work directions() {
             20.0,
             [&] {
                 std::memset(d.floats.data(), 1, d.floats.size() * sizeof(float));
-                benchmark::ClobberMemory();
+                clobberMemory();
             }};
 }
 
@@ -129,13 +129,13 @@ Work psf(const char* name, float exponent) {
             [=] {
                 VantricCalibration copy = record;
                 plain::allocateAndCalculatePsf(copy);
-                benchmark::DoNotOptimize(copy.psf);
+                keep(copy.psf);
                 std::free(copy.psf);
             },
             [=] {
                 VantricCalibration copy = record;
                 vantric_allocateAndCalculatePsf(&copy);
-                benchmark::DoNotOptimize(copy.psf);
+                keep(copy.psf);
                 std::free(copy.psf);
             },
             16.0,
@@ -144,9 +144,9 @@ Work psf(const char* name, float exponent) {
             0.0,
             [] {
                 void* memory = std::malloc(pixels * sizeof(float));
-                benchmark::DoNotOptimize(memory);
+                keep(memory);
                 std::memset(memory, 1, pixels * sizeof(float));
-                benchmark::ClobberMemory();
+                clobberMemory();
                 std::free(memory);
             }};
 }
@@ -160,7 +160,7 @@ Work interpolation() {
                 for (std::size_t i = 0; i < pixels; ++i) {
                     d.floats[i] = plain::interpolate(*poly, d.at[i], 0.0F);
                 }
-                benchmark::ClobberMemory();
+                clobberMemory();
                 vantric_freePoly(poly);
             },
             [&, n] {
@@ -169,7 +169,7 @@ Work interpolation() {
                 for (std::size_t i = 0; i < pixels; ++i) {
                     d.floats[i] = vantric_cinterpol_def(poly, d.at[i], 0.0F);
                 }
-                benchmark::ClobberMemory();
+                clobberMemory();
                 vantric_freePoly(poly);
             },
             0.0,
@@ -178,7 +178,7 @@ Work interpolation() {
             0.0,
             [&] {
                 std::memcpy(d.floats.data(), d.at.data(), pixels * sizeof(float));
-                benchmark::ClobberMemory();
+                clobberMemory();
             }};
 }
 
@@ -187,7 +187,7 @@ void touch(std::size_t read) {
     Data& d = data();
     std::memcpy(d.floats.data(), d.words.data(), read);
     std::memset(reinterpret_cast<char*>(d.floats.data()) + read, 1, pixels * sizeof(float) - read);
-    benchmark::ClobberMemory();
+    clobberMemory();
 }
 
 Work unpackUint(std::uint8_t bits) {
@@ -196,11 +196,11 @@ Work unpackUint(std::uint8_t bits) {
     return {"unpackRXUint, " + std::to_string(bits) + (bits == 1 ? " bit" : " bits"),
             [&d, words, bits] {
                 plain::unpackUint(d.words.data(), words, pixels, bits, d.integers.data());
-                benchmark::ClobberMemory();
+                clobberMemory();
             },
             [&d, words, bits] {
                 vantric_unpackRXUint(d.words.data(), words, pixels, bits, d.integers.data());
-                benchmark::ClobberMemory();
+                clobberMemory();
             },
             4.0,
             {},
@@ -217,12 +217,12 @@ Work unpackFloat() {
             [&, words] {
                 plain::unpackFloat(d.words.data(), words, pixels, bits, d.integers.data(),
                                    d.floats.data(), 0.5F, 1.0F);
-                benchmark::ClobberMemory();
+                clobberMemory();
             },
             [&, words] {
                 vantric_unpackRXFloat(d.words.data(), words, pixels, bits, d.integers.data(),
                                       d.floats.data(), 0.5F, 1.0F);
-                benchmark::ClobberMemory();
+                clobberMemory();
             },
             4.0,
             {},
@@ -231,40 +231,46 @@ Work unpackFloat() {
             [&d, words] {
                 touch(words * 4);
                 std::memset(d.integers.data(), 1, pixels * sizeof(std::uint32_t));
-                benchmark::ClobberMemory();
+                clobberMemory();
             }};
 }
 
-Work floatBlock() {
+// Decodes a block of values for the pixels with the plain form and with the library.
+Work blockWork(const char* name, const RXBlockHeader& block, const std::uint8_t* payload,
+               double target) {
     Data& d = data();
-    RXBlockHeader block = {};
-    block.kind = RX_KIND_FLOAT;
-    block.count = pixels;
-    const auto decode = [&d, block](const auto& decodeBlock) {
-        VantricStream stream = vantric_createStreamFromData(d.rxFloats.data(), d.rxFloats.size());
-        decodeBlock(stream, block, reinterpret_cast<std::uint8_t*>(d.floats.data()));
-        benchmark::ClobberMemory();
+    const std::size_t size = vantric_getRXPackedBlockSize(&block);
+    const auto decode = [&d, block, payload, size](const auto& decodeBlock) {
+        VantricStream stream = vantric_createStreamFromData(payload, size);
+        decodeBlock(stream, block, reinterpret_cast<std::uint8_t*>(d.scratch.data()),
+                    d.scratch.size() * sizeof(std::uint32_t),
+                    reinterpret_cast<std::uint8_t*>(d.floats.data()), pixels * sizeof(float));
+        clobberMemory();
     };
-    return {"float block, 38528 values",
+    return {name,
+            [=] { decode(plain::decodeBlock); },
             [=] {
-                decode([](VantricStream& stream, const RXBlockHeader& header, std::uint8_t* dest) {
-                    plain::decodeBlock(stream, header, nullptr, 0, dest, pixels * sizeof(float));
+                decode([](VantricStream& stream, const RXBlockHeader& header, std::uint8_t* scratch,
+                          std::uint64_t scratchSize, std::uint8_t* dest, std::uint64_t destSize) {
+                    vantric_decodeRXBlock(&stream, &header, scratch, scratchSize, dest, destSize);
                 });
             },
-            [=] {
-                decode([](VantricStream& stream, const RXBlockHeader& header, std::uint8_t* dest) {
-                    vantric_decodeRXBlock(&stream, &header, nullptr, 0, dest,
-                                          pixels * sizeof(float));
-                });
-            },
-            5.0,
+            target,
             {},
             {},
             0.0,
-            [&] {
-                std::memcpy(d.floats.data(), d.rxFloats.data(), d.rxFloats.size());
-                benchmark::ClobberMemory();
-            }};
+            [size] { touch(size); }};
+}
+
+Work packedBlock() {
+    const RXBlockHeader block = {0, RX_KIND_PACKED_FLOAT, pixels, 12, 0.5F, 1.0F};
+    return blockWork("packed block, 12-bit floats", block,
+                     reinterpret_cast<const std::uint8_t*>(data().words.data()), 4.0);
+}
+
+Work floatBlock() {
+    const RXBlockHeader block = {0, RX_KIND_FLOAT, pixels, 0, 0, 0};
+    return blockWork("float block, 38528 values", block, data().rxFloats.data(), 5.0);
 }
 
 Work maskBytes() {
@@ -276,12 +282,12 @@ Work maskBytes() {
                 for (std::size_t i = 0; i < pixels; ++i) {
                     d.lowBytes[i] = static_cast<std::uint8_t>(d.integers[i]);
                 }
-                benchmark::ClobberMemory();
+                clobberMemory();
             },
             [&, words] {
                 vantric::decodePackedLowBytes(reinterpret_cast<const std::uint8_t*>(d.words.data()),
                                               words, pixels, 1, d.lowBytes.data());
-                benchmark::ClobberMemory();
+                clobberMemory();
             },
             8.0,
             {},
@@ -290,32 +296,26 @@ Work maskBytes() {
             [&, words] {
                 std::memcpy(d.lowBytes.data(), d.words.data(), words * 4);
                 std::memset(d.lowBytes.data(), 1, d.lowBytes.size());
-                benchmark::ClobberMemory();
+                clobberMemory();
             }};
 }
 
 Work checksumOf(const char* name, std::vector<std::uint8_t>& bytes) {
     const bool byInstructions = checksum::hasInstructions();
-    return {
-        name,
-        [&] { benchmark::DoNotOptimize(plain::crc32(bytes.data(), bytes.size())); },
-        [&] { benchmark::DoNotOptimize(calc_crc32(bytes.data(), bytes.size())); },
-        byInstructions ? 30.0 : 6.0,
-        "zlib crc32",
-        zlibCrc32(bytes),
-        byInstructions ? 2.0 : 0.0,
-        [&] {
-            benchmark::DoNotOptimize(std::accumulate(bytes.begin(), bytes.end(), std::uint32_t{0}));
-        }};
+    return {name,
+            [&] { keep(plain::crc32(bytes.data(), bytes.size())); },
+            [&] { keep(calc_crc32(bytes.data(), bytes.size())); },
+            byInstructions ? 30.0 : 6.0,
+            "zlib crc32",
+            zlibCrc32(bytes),
+            byInstructions ? 2.0 : 0.0,
+            [&] { keep(std::accumulate(bytes.begin(), bytes.end(), std::uint32_t{0})); }};
 }
 
 Work portableChecksum() {
     const std::vector<std::uint8_t>& bytes = data().bytes;
-    return {
-        "calc_crc32, 64 KiB, portable",
-        [&] { benchmark::DoNotOptimize(plain::crc32(bytes.data(), bytes.size())); },
-        [&] { benchmark::DoNotOptimize(checksum::sideBySide(~0U, bytes.data(), bytes.size())); },
-        6.0};
+    return {"calc_crc32, 64 KiB, portable", [&] { keep(plain::crc32(bytes.data(), bytes.size())); },
+            [&] { keep(checksum::sideBySide(~0U, bytes.data(), bytes.size())); }, 6.0};
 }
 
 }  // namespace
@@ -326,13 +326,17 @@ std::string chosenKernels() {
 }
 
 std::vector<Work> kernelWork() {
-    std::vector<Work> work = {directions(), portableDirections(),
-                              psf("PSF 224 x 172, exponent 2.0", 2.0F),
-                              psf("PSF 224 x 172, exponent 2.1", 2.1F), interpolation()};
+    std::vector<Work> work = {directions()};
+    if (vantric::hasAvx2()) {
+        work.push_back(portableDirections());
+    }
+    work.insert(work.end(), {psf("PSF 224 x 172, exponent 2.0", 2.0F),
+                             psf("PSF 224 x 172, exponent 2.1", 2.1F), interpolation()});
     for (const std::uint8_t bits : std::initializer_list<std::uint8_t>{1, 8, 12, 13}) {
         work.push_back(unpackUint(bits));
     }
     work.push_back(unpackFloat());
+    work.push_back(packedBlock());
     work.push_back(floatBlock());
     work.push_back(maskBytes());
     work.push_back(checksumOf("calc_crc32, 64 KiB", data().bytes));

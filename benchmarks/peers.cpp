@@ -1,7 +1,6 @@
 #include <memory>
 
-#include <benchmark/benchmark.h>
-
+#include "keep.h"
 #include "work.h"
 
 #ifdef CALCUT_HAVE_OPENCV
@@ -37,7 +36,7 @@ Run opencvUndistortPoints([[maybe_unused]] const std::vector<float>& lens,
     return [=, rays = std::vector<cv::Point2f>()]() mutable {
         cv::undistortPoints(pixels, rays, camera, distortion, cv::noArray(), cv::noArray(),
                             cv::TermCriteria(cv::TermCriteria::COUNT, 15, 0));
-        benchmark::DoNotOptimize(rays.data());
+        keep(rays.data());
     };
 #else
     return {};
@@ -46,8 +45,7 @@ Run opencvUndistortPoints([[maybe_unused]] const std::vector<float>& lens,
 
 Run zlibCrc32([[maybe_unused]] const std::vector<std::uint8_t>& data) {
 #ifdef CALCUT_HAVE_ZLIB
-    return
-        [&] { benchmark::DoNotOptimize(::crc32(0, data.data(), static_cast<uInt>(data.size()))); };
+    return [&] { keep(::crc32(0, data.data(), static_cast<uInt>(data.size()))); };
 #else
     return {};
 #endif
@@ -64,7 +62,7 @@ Run boostPchip([[maybe_unused]] const std::vector<float>& x,
         for (std::size_t i = 0; i < at.size(); ++i) {
             out[i] = curve(at[i]);
         }
-        benchmark::ClobberMemory();
+        clobberMemory();
     };
 #else
     return {};

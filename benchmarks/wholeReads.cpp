@@ -1,10 +1,10 @@
+#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <memory>
 #include <stdexcept>
 
-#include <benchmark/benchmark.h>
 #include <unistd.h>
 #ifdef __GLIBC__
 #include <malloc.h>
@@ -14,6 +14,7 @@
 #include "calcut/vantric.h"
 #include "calibration/calibration.h"
 #include "cutDirectory.h"
+#include "keep.h"
 #include "plain/plain.h"
 #include "work.h"
 #include "writer/writer.h"
@@ -45,8 +46,9 @@ void choose([[maybe_unused]] Memory memory) {
 #endif
 }
 
-// The same work with each kind of memory.
+// The same work with each kind of memory, which makes no difference to the instructions of it.
 Work with(Memory memory, Work work) {
+    work.repetitions = memory == Memory::Kept ? work.repetitions : 0;
     for (Run* run : {&work.plain, &work.fast, &work.bound}) {
         *run = [memory, inner = *run] {
             choose(memory);
@@ -63,7 +65,7 @@ void touchRecord(const writer::Bytes& input) {
     record->psf = static_cast<float*>(std::malloc(pixels * sizeof(float)));
     const auto write = [](void* memory, std::size_t size) {
         std::memset(memory, 1, size);
-        benchmark::DoNotOptimize(memory);
+        keep(memory);
     };
     write(record->directions, pixels * 3 * sizeof(float));
     write(record->psf, pixels * sizeof(float));
@@ -79,7 +81,7 @@ void touchRecord(const writer::Bytes& input) {
     for (std::size_t k = 0; k < frequencies; ++k) {
         fill(record->frequencies[k].pixelTable);
     }
-    benchmark::ClobberMemory();
+    clobberMemory();
     vantric_freeCalibration(record);
 }
 
@@ -103,9 +105,21 @@ void checkSameReads(const writer::Bytes& input) {
     vantric_freeCalibration(fast);
 }
 
+void readOnce(const writer::Bytes& input) {
+    VantricCalibration* record = nullptr;
+    check(vantric_readCalibration(input.data(), input.size(), &record) == VANTRIC_OK);
+    vantric_freeCalibration(record);
+}
+
+writer::CalibrationOptions options(float exponent) {
+    writer::CalibrationOptions result;
+    result.straylightExponent = exponent;
+    return result;
+}
+
 Work wholeRead(const char* name, float exponent, unsigned valueBits, double target) {
     const auto input =
-        std::make_shared<const writer::Bytes>(standardCalibration(exponent, valueBits));
+        std::make_shared<const writer::Bytes>(standardCalibration(options(exponent), valueBits));
     checkSameReads(*input);
     return {name,
             [=] {
@@ -113,11 +127,7 @@ Work wholeRead(const char* name, float exponent, unsigned valueBits, double targ
                 check(plain::readCalibration(input->data(), input->size(), &record) == VANTRIC_OK);
                 vantric_freeCalibration(record);
             },
-            [=] {
-                VantricCalibration* record = nullptr;
-                check(vantric_readCalibration(input->data(), input->size(), &record) == VANTRIC_OK);
-                vantric_freeCalibration(record);
-            },
+            [=] { readOnce(*input); },
             target,
             {},
             {},
@@ -134,8 +144,8 @@ void copyFile(const std::string& from, const std::string& to) {
         .write(content.data(), static_cast<std::streamsize>(content.size()));
 }
 
-Work wholeCut(const char* name, double target) {
-    const auto payload = std::make_shared<const writer::Bytes>(standardCalibration(2.0F, 12));
+Work wholeCut(const std::string& name, double target, const writer::Bytes& calibration) {
+    const auto payload = std::make_shared<const writer::Bytes>(calibration);
     const auto files = std::make_shared<const CutDirectory>(writer::makeV7Image(*payload));
     return {name,
             [=] {
@@ -160,12 +170,34 @@ Work wholeCut(const char* name, double target) {
 }  // namespace
 
 std::vector<Work> readingWork() {
-    return {with(Memory::Kept, wholeRead("readCalibration, 12 bits, exponent 2.0", 2.0F, 12, 18.0)),
-            with(Memory::Kept, wholeRead("readCalibration, 12 bits, exponent 2.1", 2.1F, 12, 18.0)),
-            with(Memory::Kept, wholeRead("readCalibration, float tables", 2.0F, 0, 18.0)),
-            with(Memory::Fresh, wholeRead("readCalibration, 12 bits, fresh memory", 2.0F, 12, 9.0)),
-            with(Memory::Kept, wholeCut("cutEEPROMContent, v7 dump", 55.0)),
-            with(Memory::Fresh, wholeCut("cutEEPROMContent, v7 dump, fresh memory", 25.0))};
+    const writer::Bytes standard = standardCalibration(options(2.0F), 12);
+    return {
+        with(Memory::Kept, wholeRead("readCalibration, 12 bits, exponent 2.0", 2.0F, 12, 18.0)),
+        with(Memory::Kept, wholeRead("readCalibration, 12 bits, exponent 2.1", 2.1F, 12, 18.0)),
+        with(Memory::Kept, wholeRead("readCalibration, float tables", 2.0F, 0, 18.0)),
+        with(Memory::Fresh, wholeRead("readCalibration, 12 bits, fresh memory", 2.0F, 12, 9.0)),
+        with(Memory::Kept, wholeCut("cutEEPROMContent, v7 dump", 55.0, standard)),
+        with(Memory::Fresh, wholeCut("cutEEPROMContent, v7 dump, fresh memory", 25.0, standard))};
+}
+
+std::vector<Work> scalingWork() {
+    constexpr std::array<std::array<std::uint16_t, 2>, 6> sizes = {
+        {{16, 12}, {64, 48}, {224, 172}, {640, 480}, {1280, 960}, {2048, 1536}}};
+    std::vector<Work> all;
+    for (const auto [columns, rows] : sizes) {
+        writer::CalibrationOptions options;
+        options.columns = columns;
+        options.rows = rows;
+        const writer::Bytes calibration = standardCalibration(options, 12);
+        const std::string size = std::to_string(columns) + " x " + std::to_string(rows);
+        const auto input = std::make_shared<const writer::Bytes>(calibration);
+        all.push_back({"a read of " + size, {}, [=] { readOnce(*input); }});
+        all.push_back(wholeCut("a cut of " + size, 0.0, calibration));
+        for (Work& work : all) {
+            work.repetitions = 1;
+        }
+    }
+    return all;
 }
 
 }  // namespace calcut::bench

@@ -19,6 +19,7 @@ struct Work {
     Run peer = {};            ///< another library's answer; empty when it is missing
     double peerTarget = 0.0;  ///< peer / fast at least; 0: none
     Run bound = {};           ///< the memory traffic alone
+    long repetitions = 4;     ///< when instructions are counted; 0: not done
 };
 
 /// Which of their variants the kernels choose on this processor.
@@ -29,6 +30,9 @@ std::vector<Work> kernelWork();
 
 /// Whole calibrations and whole cuts.
 std::vector<Work> readingWork();
+
+/// Reads and cuts of images from 16 x 12 to 2048 x 1536 pixels, without their plain forms.
+std::vector<Work> scalingWork();
 
 // Peers; each returns an empty function when the library was not there at build time. The buffers
 // must outlive the function.
