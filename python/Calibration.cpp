@@ -6,8 +6,10 @@
 #include <cstring>
 
 #include "python/Input.h"
-#include "tools/dump/Names.h"
-#include "tools/terminal/Escape.h"
+#include "tools/inspect/Text.h"
+#include "tools/module/Layout.h"
+#include "tools/module/Names.h"
+#include "tools/text/Escape.h"
 
 namespace calcut::python {
 
@@ -35,8 +37,8 @@ py::object imageOf(const py::object& owner, const T* data) {
     return viewOf(owner, data, Shape{area.rows, area.columns});
 }
 
-py::object textOf(const char* text) {
-    return py::str(tools::escapeBytes({text, strnlen(text, VANTRIC_TEXT_BYTES)}));
+py::object stringOf(const char* text) {
+    return py::str(text::escapeBytes({text, strnlen(text, VANTRIC_TEXT_BYTES)}));
 }
 
 py::object lensOf(const py::object& /*owner*/, const Record& record) {
@@ -101,9 +103,9 @@ constexpr Property<Record> properties[] = {
      "Lens: nine named values, focal lengths and principal point in pixels."},
     {"straylight", RX_BLOCK_STRAYLIGHT, straylightOf,
      "Straylight: the model that the PSF is made from; or None."},
-    {"text0", RX_BLOCK_DATE, [](auto&, auto& of) { return textOf(of.text0); }, textDoc},
-    {"text1", RX_BLOCK_TEXT1, [](auto&, auto& of) { return textOf(of.text1); }, textDoc},
-    {"text2", RX_BLOCK_TEXT2, [](auto&, auto& of) { return textOf(of.text2); }, textDoc},
+    {"text0", RX_BLOCK_DATE, [](auto&, auto& of) { return stringOf(of.text0); }, textDoc},
+    {"text1", RX_BLOCK_TEXT1, [](auto&, auto& of) { return stringOf(of.text1); }, textDoc},
+    {"text2", RX_BLOCK_TEXT2, [](auto&, auto& of) { return stringOf(of.text2); }, textDoc},
     {"id_bytes", RX_BLOCK_ID_BYTES, idBytesOf, "bytes (up to 32), or None."},
     {"id_codes", RX_BLOCK_ID_CODES,
      [](auto&, auto& of) -> py::object { return py::make_tuple(of.idCode0, of.idCode1); },
@@ -118,10 +120,6 @@ struct Frequency {
     py::object owner;
     unsigned index;
 };
-
-std::uint32_t frequencyBlock(unsigned index, std::uint32_t block) {
-    return RX_BLOCK_FIRST_FREQUENCY + RX_BLOCKS_PER_FREQUENCY * index + block;
-}
 
 py::object wigglingOf(const py::object& owner, const VantricWigglingTable& table) {
     const std::size_t entries = std::min<std::size_t>(table.capacity, VANTRIC_WIGGLING_ENTRIES);
@@ -163,7 +161,7 @@ void bindFrequency(py::module_& module) {
     for (const auto& property : frequencyProperties) {
         const auto get = [&property](const Frequency& self) -> py::object {
             const auto& of = self.owner.cast<const Calibration&>();
-            return of.about().wasRead(frequencyBlock(self.index, property.block))
+            return of.about().wasRead(module::frequencyBlock(self.index, property.block))
                        ? property.get(self.owner, of.record().frequencies[self.index])
                        : py::none();
         };
@@ -178,7 +176,8 @@ py::list frequenciesOf(const py::object& self) {
     py::list list;
     // Records are filled by id, so a calibration that leaves one out has a gap.
     for (unsigned k = 0; k < VANTRIC_FREQUENCIES; ++k) {
-        if (self.cast<const Calibration&>().about().wasRead(frequencyBlock(k, RX_FREQUENCY_ID))) {
+        if (self.cast<const Calibration&>().about().wasRead(
+                module::frequencyBlock(k, RX_FREQUENCY_ID))) {
             list.append(Frequency{self, k});
         }
     }
@@ -201,7 +200,7 @@ py::dict customOf(const Calibration& of) {
 
 std::shared_ptr<Calibration> read(const py::object& source, const std::string& layout) {
     Input input(source);
-    const std::optional<tools::Layout> wanted = layoutOf(layout);
+    const std::optional<module::Layout> wanted = layoutOf(layout);
     std::shared_ptr<Calibration> calibration;
     {
         const py::gil_scoped_release others;
@@ -232,17 +231,17 @@ void bindCalibration(py::module_& module) {
     const auto size = [](auto VantricImagerArea::*member) {
         return [member](const Calibration& of) { return of.record().imagerArea.*member; };
     };
-    const auto layout = [](const Calibration& of) { return tools::layoutName(of.about().layout); };
+    const auto layout = [](const Calibration& of) { return module::layoutName(of.about().layout); };
     const auto warnings = [](const Calibration& of) { return toPython(of.about().warnings); };
     const auto repr = [](const Calibration& of) {
         const VantricImagerArea& area = of.record().imagerArea;
         return py::str("<calcut.Calibration: {}, {} x {} pixels>")
-            .format(tools::layoutName(of.about().layout), area.columns, area.rows);
+            .format(module::layoutName(of.about().layout), area.columns, area.rows);
     };
     const auto state = [](const Calibration& of) {
         const auto* bytes = reinterpret_cast<const char*>(of.bytes().data());
         return py::make_tuple(py::bytes(bytes, of.bytes().size()),
-                              tools::layoutName(of.about().layout));
+                              module::layoutName(of.about().layout));
     };
     const auto again = [](const py::tuple& kept) {
         return read(kept[0], kept[1].cast<std::string>());

@@ -6,7 +6,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "tools/dump/Diagnosis.h"
+#include "tools/module/Diagnosis.h"
+#include "tools/module/Layout.h"
 
 namespace calcut::python {
 
@@ -14,20 +15,20 @@ namespace calcut::python {
 class Calibration {
   public:
     /// Reads; needs no interpreter lock. Look at about().faults before anything else.
-    Calibration(std::vector<std::uint8_t> bytes, std::optional<tools::Layout> layout)
+    Calibration(std::vector<std::uint8_t> bytes, std::optional<module::Layout> layout)
         : bytes_(std::move(bytes)),
-          about_(tools::diagnose(bytes_, layout.value_or(tools::classify(bytes_)),
-                                 vantric::Wanted::everything)) {}
+          about_(module::diagnose(bytes_, layout.value_or(module::classify(bytes_)),
+                                  vantric::Wanted::everything)) {}
     Calibration(const Calibration&) = delete;
     Calibration& operator=(const Calibration&) = delete;
 
     [[nodiscard]] const std::vector<std::uint8_t>& bytes() const { return bytes_; }
-    [[nodiscard]] const tools::Diagnosis& about() const { return about_; }
+    [[nodiscard]] const module::Diagnosis& about() const { return about_; }
     [[nodiscard]] const VantricCalibration& record() const { return *about_.record; }
 
   private:
     std::vector<std::uint8_t> bytes_;
-    tools::Diagnosis about_;
+    module::Diagnosis about_;
 };
 
 /// calcut.read(): raises when the dump does not read.

@@ -2,13 +2,14 @@
 
 #include <algorithm>
 
-#include "tools/dump/Names.h"
-#include "tools/terminal/Escape.h"
+#include "tools/module/Layout.h"
+#include "tools/module/Names.h"
+#include "tools/text/Escape.h"
 
 namespace calcut::python {
 
-using tools::Finding;
-using tools::Layout;
+using module::Finding;
+using module::Layout;
 
 py::object typeNamed(const char* name) {
     return py::module_::import("calcut._types").attr(name);
@@ -26,14 +27,14 @@ std::optional<std::string> pathOf(const py::object& source) {
     return path == "-" ? "./-" : path;
 }
 
-std::optional<Layout> layoutOf(const std::string& word) {
+std::optional<module::Layout> layoutOf(const std::string& word) {
     if (word == "auto") {
         return std::nullopt;
     }
     const auto* found =
-        std::find_if(tools::knownLayouts.begin(), tools::knownLayouts.end(),
-                     [&word](Layout layout) { return word == tools::layoutName(layout); });
-    if (found == tools::knownLayouts.end()) {
+        std::find_if(module::knownLayouts.begin(), module::knownLayouts.end(),
+                     [&word](module::Layout layout) { return word == module::layoutName(layout); });
+    if (found == module::knownLayouts.end()) {
         throw py::value_error("layout is \"auto\", \"v7\", \"korveline\" or \"packed\", not \"" +
                               word + "\"");
     }
@@ -57,7 +58,7 @@ Input::Input(const py::object& source) : path_(pathOf(source)), name_(path_.valu
 
 void Input::load() {
     if (path_) {
-        dump_ = tools::loadDump(*path_);
+        dump_ = files::loadDump(*path_);
     }
 }
 
@@ -67,21 +68,21 @@ void Input::raiseUnlessLoaded() const {
     }
 }
 
-py::object toPython(const Finding& finding) {
+py::object toPython(const module::Finding& finding) {
     const auto orNone = [](const std::string& text) -> py::object {
         return text.empty() ? py::object(py::none()) : py::str(text);
     };
     return typeNamed("Finding")(
         finding.name, finding.what, orNone(finding.expected), orNone(finding.found), finding.advice,
         finding.offset,
-        orNone(finding.status == VANTRIC_OK ? std::string() : tools::statusName(finding.status)),
+        orNone(finding.status == VANTRIC_OK ? std::string() : module::statusName(finding.status)),
         finding.blockId ? py::object(py::int_(*finding.blockId)) : py::none(),
-        tools::describe(finding));
+        module::describe(finding));
 }
 
-py::list toPython(const std::vector<Finding>& findings) {
+py::list toPython(const std::vector<module::Finding>& findings) {
     py::list list;
-    for (const Finding& finding : findings) {
+    for (const module::Finding& finding : findings) {
         list.append(toPython(finding));
     }
     return list;
@@ -91,13 +92,13 @@ void raiseOsError(const std::string& path, const std::string& reason) {
     // Where the system has an error of its own, that one is raised.
     py::module_::import("os").attr("stat")(
         py::reinterpret_steal<py::object>(PyUnicode_DecodeFSDefault(path.c_str())));
-    PyErr_SetString(PyExc_OSError, (tools::escapePath(path) + ": " + reason).c_str());
+    PyErr_SetString(PyExc_OSError, (text::escapePath(path) + ": " + reason).c_str());
     throw py::error_already_set();
 }
 
-void raiseCalcutError(const Finding& finding, const std::string& name) {
+void raiseCalcutError(const module::Finding& finding, const std::string& name) {
     const py::object type = typeNamed("CalcutError");
-    PyErr_SetObject(type.ptr(), type(toPython(finding), tools::escapePath(name)).ptr());
+    PyErr_SetObject(type.ptr(), type(toPython(finding), text::escapePath(name)).ptr());
     throw py::error_already_set();
 }
 

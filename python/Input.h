@@ -7,7 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "tools/dump/Diagnosis.h"
+#include "tools/module/Diagnosis.h"
+#include "tools/module/Layout.h"
 
 namespace calcut::python {
 
@@ -20,7 +21,7 @@ py::object typeNamed(const char* name);
 std::optional<std::string> pathOf(const py::object& source);
 
 /// "auto" is nothing. Raises ValueError for a word that names no layout.
-std::optional<tools::Layout> layoutOf(const std::string& word);
+std::optional<module::Layout> layoutOf(const std::string& word);
 
 /// A dump as a path or as bytes.
 class Input {
@@ -40,15 +41,15 @@ class Input {
   private:
     std::optional<std::string> path_;
     std::string name_;
-    tools::Dump dump_;
+    files::Dump dump_;
 };
 
-py::object toPython(const tools::Finding& finding);
-py::list toPython(const std::vector<tools::Finding>& findings);
+py::object toPython(const module::Finding& finding);
+py::list toPython(const std::vector<module::Finding>& findings);
 
 /// OSError, or FileNotFoundError where nothing has that path.
 [[noreturn]] void raiseOsError(const std::string& path, const std::string& reason);
 
-[[noreturn]] void raiseCalcutError(const tools::Finding& finding, const std::string& name);
+[[noreturn]] void raiseCalcutError(const module::Finding& finding, const std::string& name);
 
 }  // namespace calcut::python

@@ -4,8 +4,9 @@
 #include "python/Calibration.h"
 #include "python/Input.h"
 #include "tools/cut/Folder.h"
-#include "tools/inspect/Tree.h"
-#include "tools/terminal/Terminal.h"
+#include "tools/module/Layout.h"
+#include "tools/module/Tree.h"
+#include "tools/text/Terminal.h"
 
 namespace calcut::python {
 
@@ -13,13 +14,13 @@ namespace {
 
 std::string inspectJson(const py::object& source, const std::string& layout) {
     Input input(source);
-    const std::optional<tools::Layout> wanted = layoutOf(layout);
+    const std::optional<module::Layout> wanted = layoutOf(layout);
     std::string text;
     {
         const py::gil_scoped_release others;
         input.load();
         const Calibration calibration(std::move(input.bytes()), wanted);
-        text = tools::jsonText(tools::inspectTree(calibration.about(), input.name()));
+        text = text::jsonText(module::inspectTree(calibration.about(), input.name()));
     }
     input.raiseUnlessLoaded();
     return text;
@@ -35,26 +36,26 @@ std::string pathOrRaise(const py::object& source) {
 
 py::object cut(const py::object& dump, const py::object& directory, const std::string& layout,
                bool force) {
-    tools::CutOptions options;
+    cut::CutOptions options;
     options.paths = {pathOrRaise(dump), pathOrRaise(directory)};
     options.layout = layoutOf(layout);
-    tools::CutResult result;
-    tools::TakenDump taken;
+    cut::CutResult result;
+    cut::TakenDump taken;
     try {
         const py::gil_scoped_release others;
-        taken = tools::takeDump(options.paths[0], options, result);
-        tools::cutInto(taken, options.paths[1], force, result);
-    } catch (const tools::Refused& refused) {
+        taken = cut::takeDump(options.paths[0], options, result);
+        cut::cutInto(taken, options.paths[1], force, result);
+    } catch (const text::Refused& refused) {
         if (result.fault) {
             raiseCalcutError(*result.fault, refused.subject());
         }
         raiseOsError(refused.subject(), refused.what());
     }
     py::dict files;
-    for (const tools::StackFile& file : taken.files) {
+    for (const cut::StackFile& file : taken.files) {
         files[file.name] = file.bytes.size();
     }
-    return typeNamed("Cut")(tools::layoutName(result.layout), files, result.maskedPixels,
+    return typeNamed("Cut")(module::layoutName(result.layout), files, result.maskedPixels,
                             toPython(result.warnings));
 }
 

@@ -8,11 +8,11 @@
 // command or in ../libexec/calcut, so that no other subcommand loads the drawing library.
 #pragma once
 
-namespace calcut::tools {
+namespace calcut {
 
 /// Exit statuses of the command.
 inline constexpr int exitOk = 0;      ///< everything asked for was done
 inline constexpr int exitFailed = 1;  ///< a dump, calibration or file was refused or not written
 inline constexpr int exitUsage = 2;   ///< the command line itself is wrong
 
-}  // namespace calcut::tools
+}  // namespace calcut

@@ -10,22 +10,23 @@
 #include "fixtures.h"
 #include "tools/compare/Compare.h"
 #include "tools/compare/CompareTree.h"
-#include "tools/dump/Tables.h"
+#include "tools/module/Layout.h"
+#include "tools/module/Tables.h"
 
 using namespace fixtures;
-using namespace calcut::tools;
+using namespace calcut;
 
 namespace {
 
 using calcut::writer::Calibration;
 using Change = std::function<void(Calibration&)>;
 
-Diagnosis diagnosisOf(const Bytes& file) {
-    return diagnose(file, classify(file), vantric::Wanted::everything);
+module::Diagnosis diagnosisOf(const Bytes& file) {
+    return module::diagnose(file, module::classify(file), vantric::Wanted::everything);
 }
 
-Json compared(const Bytes& a, const Bytes& b, std::optional<double> tolerance = {}) {
-    return compareTree({"a", diagnosisOf(a)}, {"b", diagnosisOf(b)}, tolerance);
+text::Json compared(const Bytes& a, const Bytes& b, std::optional<double> tolerance = {}) {
+    return compare::compareTree({"a", diagnosisOf(a)}, {"b", diagnosisOf(b)}, tolerance);
 }
 
 Bytes packed(const Change& change, unsigned valueBits = 0) {
@@ -36,8 +37,8 @@ Bytes packed(const Change& change, unsigned valueBits = 0) {
 
 void unchanged(Calibration& /*calibration*/) {}
 
-Json tableOf(const Json& tree, const std::string& name) {
-    for (const Json& table : tree["tables"]) {
+text::Json tableOf(const text::Json& tree, const std::string& name) {
+    for (const text::Json& table : tree["tables"]) {
         if (table["name"] == name) {
             return table;
         }
@@ -51,16 +52,17 @@ TEST(Compare, EveryBitThatStillReadsIsADifference) {
     // 36 pixels: no flipped bit makes another spelling of the same count.
     const Bytes original = calcut::writer::packCalibration(
         calcut::writer::makeCalibration({.columns = 9, .rows = 4, .frequencies = 1}));
-    const Diagnosis about = diagnosisOf(original);
+    const module::Diagnosis about = diagnosisOf(original);
     EXPECT_TRUE(compared(original, original)["equal"].get<bool>());
     EXPECT_TRUE(compared(original, v7Image(original))["equal"].get<bool>());
     unsigned seen = 0;
     for (std::size_t bit = 0; bit < 8 * original.size(); ++bit) {
         const Bytes changed = flipped(original, bit);
-        if (const Diagnosis other = diagnosisOf(changed); other.status == VANTRIC_OK) {
+        if (const module::Diagnosis other = diagnosisOf(changed); other.status == VANTRIC_OK) {
             ++seen;
-            const Json tree = bit % 2 == 0 ? compareTree({"a", about}, {"b", other}, {})
-                                           : compareTree({"a", other}, {"b", about}, {});
+            const text::Json tree = bit % 2 == 0
+                                        ? compare::compareTree({"a", about}, {"b", other}, {})
+                                        : compare::compareTree({"a", other}, {"b", about}, {});
             EXPECT_FALSE(tree["equal"].get<bool>()) << "bit " << bit;
         }
     }
@@ -82,10 +84,10 @@ TEST(Compare, WhereAndByHowMuch) {
          "frequencies.0.valuesB.1"},
     };
     for (const auto& [change, name, value] : cases) {
-        const Json tree = compared(original, packed(change));
+        const text::Json tree = compared(original, packed(change));
         SCOPED_TRACE(tree);
         EXPECT_FALSE(tree["equal"].get<bool>());
-        for (const Json& table : tree["tables"]) {
+        for (const text::Json& table : tree["tables"]) {
             const bool expected = name != nullptr && table["name"] == name;
             EXPECT_EQ(table["differs"].get<bool>(), expected);
             EXPECT_EQ(table["differing"], expected ? 1 : 0);
@@ -118,14 +120,14 @@ TEST(Compare, AHundredPixelValues) {
             }
         });
     };
-    const Json tree = compared(wide(false), wide(true));
+    const text::Json tree = compared(wide(false), wide(true));
     EXPECT_EQ(tableOf(tree, "pixel_values")["differing"], 100);
-    EXPECT_NE(compareText(tree, {}).find("100 of 1200"), std::string::npos);
+    EXPECT_NE(compare::compareText(tree, {}).find("100 of 1200"), std::string::npos);
     // Other sizes are told, not compared.
-    const Json sizes = compared(packed(unchanged), wide(false));
+    const text::Json sizes = compared(packed(unchanged), wide(false));
     EXPECT_FALSE(sizes["equal"].get<bool>());
     EXPECT_TRUE(tableOf(sizes, "mask")["differing"].is_null());
-    EXPECT_NE(compareText(sizes, {}).find("A: 8 x 4, B: 40 x 30"), std::string::npos);
+    EXPECT_NE(compare::compareText(sizes, {}).find("A: 8 x 4, B: 40 x 30"), std::string::npos);
 }
 
 TEST(Compare, ToleranceAppliesToValuesNotToHowTheyAreStored) {
@@ -139,7 +141,7 @@ TEST(Compare, ToleranceAppliesToValuesNotToHowTheyAreStored) {
          {Case{shifted, {}, false}, Case{shifted, 0.2, false}, Case{shifted, 0.25, true},
           Case{coarse, {}, false}, Case{coarse, 0.01, true}, Case{text, 1e9, false},
           Case{fewer, 1e9, false}, Case{original, 0.0, true}}) {
-        const Json tree = compared(original, other, tolerance);
+        const text::Json tree = compared(original, other, tolerance);
         EXPECT_EQ(tree["equal"], equal) << tree;
     }
 }
@@ -150,9 +152,9 @@ TEST(Compare, WhatIsNotFinite) {
     const std::vector<float> a = {nan, inf, nan, inf, 1.0F, 0.0F};
     const std::vector<float> b = {nan, inf, 1.0F, -inf, 3.0F, -0.0F};
     const auto table = [](const std::vector<float>& values) {
-        return Table{"t", "t", 6, 1, 1, {}, values};
+        return module::Table{"t", "t", 6, 1, 1, {}, values};
     };
-    const TableDifference difference = differenceOf(table(a), table(b), 1.0);
+    const module::TableDifference difference = module::differenceOf(table(a), table(b), 1.0);
     // The root of the mean square is that of the four that can be measured.
     EXPECT_EQ(std::tuple(difference.differing, difference.unmeasured, difference.max,
                          difference.maxAt, difference.rms),
@@ -164,21 +166,23 @@ TEST(Compare, ExitStatuses) {
     writeBytes(dir / "a.png", smallPacked());
     writeBytes(dir / "b", packed([](Calibration& c) { c.text1 = "another"; }));
     writeBytes(dir / "broken", prefix(smallPacked(), 100));
-    const auto load = []() -> DrawDifferences {
-        return [](const Diagnosis&, const Diagnosis&, const std::string&) { return Bytes(); };
+    const auto load = []() -> compare::DrawDifferences {
+        return [](const module::Diagnosis&, const module::Diagnosis&, const std::string&) {
+            return Bytes();
+        };
     };
     using Case = std::tuple<const char*, const char*, const char*, int>;
     for (const auto& [a, b, output, status] :
          {Case{"a.png", "a.png", "", 0}, Case{"a.png", "b", "", 1}, Case{"a.png", "missing", "", 2},
           Case{"broken", "a.png", "", 2}, Case{"b", "a.png", "a.png", 2},
           Case{"b", "a.png", "no/x.png", 2}, Case{"b", "a.png", "x.png", 2}}) {
-        CompareOptions options;
+        compare::CompareOptions options;
         options.a = dir / a;
         options.b = dir / b;
         options.output = *output == '\0' ? "" : dir / output;
         testing::internal::CaptureStdout();
         testing::internal::CaptureStderr();
-        EXPECT_EQ(runCompare(options, load), status) << a << " " << b << " " << output;
+        EXPECT_EQ(compare::runCompare(options, load), status) << a << " " << b << " " << output;
         EXPECT_EQ(testing::internal::GetCapturedStdout().empty(), status == 2);
         EXPECT_EQ(testing::internal::GetCapturedStderr().empty(), status != 2);
     }

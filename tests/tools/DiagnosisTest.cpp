@@ -12,34 +12,37 @@
 
 #include "calcut/cutter.h"
 #include "cutter/CRC32.h"
-#include "tools/dump/Diagnosis.h"
 #include "tools/Dumps.h"
 #include "tools/inspect/Text.h"
-#include "tools/terminal/Escape.h"
+#include "tools/module/Diagnosis.h"
+#include "tools/module/Layout.h"
+#include "tools/module/Tree.h"
+#include "tools/text/Escape.h"
+#include "tools/text/Lines.h"
 
 using namespace dumps;
-using namespace calcut::tools;
+using namespace calcut;
 using vantric::Wanted;
 
 namespace {
 
 // Cuts in process, in a folder in memory where there is one.
-int cut(const Bytes& dump, Layout layout) {
+int cut(const Bytes& dump, module::Layout layout) {
     static const TempDir folder(access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp");
-    if (layout != Layout::V7 && layout != Layout::Korveline) {
+    if (layout != module::Layout::V7 && layout != module::Layout::Korveline) {
         return 1;
     }
     writeBytes(folder / "dump", dump);
     EEPROMMetaInformation meta;
-    return cutEEPROMContent(layout == Layout::V7 ? 0 : 1, (folder / "dump").c_str(),
+    return cutEEPROMContent(layout == module::Layout::V7 ? 0 : 1, (folder / "dump").c_str(),
                             folder.path().c_str(), &meta);
 }
 
-std::string allOf(const Diagnosis& diagnosis) {
+std::string allOf(const module::Diagnosis& diagnosis) {
     std::string text;
     for (const auto* list : {&diagnosis.faults, &diagnosis.warnings}) {
-        for (const Finding& finding : *list) {
-            text += describe(finding) + "\n";
+        for (const module::Finding& finding : *list) {
+            text += module::describe(finding) + "\n";
         }
     }
     return text;
@@ -47,19 +50,19 @@ std::string allOf(const Diagnosis& diagnosis) {
 
 struct Kind {
     const char* name;
-    Layout layout;
+    module::Layout layout;
     Bytes dump;
     std::size_t payload;    ///< offset; the payload ends with the file
     std::size_t crcOffset;  ///< of the image's checksum
 };
 
 std::vector<Kind> kinds() {
-    return {
-        {"v7", Layout::V7, v7Image(smallPacked()), v7Header, 8},
-        {"korveline", Layout::Korveline, korvelineImage(minimal(), plainType), korvelineHeader, 58},
-        {"signed", Layout::Korveline,
-         korvelineImage(bytes(minimal(), signatureArea(64)), signedType), korvelineHeader, 58},
-        {"packed", Layout::Packed, minimal(), 0, 0}};
+    return {{"v7", module::Layout::V7, v7Image(smallPacked()), v7Header, 8},
+            {"korveline", module::Layout::Korveline, korvelineImage(minimal(), plainType),
+             korvelineHeader, 58},
+            {"signed", module::Layout::Korveline,
+             korvelineImage(bytes(minimal(), signatureArea(64)), signedType), korvelineHeader, 58},
+            {"packed", module::Layout::Packed, minimal(), 0, 0}};
 }
 
 Bytes repaired(Bytes dump, const Kind& kind) {
@@ -74,9 +77,9 @@ Bytes repaired(Bytes dump, const Kind& kind) {
 Bytes shortened(const Kind& kind, std::size_t size) {
     Bytes dump = prefix(kind.dump, size);
     const std::size_t length = size - std::min(size, kind.payload);
-    if (kind.layout == Layout::V7 && size >= kind.payload) {
+    if (kind.layout == module::Layout::V7 && size >= kind.payload) {
         putLittle32(dump, 12, static_cast<std::uint32_t>(length));
-    } else if (kind.layout == Layout::Korveline && size >= kind.payload) {
+    } else if (kind.layout == module::Layout::Korveline && size >= kind.payload) {
         dump = patched(dump, 56, bytes(length, length >> 8));
     }
     return repaired(std::move(dump), kind);
@@ -91,20 +94,20 @@ TEST(Diagnosis, SaysIntactExactlyWhenACutSucceeds) {
         if (dump.empty()) {
             return;  // refused when it is loaded
         }
-        const Diagnosis shown = diagnose(dump, kind.layout, Wanted::everything);
-        const Diagnosis asCut = diagnose(dump, kind.layout, Wanted::cut);
+        const module::Diagnosis shown = module::diagnose(dump, kind.layout, Wanted::everything);
+        const module::Diagnosis asCut = module::diagnose(dump, kind.layout, Wanted::cut);
         ASSERT_EQ(asCut.cuttable(), cut(dump, kind.layout) == 0) << kind.name << " " << at << "\n"
                                                                  << allOf(asCut);
         ASSERT_EQ(allOf(asCut), allOf(shown)) << kind.name << " " << at;
-        ASSERT_EQ(whyNotCut(asCut).has_value(), !asCut.cuttable());
+        ASSERT_EQ(module::whyNotCut(asCut).has_value(), !asCut.cuttable());
         if (at % 7 == 0) {
-            ASSERT_FALSE(textOf(inspectTree(shown, "dump"), {}).empty());
+            ASSERT_FALSE(inspect::textOf(module::inspectTree(shown, "dump"), {}).empty());
         }
     };
     for (const Kind& kind : kinds()) {
-        ASSERT_EQ(allOf(diagnose(kind.dump, kind.layout, Wanted::cut)), "") << kind.name;
-        ASSERT_EQ(diagnose(kind.dump, kind.layout, Wanted::cut).cuttable(),
-                  kind.layout != Layout::Packed);
+        ASSERT_EQ(allOf(module::diagnose(kind.dump, kind.layout, Wanted::cut)), "") << kind.name;
+        ASSERT_EQ(module::diagnose(kind.dump, kind.layout, Wanted::cut).cuttable(),
+                  kind.layout != module::Layout::Packed);
         for (std::size_t size = 0; size < kind.dump.size(); ++size) {
             check(kind, prefix(kind.dump, size), size);
             check(kind, shortened(kind, size), size);
@@ -147,7 +150,7 @@ TEST(Diagnosis, NamesTheCause) {
         Bytes dump;
         std::uint64_t offset;
         std::uint32_t block = none, status = ok;
-        std::optional<Layout> layout{};
+        std::optional<module::Layout> layout{};
     };
     const std::vector<Case> faults = {
         {"image-header-cut-short", prefix(image, 66), 66},
@@ -186,11 +189,11 @@ TEST(Diagnosis, NamesTheCause) {
         {"missing-block", v7(bytes(prefix(good, block22), 72, 0, 249, 0, 0, 0, 0, 255)),
          67 + block22 + 7, 22, fieldEmpty},
         {"unknown-magic", bytes("neither one nor the other"), 0},
-        {"magic", bytes("KORVELINX", Bytes(95)), 0, none, ok, Layout::Korveline},
+        {"magic", bytes("KORVELINX", Bytes(95)), 0, none, ok, module::Layout::Korveline},
         {"blank", Bytes(300, 0xFF), 0},
-        {"blank", Bytes(300, 0), 0, none, ok, Layout::V7},
-        {"wrong-layout", image, 0, none, ok, Layout::Korveline},
-        {"wrong-layout", image, 0, none, ok, Layout::Packed},
+        {"blank", Bytes(300, 0), 0, none, ok, module::Layout::V7},
+        {"wrong-layout", image, 0, none, ok, module::Layout::Korveline},
+        {"wrong-layout", image, 0, none, ok, module::Layout::Packed},
         {"swapped-pairs", bytes("OQRVNI", 0, 7), 0},
         {"swapped-words", bytes("VROKNILE", 9, 9, 9, "E"), 0},
         {"lens-file", lens, 0},
@@ -214,8 +217,8 @@ TEST(Diagnosis, NamesTheCause) {
     };
     const auto check = [&](const Case& tried, bool isWarning) {
         SCOPED_TRACE(tried.name);
-        const Layout layout = tried.layout.value_or(classify(tried.dump));
-        const Diagnosis diagnosis = diagnose(tried.dump, layout, Wanted::cut);
+        const module::Layout layout = tried.layout.value_or(module::classify(tried.dump));
+        const module::Diagnosis diagnosis = module::diagnose(tried.dump, layout, Wanted::cut);
         SCOPED_TRACE(allOf(diagnosis));
         EXPECT_EQ(diagnosis.faults.empty(), isWarning);
         EXPECT_EQ(cut(tried.dump, layout) == 0, isWarning);
@@ -239,7 +242,8 @@ TEST(Diagnosis, NamesTheCause) {
 
 TEST(Diagnosis, ABareCalibrationReadsButCannotBeCut) {
     const Bytes packed = minimal();
-    const Diagnosis diagnosis = diagnose(packed, Layout::Packed, Wanted::cut);
+    const module::Diagnosis diagnosis =
+        module::diagnose(packed, module::Layout::Packed, Wanted::cut);
     EXPECT_TRUE(diagnosis.intact());
-    EXPECT_EQ(whyNotCut(diagnosis)->name, "bare-calibration");
+    EXPECT_EQ(module::whyNotCut(diagnosis)->name, "bare-calibration");
 }

@@ -9,13 +9,16 @@
 
 #include <cstring>
 
-#include "tools/dump/Diagnosis.h"
 #include "tools/Dumps.h"
 #include "tools/inspect/Text.h"
-#include "tools/terminal/Escape.h"
+#include "tools/module/Diagnosis.h"
+#include "tools/module/Layout.h"
+#include "tools/module/Tree.h"
+#include "tools/text/Escape.h"
+#include "tools/text/Lines.h"
 
 using namespace dumps;
-using namespace calcut::tools;
+using namespace calcut;
 using vantric::Wanted;
 
 // Each value under its own name, against what the dump was made of.
@@ -23,11 +26,11 @@ TEST(Inspect, ShowsEachValueUnderItsName) {
     const auto made = smallCalibration();
     const Bytes packed = packCalibration(made);
     const Bytes dump = korvelineImage(bytes(packed, signatureArea(3)), signedType);
-    const Json tree =
-        inspectTree(diagnose(dump, Layout::Korveline, Wanted::everything), "a\n\xC3\xA9");
-    const Json& record = tree["record"];
+    const text::Json tree = module::inspectTree(
+        module::diagnose(dump, module::Layout::Korveline, Wanted::everything), "a\n\xC3\xA9");
+    const text::Json& record = tree["record"];
     const std::array lens = {"fx", "fy", "cx", "cy", "k1", "k2", "p1", "p2", "k3"};
-    const std::string text = textOf(tree, {});
+    const std::string text = inspect::textOf(tree, {});
     for (std::size_t i = 0; i < lens.size(); ++i) {
         EXPECT_EQ(record["lens"][lens[i]].get<float>(), made.lens.at(i)) << lens[i];
         const std::size_t line = text.find(std::string("\n  ") + lens[i] + " ");
@@ -35,30 +38,30 @@ TEST(Inspect, ShowsEachValueUnderItsName) {
     }
     EXPECT_EQ(record["text1"], *made.text1);
     EXPECT_EQ(record["text2"], *made.text2);
-    EXPECT_EQ(record["idBytes"], hexText(*made.idBytes));
-    EXPECT_EQ(record["idCodes"], Json(*made.idCodes));
+    EXPECT_EQ(record["idBytes"], text::hexText(*made.idBytes));
+    EXPECT_EQ(record["idCodes"], text::Json(*made.idCodes));
     EXPECT_EQ(record["auxFlag"], made.auxFlag);
     const auto masked = std::count(made.mask.begin(), made.mask.end(), 0U);
     EXPECT_EQ(record["maskedPixels"].get<std::ptrdiff_t>(), masked);
     EXPECT_EQ(record["zeroMaskCount"].get<std::ptrdiff_t>(), masked);
     for (std::size_t k = 0; k < made.frequencies.size(); ++k) {
-        const Json& shown = record["frequencies"][k];
+        const text::Json& shown = record["frequencies"][k];
         const auto& frequency = made.frequencies[k];
         EXPECT_EQ(shown["id"], frequency.id);
-        EXPECT_EQ(shown["valuesA"], Json(frequency.valuesA));
-        EXPECT_EQ(shown["valuesB"], Json(frequency.valuesB));
+        EXPECT_EQ(shown["valuesA"], text::Json(frequency.valuesA));
+        EXPECT_EQ(shown["valuesB"], text::Json(frequency.valuesB));
         EXPECT_EQ(shown["scalar"].is_null(), !frequency.scalar.has_value());
-        EXPECT_EQ(shown["wigglingA"]["first"], Json(frequency.wigglingA.first));
-        EXPECT_EQ(shown["wigglingA"]["third"], Json(frequency.wigglingA.third));
-        EXPECT_EQ(shown["wigglingB"]["first"], Json(frequency.wigglingB.first));
+        EXPECT_EQ(shown["wigglingA"]["first"], text::Json(frequency.wigglingA.first));
+        EXPECT_EQ(shown["wigglingA"]["third"], text::Json(frequency.wigglingA.third));
+        EXPECT_EQ(shown["wigglingB"]["first"], text::Json(frequency.wigglingB.first));
     }
-    const Json& straylight = record["straylight"];
+    const text::Json& straylight = record["straylight"];
     EXPECT_EQ(straylight["scale"].get<float>(), made.straylight->scale);
     EXPECT_EQ(straylight["centre"].get<float>(), made.straylight->centre);
-    EXPECT_EQ(straylight["radius"], Json(made.straylight->radius));
-    EXPECT_EQ(straylight["value"], Json(made.straylight->value));
+    EXPECT_EQ(straylight["radius"], text::Json(made.straylight->radius));
+    EXPECT_EQ(straylight["value"], text::Json(made.straylight->value));
     for (std::size_t i = 0; i < made.custom.size(); ++i) {
-        EXPECT_EQ(record["custom"][i]["hex"], hexText(made.custom[i]));
+        EXPECT_EQ(record["custom"][i]["hex"], text::hexText(made.custom[i]));
     }
     EXPECT_EQ(tree["image"]["signature"]["hex"], "c5c5c5");
     EXPECT_EQ(tree["image"]["storedCrc"], tree["image"]["computedCrc"]);
@@ -108,12 +111,14 @@ TEST(Inspect, ExplainsWhatItShows) {
         {with(endMarker, bytes(128, 5, 1, 8, Bytes(4))),
          {"custom fields +not readable: VANTRIC_ERR_BUFFER_TOO_SMALL \\(larger .*\\)"}},
     };
-    const TextStyle style{0, [](Colour colour, std::string_view text) {
-                              return fmt::format("<{}>{}", static_cast<int>(colour), text);
-                          }};
+    const text::TextStyle style{0, [](text::Colour colour, std::string_view text) {
+                                    return fmt::format("<{}>{}", static_cast<int>(colour), text);
+                                }};
     for (const auto& [dump, lines] : cases) {
-        const std::string text =
-            textOf(inspectTree(diagnose(dump, classify(dump), Wanted::everything), ""), style);
+        const std::string text = inspect::textOf(
+            module::inspectTree(module::diagnose(dump, module::classify(dump), Wanted::everything),
+                                ""),
+            style);
         for (const char* line : lines) {
             EXPECT_TRUE(firstMatch(text, std::string("\n *") + line + "\n")) << line << "\n"
                                                                              << text;
@@ -123,11 +128,12 @@ TEST(Inspect, ExplainsWhatItShows) {
 
 TEST(Inspect, FitsTheTerminal) {
     const Bytes dump = korvelineImage(bytes(smallPacked(), signatureArea(127)), signedType);
-    const Json tree = inspectTree(diagnose(dump, Layout::Korveline, Wanted::everything), "dump");
-    const std::string wide = textOf(tree, {});
+    const text::Json tree = module::inspectTree(
+        module::diagnose(dump, module::Layout::Korveline, Wanted::everything), "dump");
+    const std::string wide = inspect::textOf(tree, {});
     EXPECT_NE(wide.find("payload at"), std::string::npos);
     for (const std::size_t width : {64U, 80U, 100U, 132U}) {
-        std::istringstream lines(textOf(tree, {width, nullptr}));
+        std::istringstream lines(inspect::textOf(tree, {width, nullptr}));
         for (std::string line; std::getline(lines, line);) {
             EXPECT_LE(line.size(), width) << line;
             EXPECT_FALSE(line.ends_with(' ')) << line;
@@ -157,7 +163,7 @@ TEST(Dump, IsLoadedOnceWithinTheLimitAndNeverWaitedFor) {
         {"/dev/zero", 1 << 20, "is larger than 1 MiB, the limit for a dump (--max-size)"},
     };
     for (const auto& [path, limit, error] : cases) {
-        const Dump dump = loadDump(path, limit);
+        const files::Dump dump = files::loadDump(path, limit);
         EXPECT_EQ(dump.error, error) << path;
         EXPECT_EQ(dump.bytes.empty(), !dump.error.empty()) << path;
     }
@@ -171,7 +177,7 @@ TEST(Dump, IsLoadedOnceWithinTheLimitAndNeverWaitedFor) {
         _exit(0);
     }
     close(writer);
-    EXPECT_EQ(loadDump(dir / "pipe").bytes, bytes("abcdef"));
+    EXPECT_EQ(files::loadDump(dir / "pipe").bytes, bytes("abcdef"));
 }
 
 TEST(Escape, KeepsNamesAndStopsControls) {
@@ -186,7 +192,7 @@ TEST(Escape, KeepsNamesAndStopsControls) {
         {"\xF0\x9F\x93\xB7", "\xF0\x9F\x93\xB7"},
         {"\xED\xA0\x80", "\\xed\\xa0\\x80"}};
     for (const auto& [path, shown] : paths) {
-        EXPECT_EQ(escapePath(path), shown);
+        EXPECT_EQ(text::escapePath(path), shown);
     }
-    EXPECT_EQ(escapeBytes("a\\b\xC3\n"), "a\\\\b\\xc3\\x0a");
+    EXPECT_EQ(text::escapeBytes("a\\b\xC3\n"), "a\\\\b\\xc3\\x0a");
 }

@@ -15,7 +15,7 @@
 
 namespace {
 
-using namespace calcut::tools;
+using namespace calcut;
 
 // -------------------------------------------------------------------------------------- colours --
 
@@ -49,7 +49,7 @@ Triple times(const Matrix& matrix, const Triple& vector) {
 }
 
 /// CIELAB, D65, of an sRGB colour as an eye sees it.
-Triple lab(Rgb colour, const Eye& eye) {
+Triple lab(plot::Rgb colour, const Eye& eye) {
     const auto linear = [](std::uint8_t value) {
         const double part = value / 255.0;
         return part <= 0.04045 ? part / 12.92 : std::pow((part + 0.055) / 1.055, 2.4);
@@ -75,17 +75,18 @@ double distance(const Triple& one, const Triple& two) {
 
 constexpr int shades = 256;
 
-Rgb shade(ColourMap map, int i) {
-    return mapColour(map, i / (shades - 1.0));
+plot::Rgb shade(plot::ColourMap map, int i) {
+    return plot::mapColour(map, i / (shades - 1.0));
 }
 
 TEST(SheetColours, MarksAreToldApartByEveryone) {
     constexpr double plain = 15.0;  // a good six times what is just noticed
     for (const Eye& eye : eyes) {
-        const Triple masked = lab(maskedColour, eye);
-        const Triple notFinite = lab(notFiniteColour, eye);
+        const Triple masked = lab(plot::maskedColour, eye);
+        const Triple notFinite = lab(plot::notFiniteColour, eye);
         EXPECT_GE(distance(masked, notFinite), 6 * plain) << eye.name;
-        for (const ColourMap map : {ColourMap::Sequential, ColourMap::Diverging}) {
+        for (const plot::ColourMap map :
+             {plot::ColourMap::Sequential, plot::ColourMap::Diverging}) {
             for (int i = 0; i < shades; ++i) {
                 const Triple seen = lab(shade(map, i), eye);
                 EXPECT_GE(distance(seen, masked), plain) << eye.name << " " << i;
@@ -99,21 +100,21 @@ TEST(SheetColours, MapsAreEvenAndReadableByEveryone) {
     for (const Eye& eye : eyes) {
         for (int i = 16; i < shades; ++i) {
             // Dark to light, whoever looks at it.
-            EXPECT_GT(lab(shade(ColourMap::Sequential, i), eye)[0],
-                      lab(shade(ColourMap::Sequential, i - 16), eye)[0])
+            EXPECT_GT(lab(shade(plot::ColourMap::Sequential, i), eye)[0],
+                      lab(shade(plot::ColourMap::Sequential, i - 16), eye)[0])
                 << eye.name << " " << i;
         }
         for (int i = 0; i < shades / 2 - 16; ++i) {
             // Size: lighter towards the middle. Sign: not in grey print.
-            const Triple minus = lab(shade(ColourMap::Diverging, i), eye);
-            const Triple plus = lab(shade(ColourMap::Diverging, shades - 1 - i), eye);
-            EXPECT_LT(minus[0], lab(shade(ColourMap::Diverging, i + 16), eye)[0]) << eye.name;
+            const Triple minus = lab(shade(plot::ColourMap::Diverging, i), eye);
+            const Triple plus = lab(shade(plot::ColourMap::Diverging, shades - 1 - i), eye);
+            EXPECT_LT(minus[0], lab(shade(plot::ColourMap::Diverging, i + 16), eye)[0]) << eye.name;
             if (eye.name != eyes[4].name && i < shades / 2 - 32) {
                 EXPECT_GE(distance(minus, plus), 20) << eye.name << " " << i;
             }
         }
     }
-    for (const ColourMap map : {ColourMap::Sequential, ColourMap::Diverging}) {
+    for (const plot::ColourMap map : {plot::ColourMap::Sequential, plot::ColourMap::Diverging}) {
         double least = 100;
         double most = 0;
         for (int i = 16; i < shades; i += 16) {
@@ -123,8 +124,8 @@ TEST(SheetColours, MapsAreEvenAndReadableByEveryone) {
             most = std::max(most, step);
         }
         EXPECT_LT(most, 2.5 * least);
-        EXPECT_EQ(mapColour(map, -1), mapColour(map, 0));
-        EXPECT_EQ(mapColour(map, 2), mapColour(map, 1));
+        EXPECT_EQ(plot::mapColour(map, -1), plot::mapColour(map, 0));
+        EXPECT_EQ(plot::mapColour(map, 2), plot::mapColour(map, 1));
     }
 }
 
@@ -137,16 +138,17 @@ TEST(SheetStatistics, LeavesOutWhatIsMaskedOrNotFinite) {
     const std::vector<float> values{2, 4, nan, 4, 4, infinity, 5, 5, 7, 9, 1e30F};
     std::vector<std::uint8_t> mask(values.size(), 1);
     mask[10] = 0;
-    const Statistics some = statisticsOf({values, mask});
+    const plot::Statistics some = plot::statisticsOf({values, mask});
     EXPECT_EQ(std::tuple(some.count, some.masked), std::tuple(8U, 1U));
     EXPECT_EQ(some.notFinite, (std::vector<std::size_t>{2, 5}));
     EXPECT_EQ(std::tuple(some.min, some.mean, some.max), std::tuple(2.0, 5.0, 9.0));
     EXPECT_NEAR(some.deviation, 2.13809, 1e-5);
-    EXPECT_EQ(statisticsText(some), "min 2   mean 5   deviation 2.138   max 9");
-    EXPECT_EQ(statisticsOf({std::span(values).first(1), {}}).deviation, 0.0);
+    EXPECT_EQ(plot::statisticsText(some), "min 2   mean 5   deviation 2.138   max 9");
+    EXPECT_EQ(plot::statisticsOf({std::span(values).first(1), {}}).deviation, 0.0);
     mask.assign(values.size(), 0);
-    EXPECT_EQ(statisticsText(statisticsOf({values, mask})), "no value: every pixel is masked");
-    EXPECT_EQ(statisticsText(statisticsOf({std::span(values).subspan(2, 1), {}})),
+    EXPECT_EQ(plot::statisticsText(plot::statisticsOf({values, mask})),
+              "no value: every pixel is masked");
+    EXPECT_EQ(plot::statisticsText(plot::statisticsOf({std::span(values).subspan(2, 1), {}})),
               "no value is finite");
 }
 
@@ -161,8 +163,8 @@ TEST(SheetStatistics, FewWildValuesDoNotMoveTheColours) {
             values[2 * i] = 1e6F;
             values[2 * i + 1] = -1e6F;
         }
-        const Statistics statistics = statisticsOf({values, {}});
-        const Scale scale = robustScale(statistics);
+        const plot::Statistics statistics = plot::statisticsOf({values, {}});
+        const plot::Scale scale = plot::robustScale(statistics);
         EXPECT_TRUE(scale.low >= 0.0 && scale.low <= 0.003) << scale.low;
         EXPECT_TRUE(scale.high >= 0.987 && scale.high <= 1.0) << scale.high;
         // No arrow without a value outside.
@@ -170,14 +172,14 @@ TEST(SheetStatistics, FewWildValuesDoNotMoveTheColours) {
         EXPECT_EQ((statistics.max > scale.high), (wild > 0)) << count;
         std::vector<std::size_t> first(2 * wild);
         std::iota(first.begin(), first.end(), 0U);
-        EXPECT_EQ(outliersOf({values, {}}, scale), first);
+        EXPECT_EQ(plot::outliersOf({values, {}}, scale), first);
     }
     // A constant table, and one without values, have a scale too.
     const std::vector<float> same(5000, 0.25F);
-    const Scale constant = robustScale(statisticsOf({same, {}}));
+    const plot::Scale constant = plot::robustScale(plot::statisticsOf({same, {}}));
     EXPECT_NEAR(constant.fraction(0.25), 0.5, 1e-9);
     EXPECT_LT(constant.low, constant.high);
-    const Scale none = robustScale(statisticsOf({{}, {}}));
+    const plot::Scale none = plot::robustScale(plot::statisticsOf({{}, {}}));
     EXPECT_LT(none.low, none.high);
 }
 
@@ -188,15 +190,15 @@ TEST(SheetStatistics, StepsOfCoarseTablesAreNamed) {
           Case{{3, RX_KIND_PACKED_FLOAT, 1, 12, 0.001F, 0}, "stored in 12 bits, step 0.001"},
           Case{{3, RX_KIND_PACKED_FLOAT, 1, 4, -0.0625F, 0},
                "stored in 4 bits, step 0.0625; bands are these steps, no contours"}}) {
-        EXPECT_EQ(storageText(stored, 1.0), text);
+        EXPECT_EQ(plot::storageText(stored, 1.0), text);
     }
 }
 
 TEST(SheetStatistics, TicksAreRoundAndApart) {
     for (const double low : {-1e9, -3.0, 0.0, 1e-7, 0.1234, 5e5}) {
         for (const double width : {1e-6, 0.003, 1.0, 17.0, 4e4, 9e8}) {
-            const Scale scale = scaleAround(low, low + width);
-            const std::vector<Tick> ticks = ticksOf(scale, 5);
+            const plot::Scale scale = plot::scaleAround(low, low + width);
+            const std::vector<plot::Tick> ticks = plot::ticksOf(scale, 5);
             ASSERT_TRUE(ticks.size() >= 2 && ticks.size() <= 7) << low << " " << width;
             for (std::size_t i = 0; i < ticks.size(); ++i) {
                 EXPECT_NEAR(scale.fraction(ticks[i].value), 0.5, 0.5 + 1e-5);
@@ -225,10 +227,10 @@ TEST(SheetShapes, EveryShapeFitsAndIsSeen) {
                                         {65535, 3},
                                         {65535, 65535},
                                         {300, 20}}) {
-        const Strips strips = stripsFor(columns, rows, width, height);
+        const plot::Strips strips = plot::stripsFor(columns, rows, width, height);
         EXPECT_LE(strips.width, width + 1e-9) << columns << " x " << rows;
         EXPECT_LE(strips.height, height + 1e-9) << columns << " x " << rows;
-        EXPECT_EQ(strips.count > 1, needsStrips(columns, rows)) << columns << " x " << rows;
+        EXPECT_EQ(strips.count > 1, plot::needsStrips(columns, rows)) << columns << " x " << rows;
         EXPECT_GE(std::uint64_t{strips.count} * strips.length, std::max(columns, rows));
         if (strips.count == 1) {
             EXPECT_NEAR(strips.width * rows, strips.height * columns, 1e-6 * strips.width * rows);
@@ -265,8 +267,8 @@ TEST(SheetRays, SayWhatTheyAre) {
                                            &record.imagerArea),
                   fixtures::ok);
         std::fill_n(directions.begin() + 30, 3 * one.damaged, nan);
-        const RayField field = rayFieldOf(record);
-        EXPECT_EQ(distortionText(field, true).substr(0, one.text.size()), one.text);
+        const plot::RayField field = plot::rayFieldOf(record);
+        EXPECT_EQ(plot::distortionText(field, true).substr(0, one.text.size()), one.text);
         EXPECT_EQ(field.rays.notFinite.size(), one.fx == 0 ? columns * rows : one.damaged);
         ASSERT_EQ(field.angles.size(), columns * rows);
         if (one.fx > 0) {

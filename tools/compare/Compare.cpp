@@ -7,20 +7,20 @@
 
 #include "tools/commands.h"
 #include "tools/compare/CompareTree.h"
-#include "tools/compare/LoadedModule.h"
-#include "tools/terminal/Escape.h"
-#include "tools/terminal/OutputFile.h"
-#include "tools/terminal/Terminal.h"
+#include "tools/files/OutputFile.h"
+#include "tools/module/Module.h"
+#include "tools/text/Escape.h"
+#include "tools/text/Terminal.h"
 
-namespace calcut::tools {
+namespace calcut::compare {
 
 namespace {
 
 constexpr const char* missing = "-";
 
 /// A table, unless it has no rows. The columns of a pair of values are always the same.
-void writeTable(Lines& out, const char* heading, const std::vector<TableColumn>& columns,
-                const Json& rows) {
+void writeTable(text::Lines& out, const char* heading,
+                const std::vector<text::TableColumn>& columns, const text::Json& rows) {
     if (!rows.empty()) {
         out.heading(heading);
         out.table(columns, rows, missing);
@@ -29,29 +29,30 @@ void writeTable(Lines& out, const char* heading, const std::vector<TableColumn>&
 
 /// Values of A and B, and a difference that the eye can place: its sign, and no more digits than it
 /// has a meaning with.
-std::vector<TableColumn> valueColumns(std::string_view heading) {
+std::vector<text::TableColumn> valueColumns(std::string_view heading) {
     return {{heading, "{name}"},
             {"A", "{a}", true},
             {"B", "{b}", true},
             {"B - A", "{difference:+.6g}", true}};
 }
 
-std::string moduleText(const Json& module) {
-    return escapePath(text(module["file"])) +
-           filled(" ({layout}, {columns} x {rows} pixels)", module);
+std::string moduleText(const text::Json& module) {
+    return text::escapePath(text::valueText(module["file"])) +
+           text::filled(" ({layout}, {columns} x {rows} pixels)", module);
 }
 
-std::string storageText(const Json& block) {
-    return block.is_null() ? "missing"
-                           : filled("{count} x {kind}", block) + filled(", {bits} bits", block) +
-                                 filled(", {payloadBytes} bytes", block);
+std::string storageText(const text::Json& block) {
+    return block.is_null()
+               ? "missing"
+               : text::filled("{count} x {kind}", block) + text::filled(", {bits} bits", block) +
+                     text::filled(", {payloadBytes} bytes", block);
 }
 
-void writeBlocks(Lines& out, const Json& blocks) {
-    Json rows = Json::array();
-    for (const Json& block : blocks) {
+void writeBlocks(text::Lines& out, const text::Json& blocks) {
+    text::Json rows = text::Json::array();
+    for (const text::Json& block : blocks) {
         if (block["differs"]) {
-            Json& row = rows.emplace_back(block);
+            text::Json& row = rows.emplace_back(block);
             row["a"] = storageText(block["a"]);
             row["b"] = storageText(block["b"]);
         }
@@ -70,52 +71,52 @@ void writeBlocks(Lines& out, const Json& blocks) {
 }
 
 /// All of them, as soon as one differs.
-Json lensRows(const Json& lens) {
-    Json rows = Json::array();
+text::Json lensRows(const text::Json& lens) {
+    text::Json rows = text::Json::array();
     bool differ = false;
     for (const auto& [name, value] : lens.items()) {
         rows.push_back(value);
         rows.back()["name"] = name;
         differ = differ || value["differs"];
     }
-    return differ ? rows : Json::array();
+    return differ ? rows : text::Json::array();
 }
 
-Json tableRow(const Json& table) {
-    const auto shape = [](const Json& of) {
-        return of.is_null() ? "missing" : filled("{columns} x {rows}", of);
+text::Json tableRow(const text::Json& table) {
+    const auto shape = [](const text::Json& of) {
+        return of.is_null() ? "missing" : text::filled("{columns} x {rows}", of);
     };
-    Json row = {{"title", table["title"]}, {"differing", "all"}, {"max", missing}};
+    text::Json row = {{"title", table["title"]}, {"differing", "all"}, {"max", missing}};
     if (table["elements"].is_null()) {
         row["at"] = fmt::format("A: {}, B: {}", shape(table["a"]), shape(table["b"]));
         return row;
     }
-    const Json& max = table["max"];
-    std::string at =
-        filled("column {max/column}, row {max/row}", table) + filled(" ({max/channel})", table);
+    const text::Json& max = table["max"];
+    std::string at = text::filled("column {max/column}, row {max/row}", table) +
+                     text::filled(" ({max/channel})", table);
     if (table["unmeasured"] != 0) {
-        at += (at.empty() ? "" : "; ") + filled("{unmeasured} not finite on one side", table);
+        at += (at.empty() ? "" : "; ") + text::filled("{unmeasured} not finite on one side", table);
     }
-    row["differing"] = filled("{differing} of {elements}", table);
+    row["differing"] = text::filled("{differing} of {elements}", table);
     row["rms"] = table["rms"];
-    row["max"] = max.is_null() ? "0" : filled("{difference:+.6g}", max);
+    row["max"] = max.is_null() ? "0" : text::filled("{difference:+.6g}", max);
     row["at"] = at;
     return row;
 }
 
-std::unique_ptr<LoadedModule> load(const std::string& path, const CompareOptions& options) {
-    std::unique_ptr<LoadedModule> module;
+std::unique_ptr<module::Module> load(const std::string& path, const CompareOptions& options) {
+    std::unique_ptr<module::Module> module;
     const auto work = [&] {
-        module = loadModule(path, options.layout, options.maxSize);
+        module = module::loadModule(path, options.layout, options.maxSize);
         return exitOk;
     };
-    (void)guarded(work, exitNotCompared);
+    (void)text::guarded(work, exitNotCompared);
     return module;
 }
 
 int compare(const CompareOptions& options, DrawDifferences draw) {
     if (draw != nullptr) {
-        checkWritable(options.output, {options.a, options.b});
+        files::checkWritable(options.output, {options.a, options.b});
     }
     // Both are tried, so that one run tells about both.
     const auto a = load(options.a, options);
@@ -123,29 +124,29 @@ int compare(const CompareOptions& options, DrawDifferences draw) {
     if (!a || !b) {
         return exitNotCompared;
     }
-    const Json tree =
+    const text::Json tree =
         compareTree({options.a, a->diagnosis}, {options.b, b->diagnosis}, options.tolerance);
     if (draw != nullptr) {
-        writePicture(options.output, draw(a->diagnosis, b->diagnosis, options.output));
+        files::writePicture(options.output, draw(a->diagnosis, b->diagnosis, options.output));
     }
     if (options.json) {
-        writeStdout(jsonText(tree, 2) + "\n");
+        text::writeStdout(text::jsonText(tree, 2) + "\n");
     } else {
-        print(compareText(tree, styleOfStdout()));
+        text::print(compareText(tree, text::styleOfStdout()));
     }
-    finishStdout();
+    text::finishStdout();
     return tree["equal"].get<bool>() ? exitOk : exitFailed;
 }
 
 }  // namespace
 
-std::string compareText(const Json& tree, const TextStyle& style) {
-    Lines out(style);
+std::string compareText(const text::Json& tree, const text::TextStyle& style) {
+    text::Lines out(style);
     out.item("A", moduleText(tree["a"]));
     out.item("B", moduleText(tree["b"]));
     writeBlocks(out, tree["blocks"]);
     writeTable(out, "Lens", valueColumns("parameter"), lensRows(tree["lens"]));
-    Json tables = Json::array();
+    text::Json tables = text::Json::array();
     std::transform(tree["tables"].begin(), tree["tables"].end(), std::back_inserter(tables),
                    tableRow);
     writeTable(out, "Tables",
@@ -158,15 +159,16 @@ std::string compareText(const Json& tree, const TextStyle& style) {
     writeTable(out, "Other values", valueColumns("value"), tree["values"]);
     out.heading("Result");
     const bool equal = tree["equal"];
-    out.item("verdict", equal ? "equal" + filled(", within {tolerance}", tree) : "different",
-             equal ? Colour::Green : Colour::Yellow);
+    out.item("verdict", equal ? "equal" + text::filled(", within {tolerance}", tree) : "different",
+             equal ? text::Colour::Green : text::Colour::Yellow);
     return out.take();
 }
 
 int runCompare(const CompareOptions& options, DrawDifferences (*load)()) {
     // To whoever asks by the exit status, nothing that goes wrong may look like a difference.
-    return guarded([&] { return compare(options, options.output.empty() ? nullptr : load()); },
-                   exitNotCompared);
+    return text::guarded(
+        [&] { return compare(options, options.output.empty() ? nullptr : load()); },
+        exitNotCompared);
 }
 
-}  // namespace calcut::tools
+}  // namespace calcut::compare

@@ -6,9 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "tools/dump/Diagnosis.h"
+#include "tools/module/Diagnosis.h"
+#include "tools/module/Layout.h"
 
-namespace calcut::tools {
+namespace calcut::compare {
 
 /// Beside exitOk for equal modules and exitFailed for different ones: neither can be told.
 inline constexpr int exitNotCompared = 2;
@@ -16,19 +17,20 @@ inline constexpr int exitNotCompared = 2;
 struct CompareOptions {
     std::string a;  ///< dumps or bare calibrations; one of them may be "-"
     std::string b;
-    std::string output;            ///< *.png or *.svg; empty for none
-    std::optional<Layout> layout;  ///< of both; by their first bytes when not set
-    std::uint64_t maxSize = defaultMaxSize;
+    std::string output;                    ///< *.png or *.svg; empty for none
+    std::optional<module::Layout> layout;  ///< of both; by their first bytes when not set
+    std::uint64_t maxSize = files::defaultMaxSize;
     std::optional<double> tolerance;
     bool json = false;
 };
 
 /// Makes the picture for options.output; empty when it cannot.
-using DrawDifferences = std::vector<std::uint8_t> (*)(const Diagnosis& a, const Diagnosis& b,
+using DrawDifferences = std::vector<std::uint8_t> (*)(const module::Diagnosis& a,
+                                                      const module::Diagnosis& b,
                                                       const std::string& output);
 
 /// Prints how two modules differ. load is called for a comparison with a picture, before anything
 /// is read. Returns the exit status.
 int runCompare(const CompareOptions& options, DrawDifferences (*load)());
 
-}  // namespace calcut::tools
+}  // namespace calcut::compare

@@ -5,24 +5,24 @@
 #include <optional>
 #include <string_view>
 
-#include "tools/dump/Diagnosis.h"
-#include "tools/inspect/Text.h"
+#include "tools/module/Diagnosis.h"
+#include "tools/text/Lines.h"
 
-namespace calcut::tools {
+namespace calcut::compare {
 
 /// Rises when a key goes or changes its meaning; new keys do not count.
 inline constexpr int compareSchema = 1;
 
 struct NamedModule {
     std::string_view path;
-    const Diagnosis& diagnosis;
+    const module::Diagnosis& diagnosis;
 };
 
 /// With a tolerance only decoded values count, however they are stored; without one, the stored
 /// blocks must be equal, too.
-Json compareTree(const NamedModule& a, const NamedModule& b, std::optional<double> tolerance);
+text::Json compareTree(const NamedModule& a, const NamedModule& b, std::optional<double> tolerance);
 
 /// Lines of text, the last one ended, too.
-std::string compareText(const Json& tree, const TextStyle& style);
+std::string compareText(const text::Json& tree, const text::TextStyle& style);
 
-}  // namespace calcut::tools
+}  // namespace calcut::compare

@@ -21,36 +21,38 @@
 #include "tools/cut/Inputs.h"
 #include "tools/cut/Report.h"
 #include "tools/cut/StackFiles.h"
-#include "tools/terminal/Escape.h"
-#include "tools/terminal/OutputFile.h"
-#include "tools/terminal/Terminal.h"
+#include "tools/files/OutputFile.h"
+#include "tools/module/Layout.h"
+#include "tools/text/Escape.h"
+#include "tools/text/Progress.h"
+#include "tools/text/Terminal.h"
 
-namespace calcut::tools {
+namespace calcut::cut {
 
 namespace {
 
 namespace fs = std::filesystem;
 
 int statusOf(const CutResult& result, const CutOptions& options) {
-    for (const Finding& warning : result.warnings) {
-        printWarning(result.dump, describe(warning));
+    for (const module::Finding& warning : result.warnings) {
+        text::printWarning(result.dump, module::describe(warning));
     }
     return options.strict && !result.warnings.empty() ? exitFailed : exitOk;
 }
 
 void printResult(const TakenDump& taken, const CutResult& result) {
-    std::string text =
-        fmt::format("{}: {} dump\n", escapePath(result.dump), layoutName(result.layout));
+    std::string text = fmt::format("{}: {} dump\n", text::escapePath(result.dump),
+                                   module::layoutName(result.layout));
     for (const StackFile& file : taken.files) {
         // As wide as the longest of these names.
-        text += fmt::format("wrote {}/{:<{}}  {:>7} bytes\n", escapePath(result.folder), file.name,
-                            taken.files.size() == 3 ? 13 : 12, file.bytes.size());
+        text += fmt::format("wrote {}/{:<{}}  {:>7} bytes\n", text::escapePath(result.folder),
+                            file.name, taken.files.size() == 3 ? 13 : 12, file.bytes.size());
     }
     text += fmt::format("masked pixels: {}\nlens parameters:\n", result.maskedPixels);
-    for (std::size_t i = 0; i < lensNames.size(); ++i) {
-        text += fmt::format("  {}  {}\n", lensNames[i], result.lens[i]);
+    for (std::size_t i = 0; i < module::lensNames.size(); ++i) {
+        text += fmt::format("  {}  {}\n", module::lensNames[i], result.lens[i]);
     }
-    print(text);
+    text::print(text);
 }
 
 int cutOne(const CutOptions& options) {
@@ -59,18 +61,19 @@ int cutOne(const CutOptions& options) {
     TakenDump taken;
     try {
         taken = takeDump(options.paths[0], options, result);
-    } catch (const Refused& refused) {
-        throw Refused(refused.subject(),
-                      refused.what() + (holdsAnyCut(directory) ? earlierCutIn(directory) : ""));
+    } catch (const text::Refused& refused) {
+        throw text::Refused(
+            refused.subject(),
+            refused.what() + (holdsAnyCut(directory) ? earlierCutIn(directory) : ""));
     }
     const std::string signature = (fs::path(directory) / CALCUT_SIGNATURE_FILE).string();
-    const bool leftover = identityOf(signature) && taken.files.size() < stackFiles.size();
-    const InterruptGuard guard;
+    const bool leftover = files::identityOf(signature) && taken.files.size() < stackFiles.size();
+    const text::InterruptGuard guard;
     cutInto(taken, directory, options.force, result);
     if (leftover) {
-        printWarning(signature,
-                     "was left from an earlier cut and is removed: this dump has no "
-                     "signature");
+        text::printWarning(signature,
+                           "was left from an earlier cut and is removed: this dump has no "
+                           "signature");
     }
     printResult(taken, result);
     return statusOf(result, options);
@@ -79,15 +82,15 @@ int cutOne(const CutOptions& options) {
 int verify(const CutOptions& options) {
     CutResult result;
     const TakenDump taken = takeDump(options.paths[0], options, result);
-    const std::vector<Refused> wrong = differences(taken.files, options.verify);
-    for (const Refused& difference : wrong) {
-        printError(difference.subject(), difference.what());
+    const std::vector<text::Refused> wrong = differences(taken.files, options.verify);
+    for (const text::Refused& difference : wrong) {
+        text::printError(difference.subject(), difference.what());
     }
     if (!wrong.empty()) {
         return exitFailed;
     }
-    print(fmt::format("{}: the cut of {}, {} files equal\n", escapePath(options.verify),
-                      escapePath(result.dump), taken.files.size()));
+    text::print(fmt::format("{}: the cut of {}, {} files equal\n", text::escapePath(options.verify),
+                            text::escapePath(result.dump), taken.files.size()));
     return statusOf(result, options);
 }
 
@@ -99,7 +102,7 @@ class Batch {
         : options_(options), results_(gatherInputs(options)), progress_(results_.size()) {
         for (CutResult& result : results_) {
             result.reason = "interrupted";
-            if (const auto identity = identityOf(result.dump)) {
+            if (const auto identity = files::identityOf(result.dump)) {
                 reads_.push_back(*identity);
             }
         }
@@ -110,13 +113,13 @@ class Batch {
         if (!options_.report.empty()) {
             std::vector<std::string> read = {options_.filesFrom};
             std::ranges::transform(results_, std::back_inserter(read), &CutResult::dump);
-            checkWritable(options_.report, read);
+            files::checkWritable(options_.report, read);
         }
         // Only the last step of the path: a mistyped parent is still an error.
         constexpr mode_t everyone = 0777;
-        refuseFor(options_.out, mkdir(options_.out.c_str(), everyone) != 0 && errno != EEXIST
-                                    ? errnoText(errno)
-                                    : whyNoOutput(options_.out));
+        text::refuseFor(options_.out, mkdir(options_.out.c_str(), everyone) != 0 && errno != EEXIST
+                                          ? text::errnoText(errno)
+                                          : whyNoOutput(options_.out));
         if (!options_.report.empty()) {
             report_.open(options_.report);
         }
@@ -141,16 +144,17 @@ class Batch {
         // What an interrupt left over, which includes gaps behind slow dumps.
         progress_.clear();
         report(results_.size());
-        print(summary(results_, progress_.seconds(), terminalWidth(stdout)));
+        text::print(summary(results_, progress_.seconds(), text::terminalWidth(stdout)));
         const bool written = report_.close();
         const auto failed = std::ranges::count(results_, false, &CutResult::good);
         const bool warned = std::ranges::any_of(
             results_, [](const CutResult& result) { return !result.warnings.empty(); });
         if (failed > 0) {
             (void)std::fflush(stdout);
-            printError("", fmt::format("{} of {} dumps {} not cut{}", failed, results_.size(),
-                                       failed == 1 ? "was" : "were",
-                                       InterruptGuard::interrupted() ? " (interrupted)" : ""));
+            text::printError(
+                "", fmt::format("{} of {} dumps {} not cut{}", failed, results_.size(),
+                                failed == 1 ? "was" : "were",
+                                text::InterruptGuard::interrupted() ? " (interrupted)" : ""));
         }
         const bool good = failed == 0 && written && !(warned && options_.strict);
         return good ? exitOk : exitFailed;
@@ -158,7 +162,7 @@ class Batch {
 
   private:
     void work() {
-        for (std::size_t i = next_++; i < results_.size() && !InterruptGuard::interrupted();
+        for (std::size_t i = next_++; i < results_.size() && !text::InterruptGuard::interrupted();
              i = next_++) {
             CutResult result = results_[i];
             result.reason.clear();
@@ -166,10 +170,10 @@ class Batch {
                 cut(i, result);
             } catch (const std::exception& error) {
                 result.outcome = Outcome::Failed;
-                result.reason = reasonOf(error);
+                result.reason = text::reasonOf(error);
             }
             // An interrupted wait for a pipe's next bytes says nothing of the dump.
-            if (result.loaded() || !InterruptGuard::interrupted()) {
+            if (result.loaded() || !text::InterruptGuard::interrupted()) {
                 done(i, std::move(result));
             }
         }
@@ -178,10 +182,10 @@ class Batch {
     void cut(std::size_t i, CutResult& result) {
         try {
             cutToFolder(takeDump(result.dump, options_, result), reads_, i, options_, result);
-        } catch (const Refused& refused) {
+        } catch (const text::Refused& refused) {
             result.earlierCut = noteIn(result.folder).value("source", "") == result.source;
-            throw Refused("",
-                          refused.what() + (result.earlierCut ? earlierCutIn(result.folder) : ""));
+            throw text::Refused(
+                "", refused.what() + (result.earlierCut ? earlierCutIn(result.folder) : ""));
         }
     }
 
@@ -193,13 +197,13 @@ class Batch {
             ++end;
         }
         report(end);
-        if (terminal().verbosity == Verbosity::Verbose) {
+        if (text::terminal().verbosity == text::Verbosity::Verbose) {
             progress_.clear();
-            printNote(results_[i].dump,
-                      results_[i].good()
-                          ? fmt::format("{}, in {}", outcomeName(results_[i].outcome),
-                                        escapePath(results_[i].folder))
-                          : results_[i].reason);
+            text::printNote(results_[i].dump,
+                            results_[i].good()
+                                ? fmt::format("{}, in {}", outcomeName(results_[i].outcome),
+                                              text::escapePath(results_[i].folder))
+                                : results_[i].reason);
         }
         progress_.step();
     }
@@ -212,14 +216,14 @@ class Batch {
     }
 
     const CutOptions& options_;
-    std::vector<FileIdentity> reads_;
+    std::vector<files::FileIdentity> reads_;
     std::vector<CutResult> results_;
     std::atomic<std::size_t> next_ = 0;
 
     std::mutex mutex_;          ///< of all below
     std::size_t reported_ = 0;  ///< rows before this one are in the report
     Report report_;
-    Progress progress_;
+    text::Progress progress_;
 };
 
 void keepMemory() {
@@ -236,7 +240,7 @@ int cutMany(const CutOptions& options) {
     Batch batch(options);
     batch.prepare();
     keepMemory();
-    const InterruptGuard guard;
+    const text::InterruptGuard guard;
     batch.run();
     return batch.finish();
 }
@@ -278,4 +282,4 @@ int runCut(const CutOptions& given) {
     return options.out.empty() ? cutOne(options) : cutMany(options);
 }
 
-}  // namespace calcut::tools
+}  // namespace calcut::cut

@@ -6,16 +6,17 @@
 #include <string>
 #include <vector>
 
-#include "tools/dump/Dump.h"
+#include "tools/files/Dump.h"
+#include "tools/module/Layout.h"
 
-namespace calcut::tools {
+namespace calcut::cut {
 
 struct CutOptions {
     /// Dumps, and folders of them with out; without out one dump ("-" for standard input) and its
     /// directory, or one dump with verify.
     std::vector<std::string> paths;
-    std::optional<Layout> layout;  ///< by their first bytes when not set
-    std::uint64_t maxSize = defaultMaxSize;
+    std::optional<module::Layout> layout;  ///< by their first bytes when not set
+    std::uint64_t maxSize = files::defaultMaxSize;
     bool force = false;   ///< also over what belongs to another dump
     bool strict = false;  ///< warnings make the exit status 1, too
 
@@ -35,4 +36,4 @@ std::string usageFault(const CutOptions& options);
 /// Cuts, or compares. Returns the exit status.
 int runCut(const CutOptions& given);
 
-}  // namespace calcut::tools
+}  // namespace calcut::cut

@@ -13,11 +13,12 @@
 
 #include <fmt/format.h>
 
-#include "tools/terminal/Escape.h"
-#include "tools/terminal/OutputFile.h"
-#include "tools/terminal/Terminal.h"
+#include "tools/files/OutputFile.h"
+#include "tools/module/Layout.h"
+#include "tools/text/Escape.h"
+#include "tools/text/Terminal.h"
 
-namespace calcut::tools {
+namespace calcut::cut {
 
 namespace {
 
@@ -52,7 +53,8 @@ class TemporaryFolder {
         : dump_(dump), path_(fmt::format("{}/.calcut-{}-{}", parent, getpid(), number)) {
         constexpr mode_t everyone = 0777;
         if (mkdir(path_.c_str(), everyone) != 0) {
-            throw Refused(dump, "cannot write into {}: {}", escapePath(parent), errnoText(errno));
+            throw text::Refused(dump, "cannot write into {}: {}", text::escapePath(parent),
+                                text::errnoText(errno));
         }
     }
     TemporaryFolder(const TemporaryFolder&) = delete;
@@ -75,9 +77,9 @@ class TemporaryFolder {
         }
         for (const char* name : stackFiles) {
             moves.emplace_back(fs::path(path_) / name, fs::path(directory) / name);
-            const int error = syncToDisk(moves.back().first.string());
+            const int error = files::syncToDisk(moves.back().first.string());
             if (error != 0 && error != ENOENT) {
-                throw Refused(dump_, "cannot write {}: {}", name, errnoText(error));
+                throw text::Refused(dump_, "cannot write {}: {}", name, text::errnoText(error));
             }
         }
         std::erase_if(
@@ -89,7 +91,7 @@ class TemporaryFolder {
             done += error ? 0 : 1;
         }
         if (!error) {
-            (void)syncToDisk(directory);
+            (void)files::syncToDisk(directory);
             return;
         }
         const auto failed = moves.begin() + static_cast<std::ptrdiff_t>(done);
@@ -98,9 +100,9 @@ class TemporaryFolder {
             fs::rename(moves[done].second, moves[done].first, lost);
             kept_ = kept_ || lost;
         }
-        throw Refused(dump_, "cannot move {}: {}{}", escapePath(failed->first.string()),
-                      error.message(),
-                      kept_ ? "; the earlier files are in " + escapePath(path_) : "");
+        throw text::Refused(dump_, "cannot move {}: {}{}", text::escapePath(failed->first.string()),
+                            error.message(),
+                            kept_ ? "; the earlier files are in " + text::escapePath(path_) : "");
     }
 
     // Takes that name; what was there takes this one, and goes away with it.
@@ -113,9 +115,9 @@ class TemporaryFolder {
         }
         const std::string aside = path_ + "-earlier";
         if (std::rename(to, aside.c_str()) != 0 || std::rename(from, to) != 0) {
-            const std::string reason = errnoText(errno);
+            const std::string reason = text::errnoText(errno);
             (void)std::rename(aside.c_str(), to);
-            throw Refused(dump_, "cannot replace {}: {}", escapePath(folder), reason);
+            throw text::Refused(dump_, "cannot replace {}: {}", text::escapePath(folder), reason);
         }
         removeFolder(aside);
     }
@@ -128,51 +130,53 @@ class TemporaryFolder {
 
 // None of the files may be the dump, anything but a regular file, or (unless forced) a dump itself.
 void checkFilesIn(const std::string& directory, const std::string& dump, bool force) {
-    const auto input = identityOf(dump);
+    const auto input = files::identityOf(dump);
     for (const char* name : stackFiles) {
         const std::string path = (fs::path(directory) / name).string();
         const fs::file_type type = typeOf(path);
-        if (input && identityOf(path) == input) {
-            throw Refused(directory, "{} is also an input; it is left alone", name);
+        if (input && files::identityOf(path) == input) {
+            throw text::Refused(directory, "{} is also an input; it is left alone", name);
         }
         if (type == fs::file_type::not_found || type == fs::file_type::none) {
             continue;
         }
         if (type != fs::file_type::regular) {
-            throw Refused(directory, "{} is not a regular file; it is left alone", name);
+            throw text::Refused(directory, "{} is not a regular file; it is left alone", name);
         }
-        const Layout layout = force ? Layout::Unknown : classify(loadDump(path).bytes);
-        if (layout == Layout::V7 || layout == Layout::Korveline) {
-            throw Refused(directory, "{} is a dump; --force replaces it", name);
+        const module::Layout layout =
+            force ? module::Layout::Unknown : module::classify(files::loadDump(path).bytes);
+        if (layout == module::Layout::V7 || layout == module::Layout::Korveline) {
+            throw text::Refused(directory, "{} is a dump; --force replaces it", name);
         }
     }
 }
 
 // ----------------------------------------------------------------------------------- many cuts --
 
-Json noteOf(const TakenDump& taken, const CutResult& result) {
-    Json note = {{"schema", cutSchema},
-                 {"calcut", CALCUT_VERSION},
-                 {"source", result.source},
-                 {"bytes", result.size},
-                 {"crc32", result.crc},
-                 {"layout", layoutName(result.layout)},
-                 {"maskedPixels", result.maskedPixels}};
+text::Json noteOf(const TakenDump& taken, const CutResult& result) {
+    text::Json note = {{"schema", cutSchema},
+                       {"calcut", CALCUT_VERSION},
+                       {"source", result.source},
+                       {"bytes", result.size},
+                       {"crc32", result.crc},
+                       {"layout", module::layoutName(result.layout)},
+                       {"maskedPixels", result.maskedPixels}};
     for (const StackFile& file : taken.files) {
         note["files"][file.name] = file.bytes.size();
     }
     return note;
 }
 
-bool agree(const Json& found, const Json& note, std::initializer_list<const char*> keys) {
+bool agree(const text::Json& found, const text::Json& note,
+           std::initializer_list<const char*> keys) {
     return std::ranges::all_of(
-        keys, [&](const char* key) { return found.value(key, Json()) == note.at(key); });
+        keys, [&](const char* key) { return found.value(key, text::Json()) == note.at(key); });
 }
 
-bool holdsWholeCut(const fs::path& folder, const Json& found, const Json& note) {
+bool holdsWholeCut(const fs::path& folder, const text::Json& found, const text::Json& note) {
     const auto files = note.at("files").items();
     return agree(found, note, {"bytes", "crc32", "layout", "files"}) &&
-           found.value("maskedPixels", Json()).is_number_unsigned() &&
+           found.value("maskedPixels", text::Json()).is_number_unsigned() &&
            std::all_of(files.begin(), files.end(), [&folder](const auto& file) {
                const fs::path path = folder / file.key();
                std::error_code ignored;
@@ -181,31 +185,32 @@ bool holdsWholeCut(const fs::path& folder, const Json& found, const Json& note) 
            });
 }
 
-void checkFolder(const CutResult& result, std::span<const FileIdentity> reads, const Json& found,
-                 const Json& note, bool force) {
+void checkFolder(const CutResult& result, std::span<const files::FileIdentity> reads,
+                 const text::Json& found, const text::Json& note, bool force) {
     const fs::file_type type = typeOf(result.folder);
     if (type == fs::file_type::not_found || type == fs::file_type::none) {
         return;
     }
-    const std::string folder = escapePath(result.folder);
+    const std::string folder = text::escapePath(result.folder);
     std::error_code error;
     const fs::directory_iterator entries(result.folder, error);
     if (type != fs::file_type::directory || error) {
-        throw Refused(result.dump, "{} exists and is no folder; it is left alone", folder);
+        throw text::Refused(result.dump, "{} exists and is no folder; it is left alone", folder);
     }
     for (const fs::directory_entry& entry : entries) {
         const std::string name = entry.path().filename().string();
         const bool own = typeOf(entry.path()) == fs::file_type::regular && isFileOfCut(name);
-        const auto identity = identityOf(entry.path().string());
+        const auto identity = files::identityOf(entry.path().string());
         if (!own || std::find(reads.begin(), reads.end(), identity) != reads.end()) {
-            throw Refused(result.dump, "{} holds {}, which {}; it is left alone", folder,
-                          escapePath(name), own ? "is also an input" : "no cut makes");
+            throw text::Refused(result.dump, "{} holds {}, which {}; it is left alone", folder,
+                                text::escapePath(name), own ? "is also an input" : "no cut makes");
         }
     }
     if (!force && !fs::is_empty(result.folder, error) && !agree(found, note, {"source"}) &&
         !agree(found, note, {"bytes", "crc32"})) {
-        throw Refused(result.dump, "{} holds the cut of {}; --force replaces it", folder,
-                      found.empty() ? "an unknown dump" : escapePath(found.value("source", "")));
+        throw text::Refused(
+            result.dump, "{} holds the cut of {}; --force replaces it", folder,
+            found.empty() ? "an unknown dump" : text::escapePath(found.value("source", "")));
     }
 }
 
@@ -215,21 +220,21 @@ void checkFolder(const CutResult& result, std::span<const FileIdentity> reads, c
 
 void cutInto(const TakenDump& taken, const std::string& directory, bool force, CutResult& result) {
     result.folder = directory;
-    refuseFor(directory, whyNoOutput(directory));
+    text::refuseFor(directory, whyNoOutput(directory));
     checkFilesIn(directory, result.dump, force);
     TemporaryFolder temporary(result.dump, directory, 0);
     writeStackFiles(taken, temporary.path(), result);
-    if (InterruptGuard::interrupted()) {
-        throw Refused(result.dump, "interrupted");
+    if (text::InterruptGuard::interrupted()) {
+        throw text::Refused(result.dump, "interrupted");
     }
     temporary.moveFilesInto(directory);
     result.outcome = Outcome::Cut;
 }
 
-void cutToFolder(const TakenDump& taken, std::span<const FileIdentity> reads, std::size_t number,
-                 const CutOptions& options, CutResult& result) {
-    Json note = noteOf(taken, result);
-    const Json found = noteIn(result.folder);
+void cutToFolder(const TakenDump& taken, std::span<const files::FileIdentity> reads,
+                 std::size_t number, const CutOptions& options, CutResult& result) {
+    text::Json note = noteOf(taken, result);
+    const text::Json found = noteIn(result.folder);
     if (options.resume && holdsWholeCut(result.folder, found, note)) {
         result.outcome = Outcome::Kept;
         result.maskedPixels = found["maskedPixels"];
@@ -239,18 +244,19 @@ void cutToFolder(const TakenDump& taken, std::span<const FileIdentity> reads, st
     TemporaryFolder temporary(result.dump, options.out, number);
     writeStackFiles(taken, temporary.path(), result);
     note["maskedPixels"] = result.maskedPixels;
-    const std::string text = jsonText(note, 2) + "\n";
-    if (const int error = writeInto(temporary.path() + "/" + noteFile, O_CREAT | O_EXCL, text)) {
-        throw Refused(result.dump, "cannot write {}: {}", noteFile, errnoText(error));
+    const std::string text = text::jsonText(note, 2) + "\n";
+    if (const int error =
+            files::writeInto(temporary.path() + "/" + noteFile, O_CREAT | O_EXCL, text)) {
+        throw text::Refused(result.dump, "cannot write {}: {}", noteFile, text::errnoText(error));
     }
     temporary.replace(result.folder);
     result.outcome = Outcome::Cut;
 }
 
-Json noteIn(const std::string& folder) {
-    Json note = parseJson(loadDump(folder + "/" + noteFile).bytes);
-    if (!note.is_object() || !note.value("source", Json()).is_string()) {
-        note = Json::object();
+text::Json noteIn(const std::string& folder) {
+    text::Json note = text::parseJson(files::loadDump(folder + "/" + noteFile).bytes);
+    if (!note.is_object() || !note.value("source", text::Json()).is_string()) {
+        note = text::Json::object();
     }
     return note;
 }
@@ -264,7 +270,7 @@ std::string whyNoOutput(const std::string& directory) {
     if (!isFolder) {
         return "is not a directory";
     }
-    return access(directory.c_str(), W_OK | X_OK) == 0 ? std::string() : errnoText(errno);
+    return access(directory.c_str(), W_OK | X_OK) == 0 ? std::string() : text::errnoText(errno);
 }
 
 bool holdsAnyCut(const std::string& directory) {
@@ -274,7 +280,7 @@ bool holdsAnyCut(const std::string& directory) {
 }
 
 std::string earlierCutIn(const std::string& folder) {
-    return "; an earlier cut is still in " + escapePath(folder);
+    return "; an earlier cut is still in " + text::escapePath(folder);
 }
 
-}  // namespace calcut::tools
+}  // namespace calcut::cut

@@ -7,10 +7,10 @@
 #include <string>
 
 #include "tools/cut/StackFiles.h"
-#include "tools/dump/Dump.h"
-#include "tools/inspect/Tree.h"
+#include "tools/files/Dump.h"
+#include "tools/module/Tree.h"
 
-namespace calcut::tools {
+namespace calcut::cut {
 
 /// Version of the keys of cut.json and of the report.
 inline constexpr int cutSchema = 2;
@@ -26,11 +26,11 @@ void cutInto(const TakenDump& taken, const std::string& directory, bool force, C
 /// dump (forced: of any), with nothing else in it and no dump; a whole cut of that very dump is
 /// kept when resuming. reads are all dumps; number tells apart those of one process. Throws
 /// Refused, and leaves the folder as it was.
-void cutToFolder(const TakenDump& taken, std::span<const FileIdentity> reads, std::size_t number,
-                 const CutOptions& options, CutResult& result);
+void cutToFolder(const TakenDump& taken, std::span<const files::FileIdentity> reads,
+                 std::size_t number, const CutOptions& options, CutResult& result);
 
 /// The note in a folder, cut.json, with a source at least; an empty object when there is none.
-Json noteIn(const std::string& folder);
+text::Json noteIn(const std::string& folder);
 
 /// Why a directory takes no files; empty when it does.
 std::string whyNoOutput(const std::string& directory);
@@ -41,4 +41,4 @@ bool holdsAnyCut(const std::string& directory);
 /// What a refusal goes on with when an earlier cut stays where it is.
 std::string earlierCutIn(const std::string& folder);
 
-}  // namespace calcut::tools
+}  // namespace calcut::cut

@@ -13,9 +13,9 @@
 #include <fmt/format.h>
 
 #include "tools/cut/Folder.h"
-#include "tools/terminal/Terminal.h"
+#include "tools/text/Terminal.h"
 
-namespace calcut::tools {
+namespace calcut::cut {
 
 namespace {
 
@@ -38,9 +38,9 @@ std::vector<std::string> filesIn(const std::string& folder, const CutOptions& op
             found.push_back(entry->path().string());
         }
     }
-    refuseFor(folder, error ? error.message() : std::string());
+    text::refuseFor(folder, error ? error.message() : std::string());
     if (found.empty()) {
-        throw Refused(
+        throw text::Refused(
             folder, options.glob != "*" ? "holds no file named " + options.glob : "holds no files");
     }
     std::ranges::sort(found);
@@ -137,8 +137,8 @@ void nameFolders(std::vector<CutResult>& inputs, const std::string& out) {
 std::vector<CutResult> gatherInputs(const CutOptions& options) {
     std::vector<std::string> paths = options.paths;
     if (!options.filesFrom.empty()) {
-        const Dump list = loadDump(options.filesFrom);
-        refuseFor(options.filesFrom, list.error);
+        const files::Dump list = files::loadDump(options.filesFrom);
+        text::refuseFor(options.filesFrom, list.error);
         std::ranges::copy(pathsIn({list.bytes.begin(), list.bytes.end()}),
                           std::back_inserter(paths));
     }
@@ -146,7 +146,8 @@ std::vector<CutResult> gatherInputs(const CutOptions& options) {
     std::unordered_set<std::string> seen;
     for (const std::string& path : paths) {
         if (path == "-") {
-            throw Refused("standard input", "is cut with calcut cut - OUTDIR, not with --out");
+            throw text::Refused("standard input",
+                                "is cut with calcut cut - OUTDIR, not with --out");
         }
         std::error_code ignored;
         const bool isFolder = fs::is_directory(path, ignored);
@@ -162,4 +163,4 @@ std::vector<CutResult> gatherInputs(const CutOptions& options) {
     return inputs;
 }
 
-}  // namespace calcut::tools
+}  // namespace calcut::cut

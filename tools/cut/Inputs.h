@@ -6,7 +6,7 @@
 #include "tools/cut/Cut.h"
 #include "tools/cut/StackFiles.h"
 
-namespace calcut::tools {
+namespace calcut::cut {
 
 /// Takes the paths apart: lists, folders (all that is below and matches the glob, without hidden
 /// files and what is under out), in the order given, those of a folder sorted. A path that is given
@@ -17,4 +17,4 @@ namespace calcut::tools {
 /// are told apart by the names of the folders the dumps are in.
 std::vector<CutResult> gatherInputs(const CutOptions& options);
 
-}  // namespace calcut::tools
+}  // namespace calcut::cut

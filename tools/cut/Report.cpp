@@ -12,44 +12,49 @@
 #include <fmt/format.h>
 
 #include "tools/cut/Folder.h"
-#include "tools/terminal/Escape.h"
-#include "tools/terminal/OutputFile.h"
-#include "tools/terminal/Terminal.h"
+#include "tools/files/OutputFile.h"
+#include "tools/module/Layout.h"
+#include "tools/text/Escape.h"
+#include "tools/text/Terminal.h"
 
-namespace calcut::tools {
+namespace calcut::cut {
 
 namespace {
 
-Json findingTree(const Finding& finding) {
-    return {{"name", finding.name},
-            {"offset", finding.offset},
-            {"status", finding.status == VANTRIC_OK ? Json() : Json(statusName(finding.status))},
-            {"text", describe(finding)}};
+text::Json findingTree(const module::Finding& finding) {
+    return {
+        {"name", finding.name},
+        {"offset", finding.offset},
+        {"status", finding.status == VANTRIC_OK ? text::Json()
+                                                : text::Json(module::statusName(finding.status))},
+        {"text", module::describe(finding)}};
 }
 
-Json rowOf(const CutResult& result) {
-    const auto known = [](bool isKnown, Json value) { return isKnown ? std::move(value) : Json(); };
+text::Json rowOf(const CutResult& result) {
+    const auto known = [](bool isKnown, text::Json value) {
+        return isKnown ? std::move(value) : text::Json();
+    };
     const bool good = result.good();
-    Json row = {{"file", result.dump},
-                {"folder", result.folder},
-                {"layout", layoutName(result.layout)},
-                {"bytes", known(result.loaded(), result.size)},
-                {"crc32", known(result.loaded(), result.crc)},
-                {"result", outcomeName(result.outcome)},
-                {"reason", known(!good, result.reason)},
-                {"fault", result.fault ? findingTree(*result.fault) : Json()},
-                {"earlierCut", result.earlierCut},
-                {"warnings", Json::array()}};
-    for (const Finding& warning : result.warnings) {
+    text::Json row = {{"file", result.dump},
+                      {"folder", result.folder},
+                      {"layout", module::layoutName(result.layout)},
+                      {"bytes", known(result.loaded(), result.size)},
+                      {"crc32", known(result.loaded(), result.crc)},
+                      {"result", outcomeName(result.outcome)},
+                      {"reason", known(!good, result.reason)},
+                      {"fault", result.fault ? findingTree(*result.fault) : text::Json()},
+                      {"earlierCut", result.earlierCut},
+                      {"warnings", text::Json::array()}};
+    for (const module::Finding& warning : result.warnings) {
         row["warnings"].push_back(findingTree(warning));
     }
     for (std::size_t i = 0; i < result.texts.size(); ++i) {
-        row[fmt::format("text{}", i)] = known(good, escapeBytes(result.texts[i]));
+        row[fmt::format("text{}", i)] = known(good, text::escapeBytes(result.texts[i]));
     }
-    row["idBytes"] = known(good, hexText(result.idBytes));
+    row["idBytes"] = known(good, text::hexText(result.idBytes));
     row["maskedPixels"] = known(good, result.maskedPixels);
-    for (std::size_t i = 0; i < lensNames.size(); ++i) {
-        row[lensNames[i]] = known(good, result.lens[i]);
+    for (std::size_t i = 0; i < module::lensNames.size(); ++i) {
+        row[module::lensNames[i]] = known(good, result.lens[i]);
     }
     return row;
 }
@@ -73,25 +78,25 @@ std::string csvHeading() {
 }
 
 // Findings by their names.
-std::string fieldOf(const Json& value) {
+std::string fieldOf(const text::Json& value) {
     switch (value.type()) {
-        case Json::value_t::null:
+        case text::Json::value_t::null:
             return {};
-        case Json::value_t::string:
+        case text::Json::value_t::string:
             return value.get<std::string>();
-        case Json::value_t::boolean:
+        case text::Json::value_t::boolean:
             return value.get<bool>() ? "yes" : "";
-        case Json::value_t::number_float:
+        case text::Json::value_t::number_float:
             return fmt::format("{}", value.get<float>());
-        case Json::value_t::object:
+        case text::Json::value_t::object:
             return fieldOf(value.at("name"));
-        case Json::value_t::array: {
+        case text::Json::value_t::array: {
             std::vector<std::string> fields(value.size());
             std::transform(value.begin(), value.end(), fields.begin(), fieldOf);
             return fmt::format("{}", fmt::join(fields, " "));
         }
         default:
-            return jsonText(value);
+            return text::jsonText(value);
     }
 }
 
@@ -106,10 +111,10 @@ std::string quoted(const std::string& field) {
     return text + '"';
 }
 
-std::string csvLine(const Json& row) {
+std::string csvLine(const text::Json& row) {
     std::string line;
     for (const char* column : columns) {
-        const Json::json_pointer key("/" + std::string(column));
+        const text::Json::json_pointer key("/" + std::string(column));
         line += line.empty() ? "" : ",";
         line += row.contains(key) ? quoted(fieldOf(row[key])) : "";
     }
@@ -137,32 +142,32 @@ void Report::open(const std::string& path) {
             ? errno
             : put(json_ ? fmt::format("{{\"schema\":{},\"dumps\":[", cutSchema) : csvHeading());
     if (error != 0) {
-        throw Refused(path, errnoText(error));
+        throw text::Refused(path, text::errnoText(error));
     }
 }
 
 int Report::put(const std::string& text) {
     if (!json_) {
-        return writeAll(descriptor_, text);
+        return files::writeAll(descriptor_, text);
     }
     // What closes the object goes along, and is where the next row will be.
     const std::string tail =
         fmt::format("\n],\"total\":{},\"cut\":{},\"failed\":{}}}\n", rows_, cut_, failedRows_);
-    const int error = writeAll(descriptor_, text + tail);
+    const int error = files::writeAll(descriptor_, text + tail);
     return error == 0 && lseek(descriptor_, -std::ssize(tail), SEEK_CUR) < 0 ? errno : error;
 }
 
 void Report::tell(int error) {
     if (error != 0 && !std::exchange(failed_, true)) {
-        printError(path_, errnoText(error));
+        text::printError(path_, text::errnoText(error));
     }
 }
 
 void Report::add(std::span<const CutResult> results) {
     std::string text;
     for (const CutResult& result : results) {
-        const Json row = rowOf(result);
-        text += json_ ? (rows_ > 0 ? ",\n" : "\n") + jsonText(row) : csvLine(row);
+        const text::Json row = rowOf(result);
+        text += json_ ? (rows_ > 0 ? ",\n" : "\n") + text::jsonText(row) : csvLine(row);
         ++rows_;
         cut_ += result.good() ? 1 : 0;
         failedRows_ += result.outcome == Outcome::Failed ? 1 : 0;
@@ -178,4 +183,4 @@ bool Report::close() {
     return !failed_;
 }
 
-}  // namespace calcut::tools
+}  // namespace calcut::cut

@@ -2,14 +2,13 @@
 // table.
 #pragma once
 
-#include <chrono>
 #include <cstddef>
 #include <span>
 #include <string>
 
 #include "tools/cut/StackFiles.h"
 
-namespace calcut::tools {
+namespace calcut::cut {
 
 /// A report file, CSV (RFC 4180) or JSON by its extension. Whatever ends the process, the file
 /// holds whole rows; the JSON is one complete object after every row.
@@ -41,33 +40,8 @@ class Report {
     std::size_t rows_ = 0, cut_ = 0, failedRows_ = 0;
 };
 
-/// One line on a terminal, drawn over and over and never wider than it, and nothing anywhere else.
-class Progress {
-  public:
-    explicit Progress(std::size_t total);
-    Progress(const Progress&) = delete;
-    Progress& operator=(const Progress&) = delete;
-    ~Progress() { clear(); }
-
-    void step();
-    /// Takes the line away until the next step, for other text to be printed.
-    void clear();
-    /// Since this began.
-    [[nodiscard]] double seconds() const;
-
-  private:
-    using Clock = std::chrono::steady_clock;
-
-    std::size_t total_;
-    std::size_t done_ = 0;
-    bool shown_;
-    bool visible_ = false;
-    Clock::time_point start_ = Clock::now();
-    Clock::time_point drawn_ = start_;
-};
-
 /// A table for people (above 50 dumps only of those that failed) and the totals, fit to a terminal
 /// of that width (0: none).
 std::string summary(std::span<const CutResult> results, double seconds, std::size_t width);
 
-}  // namespace calcut::tools
+}  // namespace calcut::cut

@@ -9,15 +9,16 @@
 #include "cutter/CRC32.h"
 #include "cutter/EEPROMKorvelineCutter.h"
 #include "cutter/EEPROMv7Cutter.h"
-#include "tools/terminal/Escape.h"
+#include "tools/module/Layout.h"
+#include "tools/text/Escape.h"
 
-namespace calcut::tools {
+namespace calcut::cut {
 
 namespace {
 
 namespace fs = std::filesystem;
 
-std::string differenceOf(ByteView wanted, const Dump& found) {
+std::string differenceOf(files::ByteView wanted, const files::Dump& found) {
     if (!found.error.empty()) {
         return found.error;
     }
@@ -32,7 +33,7 @@ std::string differenceOf(ByteView wanted, const Dump& found) {
     return text;
 }
 
-std::vector<StackFile> filesOf(const Diagnosis& found) {
+std::vector<StackFile> filesOf(const module::Diagnosis& found) {
     const std::size_t area = found.signatureAreaSize;
     const auto* lens = reinterpret_cast<const std::uint8_t*>(found.record->lensParameters);
     std::vector<StackFile> files = {
@@ -47,7 +48,7 @@ std::vector<StackFile> filesOf(const Diagnosis& found) {
 
 template <class Cutter>
 bool writeWith(const std::string& directory, const TakenDump& taken, std::uint16_t& maskedPixels) {
-    const ByteView payload = taken.diagnosis.payload;
+    const files::ByteView payload = taken.diagnosis.payload;
     Cutter cutter;
     cutter.setOutputPath(directory);
     const bool written =
@@ -67,17 +68,17 @@ const char* outcomeName(Outcome outcome) {
 
 TakenDump takeDump(const std::string& path, const CutOptions& options, CutResult& result) {
     result.dump = path;
-    TakenDump taken{loadDump(path, options.maxSize), {}, {}};
-    refuseFor(path, taken.dump.error);
+    TakenDump taken{files::loadDump(path, options.maxSize), {}, {}};
+    text::refuseFor(path, taken.dump.error);
     const std::vector<std::uint8_t>& bytes = taken.dump.bytes;
     result.size = bytes.size();
     result.crc = fmt::format("{:#010x}", crc32Of(bytes.data(), bytes.size()));
-    result.layout = options.layout.value_or(classify(bytes));
-    taken.diagnosis = diagnose(bytes, result.layout, vantric::Wanted::cut);
+    result.layout = options.layout.value_or(module::classify(bytes));
+    taken.diagnosis = module::diagnose(bytes, result.layout, vantric::Wanted::cut);
     result.warnings = taken.diagnosis.warnings;
-    result.fault = whyNotCut(taken.diagnosis);
+    result.fault = module::whyNotCut(taken.diagnosis);
     if (result.fault) {
-        throw Refused(path, describe(*result.fault));
+        throw text::Refused(path, module::describe(*result.fault));
     }
     taken.files = filesOf(taken.diagnosis);
     const VantricCalibration& record = *taken.diagnosis.record;
@@ -88,9 +89,9 @@ TakenDump takeDump(const std::string& path, const CutOptions& options, CutResult
     return taken;
 }
 
-std::vector<Refused> differences(const std::vector<StackFile>& files,
-                                 const std::string& directory) {
-    std::vector<Refused> all;
+std::vector<text::Refused> differences(const std::vector<StackFile>& files,
+                                       const std::string& directory) {
+    std::vector<text::Refused> all;
     for (const char* name : stackFiles) {
         const std::string path = directory + "/" + name;
         const auto wanted = std::ranges::find(files, std::string_view(name), &StackFile::name);
@@ -98,7 +99,7 @@ std::vector<Refused> differences(const std::vector<StackFile>& files,
         const bool exists = fs::exists(fs::symlink_status(path, ignored));
         std::string what;
         if (wanted != files.end()) {
-            what = exists ? differenceOf(wanted->bytes, loadDump(path)) : "is missing";
+            what = exists ? differenceOf(wanted->bytes, files::loadDump(path)) : "is missing";
         } else if (exists) {
             what = "is superfluous: the dump has no signature";
         }
@@ -111,20 +112,20 @@ std::vector<Refused> differences(const std::vector<StackFile>& files,
 
 void writeStackFiles(const TakenDump& taken, const std::string& directory, CutResult& result) {
     const bool written =
-        result.layout == Layout::V7
+        result.layout == module::Layout::V7
             ? writeWith<EEPROMv7Cutter>(directory, taken, result.maskedPixels)
             : writeWith<EEPROMKorvelineCutter>(directory, taken, result.maskedPixels);
     // The library does not report a disk that fills up; the files do.
-    const std::vector<Refused> wrong = differences(taken.files, directory);
+    const std::vector<text::Refused> wrong = differences(taken.files, directory);
     if (!wrong.empty()) {
-        throw Refused(result.dump, "cannot write {} of {}: it {} (is the disk full?)",
-                      fs::path(wrong.front().subject()).filename().string(),
-                      escapePath(result.folder), wrong.front().what());
+        throw text::Refused(result.dump, "cannot write {} of {}: it {} (is the disk full?)",
+                            fs::path(wrong.front().subject()).filename().string(),
+                            text::escapePath(result.folder), wrong.front().what());
     }
     if (!written) {
-        throw Refused(result.dump,
-                      "the library refused it, though nothing is found to be wrong with it");
+        throw text::Refused(result.dump,
+                            "the library refused it, though nothing is found to be wrong with it");
     }
 }
 
-}  // namespace calcut::tools
+}  // namespace calcut::cut

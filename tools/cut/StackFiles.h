@@ -9,12 +9,13 @@
 
 #include "calcut/cutter.h"
 #include "tools/cut/Cut.h"
-#include "tools/dump/Diagnosis.h"
-#include "tools/dump/Dump.h"
-#include "tools/dump/Names.h"
-#include "tools/terminal/Terminal.h"
+#include "tools/files/Dump.h"
+#include "tools/module/Diagnosis.h"
+#include "tools/module/Layout.h"
+#include "tools/module/Names.h"
+#include "tools/text/Terminal.h"
 
-namespace calcut::tools {
+namespace calcut::cut {
 
 /// The files of a cut.
 inline constexpr std::array<const char*, 3> stackFiles = {CALCUT_CALIBRATION_FILE, CALCUT_LENS_FILE,
@@ -36,14 +37,14 @@ struct CutResult {
     std::string source;  ///< its absolute path; only of one among many
     std::string folder;  ///< where its files are, or would have gone
     Outcome outcome = Outcome::NotReached;
-    std::string reason;            ///< why it was not cut, one line; empty when it was
-    std::optional<Finding> fault;  ///< when the dump is to blame
-    std::vector<Finding> warnings;
+    std::string reason;                    ///< why it was not cut, one line; empty when it was
+    std::optional<module::Finding> fault;  ///< when the dump is to blame
+    std::vector<module::Finding> warnings;
     bool earlierCut = false;  ///< it failed, and the folder still holds an earlier cut's files
 
     std::uint64_t size = 0;
     std::string crc;  ///< CRC-32 of the whole dump, "0x1234abcd"; empty when it was not loaded
-    Layout layout = Layout::Unknown;
+    module::Layout layout = module::Layout::Unknown;
 
     // Only with Cut and Kept.
     std::array<std::string, 3> texts;
@@ -58,13 +59,13 @@ struct CutResult {
 /// A file as it has to be.
 struct StackFile {
     const char* name;
-    ByteView bytes;
+    files::ByteView bytes;
 };
 
 /// A dump in memory that can be cut.
 struct TakenDump {
-    Dump dump;
-    Diagnosis diagnosis;           ///< its views point into dump
+    files::Dump dump;
+    module::Diagnosis diagnosis;   ///< its views point into dump
     std::vector<StackFile> files;  ///< of dump or of the record
 };
 
@@ -75,10 +76,11 @@ TakenDump takeDump(const std::string& path, const CutOptions& options, CutResult
 /// How a directory differs from what it should hold: paths, and "differs at byte 17 (0x11)", "is
 /// missing", ... Compares the files of a cut byte for byte; files that have nothing to do with a
 /// cut are not looked at. Opens nothing that could block.
-std::vector<Refused> differences(const std::vector<StackFile>& files, const std::string& directory);
+std::vector<text::Refused> differences(const std::vector<StackFile>& files,
+                                       const std::string& directory);
 
 /// Writes the files into an empty directory and reads them back. result gets the number of masked
 /// pixels. Throws Refused.
 void writeStackFiles(const TakenDump& taken, const std::string& directory, CutResult& result);
 
-}  // namespace calcut::tools
+}  // namespace calcut::cut

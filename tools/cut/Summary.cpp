@@ -9,17 +9,13 @@
 #include <fmt/format.h>
 
 #include "tools/cut/Report.h"
-#include "tools/terminal/Escape.h"
-#include "tools/terminal/Terminal.h"
+#include "tools/module/Layout.h"
+#include "tools/text/Escape.h"
+#include "tools/text/Terminal.h"
 
-namespace calcut::tools {
+namespace calcut::cut {
 
 namespace {
-
-void put(const std::string& text) {
-    (void)std::fwrite(text.data(), 1, text.size(), stderr);
-    (void)std::fflush(stderr);
-}
 
 // Above this many dumps only the failures are listed.
 constexpr std::size_t listAll = 50;
@@ -29,7 +25,8 @@ constexpr std::size_t resultColumn = 2;  // numbers behind it
 using Line = std::vector<std::string>;
 
 Line lineOf(const CutResult& result) {
-    Line line{escapePath(result.dump), layoutName(result.layout), outcomeName(result.outcome)};
+    Line line{text::escapePath(result.dump), module::layoutName(result.layout),
+              outcomeName(result.outcome)};
     if (result.good()) {
         line.push_back(fmt::format("{}", result.maskedPixels));
         for (const float value : std::span(result.lens).first<4>()) {
@@ -92,14 +89,14 @@ std::vector<std::size_t> widthsOf(const std::vector<Line>& lines, std::size_t wi
 }
 
 std::string rowText(const Line& line, const std::vector<std::size_t>& widths,
-                    std::optional<Colour> resultColour) {
+                    std::optional<text::Colour> resultColour) {
     std::string row;
     for (std::size_t i = 0; i < std::min(line.size(), widths.size()); ++i) {
         const std::string cell =
             i > resultColumn ? fmt::format("{:>{}}", line[i], widths[i])
                              : fmt::format("{:<{}}", shortened(line[i], widths[i]), widths[i]);
         row.append(i > 0 ? gap : 0, ' ');
-        row += i == resultColumn && resultColour ? paint(stdout, *resultColour, cell) : cell;
+        row += i == resultColumn && resultColour ? text::paint(stdout, *resultColour, cell) : cell;
     }
     return row;
 }
@@ -110,12 +107,14 @@ std::string table(const std::vector<const CutResult*>& results, std::size_t widt
         lines.push_back(lineOf(*result));
     }
     const std::vector<std::size_t> widths = widthsOf(lines, width);
-    std::string text = paint(stdout, Colour::Bold, rowText(lines[0], widths, {})) + "\n";
+    std::string text =
+        text::paint(stdout, text::Colour::Bold, rowText(lines[0], widths, {})) + "\n";
     const std::size_t used = std::accumulate(widths.begin(), widths.begin() + resultColumn + 1,
                                              gap * (resultColumn + 1));
     for (std::size_t i = 0; i < results.size(); ++i) {
         const CutResult& result = *results[i];
-        text += rowText(lines[i + 1], widths, result.good() ? Colour::Green : Colour::Red);
+        text +=
+            rowText(lines[i + 1], widths, result.good() ? text::Colour::Green : text::Colour::Red);
         if (!result.good()) {
             const bool fits = width == 0 || used + result.reason.size() <= width;
             text += fits ? "  " + result.reason : wrapped(result.reason, width);
@@ -126,45 +125,6 @@ std::string table(const std::vector<const CutResult*>& results, std::size_t widt
 }
 
 }  // namespace
-
-Progress::Progress(std::size_t total)
-    : total_(total),
-      shown_(terminalWidth(stderr) > 0 && terminal().verbosity != Verbosity::Quiet) {}
-
-double Progress::seconds() const {
-    return std::chrono::duration<double>(Clock::now() - start_).count();
-}
-
-void Progress::step() {
-    ++done_;
-    const Clock::time_point now = Clock::now();
-    if (!shown_ || now - drawn_ < std::chrono::milliseconds(100)) {
-        return;
-    }
-    drawn_ = now;
-    visible_ = true;
-    // At least the time between two drawings has passed.
-    const double rate = static_cast<double>(done_) / seconds();
-    const auto left = static_cast<std::uint64_t>(static_cast<double>(total_ - done_) / rate);
-    std::string line = fmt::format("{}/{}  {:.1f} dumps/s  ETA {}:{:02}", done_, total_, rate,
-                                   left / 60, left % 60);
-    // Not in the last column, where some terminals begin a new line.
-    constexpr std::size_t widestBar = 30;
-    constexpr std::size_t around = 4;  // brackets, a space, the last column
-    const std::size_t width = terminalWidth(stderr);
-    if (width > line.size() + around) {
-        const std::size_t bar = std::min(widestBar, width - line.size() - around);
-        line = fmt::format("[{:.<{}}] {}", std::string(bar * done_ / total_, '#'), bar, line);
-    }
-    line.resize(std::min(line.size(), std::max<std::size_t>(width, 1) - 1));
-    put("\r" + line + "\x1b[K");
-}
-
-void Progress::clear() {
-    if (std::exchange(visible_, false)) {
-        put("\r\x1b[K");
-    }
-}
 
 std::string summary(std::span<const CutResult> results, double seconds, std::size_t width) {
     std::array<std::size_t, 4> totals{};
@@ -186,4 +146,4 @@ std::string summary(std::span<const CutResult> results, double seconds, std::siz
                        seconds > 0 ? static_cast<double>(results.size() - left) / seconds : 0.0);
 }
 
-}  // namespace calcut::tools
+}  // namespace calcut::cut

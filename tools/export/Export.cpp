@@ -14,14 +14,14 @@
 #include <fmt/format.h>
 
 #include "tools/commands.h"
-#include "tools/compare/LoadedModule.h"
-#include "tools/dump/Tables.h"
-#include "tools/inspect/Tree.h"
-#include "tools/terminal/Escape.h"
-#include "tools/terminal/OutputFile.h"
-#include "tools/terminal/Terminal.h"
+#include "tools/files/OutputFile.h"
+#include "tools/module/Module.h"
+#include "tools/module/Tables.h"
+#include "tools/module/Tree.h"
+#include "tools/text/Escape.h"
+#include "tools/text/Terminal.h"
 
-namespace calcut::tools {
+namespace calcut::exporting {
 
 namespace {
 
@@ -30,7 +30,7 @@ constexpr int lensSchema = 1;
 // --------------------------------------------------------------------------------------- tables --
 
 /// NumPy's format 1.0: (rows, columns), (rows, columns, 3), or (n,) for plain bytes.
-std::string npyText(const Table& table) {
+std::string npyText(const module::Table& table) {
     const bool little = std::endian::native == std::endian::little;
     const char* type = !table.isImage || !table.bytes.empty() ? "|u1" : little ? "<f4" : ">f4";
     const std::string shape =
@@ -54,7 +54,7 @@ std::string npyText(const Table& table) {
 }
 
 /// One channel, a line for each row of the image; floats with the fewest digits that read back.
-std::string csvText(const Table& table, unsigned channel) {
+std::string csvText(const module::Table& table, unsigned channel) {
     std::string text;
     std::size_t column = 0;
     for (std::size_t at = channel; at < table.size(); at += table.channels) {
@@ -66,7 +66,7 @@ std::string csvText(const Table& table, unsigned channel) {
 }
 
 /// One channel as a grey picture of 16 bits; a comment says what its samples mean.
-std::string pgmText(const Table& table, unsigned channel) {
+std::string pgmText(const module::Table& table, unsigned channel) {
     constexpr unsigned most = 65535;
     double low = std::numeric_limits<double>::infinity();
     double high = -low;
@@ -167,15 +167,15 @@ std::string rosText(std::string_view source, const VantricCalibration& record) {
 }
 
 /// With the names of inspect --json.
-std::string lensJsonText(std::string_view source, const Diagnosis& module) {
-    const Json record = recordTree(module);
-    return jsonText({{"schema", lensSchema},
-                     {"file", source},
-                     {"columns", record["columns"]},
-                     {"rows", record["rows"]},
-                     {"model", "plumb_bob"},
-                     {"lens", record["lens"]}},
-                    2) +
+std::string lensJsonText(std::string_view source, const module::Diagnosis& module) {
+    const text::Json record = module::recordTree(module);
+    return text::jsonText({{"schema", lensSchema},
+                           {"file", source},
+                           {"columns", record["columns"]},
+                           {"rows", record["rows"]},
+                           {"model", "plumb_bob"},
+                           {"lens", record["lens"]}},
+                          2) +
            '\n';
 }
 
@@ -188,19 +188,19 @@ struct ExportFile {
     std::function<std::string()> text;
 };
 
-std::vector<ExportFile> tableFiles(const Diagnosis& module, ExportFormat format) {
-    std::vector<Table> tables = tablesOf(module);
-    std::ranges::copy(customTablesOf(module), std::back_inserter(tables));
+std::vector<ExportFile> tableFiles(const module::Diagnosis& module, ExportFormat format) {
+    std::vector<module::Table> tables = module::tablesOf(module);
+    std::ranges::copy(module::customTablesOf(module), std::back_inserter(tables));
     auto* const text = format == ExportFormat::Csv ? csvText : pgmText;
     const char* ending = format == ExportFormat::Csv ? ".csv" : ".pgm";
     std::vector<ExportFile> files;
-    for (const Table& table : tables) {
+    for (const module::Table& table : tables) {
         if (format == ExportFormat::Npy) {
             files.push_back({table.name + ".npy", [table] { return npyText(table); }});
             continue;
         }
         for (unsigned channel = 0; channel < table.channels; ++channel) {
-            const std::string part = channelName(table, channel);
+            const std::string part = module::channelName(table, channel);
             const std::string name = table.name + (part.empty() ? "" : "_") + part + ending;
             files.push_back({name, [=] { return text(table, channel); }});
         }
@@ -208,7 +208,7 @@ std::vector<ExportFile> tableFiles(const Diagnosis& module, ExportFormat format)
     return files;
 }
 
-std::vector<ExportFile> filesOf(const Diagnosis& module, const ExportOptions& options) {
+std::vector<ExportFile> filesOf(const module::Diagnosis& module, const ExportOptions& options) {
     switch (options.format) {
         case ExportFormat::OpencvYaml:
             return {{"opencv_camera.yaml", [&] { return opencvText(*module.record); }}};
@@ -228,31 +228,32 @@ void makeDirectory(const std::string& path) {
     } else if (!std::filesystem::is_directory(path, error)) {
         error = std::make_error_code(std::errc::not_a_directory);
     }
-    refuseFor(path, error ? error.message() : "");
+    text::refuseFor(path, error ? error.message() : "");
 }
 
 }  // namespace
 
 int runExport(const ExportOptions& options) {
-    const auto module = loadModule(options.input, options.layout, options.maxSize);
+    const auto module = module::loadModule(options.input, options.layout, options.maxSize);
     makeDirectory(options.directory);
     const std::vector<ExportFile> files = filesOf(module->diagnosis, options);
     for (const ExportFile& file : files) {
         const std::string path = options.directory + "/" + file.name;
-        checkWritable(path, {options.input});
-        refuseFor(path, identityOf(path) && !options.force ? "exists; --force replaces it" : "");
+        files::checkWritable(path, {options.input});
+        text::refuseFor(
+            path, files::identityOf(path) && !options.force ? "exists; --force replaces it" : "");
     }
-    const InterruptGuard guard;
+    const text::InterruptGuard guard;
     for (const ExportFile& file : files) {
         const std::string path = options.directory + "/" + file.name;
         const std::string text = file.text();
-        if (InterruptGuard::interrupted()) {
+        if (text::InterruptGuard::interrupted()) {
             return exitFailed;
         }
-        writeOutput(path, text);
-        print(fmt::format("wrote {}  {} bytes\n", escapePath(path), text.size()));
+        files::writeOutput(path, text);
+        text::print(fmt::format("wrote {}  {} bytes\n", text::escapePath(path), text.size()));
     }
     return exitOk;
 }
 
-}  // namespace calcut::tools
+}  // namespace calcut::exporting

@@ -6,14 +6,15 @@
 #include <string>
 #include <vector>
 
-#include "tools/dump/Dump.h"
+#include "tools/files/Dump.h"
+#include "tools/module/Layout.h"
 
-namespace calcut::tools {
+namespace calcut::inspect {
 
 struct InspectOptions {
-    std::vector<std::string> paths;  ///< dumps or bare calibrations, "-" for standard input
-    std::optional<Layout> layout;    ///< by their first bytes when not set
-    std::uint64_t maxSize = defaultMaxSize;
+    std::vector<std::string> paths;        ///< dumps or bare calibrations, "-" for standard input
+    std::optional<module::Layout> layout;  ///< by their first bytes when not set
+    std::uint64_t maxSize = files::defaultMaxSize;
     bool json = false;
     bool strict = false;  ///< warnings make the exit status 1, too
 };
@@ -21,4 +22,4 @@ struct InspectOptions {
 /// Prints what the files hold. Returns the exit status.
 int runInspect(const InspectOptions& options);
 
-}  // namespace calcut::tools
+}  // namespace calcut::inspect

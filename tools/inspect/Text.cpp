@@ -5,22 +5,23 @@
 
 #include <fmt/format.h>
 
-#include "tools/dump/Names.h"
-#include "tools/terminal/Escape.h"
+#include "tools/module/Layout.h"
+#include "tools/module/Names.h"
+#include "tools/text/Escape.h"
 
-namespace calcut::tools {
+namespace calcut::inspect {
 
 namespace {
 
-std::uint64_t pixelsOf(const Json& size) {
+std::uint64_t pixelsOf(const text::Json& size) {
     return size["columns"].get<std::uint64_t>() * size["rows"].get<std::uint64_t>();
 }
 
-void writeImage(Lines& out, const Json& image) {
+void writeImage(text::Lines& out, const text::Json& image) {
     out.heading("Image header");
     out.table({{"offset", "{offset}", true}, {"field", "{name}"}, {"value", "{text}"}},
               image["fields"]);
-    const Json& payload = image["payload"];
+    const text::Json& payload = image["payload"];
     const bool cutShort = !payload.is_null() && !payload["inside"];
     const bool matches = image["computedCrc"] == image["storedCrc"];
     out.items(image,
@@ -29,38 +30,39 @@ void writeImage(Lines& out, const Json& image) {
                {"stored CRC-32", "{storedCrc:#010x}"},
                {"computed CRC-32",
                 std::string("{computedCrc:#010x}  ") + (matches ? "matches" : "does not match"),
-                matches ? Colour::Green : Colour::Red},
+                matches ? text::Colour::Green : text::Colour::Red},
                {"signature", "{signature/bytes} bytes"}});
-    if (const Json& signature = image["signature"]; !signature.is_null()) {
-        out.hexItem("", text(signature["hex"]));
+    if (const text::Json& signature = image["signature"]; !signature.is_null()) {
+        out.hexItem("", text::valueText(signature["hex"]));
     }
 }
 
 // ---------------------------------------------------------------------------------- calibration --
 
-std::string rangeText(const Json& range) {
+std::string rangeText(const text::Json& range) {
     if (range.is_null()) {
         return {};
     }
-    std::string line = filled(range["min"] == range["max"] ? "{min}" : "{min} to {max}", range);
+    std::string line =
+        text::filled(range["min"] == range["max"] ? "{min}" : "{min} to {max}", range);
     if (range["infinite"] != 0) {
-        line += (line.empty() ? "" : ", ") + filled("{infinite} not finite", range);
+        line += (line.empty() ? "" : ", ") + text::filled("{infinite} not finite", range);
     }
     return line;
 }
 
-void writeBlocks(Lines& out, const Json& calibration) {
+void writeBlocks(text::Lines& out, const text::Json& calibration) {
     out.heading("Blocks");
-    Json rows = calibration["blocks"];
+    text::Json rows = calibration["blocks"];
     bool ignored = false;
-    for (Json& row : rows) {
-        ignored = ignored || row["outcome"] == outcomeName(vantric::BlockOutcome::unknown);
+    for (text::Json& row : rows) {
+        ignored = ignored || row["outcome"] == module::outcomeName(vantric::BlockOutcome::unknown);
         row["range"] = rangeText(row["range"]);
     }
-    if (const Json& end = calibration["endMarker"]; !end.is_null()) {
+    if (const text::Json& end = calibration["endMarker"]; !end.is_null()) {
         rows.push_back({{"offset", end},
                         {"id", VANTRIC_RX_END_MARKER},
-                        {"name", blockName(VANTRIC_RX_END_MARKER)}});
+                        {"name", module::blockName(VANTRIC_RX_END_MARKER)}});
     }
     out.table({{"offset", "{offset}", true, 7},
                {"id", "{id}", true},
@@ -80,14 +82,14 @@ void writeBlocks(Lines& out, const Json& calibration) {
                  "right behind that block's header; the payload is not skipped.");
     }
     if (const auto trailing = calibration["trailingBytes"].get<std::uint64_t>(); trailing != 0) {
-        out.item(byteCount(trailing) + " behind the end marker", "");
+        out.item(text::byteCount(trailing) + " behind the end marker", "");
     }
 }
 
-void writeCalibration(Lines& out, const Json& calibration) {
+void writeCalibration(text::Lines& out, const text::Json& calibration) {
     out.heading("Packed calibration");
     out.items(calibration, {{"at", "byte {offset}, {bytes} bytes"}});
-    if (const Json& header = calibration["header"]; !header.is_null()) {
+    if (const text::Json& header = calibration["header"]; !header.is_null()) {
         out.items(header, {{"version", "{version}"},
                            {"sensor", fmt::format("{{columns}} columns x {{rows}} rows, {} pixels",
                                                   pixelsOf(header))}});
@@ -97,7 +99,7 @@ void writeCalibration(Lines& out, const Json& calibration) {
 
 // --------------------------------------------------------------------------------------- record --
 
-void writeWiggling(Lines& out, const char* name, const Json& table) {
+void writeWiggling(text::Lines& out, const char* name, const text::Json& table) {
     if (!table.is_null()) {
         const auto header = std::bit_cast<float>(table["header"].get<std::uint32_t>());
         out.items(table, {{name, fmt::format("header {{header:#010x}} ({}), entries: {}", header,
@@ -108,22 +110,22 @@ void writeWiggling(Lines& out, const char* name, const Json& table) {
     }
 }
 
-void writeRecord(Lines& out, const Json& record) {
+void writeRecord(text::Lines& out, const text::Json& record) {
     out.items(record, {{"image area", "{columns} x {rows} pixels"}, {"aux flag", "{auxFlag}"}});
     for (const auto& [key, value] : record["lens"].items()) {
         const bool inPixels = key[0] == 'f' || key[0] == 'c';
-        out.item(key, text(value) + (inPixels ? " pixels" : ""));
+        out.item(key, text::valueText(value) + (inPixels ? " pixels" : ""));
     }
     out.items(record,
               {{"text 0", "\"{text0}\""}, {"text 1", "\"{text1}\""}, {"text 2", "\"{text2}\""}});
-    if (const std::string idBytes = text(record["idBytes"]); !idBytes.empty()) {
+    if (const std::string idBytes = text::valueText(record["idBytes"]); !idBytes.empty()) {
         out.hexItem("id bytes", idBytes);
     }
     const bool cutCountsAll = record["maskedPixels"] == record["zeroMaskCount"];
     out.items(record, {{"id codes", "{idCodes:#06x}"},
                        {"masked pixels", fmt::format("{{maskedPixels}} of {}", pixelsOf(record))},
                        {"  as cut reports", cutCountsAll ? "" : "{zeroMaskCount}"}});
-    for (const Json& frequency : record["frequencies"]) {
+    for (const text::Json& frequency : record["frequencies"]) {
         out.items(frequency, {{"frequency {index}", "id {id}"},
                               {"  scalar", "{scalar}"},
                               {"  values A", "{valuesA}"},
@@ -137,51 +139,56 @@ void writeRecord(Lines& out, const Json& record) {
                        {"  PSF", "{straylight/psfWidth} x {straylight/psfHeight} elements"},
                        {"  radius", "{straylight/radius}"},
                        {"  value", "{straylight/value}"}});
-    for (const Json& custom : record["custom"]) {
-        out.hexItem(filled("custom {id}", custom), text(custom["hex"]));
+    for (const text::Json& custom : record["custom"]) {
+        out.hexItem(text::filled("custom {id}", custom), text::valueText(custom["hex"]));
     }
-    const std::string status = text(record["customStatus"]);
-    if (status != statusName(VANTRIC_OK)) {
-        out.item("custom fields", fmt::format("not readable: {} ({})", status, statusText(status)));
+    const std::string status = text::valueText(record["customStatus"]);
+    if (status != module::statusName(VANTRIC_OK)) {
+        out.item("custom fields",
+                 fmt::format("not readable: {} ({})", status, module::statusText(status)));
     }
 }
 
 // --------------------------------------------------------------------------------------- result --
 
-void writeResult(Lines& out, const Json& tree) {
+void writeResult(text::Lines& out, const text::Json& tree) {
     out.heading("Result");
-    if (const Json& read = tree["read"]; !read.is_null()) {
-        const Json& failed = read["failedBlock"];
+    if (const text::Json& read = tree["read"]; !read.is_null()) {
+        const text::Json& failed = read["failedBlock"];
         out.items(read, {{"read", fmt::format("{{status}} ({{code:#010x}}: {})",
-                                              statusText(text(read["status"])))},
+                                              module::statusText(text::valueText(read["status"])))},
                          {"failing block",
-                          failed.is_null() ? ""
-                                           : fmt::format("{{failedBlock}} ({})",
-                                                         blockName(failed.get<std::uint32_t>()))}});
+                          failed.is_null()
+                              ? ""
+                              : fmt::format("{{failedBlock}} ({})",
+                                            module::blockName(failed.get<std::uint32_t>()))}});
     } else {
         out.item("read", "not attempted");
     }
-    out.items(tree["faults"], {{"fault", "{text}", Colour::Red}});
-    out.items(tree["warnings"], {{"warning", "{text}", Colour::Yellow}});
+    out.items(tree["faults"], {{"fault", "{text}", text::Colour::Red}});
+    out.items(tree["warnings"], {{"warning", "{text}", text::Colour::Yellow}});
     if (tree["intact"]) {
-        out.item("verdict", "reads", Colour::Green);
+        out.item("verdict", "reads", text::Colour::Green);
     }
 }
 
-std::string titleOf(const Json& layout) {
-    if (layout == layoutName(Layout::Unknown)) {
+std::string titleOf(const text::Json& layout) {
+    if (layout == module::layoutName(module::Layout::Unknown)) {
         return "neither image nor calibration";
     }
-    return layout == layoutName(Layout::Packed) ? "packed calibration" : text(layout) + " image";
+    return layout == module::layoutName(module::Layout::Packed)
+               ? "packed calibration"
+               : text::valueText(layout) + " image";
 }
 
 }  // namespace
 
-std::string textOf(const Json& tree, const TextStyle& style) {
-    Lines out(style);
-    out.line(fmt::format("{}: {}, {} bytes",
-                         out.painted(Colour::Bold, escapePath(text(tree["file"]))),
-                         titleOf(tree["layout"]), text(tree["bytes"])));
+std::string textOf(const text::Json& tree, const text::TextStyle& style) {
+    text::Lines out(style);
+    out.line(fmt::format(
+        "{}: {}, {} bytes",
+        out.painted(text::Colour::Bold, text::escapePath(text::valueText(tree["file"]))),
+        titleOf(tree["layout"]), text::valueText(tree["bytes"])));
     if (!tree["image"].is_null()) {
         writeImage(out, tree["image"]);
     }
@@ -197,4 +204,4 @@ std::string textOf(const Json& tree, const TextStyle& style) {
     return out.take();
 }
 
-}  // namespace calcut::tools
+}  // namespace calcut::inspect

@@ -10,11 +10,12 @@
 
 #include "cutter/korvelineImage.h"
 #include "tools/commands.h"
-#include "tools/terminal/Escape.h"
-#include "tools/terminal/OutputFile.h"
-#include "tools/terminal/Terminal.h"
+#include "tools/files/OutputFile.h"
+#include "tools/module/Layout.h"
+#include "tools/text/Escape.h"
+#include "tools/text/Terminal.h"
 
-namespace calcut::tools {
+namespace calcut::make {
 
 namespace {
 
@@ -54,14 +55,14 @@ Made packForKorveline(const MakeOptions& options, const writer::Calibration& cal
                   "the calibration of a {}x{} sensor with {} frequencies does not fit the "
                   "{} bytes of a Korveline payload at any width",
                   calibration.columns, calibration.rows, calibration.frequencies.size(), room);
-    refuseFor(options.output, made.bytes.size() > room ? tooLarge : "");
+    text::refuseFor(options.output, made.bytes.size() > room ? tooLarge : "");
     return made;
 }
 
 Made makeFile(const MakeOptions& options, const writer::Calibration& calibration) {
-    if (options.layout != Layout::Korveline) {
+    if (options.layout != module::Layout::Korveline) {
         Made made = pack(calibration, options.tableBits.value_or(defaultTableBits));
-        return options.layout == Layout::Packed
+        return options.layout == module::Layout::Packed
                    ? made
                    : Made{writer::makeV7Image(made.bytes), made.tableBits};
     }
@@ -78,16 +79,16 @@ Made makeFile(const MakeOptions& options, const writer::Calibration& calibration
 
 std::string describe(const MakeOptions& options, const writer::Calibration& calibration,
                      const Made& made) {
-    const bool korveline = options.layout == Layout::Korveline;
+    const bool korveline = options.layout == module::Layout::Korveline;
     const std::size_t frequencies = calibration.frequencies.size();
     const std::size_t custom = calibration.custom.size();
     return fmt::format(
         "{}: {}, {} bytes: {} x {} pixels, {} frequenc{}, tables of {}{}, {}straylight, {} custom "
         "block{}{}, seed {}\n",
-        options.output == "-" ? "standard output" : escapePath(options.output),
-        korveline                          ? "Korveline dump"
-        : options.layout == Layout::Packed ? "packed calibration"
-                                           : "v7 dump",
+        options.output == "-" ? "standard output" : text::escapePath(options.output),
+        korveline                                  ? "Korveline dump"
+        : options.layout == module::Layout::Packed ? "packed calibration"
+                                                   : "v7 dump",
         made.bytes.size(), calibration.columns, calibration.rows, frequencies,
         frequencies == 1 ? "y" : "ies",
         made.tableBits == 0 ? "plain floats" : fmt::format("{} bits", made.tableBits),
@@ -118,18 +119,18 @@ int runMake(const MakeOptions& options) {
     std::error_code ignored;
     const bool isFile =
         options.output != "-" && std::filesystem::is_regular_file(options.output, ignored);
-    refuseFor(options.output, isFile && !options.force ? "exists; --force replaces it" : "");
-    checkWritable(options.output, {});
+    text::refuseFor(options.output, isFile && !options.force ? "exists; --force replaces it" : "");
+    files::checkWritable(options.output, {});
     const writer::Calibration calibration = writer::makeCalibration(options.content);
     const Made made = makeFile(options, calibration);
-    writeOutput(options.output, made.bytes);
+    files::writeOutput(options.output, made.bytes);
     const std::string text = describe(options, calibration, made);
     if (options.output != "-") {
-        print(text);
-    } else if (terminal().verbosity != Verbosity::Quiet) {
+        text::print(text);
+    } else if (text::terminal().verbosity != text::Verbosity::Quiet) {
         (void)std::fputs(text.c_str(), stderr);
     }
     return exitOk;
 }
 
-}  // namespace calcut::tools
+}  // namespace calcut::make

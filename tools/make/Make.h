@@ -4,14 +4,15 @@
 #include <optional>
 #include <string>
 
-#include "tools/dump/Dump.h"
+#include "tools/files/Dump.h"
+#include "tools/module/Layout.h"
 #include "writer/writer.h"
 
-namespace calcut::tools {
+namespace calcut::make {
 
 struct MakeOptions {
-    std::optional<Layout> layout;       ///< v7 when not set; Packed: no image around it
-    std::optional<unsigned> signature;  ///< its bytes, for Korveline
+    std::optional<module::Layout> layout;  ///< v7 when not set; Packed: no image around it
+    std::optional<unsigned> signature;     ///< its bytes, for Korveline
     writer::CalibrationOptions content;
     std::optional<unsigned> tableBits;
     std::string output;
@@ -24,4 +25,4 @@ std::string parseSize(const std::string& text, writer::CalibrationOptions& conte
 /// Writes what the options describe. Returns the exit status.
 int runMake(const MakeOptions& options);
 
-}  // namespace calcut::tools
+}  // namespace calcut::make

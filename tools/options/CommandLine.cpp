@@ -15,18 +15,19 @@
 #include "tools/export/Export.h"
 #include "tools/inspect/Inspect.h"
 #include "tools/make/Make.h"
+#include "tools/module/Layout.h"
 #include "tools/options/Texts.h"
 #include "tools/plot/Plot.h"
-#include "tools/terminal/Escape.h"
-#include "tools/terminal/Terminal.h"
+#include "tools/text/Escape.h"
+#include "tools/text/Terminal.h"
 
-namespace calcut::tools {
+namespace calcut::options {
 
 namespace {
 
 /// What a command line asks for, once it is parsed.
 struct Request {
-    TerminalSettings terminal;
+    text::TerminalSettings terminal;
     std::function<int()> work;  ///< of the subcommand; returns the exit status
 };
 
@@ -52,20 +53,20 @@ CLI::Option* addChoice(CLI::App& command, const char* name, const std::vector<st
 }
 
 /// -q, -v and --color.
-void addTerminalOptions(CLI::App& command, TerminalSettings& settings) {
+void addTerminalOptions(CLI::App& command, text::TerminalSettings& settings) {
     command.option_defaults()->group("Terminal");
-    const auto quiet = [&settings] { settings.verbosity = Verbosity::Quiet; };
-    const auto verbose = [&settings] { settings.verbosity = Verbosity::Verbose; };
+    const auto quiet = [&settings] { settings.verbosity = text::Verbosity::Quiet; };
+    const auto verbose = [&settings] { settings.verbosity = text::Verbosity::Verbose; };
     command.add_flag_callback("-q,--quiet", quiet, "Print errors only");
     command.add_flag_callback("-v,--verbose", verbose, "Print what is being done");
-    const auto set = [&settings](std::size_t at) { settings.colour = ColourMode(at); };
+    const auto set = [&settings](std::size_t at) { settings.colour = text::ColourMode(at); };
     addChoice(command, "--color", {"auto", "always", "never"}, set, "WHEN",
               "Colours: auto on a terminal, unless NO_COLOR is set");
 }
 
-CLI::Option* addLayout(CLI::App& command, std::optional<Layout>& layout, const char* text) {
+CLI::Option* addLayout(CLI::App& command, std::optional<module::Layout>& layout, const char* text) {
     const auto set = [&layout](std::size_t at) {
-        layout = at == 0 ? std::nullopt : std::optional(knownLayouts[at - 1]);
+        layout = at == 0 ? std::nullopt : std::optional(module::knownLayouts[at - 1]);
     };
     return addChoice(command, "--layout", {"auto", "v7", "korveline", "packed"}, set, "LAYOUT",
                      text);
@@ -82,7 +83,7 @@ void addReading(CLI::App& command, Options& options) {
 
 // -------------------------------------------------------------------------------------- cut --
 
-void addCutOptions(CLI::App& command, CutOptions& options) {
+void addCutOptions(CLI::App& command, cut::CutOptions& options) {
     addValue(command, "DUMP", options.paths, "",
              "Dumps or folders of them, or one dump (- for standard input) and the output "
              "directory");
@@ -112,15 +113,15 @@ void addCutOptions(CLI::App& command, CutOptions& options) {
     }
 }
 
-void checkCut(const CutOptions& options) {
-    if (const std::string fault = usageFault(options); !fault.empty()) {
+void checkCut(const cut::CutOptions& options) {
+    if (const std::string fault = cut::usageFault(options); !fault.empty()) {
         throw CLI::ValidationError("cut", fault);
     }
 }
 
 // ------------------------------------------------------------- inspect, plot, compare, export --
 
-void addInspectOptions(CLI::App& command, InspectOptions& options) {
+void addInspectOptions(CLI::App& command, inspect::InspectOptions& options) {
     addValue(command, "FILE", options.paths, "",
              "Dumps, packed calibrations, or - for standard input")
         ->required();
@@ -130,10 +131,10 @@ void addInspectOptions(CLI::App& command, InspectOptions& options) {
 }
 
 std::string pictureFault(const std::string& name) {
-    return isPictureName(name) ? "" : "the picture's name must end in .png or .svg";
+    return plot::isPictureName(name) ? "" : "the picture's name must end in .png or .svg";
 }
 
-void addPlotOptions(CLI::App& command, PlotOptions& options) {
+void addPlotOptions(CLI::App& command, plot::PlotOptions& options) {
     addValue(command, "FILE", options.input, "", moduleText)->required();
     addValue(command, "-o,--output", options.output, "FILE",
              "Picture to write: NAME.png or NAME.svg; - writes a PNG to standard output")
@@ -150,7 +151,7 @@ std::string toleranceFault(const std::string& text) {
     return good ? "" : "give a number from 0 on, not " + text;
 }
 
-void addCompareOptions(CLI::App& command, CompareOptions& options) {
+void addCompareOptions(CLI::App& command, compare::CompareOptions& options) {
     addValue(command, "A", options.a, "FILE", moduleText)->required();
     addValue(command, "B", options.b, "FILE", "The one to compare it with, likewise")->required();
     command.add_flag("--json", options.json, "Print JSON (keys: docs/compare-json.md)");
@@ -165,20 +166,20 @@ void addCompareOptions(CLI::App& command, CompareOptions& options) {
     addReading(command, options);
 }
 
-void checkCompare(const CompareOptions& options) {
+void checkCompare(const compare::CompareOptions& options) {
     if (options.a == "-" && options.b == "-") {
         throw CLI::ValidationError("compare", "only one of the two can be standard input");
     }
 }
 
-int compare(const CompareOptions& options) {
-    return runCompare(options, loadDrawDifferences);
+int compare(const compare::CompareOptions& options) {
+    return compare::runCompare(options, plot::loadDrawDifferences);
 }
 
-void addExportOptions(CLI::App& command, ExportOptions& options) {
+void addExportOptions(CLI::App& command, exporting::ExportOptions& options) {
     addValue(command, "DUMP", options.input, "FILE", moduleText)->required();
     addValue(command, "DIR", options.directory, "DIR", "Directory to write into")->required();
-    const auto set = [&options](std::size_t at) { options.format = ExportFormat(at); };
+    const auto set = [&options](std::size_t at) { options.format = exporting::ExportFormat(at); };
     addChoice(command, "--as", {"npy", "csv", "pgm", "opencv-yaml", "ros-yaml", "json"}, set,
               "FORMAT", "What to write")
         ->required();
@@ -194,7 +195,7 @@ std::string seedFault(const std::string& text) {
     return isWhole ? "" : "give a whole number from 0 on, not " + text;
 }
 
-void addMakeOptions(CLI::App& command, MakeOptions& options) {
+void addMakeOptions(CLI::App& command, make::MakeOptions& options) {
     writer::CalibrationOptions& content = options.content;
     CLI::Option* layout =
         addLayout(command, options.layout, "Layout of the dump; auto is v7, packed has no image");
@@ -204,7 +205,7 @@ void addMakeOptions(CLI::App& command, MakeOptions& options) {
         ->check(CLI::Range(0U, unsigned{image::korveline::maxSignature}));
     command.add_option("--size")
         ->description("Columns and rows of the sensor [224x172]")
-        ->check([&content](const std::string& text) { return parseSize(text, content); })
+        ->check([&content](const std::string& text) { return make::parseSize(text, content); })
         ->type_name("WxH");
     addValue(command, "--frequencies", content.frequencies, "N", "Modulation frequencies [3]")
         ->check(CLI::Range(1U, 8U));
@@ -222,15 +223,15 @@ void addMakeOptions(CLI::App& command, MakeOptions& options) {
     addValue(command, "--seed", content.seed, "N",
              "Seed of everything that varies between modules [1]")
         ->check(seedFault);
-    const auto bare = [&options] { options.layout = Layout::Packed; };
+    const auto bare = [&options] { options.layout = module::Layout::Packed; };
     command.add_flag_callback("--bare", bare, "The same as --layout packed")->excludes(layout);
     addValue(command, "-o,--output", options.output, "FILE", "File to write, - for standard output")
         ->required();
     command.add_flag("--force", options.force, "Replace a file that exists");
 }
 
-void checkMake(const MakeOptions& options) {
-    if (options.signature && options.layout != Layout::Korveline) {
+void checkMake(const make::MakeOptions& options) {
+    if (options.signature && options.layout != module::Layout::Korveline) {
         throw CLI::ValidationError("--signature", "only Korveline dumps carry a signature");
     }
 }
@@ -283,7 +284,7 @@ std::string suggestion(const std::string& word, const CLI::App& app) {
 int tellParseError(const CLI::App& app, const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) {
         const bool version = error.get_name() == "CallForVersion";
-        writeStdout(version ? error.what() + std::string("\n") : app.help());
+        text::writeStdout(version ? error.what() + std::string("\n") : app.help());
         return exitOk;
     }
     const auto parsed = app.get_subcommands();
@@ -292,8 +293,8 @@ int tellParseError(const CLI::App& app, const CLI::ParseError& error) {
         parsed.empty() && !unknown.empty()
             ? "no such subcommand: " + unknown.front() + suggestion(unknown.front(), app)
             : error.what();
-    printError("", fmt::format("{} (calcut {}--help shows how)", escapePath(what),
-                               parsed.empty() ? "" : parsed.front()->get_name() + " "));
+    text::printError("", fmt::format("{} (calcut {}--help shows how)", text::escapePath(what),
+                                     parsed.empty() ? "" : parsed.front()->get_name() + " "));
     return exitUsage;
 }
 
@@ -302,12 +303,12 @@ int runCommandLine(int argc, char** argv) {
     CLI::App app(commandHelp.summary, commandHelp.name);
     app.set_version_flag("-V,--version", "calcut " CALCUT_VERSION, "Print the version and exit");
     app.footer(commandHelp.footer)->require_subcommand(1);
-    addSubcommand(app, request, cutHelp, addCutOptions, runCut, checkCut);
-    addSubcommand(app, request, inspectHelp, addInspectOptions, runInspect);
-    addSubcommand(app, request, plotHelp, addPlotOptions, runPlot);
+    addSubcommand(app, request, cutHelp, addCutOptions, cut::runCut, checkCut);
+    addSubcommand(app, request, inspectHelp, addInspectOptions, inspect::runInspect);
+    addSubcommand(app, request, plotHelp, addPlotOptions, plot::runPlot);
     addSubcommand(app, request, compareHelp, addCompareOptions, compare, checkCompare);
-    addSubcommand(app, request, exportHelp, addExportOptions, runExport);
-    addSubcommand(app, request, makeHelp, addMakeOptions, runMake, checkMake);
+    addSubcommand(app, request, exportHelp, addExportOptions, exporting::runExport);
+    addSubcommand(app, request, makeHelp, addMakeOptions, make::runMake, checkMake);
     addTerminalOptions(app, request.terminal);
     // For the build, which makes man pages and completions of these texts.
     if (argc == 3 && std::string_view(argv[1]) == "--generate") {
@@ -315,7 +316,7 @@ int runCommandLine(int argc, char** argv) {
     }
     // No option takes one, and as a path it would be a riddle.
     if (std::any_of(argv + 1, argv + argc, [](const char* word) { return *word == '\0'; })) {
-        printError("", "an argument is empty (is a variable of the shell not set?)");
+        text::printError("", "an argument is empty (is a variable of the shell not set?)");
         return exitUsage;
     }
     try {
@@ -323,14 +324,14 @@ int runCommandLine(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         return tellParseError(app, error);
     }
-    setTerminal(request.terminal);
+    text::setTerminal(request.terminal);
     return request.work();
 }
 
 }  // namespace
 
-}  // namespace calcut::tools
+}  // namespace calcut::options
 
 int main(int argc, char** argv) {
-    return calcut::tools::runMain(calcut::tools::runCommandLine, argc, argv);
+    return calcut::text::runMain(calcut::options::runCommandLine, argc, argv);
 }

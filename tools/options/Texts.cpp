@@ -7,9 +7,9 @@
 #include <CLI/CLI.hpp>
 
 #include "tools/commands.h"
-#include "tools/terminal/OutputFile.h"
+#include "tools/files/OutputFile.h"
 
-namespace calcut::tools {
+namespace calcut::options {
 
 namespace {
 
@@ -201,7 +201,7 @@ int generateTexts(const CLI::App& app, const std::string& directory) {
     Commands commands = app.get_subcommands({});
     commands.insert(commands.begin(), &app);
     const auto write = [&](const std::string& name, const std::string& text) {
-        writeOutput(directory + "/" + name, text);
+        files::writeOutput(directory + "/" + name, text);
     };
     write("calcut.bash", bashCompletion(commands));
     write("_calcut", zshCompletion(app));
@@ -214,4 +214,4 @@ int generateTexts(const CLI::App& app, const std::string& directory) {
     return exitOk;
 }
 
-}  // namespace calcut::tools
+}  // namespace calcut::options

@@ -7,7 +7,7 @@ namespace CLI {
 class App;
 }
 
-namespace calcut::tools {
+namespace calcut::options {
 
 /// Writes into a directory, out of what the parser knows: man pages (calcut.1, calcut-cut.1, ...)
 /// and completions (calcut.bash, _calcut, calcut.fish). Returns the exit status.
@@ -116,4 +116,4 @@ Examples:
   calcut make --layout korveline --signature 64 -o signed.bin
   calcut make --bare -o - | calcut inspect -)"};
 
-}  // namespace calcut::tools
+}  // namespace calcut::options

@@ -7,7 +7,7 @@
 #include <new>
 #include <numbers>
 
-namespace calcut::tools {
+namespace calcut::plot {
 
 namespace {
 
@@ -205,4 +205,4 @@ void clipTo(cairo_t* page, const Rect& area) {
     cairo_clip(page);
 }
 
-}  // namespace calcut::tools
+}  // namespace calcut::plot

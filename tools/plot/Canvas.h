@@ -13,7 +13,7 @@
 
 #include "tools/plot/Scales.h"
 
-namespace calcut::tools {
+namespace calcut::plot {
 
 struct Rect {
     double x = 0.0, y = 0.0, width = 0.0, height = 0.0;
@@ -69,4 +69,4 @@ double resolution(cairo_t* page);
 /// Until cairo_restore, nothing is drawn outside the area.
 void clipTo(cairo_t* page, const Rect& area);
 
-}  // namespace calcut::tools
+}  // namespace calcut::plot

@@ -7,7 +7,7 @@
 
 #include "tools/plot/Panels.h"
 
-namespace calcut::tools {
+namespace calcut::plot {
 
 namespace {
 
@@ -81,12 +81,12 @@ void drawSeries(const Cell& cell, const Series& series) {
 
 }  // namespace
 
-void drawFrequencyTables(const Cell& cell, const Diagnosis& module, unsigned k) {
+void drawFrequencyTables(const Cell& cell, const module::Diagnosis& module, unsigned k) {
     const VantricFrequencyRecord& frequency = module.record->frequencies[k];
     const VantricWigglingTable& a = frequency.wigglingA;
     const VantricWigglingTable& b = frequency.wigglingB;
     const auto list = [&](RXFrequencyBlock block, const auto* values, int count, int most) {
-        const bool read = module.wasRead(frequencyBlock(k, block));
+        const bool read = module.wasRead(module::frequencyBlock(k, block));
         return std::vector<double>(values, values + (read ? std::min(count, most) : 0));
     };
     constexpr int most = VANTRIC_WIGGLING_ENTRIES;
@@ -122,7 +122,7 @@ void drawFrequencyTables(const Cell& cell, const Diagnosis& module, unsigned k) 
     }
 }
 
-void drawProfile(const Cell& cell, const Diagnosis& module) {
+void drawProfile(const Cell& cell, const module::Diagnosis& module) {
     constexpr int samples = 600;
     const VantricCalibration& record = *module.record;
     // The origin is among them since the PSF was made.
@@ -163,4 +163,4 @@ void drawProfile(const Cell& cell, const Diagnosis& module) {
     }
 }
 
-}  // namespace calcut::tools
+}  // namespace calcut::plot

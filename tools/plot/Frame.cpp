@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cmath>
 
-namespace calcut::tools {
+namespace calcut::plot {
 
 namespace {
 
@@ -286,4 +286,4 @@ void Frame::ring(const std::vector<std::size_t>& elements, std::size_t most) con
     }
 }
 
-}  // namespace calcut::tools
+}  // namespace calcut::plot

@@ -10,7 +10,7 @@
 #include "tools/plot/Canvas.h"
 #include "tools/plot/Scales.h"
 
-namespace calcut::tools {
+namespace calcut::plot {
 
 struct Axis {
     Scale scale{};
@@ -81,4 +81,4 @@ struct Frame {
 /// Draws all that stands around the data into a cell of the page.
 Frame drawFrame(const Cell& cell, const FrameParts& parts);
 
-}  // namespace calcut::tools
+}  // namespace calcut::plot

@@ -7,7 +7,7 @@
 #include "tools/plot/Numbers.h"
 #include "tools/plot/Panels.h"
 
-namespace calcut::tools {
+namespace calcut::plot {
 
 namespace {
 
@@ -117,12 +117,12 @@ Frame drawMap(const Cell& cell, FrameParts parts, ColourBar bar, const MaskedVal
     return frame;
 }
 
-std::span<const std::uint8_t> maskOf(const Diagnosis& module) {
+std::span<const std::uint8_t> maskOf(const module::Diagnosis& module) {
     const auto [x, y, columns, rows] = module.record->imagerArea;
     return {module.record->pixelMask, std::size_t{columns} * rows};
 }
 
-void drawMask(const Cell& cell, const Diagnosis& module) {
+void drawMask(const Cell& cell, const module::Diagnosis& module) {
     constexpr Rgb maskedInk{0x00, 0x00, 0x00};
     constexpr double visible = 4.0;  // an element of that size needs no ring
     const std::span<const std::uint8_t> mask = maskOf(module);
@@ -155,7 +155,7 @@ void drawMask(const Cell& cell, const Diagnosis& module) {
     }
 }
 
-void drawRays(const Cell& cell, const Diagnosis& module) {
+void drawRays(const Cell& cell, const module::Diagnosis& module) {
     const VantricCalibration& record = *module.record;
     const auto [areaX, areaY, columns, rows] = record.imagerArea;
     const RayField field = rayFieldOf(record);
@@ -179,7 +179,7 @@ void drawRays(const Cell& cell, const Diagnosis& module) {
     }
 }
 
-void drawTable(const Cell& cell, const Diagnosis& module, const std::string& title,
+void drawTable(const Cell& cell, const module::Diagnosis& module, const std::string& title,
                const float* values, std::uint32_t block, const std::optional<Scale>& scale) {
     const std::span<const std::uint8_t> mask = maskOf(module);
     const MaskedValues map{{values, mask.size()}, mask};
@@ -192,7 +192,7 @@ void drawTable(const Cell& cell, const Diagnosis& module, const std::string& tit
     drawMap(cell, std::move(parts), {{colours, label}}, map);
 }
 
-void drawPsf(const Cell& cell, const Diagnosis& module) {
+void drawPsf(const Cell& cell, const module::Diagnosis& module) {
     const VantricCalibration& record = *module.record;
     const std::uint32_t width = std::max(record.psfWidth, 1U);
     const std::uint32_t height = std::max(record.psfHeight, 1U);
@@ -225,4 +225,4 @@ void drawPsf(const Cell& cell, const Diagnosis& module) {
             {{scale, "log10 of the element"}}, {centred});
 }
 
-}  // namespace calcut::tools
+}  // namespace calcut::plot

@@ -5,7 +5,7 @@
 #include <cmath>
 #include <numbers>
 
-namespace calcut::tools {
+namespace calcut::plot {
 
 Statistics statisticsOf(const MaskedValues& map) {
     Statistics result;
@@ -149,4 +149,4 @@ std::string distortionText(const RayField& field, bool arrows) {
                                         field.shifts.max));
 }
 
-}  // namespace calcut::tools
+}  // namespace calcut::plot

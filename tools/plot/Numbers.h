@@ -12,7 +12,7 @@
 #include "calcut/vantric_rx.h"
 #include "tools/plot/Scales.h"
 
-namespace calcut::tools {
+namespace calcut::plot {
 
 /// Values of an image, row by row, with the mask that goes with them.
 struct MaskedValues {
@@ -69,4 +69,4 @@ RayField rayFieldOf(const VantricCalibration& record);
 /// One line on the distortion, or on why there is nothing to say about it.
 std::string distortionText(const RayField& field, bool arrows);
 
-}  // namespace calcut::tools
+}  // namespace calcut::plot

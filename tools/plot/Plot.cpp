@@ -6,11 +6,11 @@
 #include <string_view>
 
 #include "tools/commands.h"
-#include "tools/compare/LoadedModule.h"
-#include "tools/terminal/OutputFile.h"
-#include "tools/terminal/Terminal.h"
+#include "tools/files/OutputFile.h"
+#include "tools/module/Module.h"
+#include "tools/text/Terminal.h"
 
-namespace calcut::tools {
+namespace calcut::plot {
 
 namespace {
 
@@ -28,12 +28,12 @@ const Drawing& loadDrawing() {
         const auto* drawing =
             static_cast<const Drawing*>(part == nullptr ? nullptr : dlsym(part, "calcutDrawing"));
         if (drawing == nullptr || std::string_view(drawing->version) != CALCUT_VERSION) {
-            throw Refused(
+            throw text::Refused(
                 "", drawing == nullptr ? dlerror() : path + " is of another version of calcut");
         }
         return *drawing;
     }
-    throw Refused("", "calcut-plot is not installed: this build was made without Cairo");
+    throw text::Refused("", "calcut-plot is not installed: this build was made without Cairo");
 }
 
 }  // namespace
@@ -44,15 +44,15 @@ bool isPictureName(const std::string& name) {
 
 int runPlot(const PlotOptions& options) {
     const Drawing& drawing = loadDrawing();
-    checkWritable(options.output, {options.input});
-    const auto module = loadModule(options.input, options.layout, options.maxSize);
-    writePicture(options.output, drawing.sheet(module->diagnosis, options.input,
-                                               options.sharedScale, options.output));
+    files::checkWritable(options.output, {options.input});
+    const auto module = module::loadModule(options.input, options.layout, options.maxSize);
+    files::writePicture(options.output, drawing.sheet(module->diagnosis, options.input,
+                                                      options.sharedScale, options.output));
     return exitOk;
 }
 
-DrawDifferences loadDrawDifferences() {
+compare::DrawDifferences loadDrawDifferences() {
     return loadDrawing().differences;
 }
 
-}  // namespace calcut::tools
+}  // namespace calcut::plot

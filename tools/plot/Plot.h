@@ -9,15 +9,16 @@
 #include <vector>
 
 #include "tools/compare/Compare.h"
-#include "tools/dump/Diagnosis.h"
+#include "tools/module/Diagnosis.h"
+#include "tools/module/Layout.h"
 
-namespace calcut::tools {
+namespace calcut::plot {
 
 struct PlotOptions {
-    std::string input;             ///< dump or bare calibration, "-" for standard input
-    std::string output;            ///< *.png or *.svg; "-" for a PNG on standard output
-    std::optional<Layout> layout;  ///< by its first bytes when not set
-    std::uint64_t maxSize = defaultMaxSize;
+    std::string input;                     ///< dump or bare calibration, "-" for standard input
+    std::string output;                    ///< *.png or *.svg; "-" for a PNG on standard output
+    std::optional<module::Layout> layout;  ///< by its first bytes when not set
+    std::uint64_t maxSize = files::defaultMaxSize;
     bool sharedScale = false;  ///< one colour scale for the tables of all frequencies
 };
 
@@ -28,7 +29,7 @@ bool isPictureName(const std::string& name);
 int runPlot(const PlotOptions& options);
 
 /// For runCompare.
-DrawDifferences loadDrawDifferences();
+compare::DrawDifferences loadDrawDifferences();
 
 /// Functions that make pictures; the output's name decides the format, and an empty result is a
 /// picture that could not be made.
@@ -36,10 +37,10 @@ struct Drawing {
     const char* version;  ///< of calcut; both sides must be of one
     /// A calibration that reads, on one page, with the name of its file. sharedScale: the pixel
     /// tables of all frequencies in the same colours.
-    std::vector<std::uint8_t> (*sheet)(const Diagnosis& module, const std::string& input,
+    std::vector<std::uint8_t> (*sheet)(const module::Diagnosis& module, const std::string& input,
                                        bool sharedScale, const std::string& output);
     /// B - A for each table that both have in the same shape.
-    DrawDifferences differences;
+    compare::DrawDifferences differences;
 };
 
 extern "C" {
@@ -47,4 +48,4 @@ extern "C" {
 extern const Drawing calcutDrawing;
 }
 
-}  // namespace calcut::tools
+}  // namespace calcut::plot

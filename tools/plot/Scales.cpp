@@ -5,7 +5,7 @@
 #include <cmath>
 #include <span>
 
-namespace calcut::tools {
+namespace calcut::plot {
 
 namespace {
 
@@ -136,4 +136,4 @@ Strips stripsFor(std::uint32_t columns, std::uint32_t rows, double width, double
     return best;
 }
 
-}  // namespace calcut::tools
+}  // namespace calcut::plot

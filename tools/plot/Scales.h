@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-namespace calcut::tools {
+namespace calcut::plot {
 
 struct Rgb {
     std::uint8_t r = 0, g = 0, b = 0;
@@ -71,4 +71,4 @@ bool needsStrips(std::uint32_t columns, std::uint32_t rows);
 /// The arrangement with the largest elements. Those larger than a unit are whole units large.
 Strips stripsFor(std::uint32_t columns, std::uint32_t rows, double width, double height);
 
-}  // namespace calcut::tools
+}  // namespace calcut::plot

@@ -4,12 +4,13 @@
 #include <cmath>
 #include <cstring>
 
-#include "tools/dump/Names.h"
+#include "tools/module/Layout.h"
+#include "tools/module/Names.h"
 #include "tools/plot/Panels.h"
 #include "tools/plot/Plot.h"
-#include "tools/terminal/Escape.h"
+#include "tools/text/Escape.h"
 
-namespace calcut::tools {
+namespace calcut::plot {
 
 namespace {
 
@@ -20,25 +21,25 @@ struct Line {
     FontStyle style{.size = 13.0};
 };
 
-std::string moduleTexts(const Diagnosis& module) {
+std::string moduleTexts(const module::Diagnosis& module) {
     std::string all;
     for (const auto& [id, text] : {std::pair{RX_BLOCK_TEXT1, module.record->text1},
                                    std::pair{RX_BLOCK_TEXT2, module.record->text2}}) {
         if (module.wasRead(id) && *text != '\0') {
             all += (all.empty() ? "" : "  ·  ") +
-                   escapeBytes({text, strnlen(text, VANTRIC_TEXT_BYTES)});
+                   text::escapeBytes({text, strnlen(text, VANTRIC_TEXT_BYTES)});
         }
     }
     return all;
 }
 
-std::vector<Line> linesOf(const Diagnosis& module) {
+std::vector<Line> linesOf(const module::Diagnosis& module) {
     const VantricCalibration& record = *module.record;
-    const std::string layout = module.layout == Layout::Packed
+    const std::string layout = module.layout == module::Layout::Packed
                                    ? "packed calibration"
-                                   : fmt::format("{} image", layoutName(module.layout));
+                                   : fmt::format("{} image", module::layoutName(module.layout));
     std::vector<Line> lines = {{fmt::format("{}, {} bytes", layout, module.file.size())}};
-    for (const Finding& fault : module.faults) {
+    for (const module::Finding& fault : module.faults) {
         lines.push_back({fmt::format("{} at byte {}", fault.what, fault.offset),
                          "",
                          {.size = 13.0, .bold = true, .colour = faultColour}});
@@ -49,12 +50,13 @@ std::vector<Line> linesOf(const Diagnosis& module) {
     lines.push_back({});
     for (std::size_t i = 0; i < 5; ++i) {
         lines.push_back(
-            {i < 4 ? fmt::format("{}  {} pixels", lensNames[i], record.lensParameters[i]) : "",
-             fmt::format("{}  {}", lensNames[i + 4], record.lensParameters[i + 4])});
+            {i < 4 ? fmt::format("{}  {} pixels", module::lensNames[i], record.lensParameters[i])
+                   : "",
+             fmt::format("{}  {}", module::lensNames[i + 4], record.lensParameters[i + 4])});
     }
     lines.push_back({});
     for (unsigned k = 0; k < VANTRIC_FREQUENCIES; ++k) {
-        if (module.wasRead(frequencyBlock(k, RX_FREQUENCY_ID))) {
+        if (module.wasRead(module::frequencyBlock(k, RX_FREQUENCY_ID))) {
             const float scalar = record.frequencies[k].scalar;
             lines.push_back(
                 {fmt::format("frequency {}:  id {}{}", k, record.frequencies[k].frequencyId,
@@ -72,7 +74,7 @@ std::vector<Line> linesOf(const Diagnosis& module) {
     return lines;
 }
 
-void drawSummary(const Cell& cell, const Diagnosis& module, const std::string& name) {
+void drawSummary(const Cell& cell, const module::Diagnosis& module, const std::string& name) {
     const double left = cell.x + 12.0;
     const auto put = [&](double x, double y, const std::string& text, const FontStyle& style) {
         drawText(cell.page, {x, y}, text, style, cell.right() - 12.0 - x);
@@ -89,7 +91,7 @@ void drawSummary(const Cell& cell, const Diagnosis& module, const std::string& n
     }
 }
 
-std::vector<std::uint8_t> drawSheet(const Diagnosis& module, const std::string& input,
+std::vector<std::uint8_t> drawSheet(const module::Diagnosis& module, const std::string& input,
                                     bool sharedScale, const std::string& output) {
     const std::span<const std::uint8_t> mask = maskOf(module);
     std::vector<unsigned> frequencies;
@@ -97,7 +99,7 @@ std::vector<std::uint8_t> drawSheet(const Diagnosis& module, const std::string& 
     double low = Statistics::none;
     double high = Statistics::none;
     for (unsigned k = 0; k < VANTRIC_FREQUENCIES; ++k) {
-        if (module.wasRead(frequencyBlock(k, RX_FREQUENCY_PIXEL_TABLE))) {
+        if (module.wasRead(module::frequencyBlock(k, RX_FREQUENCY_PIXEL_TABLE))) {
             frequencies.push_back(k);
             const float* values = module.record->frequencies[k].pixelTable;
             const Statistics statistics =
@@ -113,15 +115,15 @@ std::vector<std::uint8_t> drawSheet(const Diagnosis& module, const std::string& 
         panels.emplace_back(
             [&module, draw, more...](const Cell& cell) { draw(cell, module, more...); });
     };
-    add(drawSummary,
-        input == "-" ? "standard input" : escapePath(input.substr(input.find_last_of('/') + 1)));
+    add(drawSummary, input == "-" ? "standard input"
+                                  : text::escapePath(input.substr(input.find_last_of('/') + 1)));
     add(drawMask);
     add(drawRays);
     add(drawTable, "Pixel values", module.record->pixelValues, RX_BLOCK_PIXEL_VALUES, std::nullopt);
     for (const unsigned k : frequencies) {
         const VantricFrequencyRecord& frequency = module.record->frequencies[k];
         add(drawTable, fmt::format("Frequency {} (id {}): pixel table", k, frequency.frequencyId),
-            frequency.pixelTable, frequencyBlock(k, RX_FREQUENCY_PIXEL_TABLE), scale);
+            frequency.pixelTable, module::frequencyBlock(k, RX_FREQUENCY_PIXEL_TABLE), scale);
     }
     for (const unsigned k : frequencies) {
         add(drawFrequencyTables, k);
@@ -137,4 +139,4 @@ std::vector<std::uint8_t> drawSheet(const Diagnosis& module, const std::string& 
 
 const Drawing calcutDrawing = {CALCUT_VERSION, drawSheet, drawDifferences};
 
-}  // namespace calcut::tools
+}  // namespace calcut::plot

@@ -6,9 +6,10 @@
 #include <string>
 
 #include "calibration/packed/Refusal.h"
-#include "tools/dump/Dump.h"
+#include "tools/files/Dump.h"
+#include "tools/module/Layout.h"
 
-namespace calcut::tools {
+namespace calcut::module {
 
 struct Diagnosis;
 
@@ -35,7 +36,7 @@ inline constexpr const char* askWriter =
 
 /// About a file that does not begin with the magic of its layout (Unknown: with none), with the
 /// reason where one can be told.
-Finding wrongMagic(ByteView file, Layout layout);
+Finding wrongMagic(files::ByteView file, Layout layout);
 
 /// About an image whose record was refused.
 Finding imageFault(const Diagnosis& about);
@@ -50,6 +51,6 @@ void addWarnings(Diagnosis& dump);
 
 /// Text of a magic, or what stands in its place, in quotes; what is not printable ASCII becomes
 /// \xNN.
-std::string quotedBytes(ByteView bytes);
+std::string quotedBytes(files::ByteView bytes);
 
-}  // namespace calcut::tools
+}  // namespace calcut::module

@@ -1,40 +1,15 @@
 // A file as the command takes it in: loaded once, with a limit, never by opening what can block.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
-#include <string_view>
 #include <vector>
 
-#include "cutter/imageRecord.h"
-
-namespace calcut::tools {
+namespace calcut::files {
 
 using ByteView = std::span<const std::uint8_t>;
-
-enum class Layout { V7, Korveline, Packed, Unknown };
-
-inline constexpr std::array knownLayouts = {Layout::V7, Layout::Korveline, Layout::Packed};
-
-/// What the command knows about a layout. Only images have fields and a function that finds their
-/// record.
-struct LayoutTraits {
-    const char* name;        ///< "v7", "korveline", "packed", "unknown": in options and reports
-    std::string_view magic;  ///< what a file begins with; empty for Unknown
-    std::span<const image::Field> fields{};
-    image::Record (*locate)(image::Bytes file, std::uint64_t cursor) = nullptr;
-};
-const LayoutTraits& traitsOf(Layout layout);
-
-inline const char* layoutName(Layout layout) {
-    return traitsOf(layout).name;
-}
-
-/// The layout that the first bytes name.
-Layout classify(ByteView file);
 
 /// What can be a dump, unless --max-size says otherwise.
 inline constexpr std::uint64_t defaultMaxSize = std::uint64_t{256} << 20;
@@ -45,9 +20,6 @@ struct FileIdentity {
     std::uint64_t inode = 0;
     bool operator==(const FileIdentity&) const = default;
 };
-
-/// What errno says, in words: "No such file or directory".
-std::string errnoText(int error);
 
 /// The content of a file, or a reason why there is none ("No such file or directory", "is a
 /// directory", "is empty", "is larger than 256 MiB, the limit for a dump (--max-size)", ...;
@@ -63,4 +35,4 @@ struct Dump {
 /// and a socket are refused.
 Dump loadDump(const std::string& path, std::uint64_t maxSize = defaultMaxSize);
 
-}  // namespace calcut::tools
+}  // namespace calcut::files

@@ -10,10 +10,11 @@
 #include "calibration/owners.h"
 #include "calibration/packed/Handler.h"
 #include "cutter/imageRecord.h"
-#include "tools/dump/Dump.h"
-#include "tools/dump/Findings.h"
+#include "tools/files/Dump.h"
+#include "tools/module/Findings.h"
+#include "tools/module/Layout.h"
 
-namespace calcut::tools {
+namespace calcut::module {
 
 /// Id of a block of frequency k; block is an RX_FREQUENCY_ number.
 constexpr std::uint32_t frequencyBlock(unsigned k, std::uint32_t block) {
@@ -21,12 +22,12 @@ constexpr std::uint32_t frequencyBlock(unsigned k, std::uint32_t block) {
 }
 
 struct Diagnosis {
-    ByteView file;
+    files::ByteView file;
     Layout layout = Layout::Unknown;
     image::Record image;  ///< not set for bare calibrations and unknown files
     /// The payload as a cut decodes it (with a signature area where there is one), or the whole of
     /// a bare calibration; what of it lies inside the file when not all does.
-    ByteView payload;
+    files::ByteView payload;
     std::uint64_t payloadOffset = 0;
     std::uint64_t signatureAreaSize = 0;          ///< at the end of payload, 0 without one
     std::optional<std::uint8_t> signatureLength;  ///< as stored, also when impossible
@@ -63,6 +64,6 @@ std::optional<Finding> whyNotCut(const Diagnosis& diagnosis);
 
 /// Looks at a file. Views of the result point into it. wanted decides how much of the record is
 /// filled; faults and warnings are the same for either.
-Diagnosis diagnose(ByteView file, Layout layout, vantric::Wanted wanted);
+Diagnosis diagnose(files::ByteView file, Layout layout, vantric::Wanted wanted);
 
-}  // namespace calcut::tools
+}  // namespace calcut::module

@@ -1,4 +1,4 @@
-#include "tools/terminal/Terminal.h"
+#include "tools/text/Terminal.h"
 
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -10,14 +10,14 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <system_error>
 
 #include <fmt/format.h>
 
 #include "tools/commands.h"
-#include "tools/dump/Dump.h"
-#include "tools/terminal/Escape.h"
+#include "tools/text/Escape.h"
 
-namespace calcut::tools {
+namespace calcut::text {
 
 namespace {
 
@@ -108,6 +108,10 @@ void refuseFor(const std::string& subject, const std::string& reason) {
     }
 }
 
+std::string errnoText(int error) {
+    return std::generic_category().message(error);
+}
+
 const char* reasonOf(const std::exception& error) {
     const bool memory = dynamic_cast<const std::bad_alloc*>(&error) != nullptr;
     return memory ? "not enough memory" : error.what();
@@ -188,4 +192,4 @@ int runMain(int (*work)(int argc, char** argv), int argc, char** argv) {
     return exitCode != exitOk ? exitCode : finished;
 }
 
-}  // namespace calcut::tools
+}  // namespace calcut::text

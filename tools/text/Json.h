@@ -7,7 +7,7 @@
 
 #include <nlohmann/json.hpp>
 
-namespace calcut::tools {
+namespace calcut::text {
 
 /// Keys in the order they are set. Floats keep their own width, so that they are printed with the
 /// fewest digits that read back.
@@ -21,4 +21,4 @@ std::string jsonText(const Json& tree, int indent = -1);
 /// The tree in a text; discarded when it is none.
 Json parseJson(const std::vector<std::uint8_t>& text);
 
-}  // namespace calcut::tools
+}  // namespace calcut::text

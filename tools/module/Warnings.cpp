@@ -9,10 +9,12 @@
 
 #include "calibration/packed/Block.h"
 #include "cutter/korvelineImage.h"
-#include "tools/dump/Diagnosis.h"
-#include "tools/dump/Names.h"
+#include "tools/module/Diagnosis.h"
+#include "tools/module/Layout.h"
+#include "tools/module/Names.h"
+#include "tools/text/Escape.h"
 
-namespace calcut::tools {
+namespace calcut::module {
 
 namespace {
 
@@ -73,7 +75,7 @@ void lookAtCustomFields(Diagnosis& dump) {
             warning.blockId = header.id;
             warning.offset = custom.offset;
             warning.found = fmt::format("block {}, {} in {}", header.id, kindName(header.kind),
-                                        byteCount(custom.payloadSize));
+                                        text::byteCount(custom.payloadSize));
         }
     }
     dump.warnings.push_back(warning);
@@ -98,7 +100,7 @@ void lookAtEnd(Diagnosis& dump) {
              *dump.endMarker + 1});
     } else if (trailing != 0) {
         dump.warnings.push_back(
-            {"trailing-bytes", "bytes behind the end marker", "", byteCount(trailing),
+            {"trailing-bytes", "bytes behind the end marker", "", text::byteCount(trailing),
              "a cut writes them to qov.spc too; ask whoever calibrated the module",
              *dump.endMarker + 1});
     }
@@ -117,4 +119,4 @@ void addWarnings(Diagnosis& dump) {
     }
 }
 
-}  // namespace calcut::tools
+}  // namespace calcut::module

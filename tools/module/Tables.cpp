@@ -1,4 +1,4 @@
-#include "tools/dump/Tables.h"
+#include "tools/module/Tables.h"
 
 #include <algorithm>
 #include <cmath>
@@ -6,7 +6,7 @@
 
 #include <fmt/format.h>
 
-namespace calcut::tools {
+namespace calcut::module {
 
 const char* channelName(const Table& table, unsigned channel) {
     constexpr const char* names[] = {"x", "y", "z"};
@@ -118,4 +118,4 @@ bool sameShape(const Table& a, const Table& b) {
     return a.columns == b.columns && a.rows == b.rows && a.channels == b.channels;
 }
 
-}  // namespace calcut::tools
+}  // namespace calcut::module

@@ -1,4 +1,4 @@
-#include "tools/dump/Findings.h"
+#include "tools/module/Findings.h"
 
 #include <algorithm>
 #include <array>
@@ -7,11 +7,12 @@
 
 #include <fmt/format.h>
 
-#include "tools/dump/Diagnosis.h"
-#include "tools/dump/Names.h"
-#include "tools/terminal/Escape.h"
+#include "tools/module/Diagnosis.h"
+#include "tools/module/Layout.h"
+#include "tools/module/Names.h"
+#include "tools/text/Escape.h"
 
-namespace calcut::tools {
+namespace calcut::module {
 
 namespace {
 
@@ -19,23 +20,23 @@ namespace {
 
 constexpr std::size_t longestMagic = 9;
 
-bool isBlank(ByteView file) {
+bool isBlank(files::ByteView file) {
     return !file.empty() && (file[0] == 0x00 || file[0] == 0xFF) &&
            std::all_of(file.begin(), file.end(),
                        [&](std::uint8_t byte) { return byte == file[0]; });
 }
 
 /// Whether a magic appears once the bytes of each group are turned around.
-bool isSwapped(ByteView file, std::size_t group) {
+bool isSwapped(files::ByteView file, std::size_t group) {
     std::array<std::uint8_t, 12> start{};
     const std::size_t size = std::min(file.size(), start.size()) / group * group;
     for (std::size_t at = 0; at < size; ++at) {
         start[at] = file[at - at % group + group - 1 - at % group];
     }
-    return classify(ByteView(start).first(size)) != Layout::Unknown;
+    return classify(files::ByteView(start).first(size)) != Layout::Unknown;
 }
 
-bool looksLikeLensFile(ByteView file) {
+bool looksLikeLensFile(files::ByteView file) {
     std::array<float, VANTRIC_LENS_PARAMETERS> values{};
     if (file.size() != sizeof values) {
         return false;
@@ -53,7 +54,7 @@ std::string quoted(Layout layout) {
 }
 
 /// Where the magic of a layout stands; the file's size when it does not.
-std::uint64_t offsetOf(Layout layout, ByteView file) {
+std::uint64_t offsetOf(Layout layout, files::ByteView file) {
     const std::string_view magic = traitsOf(layout).magic;
     const auto found = std::search(file.begin(), file.end(), magic.begin(), magic.end());
     return static_cast<std::uint64_t>(found - file.begin());
@@ -141,15 +142,15 @@ const vantric::BlockSighting* refusedBlock(const Diagnosis& about,
 
 }  // namespace
 
-std::string quotedBytes(ByteView bytes) {
+std::string quotedBytes(files::ByteView bytes) {
     std::string text = "\"";
     for (const std::uint8_t byte : bytes) {
-        text += byte == '"' ? "\\\"" : escapeBytes(std::string(1, static_cast<char>(byte)));
+        text += byte == '"' ? "\\\"" : text::escapeBytes(std::string(1, static_cast<char>(byte)));
     }
     return text + '"';
 }
 
-Finding wrongMagic(ByteView file, Layout layout) {
+Finding wrongMagic(files::ByteView file, Layout layout) {
     const bool unknown = layout == Layout::Unknown;
     const std::string wanted = unknown ? fmt::format("{} (v7) or {} (Korveline)",
                                                      quoted(Layout::V7), quoted(Layout::Korveline))
@@ -214,9 +215,9 @@ Finding imageFault(const Diagnosis& about) {
                 "read the part again; if it stays, this calcut does not know the module's layout");
         case image::Cause::payloadOutside:
             return fault("payload-outside", "payload outside the file",
-                         fmt::format("{} from byte {} on", byteCount(refusal.expected),
+                         fmt::format("{} from byte {} on", text::byteCount(refusal.expected),
                                      about.image.payloadOffset),
-                         byteCount(refusal.found) + " of them in the file",
+                         text::byteCount(refusal.found) + " of them in the file",
                          "read the whole part again");
         case image::Cause::checksum:
             return fault("checksum", "CRC-32 mismatch",
@@ -228,7 +229,7 @@ Finding imageFault(const Diagnosis& about) {
             return classify(about.file) != about.layout
                        ? wrongMagic(about.file, about.layout)
                        : fault("image-header-cut-short", "image header cut short",
-                               byteCount(refusal.expected), byteCount(refusal.found),
+                               text::byteCount(refusal.expected), text::byteCount(refusal.found),
                                "read the whole part again, or name another --layout");
     }
 }
@@ -250,8 +251,8 @@ Finding readFault(const Diagnosis& about, const vantric::Refusal& refusal,
         return fmt::format(
             fmt::runtime(pattern), fmt::arg("expected", refusal.expected),
             fmt::arg("found", refusal.found),
-            fmt::arg("expectedBytes", byteCount(refusal.expected)),
-            fmt::arg("foundBytes", byteCount(refusal.found)),
+            fmt::arg("expectedBytes", text::byteCount(refusal.expected)),
+            fmt::arg("foundBytes", text::byteCount(refusal.found)),
             fmt::arg("expectedKind", kindNames(refusal.expected, refusal.alsoExpected)),
             fmt::arg("foundKind", kindName(refusal.found)),
             fmt::arg("expectedBlock", blockLabel(static_cast<std::uint32_t>(refusal.expected))),
@@ -286,4 +287,4 @@ std::string describe(const Finding& finding) {
     return line + "; " + finding.advice;
 }
 
-}  // namespace calcut::tools
+}  // namespace calcut::module

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "tools/dump/Diagnosis.h"
+#include "tools/module/Diagnosis.h"
 
-namespace calcut::tools {
+namespace calcut::module {
 
 /// Points into the record it comes from. Either bytes or floats are set; elements lie row by row,
 /// the channels of one beside each other.
@@ -62,4 +62,4 @@ TableDifference differenceOf(const Table& a, const Table& b, double tolerance);
 /// Whether they can be compared element by element.
 bool sameShape(const Table& a, const Table& b);
 
-}  // namespace calcut::tools
+}  // namespace calcut::module

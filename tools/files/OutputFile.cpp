@@ -1,4 +1,4 @@
-#include "tools/terminal/OutputFile.h"
+#include "tools/files/OutputFile.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -12,20 +12,20 @@
 
 #include <fmt/format.h>
 
-#include "tools/terminal/Terminal.h"
+#include "tools/text/Terminal.h"
 
-namespace calcut::tools {
+namespace calcut::files {
 
 namespace {
 
 namespace fs = std::filesystem;
 
-std::string reasonOf(int error) {
-    return error == ENXIO ? "nobody reads from this pipe" : errnoText(error);
+std::string openReason(int error) {
+    return error == ENXIO ? "nobody reads from this pipe" : text::errnoText(error);
 }
 
 std::string whyNoAccess(const fs::path& path, int mode) {
-    return access(path.c_str(), mode) == 0 ? std::string() : reasonOf(errno);
+    return access(path.c_str(), mode) == 0 ? std::string() : openReason(errno);
 }
 
 int replaceFile(const std::string& path, std::string_view text) {
@@ -57,7 +57,7 @@ void checkWritable(const std::string& path, const std::vector<std::string>& inpu
     }
     std::error_code ignored;
     const fs::file_type type = fs::status(path, ignored).type();
-    refuseFor(path, type == fs::file_type::directory ? reasonOf(EISDIR) : "");
+    text::refuseFor(path, type == fs::file_type::directory ? openReason(EISDIR) : "");
     const bool isFile = type == fs::file_type::regular;
     // What is no file on a disk cannot be lost.
     if (isFile || type == fs::file_type::block) {
@@ -65,20 +65,20 @@ void checkWritable(const std::string& path, const std::vector<std::string>& inpu
         const bool isInput = std::ranges::any_of(inputs, [&identity](const std::string& input) {
             return identityOf(input) == identity;
         });
-        refuseFor(path, isInput ? "is also an input; it is left alone" : "");
+        text::refuseFor(path, isInput ? "is also an input; it is left alone" : "");
     }
     if (fs::exists(fs::file_status(type)) && !isFile) {
-        refuseFor(path, whyNoAccess(path, W_OK));
+        text::refuseFor(path, whyNoAccess(path, W_OK));
         return;
     }
     const fs::path folder = fs::path(path).parent_path();
-    refuseFor(path, whyNoAccess(folder.empty() ? "." : folder, W_OK | X_OK));
+    text::refuseFor(path, whyNoAccess(folder.empty() ? "." : folder, W_OK | X_OK));
 }
 
 void writeOutput(const std::string& path, std::string_view text) {
     if (path == "-") {
-        writeStdout(text);
-        finishStdout();
+        text::writeStdout(text);
+        text::finishStdout();
         return;
     }
     std::error_code ignored;
@@ -90,11 +90,12 @@ void writeOutput(const std::string& path, std::string_view text) {
         (exists ? !fs::is_regular_file(status) : isLink)
             ? writeInto(path, exists ? 0 : O_CREAT, text)
             : replaceFile(isLink ? fs::canonical(path, ignored).string() : path, text);
-    refuseFor(path, error != 0 ? reasonOf(error) : "");
+    text::refuseFor(path, error != 0 ? openReason(error) : "");
 }
 
 void writePicture(const std::string& path, const std::vector<std::uint8_t>& picture) {
-    refuseFor(path, picture.empty() ? "the picture could not be made (not enough memory?)" : "");
+    text::refuseFor(path,
+                    picture.empty() ? "the picture could not be made (not enough memory?)" : "");
     writeOutput(path, picture);
 }
 
@@ -128,4 +129,4 @@ int syncToDisk(const std::string& path) {
     return error == EINVAL ? 0 : error;
 }
 
-}  // namespace calcut::tools
+}  // namespace calcut::files

@@ -12,7 +12,7 @@
 
 #include <fmt/format.h>
 
-namespace calcut::tools {
+namespace calcut::text {
 
 enum class ColourMode : std::uint8_t {
     Auto,  ///< on a terminal, unless NO_COLOR is set (and not empty) or TERM is "dumb"
@@ -70,6 +70,9 @@ class Refused : public std::runtime_error {
 /// Throws Refused, unless the reason is empty.
 void refuseFor(const std::string& subject, const std::string& reason);
 
+/// What errno says, in words: "No such file or directory".
+std::string errnoText(int error);
+
 /// The reason in any exception, for people.
 const char* reasonOf(const std::exception& error);
 
@@ -104,4 +107,4 @@ int guarded(const std::function<int()>& work, int failed);
 /// by the signal that an InterruptGuard noted. Returns the exit status.
 int runMain(int (*work)(int argc, char** argv), int argc, char** argv);
 
-}  // namespace calcut::tools
+}  // namespace calcut::text

@@ -4,9 +4,9 @@
 
 #include <fmt/format.h>
 
-#include "tools/inspect/Text.h"
+#include "tools/text/Lines.h"
 
-namespace calcut::tools {
+namespace calcut::text {
 
 namespace {
 
@@ -61,14 +61,14 @@ std::string dropColumns(std::vector<Column>& columns, std::size_t width) {
 
 }  // namespace
 
-std::string text(const Json& value, std::string_view format) {
+std::string valueText(const Json& value, std::string_view format) {
     if (value.is_string()) {
         return value.get<std::string>();
     }
     if (value.is_array()) {
         std::string list;
         for (const Json& element : value) {
-            list += (list.empty() ? "" : "  ") + text(element, format);
+            list += (list.empty() ? "" : "  ") + valueText(element, format);
         }
         return list;
     }
@@ -92,7 +92,7 @@ std::string filled(std::string_view pattern, const Json& tree, const char* missi
             return {};
         }
         line.append(pattern.substr(0, open));
-        line += value.is_null() ? missing : text(value, place.substr(key.size()));
+        line += value.is_null() ? missing : valueText(value, place.substr(key.size()));
         pattern.remove_prefix(close + 1);
     }
     return line.append(pattern);
@@ -171,4 +171,4 @@ void Lines::table(const std::vector<TableColumn>& columns, const Json& rows, con
     }
 }
 
-}  // namespace calcut::tools
+}  // namespace calcut::text

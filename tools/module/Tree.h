@@ -8,34 +8,34 @@
 #include <string_view>
 #include <vector>
 
-#include "tools/dump/Diagnosis.h"
-#include "tools/dump/Json.h"
+#include "tools/module/Diagnosis.h"
+#include "tools/text/Json.h"
 
-namespace calcut::tools {
+namespace calcut::module {
 
 /// Rises when a key goes or changes its meaning; new keys do not count.
 inline constexpr int inspectSchema = 1;
 
 /// The tree of a file. The diagnosis must have been made with everything wanted.
-Json inspectTree(const Diagnosis& about, std::string_view path);
+text::Json inspectTree(const Diagnosis& about, std::string_view path);
 
 /// Its part about the decoded record; null without one.
-Json recordTree(const Diagnosis& about);
+text::Json recordTree(const Diagnosis& about);
 
 /// How a block is stored: its kind, count and, where its kind has them, bits and fixed point.
-Json storageTree(const RXBlockHeader& header);
+text::Json storageTree(const RXBlockHeader& header);
 
 /// The value, or null without one.
 template <typename Value>
-Json orNull(bool isThere, const Value& value) {
-    return isThere ? Json(value) : Json(nullptr);
+text::Json orNull(bool isThere, const Value& value) {
+    return isThere ? text::Json(value) : text::Json(nullptr);
 }
 template <typename Value>
-Json orNull(const std::optional<Value>& value) {
+text::Json orNull(const std::optional<Value>& value) {
     return orNull(value.has_value(), value.value_or(Value{}));
 }
 
 /// A float as JSON has it: "inf" and "-inf"; a NaN stays one, and is null once it is written.
-Json jsonFloat(float value);
+text::Json jsonFloat(float value);
 
-}  // namespace calcut::tools
+}  // namespace calcut::module

@@ -8,7 +8,7 @@
 
 #include "calibration/packed/Reader.h"
 
-namespace calcut::tools {
+namespace calcut::module {
 
 /// Names of the lens parameters in the order of the record.
 inline constexpr std::array<const char*, VANTRIC_LENS_PARAMETERS> lensNames = {
@@ -33,7 +33,4 @@ const char* kindName(std::uint64_t kind);
 /// "read" (custom blocks too), "ignored" (unknown ids), "failed", "not reached".
 const char* outcomeName(vantric::BlockOutcome outcome);
 
-/// "1 byte", "2 bytes"
-std::string byteCount(std::uint64_t count);
-
-}  // namespace calcut::tools
+}  // namespace calcut::module

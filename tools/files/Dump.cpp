@@ -1,4 +1,4 @@
-#include "tools/dump/Dump.h"
+#include "tools/files/Dump.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -8,18 +8,14 @@
 #include <algorithm>
 #include <cerrno>
 #include <limits>
-#include <string_view>
-#include <system_error>
 #include <utility>
 
 #include <fmt/format.h>
 
-#include "calibration/packed/Block.h"
-#include "cutter/korvelineImage.h"
-#include "cutter/v7Image.h"
-#include "tools/dump/Names.h"
+#include "tools/text/Escape.h"
+#include "tools/text/Terminal.h"
 
-namespace calcut::tools {
+namespace calcut::files {
 
 namespace {
 
@@ -47,15 +43,16 @@ std::string tooLarge(std::uint64_t limit) {
         size /= step;
         ++unit;
     }
-    return fmt::format("is larger than {}, the limit for a dump (--max-size)",
-                       unit == 0 ? byteCount(size) : fmt::format("{} {}iB", size, "KMG"[unit - 1]));
+    return fmt::format(
+        "is larger than {}, the limit for a dump (--max-size)",
+        unit == 0 ? text::byteCount(size) : fmt::format("{} {}iB", size, "KMG"[unit - 1]));
 }
 
 std::string whyNotOpened(const std::string& path, int error) {
     struct stat status {};
     const bool isSocket =
         error == ENXIO && stat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode);
-    return isSocket ? "is a socket" : errnoText(error);
+    return isSocket ? "is a socket" : text::errnoText(error);
 }
 
 // The next bytes, waiting for them where the file was opened without; 0 at the end. An interrupted
@@ -116,7 +113,7 @@ std::string load(const std::string& path, std::uint64_t maxSize, Dump& dump) {
         return "is a directory";
     }
     if (expected <= limit && !readAll(file.get(), expected, limit, dump.bytes)) {
-        return errnoText(errno);
+        return text::errnoText(errno);
     }
     if (std::max<std::uint64_t>(expected, dump.bytes.size()) > limit) {
         return tooLarge(limit);
@@ -127,30 +124,6 @@ std::string load(const std::string& path, std::uint64_t maxSize, Dump& dump) {
 
 }  // namespace
 
-std::string errnoText(int error) {
-    return std::generic_category().message(error);
-}
-
-const LayoutTraits& traitsOf(Layout layout) {
-    static constexpr std::array<LayoutTraits, 4> traits = {{
-        {"v7", image::v7::magic, image::v7::fields, image::v7::locate},
-        {"korveline", image::korveline::magic, image::korveline::fields, image::korveline::locate},
-        {"packed", {vantric::packedMagic.data(), vantric::packedMagic.size()}},
-        {"unknown", {}},
-    }};
-    return traits.at(static_cast<std::size_t>(layout));
-}
-
-Layout classify(ByteView file) {
-    const std::string_view start(reinterpret_cast<const char*>(file.data()), file.size());
-    for (const Layout known : knownLayouts) {
-        if (start.starts_with(traitsOf(known).magic)) {
-            return known;
-        }
-    }
-    return Layout::Unknown;
-}
-
 Dump loadDump(const std::string& path, std::uint64_t maxSize) {
     Dump dump;
     dump.error = load(path, maxSize, dump);
@@ -160,4 +133,4 @@ Dump loadDump(const std::string& path, std::uint64_t maxSize) {
     return dump;
 }
 
-}  // namespace calcut::tools
+}  // namespace calcut::files

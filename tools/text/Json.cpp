@@ -1,6 +1,6 @@
-#include "tools/dump/Json.h"
+#include "tools/text/Json.h"
 
-namespace calcut::tools {
+namespace calcut::text {
 
 std::string jsonText(const Json& tree, int indent) {
     return tree.dump(indent, ' ', false, Json::error_handler_t::replace);
@@ -10,4 +10,4 @@ Json parseJson(const std::vector<std::uint8_t>& text) {
     return Json::parse(text, nullptr, false);
 }
 
-}  // namespace calcut::tools
+}  // namespace calcut::text

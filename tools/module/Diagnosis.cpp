@@ -1,4 +1,4 @@
-#include "tools/dump/Diagnosis.h"
+#include "tools/module/Diagnosis.h"
 
 #include <algorithm>
 #include <utility>
@@ -8,9 +8,11 @@
 #include "cutter/CRC32.h"
 #include "cutter/korvelineImage.h"
 #include "cutter/v7Image.h"
-#include "tools/dump/Names.h"
+#include "tools/module/Layout.h"
+#include "tools/module/Names.h"
+#include "tools/text/Escape.h"
 
-namespace calcut::tools {
+namespace calcut::module {
 
 namespace {
 
@@ -78,8 +80,8 @@ void takePayload(Diagnosis& about) {
         if (about.payload.size() < area) {
             about.faults.push_back({"no-room-for-signature",
                                     "payload too short for its signature area",
-                                    "at least " + byteCount(area + 1),
-                                    byteCount(about.payload.size()), reSign, lengthField});
+                                    "at least " + text::byteCount(area + 1),
+                                    text::byteCount(about.payload.size()), reSign, lengthField});
             return;
         }
         about.signatureAreaSize = area;
@@ -141,7 +143,7 @@ Finding unknownBlockFinding(const vantric::BlockSighting& block) {
     const RXBlockHeader& header = block.header;
     Finding finding{"unknown-block", fmt::format("unknown block id {}", header.id)};
     finding.found = fmt::format("{} x {}, {} that no reader steps over", header.count,
-                                kindName(header.kind), byteCount(block.payloadSize));
+                                kindName(header.kind), text::byteCount(block.payloadSize));
     finding.advice =
         "the bytes before it are damaged, or whoever calibrated the module wrote a block that no "
         "reader knows";
@@ -218,7 +220,7 @@ std::optional<Finding> whyNotCut(const Diagnosis& diagnosis) {
                : diagnosis.faults.front();
 }
 
-Diagnosis diagnose(ByteView file, Layout layout, vantric::Wanted wanted) {
+Diagnosis diagnose(files::ByteView file, Layout layout, vantric::Wanted wanted) {
     Diagnosis about;
     about.file = file;
     about.layout = layout;
@@ -240,4 +242,4 @@ Diagnosis diagnose(ByteView file, Layout layout, vantric::Wanted wanted) {
     return about;
 }
 
-}  // namespace calcut::tools
+}  // namespace calcut::module

@@ -1,4 +1,4 @@
-#include "tools/dump/Names.h"
+#include "tools/module/Names.h"
 
 #include <map>
 
@@ -6,7 +6,7 @@
 
 #include "calcut/status.h"
 
-namespace calcut::tools {
+namespace calcut::module {
 
 namespace {
 
@@ -75,8 +75,4 @@ const char* outcomeName(vantric::BlockOutcome outcome) {
     return names.at(static_cast<std::size_t>(outcome));
 }
 
-std::string byteCount(std::uint64_t count) {
-    return fmt::format("{} byte{}", count, count == 1 ? "" : "s");
-}
-
-}  // namespace calcut::tools
+}  // namespace calcut::module

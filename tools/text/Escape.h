@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-namespace calcut::tools {
+namespace calcut::text {
 
 /// Printable ASCII as it is, a backslash doubled, everything else as \xNN.
 std::string escapeBytes(std::string_view bytes);
@@ -18,4 +18,7 @@ std::string escapePath(std::string_view path);
 /// Lower case hexadecimal, two digits a byte.
 std::string hexText(std::span<const std::uint8_t> bytes);
 
-}  // namespace calcut::tools
+/// "1 byte", "2 bytes"
+std::string byteCount(std::uint64_t count);
+
+}  // namespace calcut::text

@@ -1,4 +1,4 @@
-#include "tools/inspect/Tree.h"
+#include "tools/module/Tree.h"
 
 #include <algorithm>
 #include <array>
@@ -12,17 +12,18 @@
 #include "calcut/cutter.h"
 #include "calibration/packed/Block.h"
 #include "cutter/korvelineImage.h"
-#include "tools/dump/Names.h"
-#include "tools/dump/Tables.h"
-#include "tools/terminal/Escape.h"
+#include "tools/module/Layout.h"
+#include "tools/module/Names.h"
+#include "tools/module/Tables.h"
+#include "tools/text/Escape.h"
 
-namespace calcut::tools {
+namespace calcut::module {
 
 namespace {
 
 // ---------------------------------------------------------------------------------------- image --
 
-Json fieldTree(const image::Field& field, ByteView bytes) {
+text::Json fieldTree(const image::Field& field, files::ByteView bytes) {
     const bool isWhole = bytes.size() == field.size;
     const bool isNumber = isWhole && (field.format == image::Format::decimal ||
                                       field.format == image::Format::hexadecimal);
@@ -40,14 +41,17 @@ Json fieldTree(const image::Field& field, ByteView bytes) {
     } else {
         text = fmt::format("{:02x}", fmt::join(bytes, " "));
     }
-    return {{"offset", field.offset}, {"name", field.name},
-            {"hex", hexText(bytes)},  {"value", orNull(isNumber, number)},
-            {"text", text},           {"examined", field.examined}};
+    return {{"offset", field.offset},
+            {"name", field.name},
+            {"hex", text::hexText(bytes)},
+            {"value", orNull(isNumber, number)},
+            {"text", text},
+            {"examined", field.examined}};
 }
 
-Json imageTree(const Diagnosis& about) {
+text::Json imageTree(const Diagnosis& about) {
     const image::Record& image = about.image;
-    Json fields = Json::array();
+    text::Json fields = text::Json::array();
     for (const image::Field& field : traitsOf(about.layout).fields) {
         if (field.offset < about.file.size()) {
             const std::size_t present = about.file.size() - field.offset;
@@ -55,17 +59,17 @@ Json imageTree(const Diagnosis& about) {
                 fieldTree(field, about.file.subspan(field.offset, std::min(field.size, present))));
         }
     }
-    Json signature;
+    text::Json signature;
     if (about.signatureLength) {
         const std::uint8_t length = *about.signatureLength;
-        const ByteView room = about.payload.last(about.signatureAreaSize)
-                                  .subspan(image::korveline::signatureLengthSize);
+        const files::ByteView room = about.payload.last(about.signatureAreaSize)
+                                         .subspan(image::korveline::signatureLengthSize);
         signature = {{"bytes", length},
-                     {"hex", hexText(room.first(length <= room.size() ? length : 0))}};
+                     {"hex", text::hexText(room.first(length <= room.size() ? length : 0))}};
     }
-    const Json payload = {{"offset", image.payloadOffset},
-                          {"bytes", image.payloadLength},
-                          {"inside", about.payload.size() == image.payloadLength}};
+    const text::Json payload = {{"offset", image.payloadOffset},
+                                {"bytes", image.payloadLength},
+                                {"inside", about.payload.size() == image.payloadLength}};
     return {{"fields", fields},
             {"storedCrc", orNull(image.hasHeader, image.storedCrc)},
             {"computedCrc", orNull(image.computedCrc)},
@@ -77,7 +81,7 @@ Json imageTree(const Diagnosis& about) {
 
 /// Smallest and largest of a block's decoded values; null when they cannot be decoded.
 template <typename Value>
-Json rangeOf(VantricStream& stream, const RXBlockHeader& block, std::uint64_t size) {
+text::Json rangeOf(VantricStream& stream, const RXBlockHeader& block, std::uint64_t size) {
     // The size of the scratch is asked for, its content is not used.
     constexpr std::uint64_t anyScratch = std::numeric_limits<std::uint64_t>::max();
     std::vector<Value> values(size / sizeof(Value));
@@ -89,13 +93,13 @@ Json rangeOf(VantricStream& stream, const RXBlockHeader& block, std::uint64_t si
         return !std::isfinite(static_cast<float>(value));
     });
     const bool any = end != values.begin();
-    return {{"min", any ? Json(*std::min_element(values.begin(), end)) : Json(nullptr)},
-            {"max", any ? Json(*std::max_element(values.begin(), end)) : Json(nullptr)},
+    return {{"min", any ? text::Json(*std::min_element(values.begin(), end)) : text::Json(nullptr)},
+            {"max", any ? text::Json(*std::max_element(values.begin(), end)) : text::Json(nullptr)},
             {"infinite", values.end() - end}};
 }
 
 /// The range of a block; null also for a payload that is empty or incomplete.
-Json rangeTree(const Diagnosis& about, const vantric::BlockSighting& sighting) {
+text::Json rangeTree(const Diagnosis& about, const vantric::BlockSighting& sighting) {
     // The largest per-pixel table of a 65-megapixel sensor fits; only a file made to exhaust memory
     // does not.
     constexpr std::uint64_t maxDecodedBytes = std::uint64_t{1} << 28;
@@ -123,25 +127,27 @@ Json rangeTree(const Diagnosis& about, const vantric::BlockSighting& sighting) {
 
 /// decodedBytes is what the ranges of this file have taken so far: unknown blocks may lie over each
 /// other, so that a small file could ask for hours.
-Json blockTree(const Diagnosis& about, const vantric::BlockSighting& sighting,
-               std::uint64_t& decodedBytes) {
+text::Json blockTree(const Diagnosis& about, const vantric::BlockSighting& sighting,
+                     std::uint64_t& decodedBytes) {
     constexpr std::uint64_t mostDecodedBytes = std::uint64_t{1} << 31;
     const RXBlockHeader& header = sighting.header;
     decodedBytes += vantric_getRXUnpackedBlockSize(&header);
-    Json tree = {{"offset", sighting.offset}, {"id", header.id}, {"name", blockName(header.id)}};
+    text::Json tree = {
+        {"offset", sighting.offset}, {"id", header.id}, {"name", blockName(header.id)}};
     tree.update(storageTree(header));
     tree["payloadOffset"] = sighting.payloadOffset;
     tree["payloadBytes"] = sighting.payloadSize;
-    tree["range"] = decodedBytes > mostDecodedBytes ? Json(nullptr) : rangeTree(about, sighting);
+    tree["range"] =
+        decodedBytes > mostDecodedBytes ? text::Json(nullptr) : rangeTree(about, sighting);
     tree["outcome"] = outcomeName(sighting.outcome);
     return tree;
 }
 
-Json calibrationTree(const Diagnosis& about) {
+text::Json calibrationTree(const Diagnosis& about) {
     const RXHeader header = about.header.value_or(RXHeader{});
-    const Json headerTree = {
+    const text::Json headerTree = {
         {"version", header.version}, {"columns", header.columns}, {"rows", header.rows}};
-    Json blocks = Json::array();
+    text::Json blocks = text::Json::array();
     std::uint64_t decodedBytes = 0;
     for (const vantric::BlockSighting& block : about.blocks) {
         blocks.push_back(blockTree(about, block, decodedBytes));
@@ -154,7 +160,7 @@ Json calibrationTree(const Diagnosis& about) {
             {"trailingBytes", about.trailingBytes()}};
 }
 
-Json readTree(const Diagnosis& about) {
+text::Json readTree(const Diagnosis& about) {
     return {{"status", statusName(*about.status)},
             {"code", *about.status},
             {"failedBlock", orNull(about.failedBlockId)}};
@@ -165,16 +171,16 @@ Json readTree(const Diagnosis& about) {
 /// Pixels whose mask a cut counts.
 constexpr std::uint64_t cutMaskPixels = std::uint64_t{CALCUT_SENSOR_COLUMNS} * CALCUT_SENSOR_ROWS;
 
-Json floats(std::span<const float> values) {
-    Json list = Json::array();
+text::Json floats(std::span<const float> values) {
+    text::Json list = text::Json::array();
     for (const float value : values) {
         list.push_back(jsonFloat(value));
     }
     return list;
 }
 
-Json lensTree(const VantricCalibration& record) {
-    Json lens;
+text::Json lensTree(const VantricCalibration& record) {
+    text::Json lens;
     for (std::size_t i = 0; i < lensNames.size() && record.lensParameters; ++i) {
         lens[lensNames[i]] = jsonFloat(record.lensParameters[i]);
     }
@@ -182,11 +188,11 @@ Json lensTree(const VantricCalibration& record) {
 }
 
 /// Text of a record's 65-byte buffer; a text without terminator ends with the buffer.
-Json textTree(const char* buffer) {
-    return escapeBytes({buffer, strnlen(buffer, VANTRIC_TEXT_BYTES)});
+text::Json textTree(const char* buffer) {
+    return text::escapeBytes({buffer, strnlen(buffer, VANTRIC_TEXT_BYTES)});
 }
 
-Json wigglingTree(const VantricWigglingTable& table) {
+text::Json wigglingTree(const VantricWigglingTable& table) {
     const std::size_t entries = std::min<std::size_t>(table.capacity, VANTRIC_WIGGLING_ENTRIES);
     return {{"header", table.header},
             {"first", floats({table.first, entries})},
@@ -194,9 +200,9 @@ Json wigglingTree(const VantricWigglingTable& table) {
             {"third", floats({table.third, entries})}};
 }
 
-Json frequencyTree(const Diagnosis& about, unsigned index) {
+text::Json frequencyTree(const Diagnosis& about, unsigned index) {
     const VantricFrequencyRecord& source = about.record->frequencies[index];
-    const auto ifRead = [&about, index](std::uint32_t block, const Json& tree) {
+    const auto ifRead = [&about, index](std::uint32_t block, const text::Json& tree) {
         return orNull(about.wasRead(frequencyBlock(index, block)), tree);
     };
     const auto values = [](const float* data, std::uint8_t count) {
@@ -211,7 +217,7 @@ Json frequencyTree(const Diagnosis& about, unsigned index) {
             {"wigglingB", ifRead(RX_FREQUENCY_WIGGLING_B, wigglingTree(source.wigglingB))}};
 }
 
-Json straylightTree(const VantricCalibration& record) {
+text::Json straylightTree(const VantricCalibration& record) {
     // Making the PSF puts an origin point in front of the profile; shown are the file's.
     const std::size_t points =
         std::min<std::size_t>(record.straylightPointCount, VANTRIC_STRAYLIGHT_POINTS + 1);
@@ -228,8 +234,8 @@ Json straylightTree(const VantricCalibration& record) {
 
 // ------------------------------------------------------------------------------------- findings --
 
-Json findingsTree(const std::vector<Finding>& findings) {
-    Json list = Json::array();
+text::Json findingsTree(const std::vector<Finding>& findings) {
+    text::Json list = text::Json::array();
     for (const Finding& finding : findings) {
         list.push_back(
             {{"name", finding.name},
@@ -247,7 +253,7 @@ Json findingsTree(const std::vector<Finding>& findings) {
 
 }  // namespace
 
-Json storageTree(const RXBlockHeader& header) {
+text::Json storageTree(const RXBlockHeader& header) {
     const bool fixedPoint = header.kind == RX_KIND_PACKED_FLOAT;
     return {{"kind", kindName(header.kind)},
             {"count", header.count},
@@ -256,7 +262,7 @@ Json storageTree(const RXBlockHeader& header) {
             {"valueOffset", orNull(fixedPoint, jsonFloat(header.offset))}};
 }
 
-Json inspectTree(const Diagnosis& about, std::string_view path) {
+text::Json inspectTree(const Diagnosis& about, std::string_view path) {
     const bool isImage = !traitsOf(about.layout).fields.empty();
     const bool hasCalibration = about.payload.size() > about.signatureAreaSize;
     return {{"schema", inspectSchema},
@@ -265,20 +271,20 @@ Json inspectTree(const Diagnosis& about, std::string_view path) {
             {"layout", layoutName(about.layout)},
             {"intact", about.intact()},
             {"cuttable", about.cuttable()},
-            {"image", isImage ? imageTree(about) : Json(nullptr)},
-            {"calibration", hasCalibration ? calibrationTree(about) : Json(nullptr)},
-            {"read", about.status ? readTree(about) : Json(nullptr)},
+            {"image", isImage ? imageTree(about) : text::Json(nullptr)},
+            {"calibration", hasCalibration ? calibrationTree(about) : text::Json(nullptr)},
+            {"read", about.status ? readTree(about) : text::Json(nullptr)},
             {"record", recordTree(about)},
             {"faults", findingsTree(about.faults)},
             {"warnings", findingsTree(about.warnings)}};
 }
 
-Json recordTree(const Diagnosis& about) {
+text::Json recordTree(const Diagnosis& about) {
     if (!about.record) {
         return nullptr;
     }
     const VantricCalibration& record = *about.record;
-    const auto ifRead = [&about](std::uint32_t block, const Json& tree) {
+    const auto ifRead = [&about](std::uint32_t block, const text::Json& tree) {
         return orNull(about.wasRead(block), tree);
     };
     // There may be no memory for a mask.
@@ -289,17 +295,17 @@ Json recordTree(const Diagnosis& about) {
         return std::count(record.pixelMask, record.pixelMask + end, std::uint8_t{0});
     };
     const std::size_t idBytes = std::min<std::size_t>(record.idBytesSize, VANTRIC_ID_BYTES);
-    Json frequencies = Json::array();
+    text::Json frequencies = text::Json::array();
     // Records are filled by id, so a calibration that leaves one out has a gap.
     for (unsigned k = 0; k < VANTRIC_FREQUENCIES; ++k) {
         if (about.wasRead(frequencyBlock(k, RX_FREQUENCY_ID))) {
             frequencies.push_back(frequencyTree(about, k));
         }
     }
-    Json custom = Json::array();
+    text::Json custom = text::Json::array();
     for (const Table& field : customTablesOf(about)) {
-        custom.push_back(
-            {{"id", record.firstCustomFieldId + custom.size()}, {"hex", hexText(field.bytes)}});
+        custom.push_back({{"id", record.firstCustomFieldId + custom.size()},
+                          {"hex", text::hexText(field.bytes)}});
     }
     return {{"columns", record.imagerArea.columns},
             {"rows", record.imagerArea.rows},
@@ -308,7 +314,8 @@ Json recordTree(const Diagnosis& about) {
             {"text0", ifRead(RX_BLOCK_DATE, textTree(record.text0))},
             {"text1", ifRead(RX_BLOCK_TEXT1, textTree(record.text1))},
             {"text2", ifRead(RX_BLOCK_TEXT2, textTree(record.text2))},
-            {"idBytes", hexText({record.idBytes, about.wasRead(RX_BLOCK_ID_BYTES) ? idBytes : 0U})},
+            {"idBytes",
+             text::hexText({record.idBytes, about.wasRead(RX_BLOCK_ID_BYTES) ? idBytes : 0U})},
             {"idCodes", ifRead(RX_BLOCK_ID_CODES, std::array{record.idCode0, record.idCode1})},
             {"maskedPixels", ifRead(RX_BLOCK_MASK, maskedUpTo(pixels))},
             {"zeroMaskCount", ifRead(RX_BLOCK_MASK, maskedUpTo(std::min(pixels, cutMaskPixels)))},
@@ -318,11 +325,11 @@ Json recordTree(const Diagnosis& about) {
             {"customStatus", statusName(about.customStatus)}};
 }
 
-Json jsonFloat(float value) {
+text::Json jsonFloat(float value) {
     if (std::isinf(value)) {
         return value < 0 ? "-inf" : "inf";
     }
     return value;
 }
 
-}  // namespace calcut::tools
+}  // namespace calcut::module

@@ -1,10 +1,10 @@
-#include "tools/terminal/Escape.h"
+#include "tools/text/Escape.h"
 
 #include <algorithm>
 
 #include <fmt/format.h>
 
-namespace calcut::tools {
+namespace calcut::text {
 
 namespace {
 
@@ -69,4 +69,8 @@ std::string hexText(std::span<const std::uint8_t> bytes) {
     return fmt::format("{:02x}", fmt::join(bytes, ""));
 }
 
-}  // namespace calcut::tools
+std::string byteCount(std::uint64_t count) {
+    return fmt::format("{} byte{}", count, count == 1 ? "" : "s");
+}
+
+}  // namespace calcut::text

@@ -8,9 +8,9 @@
 #include <string_view>
 #include <vector>
 
-#include "tools/dump/Dump.h"
+#include "tools/files/Dump.h"
 
-namespace calcut::tools {
+namespace calcut::files {
 
 /// Which file an input's path leads to, through links, and what "-" reads; nothing when there is
 /// none.
@@ -43,4 +43,4 @@ int writeInto(const std::string& path, int flags, std::string_view text);
 /// success, also where the file system has nothing to wait for.
 int syncToDisk(const std::string& path);
 
-}  // namespace calcut::tools
+}  // namespace calcut::files
