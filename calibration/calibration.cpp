@@ -28,26 +28,30 @@ char* allocateText() {
     return orAbort(allocateZeroed<char>(VANTRIC_TEXT_BYTES));
 }
 
-void initialiseWiggling(VantricWigglingTable& table) {
-    table.capacity = VANTRIC_WIGGLING_ENTRIES;
-    table.first = allocateZeroed<float>(VANTRIC_WIGGLING_ENTRIES);
-    table.second = allocateZeroed<std::uint32_t>(VANTRIC_WIGGLING_ENTRIES);
-    table.third = allocateZeroed<float>(VANTRIC_WIGGLING_ENTRIES);
+void allocateWiggling(VantricWigglingTable& table) {
+    table.first = allocateZeroedArray<float, VANTRIC_WIGGLING_ENTRIES>();
+    table.second = allocateZeroedArray<std::uint32_t, VANTRIC_WIGGLING_ENTRIES>();
+    table.third = allocateZeroedArray<float, VANTRIC_WIGGLING_ENTRIES>();
 }
 
-void initialiseFrequency(VantricFrequencyRecord& frequency) {
+void initialiseFrequency(VantricFrequencyRecord& frequency, Wanted wanted) {
     frequency.countA = VANTRIC_FREQUENCY_VALUES;
-    frequency.valuesA = allocateZeroed<float>(VANTRIC_FREQUENCY_VALUES);
     frequency.countB = VANTRIC_FREQUENCY_VALUES;
-    frequency.valuesB = allocateZeroed<float>(VANTRIC_FREQUENCY_VALUES);
     frequency.scalar = std::numeric_limits<float>::quiet_NaN();
-    initialiseWiggling(frequency.wigglingA);
-    initialiseWiggling(frequency.wigglingB);
+    frequency.wigglingA.capacity = VANTRIC_WIGGLING_ENTRIES;
+    frequency.wigglingB.capacity = VANTRIC_WIGGLING_ENTRIES;
+    if (wanted == Wanted::cut) {
+        return;  // 64 allocations would be half of a small cut
+    }
+    frequency.valuesA = allocateZeroedArray<float, VANTRIC_FREQUENCY_VALUES>();
+    frequency.valuesB = allocateZeroedArray<float, VANTRIC_FREQUENCY_VALUES>();
+    allocateWiggling(frequency.wigglingA);
+    allocateWiggling(frequency.wigglingB);
 }
 
-void allocatePixels(VantricCalibration& record, std::uint32_t numPixels, Tables tables) {
+void allocatePixels(VantricCalibration& record, std::uint32_t numPixels, Wanted wanted) {
     record.pixelMask = allocateZeroed<std::uint8_t>(numPixels);
-    if (tables == Tables::none) {
+    if (wanted != Wanted::everything) {
         return;
     }
     record.pixelValues = allocateZeroed<float>(numPixels);
@@ -139,7 +143,7 @@ std::uint32_t adopt(float*& place, const float* values, std::uint64_t count, std
 
 }  // namespace
 
-VantricCalibration* allocateCalibration(std::uint32_t numPixels, Tables tables) {
+VantricCalibration* allocateCalibration(std::uint32_t numPixels, Wanted wanted) {
     constexpr float nan = std::numeric_limits<float>::quiet_NaN();
     auto* record = orAbort(allocateZeroed<VantricCalibration>(1));
     record->version = recordVersion;
@@ -168,9 +172,9 @@ VantricCalibration* allocateCalibration(std::uint32_t numPixels, Tables tables) 
     record->firstCustomFieldId = noCustomFieldId;
     record->frequencies = allocateZeroed<VantricFrequencyRecord>(VANTRIC_FREQUENCIES);
     for (int k = 0; record->frequencies != nullptr && k < VANTRIC_FREQUENCIES; ++k) {
-        initialiseFrequency(record->frequencies[k]);
+        initialiseFrequency(record->frequencies[k], wanted);
     }
-    allocatePixels(*record, numPixels, tables);
+    allocatePixels(*record, numPixels, wanted);
     return record;
 }
 
@@ -274,11 +278,7 @@ uint32_t vantric_getTemporaryMemorySize(void) {
 }
 
 uint32_t vantric_addPsf(VantricCalibration* calibration, const float* values, uint32_t count) {
-    // Also above what this library computes: readers go by the sizes in the record.
-    const std::uint64_t named = hasPsfSize(*calibration)
-                                    ? std::uint64_t{calibration->psfWidth} * calibration->psfHeight
-                                    : 0;
-    return adopt(calibration->psf, values, count, named);
+    return adopt(calibration->psf, values, count, psfElementsOf(*calibration));
 }
 
 uint32_t vantric_addDirections(VantricCalibration* calibration, const float* values,

@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "calcut/vantric.h"
+#include "calibration/Wanted.h"
 
 namespace vantric {
 
@@ -11,14 +12,12 @@ constexpr std::uint16_t recordVersion = 1;
 
 constexpr std::uint32_t floatsPerDirection = 3;
 
-/// Whether a record has its per-pixel floats (pixelValues and the pixelTable of each frequency).
-enum class Tables : std::uint8_t { allocated, none };
-
 /// A new record with every default set, made for numPixels pixels; buffers are zero-filled. Never
 /// null: out of memory for the record, its texts, idBytes or customFields aborts the process, which
 /// is why they come before everything whose size a file decides. Any other buffer that cannot be
-/// allocated is null and counts as a place of size 0.
-VantricCalibration* allocateCalibration(std::uint32_t numPixels, Tables tables = Tables::allocated);
+/// allocated is null and counts as a place of size 0. So are buffers that are not wanted.
+VantricCalibration* allocateCalibration(std::uint32_t numPixels,
+                                        Wanted wanted = Wanted::everything);
 
 /// columns x rows, wide enough for any image.
 std::uint64_t pixelsOf(const VantricImagerArea& area);

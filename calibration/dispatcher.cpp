@@ -69,10 +69,9 @@ Result dispatch(const std::uint8_t* data, std::size_t size, Result withoutHandle
 std::uint32_t readInto(const VantricCalibrationHandler& handler, const std::uint8_t* data,
                        std::size_t size, Wanted wanted, HandlerRead& read) {
     const bool isOwn = isPackedHandler(handler);
-    read.hasTables = wanted == Wanted::everything || !isOwn;
+    read.isWhole = wanted == Wanted::everything || !isOwn;
     TableOwner table = isOwn ? newTessalyTable() : nullptr;
-    read.record.reset(
-        allocateCalibration(read.numPixels, read.hasTables ? Tables::allocated : Tables::none));
+    read.record.reset(allocateCalibration(read.numPixels, isOwn ? wanted : Wanted::everything));
     return isOwn ? readPackedInto(*read.record, read.numPixels, std::move(table), data, size,
                                   wanted, nullptr)
                        .status
@@ -82,14 +81,14 @@ std::uint32_t readInto(const VantricCalibrationHandler& handler, const std::uint
 // Directions and PSF, or their status alone.
 std::uint32_t complete(const VantricCalibrationHandler& handler, const std::uint8_t* data,
                        std::size_t size, HandlerRead& read) {
-    if (!read.hasTables && isPackedHandler(handler)) {
+    if (!read.isWhole && isPackedHandler(handler)) {
         return refusalOfDirectionsAndPsf(*read.record, read.numPixels).status;
     }
     if (handler.calcPsfAndDirections == nullptr) {
         return VANTRIC_OK;
     }
-    if (!read.hasTables) {
-        // Another handler than the one that read: it gets the record that it would have got.
+    if (!read.isWhole) {
+        // Another handler claims the data now; rebuild the whole record for it.
         TableOwner table = newTessalyTable();
         read.record.reset(allocateCalibration(read.numPixels));
         readPackedInto(*read.record, read.numPixels, std::move(table), data, size,

@@ -6,7 +6,7 @@
 
 #include "calcut/vantric.h"
 #include "calibration/owners.h"
-#include "calibration/packed/Wanted.h"
+#include "calibration/Wanted.h"
 
 namespace vantric {
 
@@ -15,7 +15,7 @@ struct HandlerRead {
     std::uint32_t status = VANTRIC_OK;
     RecordOwner record;           ///< set when status is VANTRIC_OK or VANTRIC_WARN_PARTIAL
     std::uint32_t numPixels = 0;  ///< for which the record was made
-    bool hasTables = true;        ///< false: read for a cut by the library's own handler
+    bool isWhole = true;  ///< false: the library's own handler left out what a cut does not need
 };
 
 /// vantric_readCalibrationExt with what is wanted. The handlers are asked exactly the same, and the

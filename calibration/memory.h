@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -39,6 +40,19 @@ T* allocateZeroed(std::uint64_t count) {
     }
     return static_cast<T*>(
         std::calloc(count == 0 ? 1 : static_cast<std::size_t>(count), sizeof(T)));
+}
+
+/// A small array of zeros, or null. Cheaper than calloc, which takes several times the instructions
+/// of malloc for blocks of this size in glibc.
+template <class T, std::size_t count>
+T* allocateZeroedArray() {
+    using Array = std::array<T, count>;
+    auto* array = allocate<Array>(1);
+    if (array == nullptr) {
+        return nullptr;
+    }
+    *array = Array{};
+    return array->data();
 }
 
 /// Memory without which the library cannot go on: aborts for null.

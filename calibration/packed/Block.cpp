@@ -11,11 +11,7 @@ namespace vantric {
 namespace {
 
 Refusal cutShort(const VantricStream& stream, Cause cause, std::uint64_t needed) {
-    return {VANTRIC_ERR_END_OF_DATA, cause, stream.position, needed, bytesLeft(stream), needed};
-}
-
-Refusal refusedFor(std::uint32_t status, Cause cause, std::uint64_t expected, std::uint64_t found) {
-    return {status, cause, 0, expected, found, expected};
+    return refusedFor(VANTRIC_ERR_END_OF_DATA, cause, stream.position, needed, bytesLeft(stream));
 }
 
 std::uint32_t countOf(std::uint8_t code, const RXHeader& header) {
@@ -29,33 +25,18 @@ std::uint32_t countOf(std::uint8_t code, const RXHeader& header) {
     return pixels * static_cast<std::uint32_t>(code - perPixelFactorBase);
 }
 
-std::uint8_t takeByte(VantricStream& stream) {
-    const std::uint8_t byte = *cursorOf(stream);
-    ++stream.position;
-    return byte;
-}
-
-// The byte at the cursor, or 0 behind the end; the cursor moves in either case. No check stands
-// before the bits byte of a long count, and truncated input keeps its statuses that way.
-std::uint8_t takeUncheckedByte(VantricStream& stream) {
-    const std::uint8_t byte = vantric_canRead(&stream, 1) == VANTRIC_OK ? *cursorOf(stream) : 0;
-    ++stream.position;
-    return byte;
-}
-
 // From the bits byte on, which only the packed kinds have.
 Refusal readPacking(VantricStream& stream, RXBlockHeader& block) {
-    block.bits = takeUncheckedByte(stream);
-    if (block.kind == RX_KIND_PACKED_UINT) {
-        return {};
+    FieldReader fields(stream);
+    if (!fields.read(block.bits)) {
+        // Possible behind a long count only. The format has no check here, so a missing byte counts
+        // as 0 and the cursor moves all the same.
+        block.bits = 0;
+        ++stream.position;
     }
-    if (vantric_canRead(&stream, fixedPointSize) != VANTRIC_OK) {
+    if (block.kind == RX_KIND_PACKED_FLOAT && !fields.read(block.scale, block.offset)) {
         return cutShort(stream, Cause::blockHeaderCutShort, fixedPointSize);
     }
-    vantric_fromRXFloat(cursorOf(stream), &block.scale);
-    stream.position += fixedPointSize / 2;
-    vantric_fromRXFloat(cursorOf(stream), &block.offset);
-    stream.position += fixedPointSize / 2;
     return {};
 }
 
@@ -95,53 +76,52 @@ std::uint32_t decodePacked(const TakenPayload& taken, const RXBlockHeader& block
 }  // namespace
 
 Refusal readFileHeader(VantricStream& stream, RXHeader& header) {
-    constexpr std::uint64_t restSize = fileHeaderSize - packedMagic.size();
     const Refusal tooShort = cutShort(stream, Cause::headerCutShort, fileHeaderSize);
-    if (vantric_canRead(&stream, packedMagic.size()) != VANTRIC_OK) {
+    VantricStream behindMagic = stream;
+    std::array<char, packedMagic.size()> magic;
+    if (!FieldReader(behindMagic).read(magic)) {
         return tooShort;
     }
-    const std::uint8_t* start = cursorOf(stream);
-    if (std::memcmp(start, packedMagic.data(), packedMagic.size()) != 0) {
-        return {VANTRIC_ERR_NOT_SUPPORTED, Cause::wrongMagic, stream.position, 0, 0, 0};
+    if (magic != packedMagic) {
+        return refusedFor(VANTRIC_ERR_NOT_SUPPORTED, Cause::wrongMagic, stream.position, 0, 0);
     }
-    stream.position += packedMagic.size();
-    if (vantric_canRead(&stream, restSize) != VANTRIC_OK) {
+    stream = behindMagic;
+    std::uint8_t version = 0;
+    if (!FieldReader(stream).read(version, header.columns, header.rows)) {
         return tooShort;
     }
-    header.version = start[versionOffset];
-    header.columns = bigEndian16(start + columnsOffset);
-    header.rows = bigEndian16(start + rowsOffset);
-    stream.position += restSize;
+    header.version = version;
     return {};
 }
 
 Refusal readBlockHeader(VantricStream& stream, const RXHeader& header, RXBlockHeader& block) {
-    if (vantric_canRead(&stream, idSize) != VANTRIC_OK) {
+    FieldReader fields(stream);
+    std::uint8_t id = 0;
+    if (!fields.read(id)) {
         return cutShort(stream, Cause::blockHeaderCutShort, idSize);
     }
-    block.id = takeByte(stream);
-    if (block.id == VANTRIC_RX_END_MARKER) {
+    block.id = id;
+    if (id == VANTRIC_RX_END_MARKER) {
         return {};
     }
+    // One check for the kind, the count code, and the bits byte behind a count of one byte.
     constexpr std::uint64_t checkedSize = kindSize + countCodeSize + bitsSize;
-    if (vantric_canRead(&stream, checkedSize) != VANTRIC_OK) {
+    std::uint8_t kind = 0;
+    if (!canRead(stream, checkedSize) || !fields.read(kind)) {
         return cutShort(stream, Cause::blockHeaderCutShort, checkedSize);
     }
-    block.kind = takeByte(stream);
-    if (block.kind > RX_KIND_PACKED_FLOAT) {
-        return {VANTRIC_ERR_INVALID_DATA, Cause::unknownKind, stream.position - kindSize,
-                RX_KIND_PACKED_FLOAT,     block.kind,         RX_KIND_PACKED_FLOAT};
+    block.kind = kind;
+    if (kind > RX_KIND_PACKED_FLOAT) {
+        return refusedFor(VANTRIC_ERR_INVALID_DATA, Cause::unknownKind, stream.position - kindSize,
+                          RX_KIND_PACKED_FLOAT, kind);
     }
-    const std::uint8_t countCode = takeByte(stream);
-    if (countCode != longCountCode) {
+    std::uint8_t countCode = 0;
+    if (fields.read(countCode) && countCode != longCountCode) {
         block.count = countOf(countCode, header);
-    } else if (vantric_canRead(&stream, longCountSize) != VANTRIC_OK) {
+    } else if (!fields.read(block.count)) {
         return cutShort(stream, Cause::blockHeaderCutShort, longCountSize);
-    } else {
-        block.count = bigEndian32(cursorOf(stream));
-        stream.position += longCountSize;
     }
-    return isPacked(block.kind) ? readPacking(stream, block) : Refusal{};
+    return isPacked(kind) ? readPacking(stream, block) : Refusal{};
 }
 
 TakenPayload takePayload(VantricStream& stream, const RXBlockHeader& block,
@@ -149,26 +129,26 @@ TakenPayload takePayload(VantricStream& stream, const RXBlockHeader& block,
     const std::uint64_t unpackedSize = vantric_getRXUnpackedBlockSize(&block);
     const std::uint64_t packedSize = vantric_getRXPackedBlockSize(&block);
     if (unpackedSize > destSize) {
-        return {refusedFor(VANTRIC_ERR_BUFFER_TOO_SMALL, Cause::tooLarge, destSize, unpackedSize)};
+        return {
+            refusedFor(VANTRIC_ERR_BUFFER_TOO_SMALL, Cause::tooLarge, 0, destSize, unpackedSize)};
     }
     if (isPacked(block.kind) && packedSize + unpackedSize > scratchSize) {
-        return {refusedFor(VANTRIC_ERR_BUFFER_TOO_SMALL, Cause::tooLargeToUnpack, scratchSize,
+        return {refusedFor(VANTRIC_ERR_BUFFER_TOO_SMALL, Cause::tooLargeToUnpack, 0, scratchSize,
                            packedSize + unpackedSize)};
     }
-    if (vantric_canRead(&stream, packedSize) != VANTRIC_OK) {
-        return {refusedFor(VANTRIC_ERR_END_OF_DATA, Cause::payloadCutShort, packedSize,
+    TakenPayload taken = {{}, nullptr, packedSize};
+    if (!FieldReader(stream).take(packedSize, taken.payload)) {
+        return {refusedFor(VANTRIC_ERR_END_OF_DATA, Cause::payloadCutShort, 0, packedSize,
                            bytesLeft(stream))};
     }
-    TakenPayload taken = {{}, cursorOf(stream), packedSize};
-    stream.position += packedSize;
     if (!isPacked(block.kind)) {
         return taken;
     }
     if (!validPackedBits(block.bits)) {
         taken.refusal =
-            refusedFor(VANTRIC_ERR_INVALID_DATA, Cause::wrongBits, maxPackedBits, block.bits);
+            refusedFor(VANTRIC_ERR_INVALID_DATA, Cause::wrongBits, 0, maxPackedBits, block.bits);
     } else if (!holdsValues(packedSize / sizeof(std::uint32_t), block.count, block.bits)) {
-        taken.refusal = refusedFor(VANTRIC_ERR_END_OF_DATA, Cause::tooFewWords, block.count, 0);
+        taken.refusal = refusedFor(VANTRIC_ERR_END_OF_DATA, Cause::tooFewWords, 0, block.count, 0);
     }
     return taken;
 }

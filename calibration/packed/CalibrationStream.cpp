@@ -5,7 +5,5 @@ VantricStream vantric_createStreamFromData(const uint8_t* data, uint64_t size) {
 }
 
 uint32_t vantric_canRead(const VantricStream* stream, uint64_t count) {
-    // A difference, since a sum could wrap.
-    const bool inside = stream->position <= stream->size && count <= vantric::bytesLeft(*stream);
-    return inside ? VANTRIC_OK : VANTRIC_ERR_END_OF_DATA;
+    return vantric::canRead(*stream, count) ? VANTRIC_OK : VANTRIC_ERR_END_OF_DATA;
 }

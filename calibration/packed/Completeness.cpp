@@ -38,13 +38,12 @@ class PendingBlocks {
 
     /// The last block id still owed, or 0.
     [[nodiscard]] std::uint32_t lastMissing() const {
-        std::uint32_t missing = 0;
-        for (std::uint32_t index = 0; index < frequencyBlocks; ++index) {
+        for (std::uint32_t index = frequencyBlocks; index-- > 0;) {
             if (pending_[index] && index % RX_BLOCKS_PER_FREQUENCY != RX_FREQUENCY_ID) {
-                missing = RX_BLOCK_FIRST_FREQUENCY + index;
+                return RX_BLOCK_FIRST_FREQUENCY + index;
             }
         }
-        return missing;
+        return 0;
     }
 
   private:
@@ -103,10 +102,11 @@ std::uint32_t validateWholeCalibration(const RXBlockTable* table, RXReadResult* 
         id = table->entries[i].id;
         status = validateEntry(table->entries[i], *table->context, pending);
     }
-    // Only a walk that ended well: a missing required block is reported with its own id.
-    if (status == VANTRIC_OK && pending.lastMissing() != 0) {
+    // Only where every entry is in order: a missing required block is reported with its own id.
+    const std::uint32_t missing = status == VANTRIC_OK ? pending.lastMissing() : 0;
+    if (missing != 0) {
         status = VANTRIC_ERR_FIELD_EMPTY;
-        id = pending.lastMissing();
+        id = missing;
     }
     if (result != nullptr && status != VANTRIC_OK) {
         *result = {status, id};

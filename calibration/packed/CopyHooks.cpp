@@ -142,16 +142,32 @@ std::uint32_t copyStraylight(const void* source, std::uint64_t sourceSize, void*
 }
 
 // Words of a wiggling block: header, then n of third, n of first, n of second.
-std::uint32_t copyWiggling(const void* source, std::uint64_t sourceSize, void* destination,
-                           std::uint64_t /*destinationSize*/, std::uint8_t* countField) {
+std::uint32_t checkWiggling(const void* /*source*/, std::uint64_t sourceSize, void* destination,
+                            std::uint64_t /*destinationSize*/, std::uint8_t* countField) {
     const std::uint64_t words = sourceSize / sizeof(std::uint32_t);
     if (words < 2 || (words - 1) % 3 != 0) {
         return VANTRIC_ERR_INVALID_DATA;
     }
+    const auto* table = static_cast<const VantricWigglingTable*>(destination);
     const auto n = static_cast<std::uint8_t>((words - 1) / 3);
+    if (table == nullptr || n > std::min<int>(table->capacity, VANTRIC_WIGGLING_ENTRIES)) {
+        return VANTRIC_ERR_BUFFER_TOO_SMALL;
+    }
+    if (countField != nullptr) {
+        *countField = n;
+    }
+    return VANTRIC_OK;
+}
+
+std::uint32_t copyWiggling(const void* source, std::uint64_t sourceSize, void* destination,
+                           std::uint64_t destinationSize, std::uint8_t* countField) {
     auto* table = static_cast<VantricWigglingTable*>(destination);
-    if (table == nullptr || table->first == nullptr || table->second == nullptr ||
-        table->third == nullptr || n > std::min<int>(table->capacity, VANTRIC_WIGGLING_ENTRIES)) {
+    std::uint8_t n = 0;
+    const std::uint32_t status = checkWiggling(source, sourceSize, table, destinationSize, &n);
+    if (status != VANTRIC_OK) {
+        return status;
+    }
+    if (table->first == nullptr || table->second == nullptr || table->third == nullptr) {
         return VANTRIC_ERR_BUFFER_TOO_SMALL;
     }
     table->header = wordAt(source, 0);
@@ -166,33 +182,10 @@ std::uint32_t copyWiggling(const void* source, std::uint64_t sourceSize, void* d
     return VANTRIC_OK;
 }
 
-CopyNeeds needsOf(RXCopyFunction copy) {
-    constexpr std::array<CopyNeeds, 5> own = {{
-        {copyMask, CopyNeeds::Scratch::unused, true, false},
-        {convertAndCopyDate, CopyNeeds::Scratch::block, false, false},
-        {copyString, CopyNeeds::Scratch::block, false, false},
-        {copyStraylight, CopyNeeds::Scratch::block, false, true},
-        {copyWiggling, CopyNeeds::Scratch::block, false, false},
-    }};
-    const auto* known = std::find_if(own.begin(), own.end(),
-                                     [copy](const CopyNeeds& needs) { return needs.copy == copy; });
-    return known != own.end() ? *known : CopyNeeds{copy, CopyNeeds::Scratch::all, false, false};
-}
-
-std::uint64_t zeroedScratchOf(const RXBlockTable& table) {
-    std::uint64_t words = 0;
-    bool isForeign = false;
-    for (std::uint64_t i = 0; i < table.count; ++i) {
-        const RXTableEntry& entry = table.entries[i];
-        if (entry.copy != nullptr) {
-            words = std::max(words, entry.destinationSize);
-            isForeign = isForeign || needsOf(entry.copy).scratch == CopyNeeds::Scratch::all;
-        }
-    }
-    constexpr std::uint64_t most =
-        std::numeric_limits<std::uint64_t>::max() / sizeof(std::uint32_t);
-    return isForeign ? std::max<std::uint64_t>(std::min(words, most) * sizeof(std::uint32_t), 1)
-                     : 0;
+bool isOwnCopyFunction(RXCopyFunction copy) {
+    static constexpr std::array<RXCopyFunction, 6> own = {
+        copyString, copyWiggling, checkWiggling, copyMask, convertAndCopyDate, copyStraylight};
+    return std::find(own.begin(), own.end(), copy) != own.end();
 }
 
 }  // namespace vantric

@@ -34,22 +34,11 @@ std::uint32_t copyStraylight(const void* source, std::uint64_t sourceSize, void*
 std::uint32_t copyWiggling(const void* source, std::uint64_t sourceSize, void* destination,
                            std::uint64_t destinationSize, std::uint8_t* countField);
 
-/// What a walk has to provide for a copy function, and what follows from it.
-struct CopyNeeds {
-    enum class Scratch : std::uint8_t {
-        unused,  ///< the block can be decoded straight to its destination
-        block,   ///< the decoded block
-        all      ///< of a host's function nothing is known: zeros behind the decoded block
-    };
+/// The checks of copyWiggling, for a table without arrays.
+std::uint32_t checkWiggling(const void* source, std::uint64_t sourceSize, void* destination,
+                            std::uint64_t destinationSize, std::uint8_t* countField);
 
-    RXCopyFunction copy;
-    Scratch scratch;
-    bool fillsMask;  ///< all of the destination, with zeros behind the block's values
-    bool endsPsf;    ///< the PSF of an earlier profile is no longer that of the record
-};
-CopyNeeds needsOf(RXCopyFunction copy);
-/// Bytes of zeros that the copy functions of a host may look at, which go by the destination's size
-/// as copyMask does; 0 when all are the library's own.
-std::uint64_t zeroedScratchOf(const RXBlockTable& table);
+/// Whether a copy function is one of these, which look at nothing behind the decoded block.
+bool isOwnCopyFunction(RXCopyFunction copy);
 
 }  // namespace vantric

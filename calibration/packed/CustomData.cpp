@@ -1,8 +1,12 @@
 #include <cstdint>
 
 #include "calcut/vantric_rx.h"
+#include "calibration/packed/BlockCursor.h"
+#include "calibration/packed/CalibrationStream.h"
 
 // The second walk over the blocks, which copies the custom ones.
+
+using namespace vantric;
 
 namespace {
 
@@ -12,43 +16,37 @@ const VantricCustomField* customFieldOf(std::uint32_t id, const VantricCalibrati
     return index < VANTRIC_CUSTOM_FIELDS ? record.customFields + index : nullptr;
 }
 
-std::uint32_t readCustomBlock(VantricStream& stream, const RXBlockHeader& block,
-                              const VantricCalibration& record) {
-    const VantricCustomField* field = customFieldOf(block.id, record);
+std::uint32_t readCustomBlock(const BlockCursor& blocks, const VantricCalibration& record) {
+    const VantricCustomField* field = customFieldOf(blocks.block().id, record);
     if (field == nullptr) {
         return VANTRIC_ERR_INVALID_DATA;
     }
-    return vantric_decodeRXBlock(&stream, &block, nullptr, 0, field->data,
-                                 field->data == nullptr ? 0 : field->size);
+    return decodeBlock(blocks.stream(), blocks.block(), 0, field->data,
+                       field->data == nullptr ? 0 : field->size)
+        .status;
 }
 
-std::uint32_t skipBlock(VantricStream& stream, const RXBlockHeader& block) {
-    const std::uint64_t size = vantric_getRXPackedBlockSize(&block);
-    const std::uint32_t status = vantric_canRead(&stream, size);
-    stream.position += size;
-    return status;
+std::uint32_t skipBlock(const BlockCursor& blocks) {
+    return FieldReader(blocks.stream()).skip(blocks.payloadSize()) ? VANTRIC_OK
+                                                                   : VANTRIC_ERR_END_OF_DATA;
 }
 
 }  // namespace
 
 uint32_t vantric_readRXCustomData(VantricStream* stream, VantricCalibration* calibration) {
-    RXHeader header = {};
-    std::uint32_t status = vantric_readRXHeader(stream, &header);
-    RXBlockHeader block = {};
-    std::int32_t previousId = -1;
+    BlockCursor blocks(*stream);
+    std::uint32_t status = blocks.readFileHeader().status;
     while (status == VANTRIC_OK) {
-        status = vantric_readRXBlockHeader(stream, &header, &block);
-        if (status != VANTRIC_OK || block.id == VANTRIC_RX_END_MARKER) {
+        status = blocks.next().status;
+        if (status != VANTRIC_OK || blocks.atEndMarker()) {
             break;
         }
-        const auto id = static_cast<std::int32_t>(block.id);
-        if (id <= previousId) {
-            return VANTRIC_ERR_INVALID_DATA;
+        status = blocks.checkOrder().status;
+        if (status == VANTRIC_OK) {
+            status = blocks.block().id >= calibration->firstCustomFieldId
+                         ? readCustomBlock(blocks, *calibration)
+                         : skipBlock(blocks);
         }
-        previousId = id;
-        status = block.id >= calibration->firstCustomFieldId
-                     ? readCustomBlock(*stream, block, *calibration)
-                     : skipBlock(*stream, block);
     }
     return status;
 }

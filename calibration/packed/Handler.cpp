@@ -28,20 +28,16 @@ Refusal refusalOfHeader(const std::uint8_t* data, std::size_t size, RXHeader& he
         return refusal;
     }
     if (header.version != packedVersion) {
-        return {VANTRIC_ERR_NOT_SUPPORTED,
-                Cause::wrongVersion,
-                versionOffset,
-                packedVersion,
-                header.version,
-                packedVersion};
+        return refusedFor(VANTRIC_ERR_NOT_SUPPORTED, Cause::wrongVersion, versionOffset,
+                          packedVersion, header.version);
     }
     const std::uint32_t pixels = std::uint32_t{header.columns} * header.rows;
     constexpr std::uint32_t mostPixels = std::numeric_limits<std::int32_t>::max();
     if (pixels == 0) {
-        return {VANTRIC_ERR_INVALID_DATA, Cause::noPixels, columnsOffset, 1, 0, 1};
+        return refusedFor(VANTRIC_ERR_INVALID_DATA, Cause::noPixels, columnsOffset, 1, 0);
     }
     if (pixels > mostPixels) {
-        return {pixels, Cause::tooManyPixels, columnsOffset, mostPixels, pixels, mostPixels};
+        return refusedFor(pixels, Cause::tooManyPixels, columnsOffset, mostPixels, pixels);
     }
     return {};
 }
@@ -74,31 +70,27 @@ RXReadResult readPackedInto(VantricCalibration& record, std::uint64_t madeFor, T
         return {VANTRIC_ERR_BUFFER_TOO_SMALL, noFailedBlock};
     }
     VantricStream stream = vantric_createStreamFromData(data, size);
-    return readBlocks(stream, *table, observer);
+    return readBlocks(stream, table.get(), observer);
 }
 
 Refusal refusalOfDirectionsAndPsf(const VantricCalibration& record, std::uint32_t numPixels) {
     const bool isCountable =
         std::uint64_t{numPixels} * floatsPerDirection <= std::numeric_limits<std::uint32_t>::max();
     if (!isCountable || pixelsOf(record.imagerArea) != numPixels) {
-        return {VANTRIC_ERR_ALREADY_SET, Cause::noPsf, columnsOffset, 0, numPixels, 0};
+        return refusedFor(VANTRIC_ERR_ALREADY_SET, Cause::noPsf, columnsOffset, 0, numPixels);
     }
     if (record.lensParameters == nullptr) {
-        return {VANTRIC_ERR_BUFFER_TOO_SMALL, Cause::outOfMemory, columnsOffset, 0, 0, 0};
+        return refusedFor(VANTRIC_ERR_BUFFER_TOO_SMALL, Cause::outOfMemory, columnsOffset, 0, 0);
     }
     if (vantric_validFloatField(record.straylightScale) == 0) {
         return {};
     }
     const std::uint32_t status = psfStatus(record);
     if (status != VANTRIC_ERR_BUFFER_TOO_SMALL) {
-        return {status, status == VANTRIC_OK ? Cause::none : Cause::noPsf, 0, 0, 0, 0};
+        return refusedFor(status, status == VANTRIC_OK ? Cause::none : Cause::noPsf, 0, 0, 0);
     }
-    return {status,
-            Cause::psfTooLarge,
-            0,
-            VANTRIC_MAX_PSF_ELEMENTS,
-            std::uint64_t{record.psfWidth} * record.psfHeight,
-            VANTRIC_MAX_PSF_ELEMENTS};
+    return refusedFor(status, Cause::psfTooLarge, 0, VANTRIC_MAX_PSF_ELEMENTS,
+                      std::uint64_t{record.psfWidth} * record.psfHeight);
 }
 
 PackedRead readPacked(const std::uint8_t* data, std::size_t size, Wanted wanted,
@@ -116,12 +108,11 @@ PackedRead readPacked(const std::uint8_t* data, std::size_t size, Wanted wanted,
         return read;
     }
     const std::uint32_t numPixels = std::uint32_t{header.columns} * header.rows;
-    if (isTooShortFor(numPixels, size)) {
-        wanted = Wanted::cut;
+    if (wanted == Wanted::cut || isTooShortFor(numPixels, size)) {
+        wanted = Wanted::withoutTables;
     }
     TableOwner table = newTessalyTable();
-    read.record.reset(
-        allocateCalibration(numPixels, wanted == Wanted::cut ? Tables::none : Tables::allocated));
+    read.record.reset(allocateCalibration(numPixels, wanted));
     read.result =
         readPackedInto(*read.record, numPixels, std::move(table), data, size, wanted, observer);
     if (read.result.status != VANTRIC_OK) {

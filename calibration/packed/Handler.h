@@ -8,7 +8,7 @@
 #include "calibration/owners.h"
 #include "calibration/packed/Reader.h"
 #include "calibration/packed/Tessaly.h"
-#include "calibration/packed/Wanted.h"
+#include "calibration/Wanted.h"
 
 namespace vantric {
 
@@ -33,9 +33,9 @@ struct PackedRead {
 
 /// vantric_readCalibration with the library's own handler, except that the record is handed out
 /// after a failure too, as far as it was filled; it is null when the file header was refused or
-/// names no pixels. With Wanted::cut, and when the data are so much shorter than the image they
-/// claim that no read can succeed, the record has neither tables (pixelValues and pixelTable are
-/// null) nor directions nor psf.
+/// names no pixels. Unless everything is wanted, and when the data are so much shorter than the
+/// image they claim that no read can succeed, the record is one without tables (pixelValues,
+/// pixelTable, directions and psf are null).
 PackedRead readPacked(const std::uint8_t* data, std::size_t size, Wanted wanted,
                       WalkObserver* observer);
 

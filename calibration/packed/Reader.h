@@ -51,6 +51,6 @@ class WalkObserver {
 };
 
 /// vantric_readRXCalibration without the release of the table, told to observer (null: nobody).
-RXReadResult readBlocks(VantricStream& stream, const RXBlockTable& table, WalkObserver* observer);
+RXReadResult readBlocks(VantricStream& stream, const RXBlockTable* table, WalkObserver* observer);
 
 }  // namespace vantric

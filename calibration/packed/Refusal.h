@@ -49,4 +49,10 @@ struct Refusal {
     [[nodiscard]] bool refused() const { return status != VANTRIC_OK; }
 };
 
+/// A refusal with one acceptable value.
+inline Refusal refusedFor(std::uint32_t status, Cause cause, std::uint64_t offset,
+                          std::uint64_t expected, std::uint64_t found) {
+    return {status, cause, offset, expected, found, expected};
+}
+
 }  // namespace vantric

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <limits>
 
 #include "calibration/memory.h"
 #include "calibration/packed/Block.h"
+#include "calibration/packed/CopyHooks.h"
 
 namespace vantric {
 
@@ -13,24 +15,43 @@ namespace vantric {
 constexpr std::uint64_t scratchBytesPerPixel = 12;
 constexpr std::uint64_t decodedBytesPerPixel = 4;
 
-/// The scratch of one walk, allocated when a block first needs it. What lies behind the blocks that
-/// were decoded into it counts as zero.
+/// Where blocks are decoded for copy functions. Memory is allocated when a block first needs it.
 class Scratch {
   public:
     explicit Scratch(std::uint64_t numPixels) : numPixels_(numPixels) {}
 
-    /// Makes it now, of so many bytes at least, filled with zeros, unless none are asked for; false
-    /// without memory.
-    bool makeZeroed(std::uint64_t atLeast) {
-        if (atLeast != 0) {
-            bytes_.reset(allocateZeroed<std::uint8_t>(std::max(size(), atLeast)));
+    /// Prepares for the copy functions of a table. Those of a host may look at what lies behind the
+    /// block, as far as their destination's size goes in words, so they get zeros there; where
+    /// there is no memory for that many, zeros for the pixels alone. False without memory for
+    /// these.
+    bool makeFor(const RXBlockTable& table) {
+        std::uint64_t words = 0;
+        bool isForeign = false;
+        for (std::uint64_t i = 0; i < table.count; ++i) {
+            const RXTableEntry& entry = table.entries[i];
+            if (entry.copy != nullptr) {
+                words = std::max(words, entry.destinationSize);
+                isForeign = isForeign || !isOwnCopyFunction(entry.copy);
+            }
         }
-        return atLeast == 0 || bytes_ != nullptr;
+        if (!isForeign) {
+            return true;
+        }
+        if (words > size() / sizeof(std::uint32_t)) {
+            constexpr std::uint64_t most =
+                std::numeric_limits<std::uint64_t>::max() / sizeof(std::uint32_t);
+            bytes_.reset(
+                allocateZeroed<std::uint8_t>(std::min(words, most) * sizeof(std::uint32_t)));
+        }
+        if (!bytes_) {
+            bytes_.reset(allocateZeroed<std::uint8_t>(size()));
+        }
+        return bytes_ != nullptr;
     }
 
     [[nodiscard]] std::uint64_t size() const { return numPixels_ * scratchBytesPerPixel; }
     [[nodiscard]] std::uint64_t decodedSize() const { return numPixels_ * decodedBytesPerPixel; }
-    /// Words in front that hold anything of a block.
+    /// Words in front that hold anything of a block. What lies behind them counts as zero.
     [[nodiscard]] std::uint64_t usedWords() const {
         return (used_ + decodedBytesPerPixel - 1) / decodedBytesPerPixel;
     }
@@ -41,7 +62,7 @@ class Scratch {
             bytes_.reset(allocate<std::uint8_t>(size()));
         }
         if (!bytes_) {
-            return {VANTRIC_ERR_BUFFER_TOO_SMALL, Cause::outOfMemory, 0, 0, 0, 0};
+            return refusedFor(VANTRIC_ERR_BUFFER_TOO_SMALL, Cause::outOfMemory, 0, 0, 0);
         }
         const Refusal refusal =
             decodeBlock(stream, block, size() - decodedSize(), bytes_.get(), decodedSize());

@@ -31,7 +31,7 @@ constexpr Kinds floatOnly = {RX_KIND_FLOAT, RX_KIND_FLOAT};
 constexpr Kinds packedUintOnly = {RX_KIND_PACKED_UINT, RX_KIND_PACKED_UINT};
 constexpr Kinds anyFloat = {RX_KIND_FLOAT, RX_KIND_PACKED_FLOAT};
 
-// A place in the record; one whose buffer could not be allocated has size 0.
+// A place in the record. One whose buffer could not be allocated has size 0.
 struct Place {
     void* data;
     std::uint64_t size;
@@ -42,51 +42,84 @@ Place placeOf(void* data, std::uint64_t size, std::uint8_t* countField = nullptr
     return {data, data == nullptr ? 0 : size, countField};
 }
 
-// A per-pixel table. A cut has none, but the size that decides which blocks are refused.
-Place tableOf(float* data, std::uint64_t numPixels, Wanted wanted) {
-    const std::uint64_t size = numPixels * sizeof(float);
-    return wanted == Wanted::cut ? Place{nullptr, size} : placeOf(data, size);
-}
-
-// Counts in the record bound their buffers, but never beyond the buffers' capacity: a failed read
-// into the same record may have left any count.
-Place countedFloats(float* data, std::uint8_t& count, std::uint8_t capacity) {
-    return placeOf(data, std::min(count, capacity) * sizeof(float), &count);
-}
-
+// Puts entries into a new table, in its own memory.
 class TableBuilder {
   public:
-    explicit TableBuilder(RXBlockTable& table) : table_(table) {}
+    TableBuilder(RXBlockTable& table, std::uint64_t numPixels, Wanted wanted)
+        : table_(table),
+          expectations_(reinterpret_cast<RXBlockExpectation*>(table.expectations)),
+          numPixels_(numPixels),
+          wanted_(wanted) {}
+
+    [[nodiscard]] bool hasMemory() const {
+        return table_.entries != nullptr && expectations_ != nullptr;
+    }
 
     void add(std::uint32_t id, const Place& place, std::int32_t expectedCount, RXCopyFunction copy,
              Need need, Kinds kinds) {
-        const RXBlockExpectation expectation = {need, static_cast<std::uint32_t>(kinds.a),
-                                                static_cast<std::uint32_t>(kinds.b), 0, VANTRIC_OK};
-        const std::uint32_t status =
-            vantric_addRXTableEntry(static_cast<std::uint8_t>(id), place.data, place.size,
-                                    place.countField, expectedCount, copy, &expectation, &table_);
-        failed_ = failed_ || status != VANTRIC_OK;
+        RXBlockExpectation* const expectation = expectations_ + table_.count;
+        *expectation = {need, static_cast<std::uint32_t>(kinds.a),
+                        static_cast<std::uint32_t>(kinds.b), 0, VANTRIC_OK};
+        table_.entries[table_.count] = {static_cast<std::uint8_t>(id),
+                                        place.data,
+                                        place.size,
+                                        place.countField,
+                                        expectedCount,
+                                        copy,
+                                        expectation};
+        ++table_.count;
     }
 
-    [[nodiscard]] bool failed() const { return failed_; }
+    void addPixels(std::uint32_t id, float* table, Need need) {
+        const std::uint64_t size = numPixels_ * sizeof(float);
+        add(id, wanted_ == Wanted::everything ? placeOf(table, size) : Place{nullptr, size},
+            perPixelCount, nullptr, need, anyFloat);
+    }
+
+    // The record's count bounds the buffer, but never beyond the buffer's capacity: a failed read
+    // into the same record may have left any count.
+    void addCounted(std::uint32_t id, float* values, std::uint8_t& count, std::uint8_t capacity,
+                    Need need, bool isWanted = true) {
+        const std::uint64_t size = std::min(count, capacity) * sizeof(float);
+        add(id, isWanted ? placeOf(values, size, &count) : Place{nullptr, size, &count}, capacity,
+            nullptr, need, floatOnly);
+    }
+
+    void addFrequency(std::uint32_t firstId, VantricFrequencyRecord& frequency, Need need) {
+        const bool isWanted = wanted_ != Wanted::cut;
+        add(firstId + RX_FREQUENCY_ID, placeOf(&frequency.frequencyId, 4), anyCount, nullptr, need,
+            uint32Only);
+        addPixels(firstId + RX_FREQUENCY_PIXEL_TABLE, frequency.pixelTable, need);
+        addCounted(firstId + RX_FREQUENCY_VALUES_A, frequency.valuesA, frequency.countA,
+                   VANTRIC_FREQUENCY_VALUES, need, isWanted);
+        addCounted(firstId + RX_FREQUENCY_VALUES_B, frequency.valuesB, frequency.countB,
+                   VANTRIC_FREQUENCY_VALUES, need, isWanted);
+        add(firstId + RX_FREQUENCY_SCALAR, placeOf(&frequency.scalar, sizeof frequency.scalar),
+            anyCount, nullptr, optional, floatOnly);
+        const RXCopyFunction wiggling = isWanted ? copyWiggling : checkWiggling;
+        add(firstId + RX_FREQUENCY_WIGGLING_A,
+            placeOf(&frequency.wigglingA, wigglingSize, &frequency.wigglingA.capacity), 4, wiggling,
+            need, floatOnly);
+        add(firstId + RX_FREQUENCY_WIGGLING_B,
+            placeOf(&frequency.wigglingB, wigglingSize, &frequency.wigglingB.capacity), 4, wiggling,
+            need, floatOnly);
+    }
 
   private:
     RXBlockTable& table_;
-    bool failed_ = false;
+    RXBlockExpectation* expectations_;
+    std::uint64_t numPixels_;
+    Wanted wanted_;
 };
 
-void addFixedEntries(TableBuilder& builder, VantricCalibration& record, std::uint64_t numPixels,
-                     Wanted wanted) {
+void addFixedEntries(TableBuilder& builder, VantricCalibration& record, std::uint64_t numPixels) {
     builder.add(RX_BLOCK_AUX_FLAG, placeOf(&record.auxFlag, 1), anyCount, nullptr, required,
                 rawOnly);
-    builder.add(
-        RX_BLOCK_LENS_PARAMETERS,
-        countedFloats(record.lensParameters, record.lensParameterCount, VANTRIC_LENS_PARAMETERS),
-        VANTRIC_LENS_PARAMETERS, nullptr, required, floatOnly);
+    builder.addCounted(RX_BLOCK_LENS_PARAMETERS, record.lensParameters, record.lensParameterCount,
+                       VANTRIC_LENS_PARAMETERS, required);
     builder.add(RX_BLOCK_MASK, placeOf(record.pixelMask, numPixels), perPixelCount, copyMask,
                 required, packedUintOnly);
-    builder.add(RX_BLOCK_PIXEL_VALUES, tableOf(record.pixelValues, numPixels, wanted),
-                perPixelCount, nullptr, required, anyFloat);
+    builder.addPixels(RX_BLOCK_PIXEL_VALUES, record.pixelValues, required);
     builder.add(RX_BLOCK_DATE, placeOf(record.text0, textSize), anyCount, convertAndCopyDate,
                 optional, uint32Only);
     builder.add(RX_BLOCK_TEXT2, placeOf(record.text2, textSize), anyCount, copyString, optional,
@@ -105,29 +138,6 @@ void addFixedEntries(TableBuilder& builder, VantricCalibration& record, std::uin
                 straylightWords, copyStraylight, optional, floatOnly);
 }
 
-void addFrequencyEntries(TableBuilder& builder, VantricFrequencyRecord& frequency,
-                         std::uint32_t firstId, Need need, std::uint64_t numPixels, Wanted wanted) {
-    builder.add(firstId + RX_FREQUENCY_ID, placeOf(&frequency.frequencyId, 4), anyCount, nullptr,
-                need, uint32Only);
-    builder.add(firstId + RX_FREQUENCY_PIXEL_TABLE,
-                tableOf(frequency.pixelTable, numPixels, wanted), perPixelCount, nullptr, need,
-                anyFloat);
-    builder.add(firstId + RX_FREQUENCY_VALUES_A,
-                countedFloats(frequency.valuesA, frequency.countA, VANTRIC_FREQUENCY_VALUES),
-                VANTRIC_FREQUENCY_VALUES, nullptr, need, floatOnly);
-    builder.add(firstId + RX_FREQUENCY_VALUES_B,
-                countedFloats(frequency.valuesB, frequency.countB, VANTRIC_FREQUENCY_VALUES),
-                VANTRIC_FREQUENCY_VALUES, nullptr, need, floatOnly);
-    builder.add(firstId + RX_FREQUENCY_SCALAR, placeOf(&frequency.scalar, sizeof frequency.scalar),
-                anyCount, nullptr, optional, floatOnly);
-    builder.add(firstId + RX_FREQUENCY_WIGGLING_A,
-                placeOf(&frequency.wigglingA, wigglingSize, &frequency.wigglingA.capacity), 4,
-                copyWiggling, need, floatOnly);
-    builder.add(firstId + RX_FREQUENCY_WIGGLING_B,
-                placeOf(&frequency.wigglingB, wigglingSize, &frequency.wigglingB.capacity), 4,
-                copyWiggling, need, floatOnly);
-}
-
 }  // namespace
 
 TableOwner newTessalyTable() {
@@ -142,17 +152,17 @@ TableOwner newTessalyTable() {
 bool fillTessalyTable(RXBlockTable& table, VantricCalibration& record, std::uint64_t numPixels,
                       Wanted wanted) {
     table.context = &record;
-    if (record.frequencies == nullptr) {
-        return false;  // memory ran out when the record was made; nothing could be read into it
+    TableBuilder builder(table, numPixels, wanted);
+    // Without the frequencies' memory nothing could be read into the record.
+    if (!builder.hasMemory() || record.frequencies == nullptr) {
+        return false;
     }
-    TableBuilder builder(table);
-    addFixedEntries(builder, record, numPixels, wanted);
+    addFixedEntries(builder, record, numPixels);
     for (std::uint32_t k = 0; k < VANTRIC_FREQUENCIES; ++k) {
-        addFrequencyEntries(builder, record.frequencies[k],
-                            RX_BLOCK_FIRST_FREQUENCY + k * RX_BLOCKS_PER_FREQUENCY,
-                            k == 0 ? required : optional, numPixels, wanted);
+        builder.addFrequency(RX_BLOCK_FIRST_FREQUENCY + k * RX_BLOCKS_PER_FREQUENCY,
+                             record.frequencies[k], k == 0 ? required : optional);
     }
-    return !builder.failed();
+    return true;
 }
 
 }  // namespace vantric

@@ -4,7 +4,7 @@
 
 #include "calcut/vantric_rx.h"
 #include "calibration/owners.h"
-#include "calibration/packed/Wanted.h"
+#include "calibration/Wanted.h"
 
 namespace vantric {
 
@@ -12,8 +12,8 @@ namespace vantric {
 /// so it comes before what a file makes large.
 TableOwner newTessalyTable();
 
-/// Adds the entries for what is wanted of the calibration: a cut has no place for the per-pixel
-/// tables, whose entries then have a size and no destination. False when memory ran out.
+/// Adds the entries to a new table. Those of blocks that are not wanted have a size and no
+/// destination. False when memory ran out.
 bool fillTessalyTable(RXBlockTable& table, VantricCalibration& record, std::uint64_t numPixels,
                       Wanted wanted);
 
