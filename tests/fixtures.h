@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "calcut/vantric_rx.h"
+#include "calibration/owners.h"
 #include "writer/writer.h"
 
 namespace fixtures {
@@ -67,10 +68,7 @@ Bytes bytes(const Parts&... parts) {
     return out;
 }
 
-struct ReleaseRecord {
-    void operator()(VantricCalibration* record) const { vantric_freeCalibration(record); }
-};
-using Record = std::unique_ptr<VantricCalibration, ReleaseRecord>;
+using Record = vantric::RecordOwner;
 
 /// Reads with directions and PSF, or without; status receives the result.
 Record read(const Bytes& calibration, std::uint32_t* status = nullptr, int withPsf = 1);

@@ -122,12 +122,11 @@ Refusal refusalOfWhole(const RXBlockTable& table, const RXReadResult& result,
     Refusal refusal = {status, Cause::incomplete, offset, 0, 0, 0};
     if (known && status == VANTRIC_ERR_VALUE_UNSET) {
         refusal.cause = Cause::valueUnset;
+    } else if (known && status == VANTRIC_ERR_FIELD_EMPTY && entry->expectation->seen == 0) {
+        refusal.cause = Cause::missingBlock;
     } else if (known && status == VANTRIC_ERR_FIELD_EMPTY) {
-        const std::uint32_t row = (id - RX_BLOCK_FIRST_FREQUENCY) % RX_BLOCKS_PER_FREQUENCY;
-        refusal.cause =
-            entry->expectation->seen == 0 ? Cause::missingBlock : Cause::withoutFrequency;
-        refusal.expected = refusal.alsoExpected = id - row;
-        refusal.found = id;
+        const std::uint32_t block = (id - RX_BLOCK_FIRST_FREQUENCY) % RX_BLOCKS_PER_FREQUENCY;
+        refusal = refusedFor(status, Cause::withoutFrequency, offset, id - block, id);
     }
     return refusal;
 }

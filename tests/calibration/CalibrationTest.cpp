@@ -108,6 +108,21 @@ TEST(Record, ShortPsfAndDirectionsAreFilledUp) {
     EXPECT_EQ(copy->directions[3 * 32 - 1], 0.0F);
 }
 
+// Sizes that name more than a PSF may have give no room beyond the values.
+TEST(Record, APsfOfImpossibleSizeTakesItsValuesAlone) {
+    constexpr std::uint32_t side = 8192;  // side x side is the largest PSF
+    for (const auto& [width, height] :
+         {std::pair(side, side + 1), {0xFFFFFFFEU, 0xFFFFFFFEU}, {0xFFFFFFFFU, 5U}}) {
+        const Record record(allocateCalibration(2));
+        record->psfWidth = width;
+        record->psfHeight = height;
+        const std::array<float, 2> values = {1, 2};
+        EXPECT_EQ(vantric_addPsf(record.get(), values.data(), 2), ok);
+        EXPECT_TRUE(sameFloats(record->psf, values.data(), 2));
+        EXPECT_EQ(Record(vantric_copyCalibration(record.get()))->psf, nullptr);
+    }
+}
+
 // The fuzz targets compare the content of copies.
 TEST(Record, CopyResetsSomeCountsAndKeepsWholeTexts) {
     const Record source = read(smallPacked());

@@ -13,10 +13,7 @@ using namespace vantric;
 
 namespace {
 
-struct ReleasePoly {
-    void operator()(VantricPoly* poly) const { vantric_freePoly(poly); }
-};
-using Poly = std::unique_ptr<VantricPoly, ReleasePoly>;
+using Poly = vantric::PolyOwner;
 
 Poly poly(const std::vector<float>& x, const std::vector<float>& y) {
     return Poly(vantric_createPolyHandle(x.data(), y.data(), static_cast<std::uint32_t>(x.size())));

@@ -10,58 +10,14 @@
 #include <stdexcept>
 #include <tuple>
 
+#include "Blocks.h"
 #include "calcut/vantric_rx.h"
 #include "calibration/calibration.h"
 #include "calibration/dispatcher.h"
-#include "fixtures.h"
 
 using namespace fixtures;
 using namespace vantric;
 namespace writer = calcut::writer;
-
-namespace {
-
-RXReadResult readInto(const Bytes& data, VantricCalibration& record) {
-    return vantric_readRXHandlerCalibration(data.data(), data.size(), &record);
-}
-
-RXReadResult tryRead(const Bytes& data) {
-    const Record record(allocateCalibration(
-        static_cast<std::uint32_t>(std::max(1, vantric_getRXNumPixels(data.data(), data.size())))));
-    return readInto(data, *record);
-}
-
-// The minimal calibration with bytes in place of its blocks of these ids (none: left out).
-Bytes withBlocks(int first, int last, const Bytes& replacement) {
-    const Bytes good = minimalPacked();
-    Bytes before = prefix(good, 11);
-    std::size_t at = 11;
-    while (good[at] <= last && good[at] != 255) {
-        const std::size_t size = good[at] == 0 ? 4 : good[at] == 2 ? 8 : 3U + 4U * good[at + 2];
-        const Bytes block(&good[at], &good[at] + size);
-        before = good[at] < first ? bytes(before, block) : before;
-        at += size;
-    }
-    return bytes(before, replacement, Bytes(&good[at], good.data() + good.size()));
-}
-
-Bytes withBlock(int id, const Bytes& replacement) {
-    return withBlocks(id, id, replacement);
-}
-
-Bytes floatBlock(int id, std::size_t count) {
-    return bytes(id, 4, count, Bytes(count * 4));
-}
-
-Bytes customBlocks(const std::vector<int>& ids) {
-    Bytes out;
-    for (const int id : ids) {
-        out = bytes(out, id, 0, 2, "cc");
-    }
-    return out;
-}
-
-}  // namespace
 
 // docs/formats.md lists a calibration byte by byte: offset in columns 0 to 3, bytes up to
 // column 39.
@@ -104,93 +60,6 @@ TEST(Reader, ReadsTheExampleOfTheDocument) {
               std::tuple(-0.25F, 1.0F, 0.25F, 2.0F, 3U));
     EXPECT_TRUE(std::isnan(f.scalar) && std::isnan(r.straylightScale));
     EXPECT_TRUE(r.directions == nullptr && r.psf == nullptr);
-}
-
-TEST(Reader, NamesTheStatusAndTheBlock) {
-    using Case = std::tuple<const char*, Bytes, std::uint32_t, std::uint32_t>;
-    const Bytes header = bytes("QOVRXF", 1, 0, 4, 0, 1);
-    const Bytes five = customBlocks({128, 129, 130, 131, 132});
-    const Bytes cutDate = {4, 2, 249, 255, 255, 255, 255};
-    const Bytes twoWords = {4, 2, 2, 0, 0, 0, 1, 0, 0, 0, 1};
-    const Bytes swapped = bytes(2, 5, 4, 1, 0, 0, 0, 7, floatBlock(1, 9));
-    const Bytes text16 = bytes(5, 0, 16, std::string(16, 't'));
-    const Bytes text17 = bytes(5, 0, 17, std::string(17, 't'));
-    const std::vector<Case> cases = {
-        {"no header", bytes("QOVRXG", 1, 0, 4, 0, 1), notSupported, 255},
-        {"version 2", patched(minimalPacked(), 6, {2}), notSupported, 255},
-        {"no end marker", header, endOfData, 255},
-        {"nothing but the end marker", bytes(header, 255), fieldEmpty, 0},
-        {"kind above 6", withBlock(0, {0, 7, 1, 5}), invalidData, 255},
-        {"kind that the entry does not take", withBlock(0, {0, 1, 1, 5, 5}), invalidData, 0},
-        {"kind wrong and count too small", withBlock(1, {1, 0, 1, 5}), countTooSmall, 1},
-        {"kind wrong for a copied block", withBlock(2, floatBlock(2, 1)), invalidData, 2},
-        {"eight lens parameters", withBlock(1, floatBlock(1, 8)), countTooSmall, 1},
-        {"ten lens parameters", withBlock(1, floatBlock(1, 10)), tooSmall, 1},
-        {"five mask values", withBlock(2, {2, 5, 5, 1, 0, 0, 0, 0}), tooSmall, 2},
-        {"three mask values", withBlock(2, {2, 5, 3, 1, 0, 0, 0, 7}), ok, 255},
-        {"mask of 0 bits", withBlock(2, {2, 5, 4, 0, 0, 0, 0, 7}), invalidData, 2},
-        {"three pixel values", withBlock(3, floatBlock(3, 3)), countTooSmall, 3},
-        {"count of 2^31 is negative", withBlock(3, {3, 4, 249, 0x80, 0, 0, 0}), countTooSmall, 3},
-        {"count of 2^32 - 1 without a minimum", withBlock(4, cutDate), tooSmall, 4},
-        {"and of a frequency", withBlock(16, {16, 2, 249, 255, 255, 255, 255}), tooSmall, 16},
-        {"date of two words", withBlock(4, twoWords), invalidData, 4},
-        {"text longer than the scratch", withBlock(5, text17), tooSmall, 5},
-        {"text", withBlock(5, text16), ok, 255},
-        {"one id code", withBlock(8, {8, 1, 1, 0, 1}), countTooSmall, 8},
-        {"unset id code", withBlock(8, {8, 1, 2, 255, 255, 0, 1}), valueUnset, 8},
-        {"straylight on four pixels", withBlock(9, floatBlock(9, 32)), tooSmall, 9},
-        {"three wiggling words", withBlock(21, floatBlock(21, 3)), invalidData, 21},
-        {"payload cut short", bytes(header, 0, 0, 1, 5, 1, 4, 9, 0x40), endOfData, 1},
-        {"ids descend", withBlock(1, swapped), invalidData, 1},
-        {"id twice", withBlock(0, {0, 0, 1, 5, 0, 0, 1, 5}), invalidData, 0},
-        {"unknown id: its header alone is read", withBlock(10, {10, 0, 9}), ok, 255},
-        {"its payload is taken for a header", withBlock(10, {10, 0, 1, 5}), invalidData, 255},
-        {"five blocks", withBlock(128, customBlocks({128, 130, 140, 200, 254})), ok, 255},
-        {"a sixth", withBlock(128, bytes(five, 200, 0, 1, 1)), tooSmall, 200},
-        {"custom block cut short", withBlock(128, {128, 2, 9, 1}), endOfData, 128},
-        {"cut sixth: too many first", withBlock(128, bytes(five, 200, 2, 9, 1)), tooSmall, 200},
-    };
-    for (const auto& [name, data, status, id] : cases) {
-        SCOPED_TRACE(name);
-        const RXReadResult result = tryRead(data);
-        EXPECT_EQ(result.status, status) << std::hex << result.status;
-        EXPECT_EQ(result.failedBlockId, id);
-        EXPECT_EQ(readPlain(data) != nullptr, status == ok);
-    }
-}
-
-TEST(Reader, KeepsWhatWasDecodedBeforeAFailure) {
-    const Record record(allocateCalibration(4));
-    VantricCalibration& r = *record;
-    EXPECT_EQ(readInto(withBlock(1, floatBlock(1, 8)), r).status, countTooSmall);
-    EXPECT_EQ(r.lensParameterCount, 8);  // stored although the block failed
-    EXPECT_EQ(std::tuple(r.auxFlag, r.calibrationType, r.frequencyCount, r.customFieldCount,
-                         r.firstCustomFieldId),
-              std::tuple(5, 3, 8, 5, 255));
-    EXPECT_EQ(readInto(withBlock(1, floatBlock(1, 200)), r).status, tooSmall);
-    EXPECT_EQ(r.lensParameterCount, 200);
-    EXPECT_EQ(vantric_getFieldSize(0, &r), 36);  // never beyond the buffer
-    EXPECT_EQ(readInto(minimalPacked(), r).status, ok);
-    EXPECT_EQ(r.lensParameterCount, 9);
-}
-
-TEST(Reader, SecondReadsStayInsideTheRecord) {
-    const Record record = readPlain(minimalPacked());
-    EXPECT_EQ(readInto(smallPacked(), *record).status, tooSmall);
-    EXPECT_EQ(record->imagerArea.columns, 4U);
-    // A short mask leaves zeros behind it, also when a block behind it fails.
-    const Bytes shortMask = {2, 5, 1, 1, 0, 0, 0, 1};
-    for (const Bytes& behind : {floatBlock(3, 4), floatBlock(3, 3)}) {
-        EXPECT_EQ(readInto(withBlock(2, {2, 5, 4, 1, 0, 0, 0, 15}), *record).status, ok);
-        EXPECT_EQ(readInto(withBlocks(2, 3, bytes(shortMask, behind)), *record).status,
-                  behind.size() == 19 ? ok : countTooSmall);
-        EXPECT_EQ(Bytes(record->pixelMask, record->pixelMask + 4), (Bytes{1, 0, 0, 0}));
-    }
-    for (const bool straylight : {false, true}) {  // comes with another PSF
-        const Record full = read(smallPacked());
-        EXPECT_EQ(readInto(straylight ? smallPacked() : minimalPacked(), *full).status, ok);
-        EXPECT_EQ(full->psf == nullptr, straylight);
-    }
 }
 
 TEST(Reader, CustomBlocksKeepTheirSizesInOneByte) {

@@ -17,10 +17,7 @@ using namespace vantric;
 
 namespace {
 
-struct ReleaseTable {
-    void operator()(RXBlockTable* table) const { vantric_freeRXTable(table); }
-};
-using Table = std::unique_ptr<RXBlockTable, ReleaseTable>;
+using Table = TableOwner;
 
 // A record of six pixels and its table.
 struct Tessaly : testing::Test {

@@ -238,11 +238,11 @@ TEST(MemoryExhaustion, PsfLeavesTheRecordAlone) {
 TEST(MemoryExhaustion, Curve) {
     const std::vector<float> nodes = {0.0F, 1.0F, 2.0F, 4.0F, 8.0F};
     refuseEach({sizeof(VantricPoly), 5 * sizeof(float)}, [&](const Refusal& refusal) {
-        VantricPoly* curve = nullptr;
-        refusal.in([&] { curve = vantric_createPolyHandle(nodes.data(), nodes.data(), 5); });
-        const float value = vantric_cinterpol(curve, 2.0F);
-        const float fallback = vantric_cinterpol_def(curve, 2.0F, 5.0F);
-        vantric_freePoly(curve);
+        vantric::PolyOwner curve;
+        refusal.in([&] { curve.reset(vantric_createPolyHandle(nodes.data(), nodes.data(), 5)); });
+        const float value = vantric_cinterpol(curve.get(), 2.0F);
+        const float fallback = vantric_cinterpol_def(curve.get(), 2.0F, 5.0F);
+        curve.reset();
         const bool good =
             *refusal.failedSize == 0 ? value == 2.0F : std::isnan(value) && fallback == 5.0F;
         return good ? "" : "value " + std::to_string(value);
@@ -254,10 +254,9 @@ TEST(MemoryExhaustion, Tables) {
         const RXBlockExpectation expectation = {1, 0, 0, 0, ok};
         std::uint32_t status = 0;
         refusal.in([&] {
-            RXBlockTable* table = vantric_createTable(2, sizeof expectation);
-            status =
-                vantric_addRXTableEntry(1, nullptr, 0, nullptr, -1, nullptr, &expectation, table);
-            vantric_freeRXTable(table);
+            const vantric::TableOwner table(vantric_createTable(2, sizeof expectation));
+            status = vantric_addRXTableEntry(1, nullptr, 0, nullptr, -1, nullptr, &expectation,
+                                             table.get());
         });
         return refuseUnless(isOkOrTooSmall(status) || status == invalidArgument, status);
     });
