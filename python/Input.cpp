@@ -5,6 +5,7 @@
 #include "tools/module/Layout.h"
 #include "tools/module/Names.h"
 #include "tools/text/Escape.h"
+#include "tools/text/Terminal.h"
 
 namespace calcut::python {
 
@@ -58,13 +59,17 @@ Input::Input(const py::object& source) : path_(pathOf(source)), name_(path_.valu
 
 void Input::load() {
     if (path_) {
-        dump_ = files::loadDump(*path_);
+        try {
+            dump_ = files::loadDump(*path_);
+        } catch (const text::Refused& refused) {
+            refusal_ = refused.what();
+        }
     }
 }
 
 void Input::raiseUnlessLoaded() const {
-    if (!dump_.error.empty()) {
-        raiseOsError(*path_, dump_.error);
+    if (refusal_) {
+        raiseOsError(*path_, *refusal_);
     }
 }
 

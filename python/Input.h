@@ -42,6 +42,7 @@ class Input {
     std::optional<std::string> path_;
     std::string name_;
     files::Dump dump_;
+    std::optional<std::string> refusal_;  ///< why the file did not load
 };
 
 py::object toPython(const module::Finding& finding);

@@ -18,9 +18,10 @@
 
 #include "tools/commands.h"
 #include "tools/cut/Folder.h"
-#include "tools/cut/Inputs.h"
+#include "tools/cut/FolderNames.h"
 #include "tools/cut/Report.h"
 #include "tools/cut/StackFiles.h"
+#include "tools/files/Inputs.h"
 #include "tools/files/OutputFile.h"
 #include "tools/module/Layout.h"
 #include "tools/text/Escape.h"
@@ -96,12 +97,29 @@ int verify(const CutOptions& options) {
 
 // ----------------------------------------------------------------------------------- many cuts --
 
+std::vector<CutResult> gather(const CutOptions& options) {
+    std::vector<CutResult> results;
+    for (const files::Input& input : files::gatherInputs(
+             {options.paths, options.filesFrom, options.glob, {options.out, options.report}})) {
+        CutResult& result = results.emplace_back();
+        result.dump = input.path;
+        result.source = input.source;
+        if (input.path == "-") {
+            throw text::Refused("standard input",
+                                "is cut with calcut cut - OUTDIR, not with --out");
+        }
+        result.outcome = input.refusal ? Outcome::Failed : Outcome::NotReached;
+        result.reason = input.refusal.value_or("interrupted");
+    }
+    nameFolders(results, options.out);
+    return results;
+}
+
 class Batch {
   public:
     explicit Batch(const CutOptions& options)
-        : options_(options), results_(gatherInputs(options)), progress_(results_.size()) {
-        for (CutResult& result : results_) {
-            result.reason = "interrupted";
+        : options_(options), results_(gather(options)), progress_(results_.size()) {
+        for (const CutResult& result : results_) {
             if (const auto identity = files::identityOf(result.dump)) {
                 reads_.push_back(*identity);
             }
@@ -165,7 +183,6 @@ class Batch {
         for (std::size_t i = next_++; i < results_.size() && !text::InterruptGuard::interrupted();
              i = next_++) {
             CutResult result = results_[i];
-            result.reason.clear();
             try {
                 cut(i, result);
             } catch (const std::exception& error) {
@@ -180,6 +197,10 @@ class Batch {
     }
 
     void cut(std::size_t i, CutResult& result) {
+        if (result.outcome == Outcome::Failed) {
+            return;
+        }
+        result.reason.clear();
         try {
             cutToFolder(takeDump(result.dump, options_, result), reads_, i, options_, result);
         } catch (const text::Refused& refused) {

@@ -13,6 +13,7 @@
 
 #include <fmt/format.h>
 
+#include "cutter/layouts.h"
 #include "tools/files/OutputFile.h"
 #include "tools/module/Layout.h"
 #include "tools/text/Escape.h"
@@ -128,6 +129,16 @@ class TemporaryFolder {
     bool kept_ = false;  ///< because it holds what must not be lost
 };
 
+bool isDump(const std::string& path) try {
+    const std::vector<std::uint8_t> bytes = files::loadDump(path).bytes;
+    const std::string_view start(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    return std::ranges::any_of(image::layouts, [start](const image::Layout& layout) {
+        return start.starts_with(layout.magic);
+    });
+} catch (const text::Refused&) {
+    return false;
+}
+
 // None of the files may be the dump, anything but a regular file, or (unless forced) a dump itself.
 void checkFilesIn(const std::string& directory, const std::string& dump, bool force) {
     const auto input = files::identityOf(dump);
@@ -143,9 +154,7 @@ void checkFilesIn(const std::string& directory, const std::string& dump, bool fo
         if (type != fs::file_type::regular) {
             throw text::Refused(directory, "{} is not a regular file; it is left alone", name);
         }
-        const module::Layout layout =
-            force ? module::Layout::Unknown : module::classify(files::loadDump(path).bytes);
-        if (layout == module::Layout::V7 || layout == module::Layout::Korveline) {
+        if (!force && isDump(path)) {
             throw text::Refused(directory, "{} is a dump; --force replaces it", name);
         }
     }
@@ -254,11 +263,15 @@ void cutToFolder(const TakenDump& taken, std::span<const files::FileIdentity> re
 }
 
 text::Json noteIn(const std::string& folder) {
-    text::Json note = text::parseJson(files::loadDump(folder + "/" + noteFile).bytes);
-    if (!note.is_object() || !note.value("source", text::Json()).is_string()) {
-        note = text::Json::object();
+    try {
+        text::Json note = text::parseJson(files::loadDump(folder + "/" + noteFile).bytes);
+        if (note.is_object() && note.value("source", text::Json()).is_string()) {
+            return note;
+        }
+    } catch (const text::Refused&) {
+        // As if it held nothing.
     }
-    return note;
+    return text::Json::object();
 }
 
 std::string whyNoOutput(const std::string& directory) {

@@ -18,10 +18,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string differenceOf(files::ByteView wanted, const files::Dump& found) {
-    if (!found.error.empty()) {
-        return found.error;
-    }
+std::string differenceOf(files::ByteView wanted, const std::string& path) try {
+    const files::Dump found = files::loadDump(path);
     if (std::ranges::equal(wanted, found.bytes)) {
         return {};
     }
@@ -31,6 +29,8 @@ std::string differenceOf(files::ByteView wanted, const files::Dump& found) {
         text += fmt::format("; {} bytes instead of {}", found.bytes.size(), wanted.size());
     }
     return text;
+} catch (const text::Refused& refused) {
+    return refused.what();
 }
 
 std::vector<StackFile> filesOf(const module::Diagnosis& found) {
@@ -69,7 +69,6 @@ const char* outcomeName(Outcome outcome) {
 TakenDump takeDump(const std::string& path, const CutOptions& options, CutResult& result) {
     result.dump = path;
     TakenDump taken{files::loadDump(path, options.maxSize), {}, {}};
-    text::refuseFor(path, taken.dump.error);
     const std::vector<std::uint8_t>& bytes = taken.dump.bytes;
     result.size = bytes.size();
     result.crc = fmt::format("{:#010x}", crc32Of(bytes.data(), bytes.size()));
@@ -99,7 +98,7 @@ std::vector<text::Refused> differences(const std::vector<StackFile>& files,
         const bool exists = fs::exists(fs::symlink_status(path, ignored));
         std::string what;
         if (wanted != files.end()) {
-            what = exists ? differenceOf(wanted->bytes, files::loadDump(path)) : "is missing";
+            what = exists ? differenceOf(wanted->bytes, path) : "is missing";
         } else if (exists) {
             what = "is superfluous: the dump has no signature";
         }

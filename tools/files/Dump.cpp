@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <limits>
-#include <utility>
 
 #include <fmt/format.h>
 
@@ -92,43 +91,37 @@ bool readAll(int descriptor, std::uint64_t expected, std::uint64_t limit,
     }
 }
 
-// Fills dump. Why it could not be; empty on success.
-std::string load(const std::string& path, std::uint64_t maxSize, Dump& dump) {
+}  // namespace
+
+Dump loadDump(const std::string& path, std::uint64_t maxSize) {
     const bool standardInput = path == "-";
     const FileDescriptor file(
         standardInput ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat status {};
     if (file.get() < 0 || fstat(file.get(), &status) != 0) {
-        return whyNotOpened(path, errno);
+        throw text::Refused(path, whyNotOpened(path, errno));
     }
-    if (!standardInput) {
-        dump.identity = FileIdentity{status.st_dev, status.st_ino};
+    if (S_ISDIR(status.st_mode)) {
+        throw text::Refused(path, "is a directory");
     }
     // Room for one byte more stays countable.
     const std::uint64_t limit = std::min<std::uint64_t>(
         maxSize, static_cast<std::uint64_t>(std::numeric_limits<std::ptrdiff_t>::max()) / 4);
     const std::uint64_t expected =
         S_ISREG(status.st_mode) ? static_cast<std::uint64_t>(status.st_size) : 0;
-    if (S_ISDIR(status.st_mode)) {
-        return "is a directory";
+    Dump dump;
+    if (!standardInput) {
+        dump.identity = FileIdentity{status.st_dev, status.st_ino};
     }
     if (expected <= limit && !readAll(file.get(), expected, limit, dump.bytes)) {
-        return text::errnoText(errno);
+        throw text::Refused(path, text::errnoText(errno));
     }
     if (std::max<std::uint64_t>(expected, dump.bytes.size()) > limit) {
-        return tooLarge(limit);
+        throw text::Refused(path, tooLarge(limit));
     }
-    const bool idlePipe = S_ISFIFO(status.st_mode) && !standardInput;
-    return !dump.bytes.empty() ? "" : idlePipe ? "is a pipe that nobody writes to" : "is empty";
-}
-
-}  // namespace
-
-Dump loadDump(const std::string& path, std::uint64_t maxSize) {
-    Dump dump;
-    dump.error = load(path, maxSize, dump);
-    if (!dump.error.empty()) {
-        dump.bytes.clear();
+    if (dump.bytes.empty()) {
+        const bool idlePipe = S_ISFIFO(status.st_mode) && !standardInput;
+        throw text::Refused(path, idlePipe ? "is a pipe that nobody writes to" : "is empty");
     }
     return dump;
 }

@@ -21,18 +21,16 @@ struct FileIdentity {
     bool operator==(const FileIdentity&) const = default;
 };
 
-/// The content of a file, or a reason why there is none ("No such file or directory", "is a
-/// directory", "is empty", "is larger than 256 MiB, the limit for a dump (--max-size)", ...;
-/// without the path).
+/// The content of a file.
 struct Dump {
     std::vector<std::uint8_t> bytes;
-    std::optional<FileIdentity> identity;  ///< none for standard input
-    std::string error;                     ///< empty on success
+    std::optional<FileIdentity> identity{};  ///< none for standard input
 };
 
 /// Reads a file, or standard input for "-". At most maxSize + 1 bytes are ever read, whatever kind
 /// of file it is. Nothing is opened that could block for its writer: a FIFO that nobody writes to
-/// and a socket are refused.
+/// and a socket are refused. Throws Refused with the path: "No such file or directory", "is a
+/// directory", "is empty", "is larger than 256 MiB, the limit for a dump (--max-size)", ...
 Dump loadDump(const std::string& path, std::uint64_t maxSize = defaultMaxSize);
 
 }  // namespace calcut::files

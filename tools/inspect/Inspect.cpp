@@ -13,11 +13,13 @@ int runInspect(const InspectOptions& options) {
     bool good = true;
     text::Json all = text::Json::array();
     for (const std::string& path : options.paths) {
-        const files::Dump dump = files::loadDump(path, options.maxSize);
-        if (!dump.error.empty()) {
-            text::printError(path, dump.error);
+        files::Dump dump;
+        try {
+            dump = files::loadDump(path, options.maxSize);
+        } catch (const text::Refused& refused) {
+            text::printError(path, refused.what());
             all.push_back(
-                {{"schema", module::inspectSchema}, {"file", path}, {"error", dump.error}});
+                {{"schema", module::inspectSchema}, {"file", path}, {"error", refused.what()}});
             good = false;
             continue;
         }

@@ -10,7 +10,6 @@ std::unique_ptr<Module> loadModule(const std::string& path, std::optional<Layout
     text::printNote(path, "reading");
     auto module = std::make_unique<Module>();
     module->dump = files::loadDump(path, maxSize);
-    text::refuseFor(path, module->dump.error);
     const files::ByteView bytes = module->dump.bytes;
     Diagnosis& diagnosis = module->diagnosis;
     diagnosis = diagnose(bytes, layout.value_or(classify(bytes)), vantric::Wanted::everything);
