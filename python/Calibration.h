@@ -35,5 +35,7 @@ class Calibration {
 std::shared_ptr<Calibration> read(const pybind11::object& source, const std::string& layout);
 
 void bindCalibration(pybind11::module_& module);
+/// What calcut.plot needs beside the arrays.
+void bindPictures(pybind11::module_& module);
 
 }  // namespace calcut::python

@@ -67,6 +67,7 @@ PYBIND11_MODULE(_calcut, module) {
     using namespace calcut::python;
     namespace py = pybind11;
     bindCalibration(module);
+    bindPictures(module);
     module.attr("__version__") = CALCUT_VERSION;
     module.def(
         "read", calcut::python::read, py::arg("source"), py::arg("layout") = "auto",

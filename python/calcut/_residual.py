@@ -3,7 +3,7 @@ from functools import lru_cache
 
 import numpy as np
 
-ORDER = 3  # of the polynomial along each side
+ORDER = 4  # of the polynomial along each side: vignetting falls about as cos^4
 FAR = 8  # standard deviations beyond which a pixel has no say in the fit
 ROUNDS = 3  # fits at most
 
@@ -32,7 +32,7 @@ def _fit(values, valid, across, down):
 
 
 def residual(table, mask):
-    """The table less a polynomial of order 3 in x and y, as float32.
+    """The table less a polynomial of order 4 in x and y, as float32.
 
     The polynomial is fitted over the valid pixels: finite, and not 0 in the mask (None: no pixel is
     masked). Others are NaN in the result. Few wild pixels do not bend the fit.
