@@ -6,7 +6,7 @@
 #include "calibration/owners.h"
 #include "python/Calibration.h"
 #include "tools/compare/CompareTree.h"
-#include "tools/inspect/Tree.h"
+#include "tools/module/Tree.h"
 
 namespace calcut::python {
 
@@ -17,12 +17,12 @@ namespace py = pybind11;
 using Floats = py::array_t<float, py::array::c_style | py::array::forcecast>;
 
 std::string treeJson(const Calibration& of) {
-    return tools::jsonText(tools::inspectTree(of.about(), ""));
+    return text::jsonText(module::inspectTree(of.about(), ""));
 }
 
 std::string compareJson(const Calibration& a, const Calibration& b,
                         std::optional<double> tolerance) {
-    return tools::jsonText(tools::compareTree({"", a.about()}, {"", b.about()}, tolerance));
+    return text::jsonText(compare::compareTree({"", a.about()}, {"", b.about()}, tolerance));
 }
 
 Floats interpolate(const Floats& x, const Floats& y, const Floats& at) {

@@ -4,8 +4,8 @@
 // exit status; tools/options/ alone knows how a command line is written. An outer main prints
 // whatever exception leaves the work, flushes standard output and tells when that fails.
 //
-// What draws is a part of its own, calcut-plot.so (tools/plot/Plot.h), which lies beside the
-// command or in ../libexec/calcut, so that no other subcommand loads the drawing library.
+// Pictures are drawn by a program of the Python package, calcut-plot, which lies beside the command
+// or in ../libexec/calcut (tools/plot/Plot.h).
 #pragma once
 
 namespace calcut {

@@ -166,10 +166,8 @@ TEST(Compare, ExitStatuses) {
     writeBytes(dir / "a.png", smallPacked());
     writeBytes(dir / "b", packed([](Calibration& c) { c.text1 = "another"; }));
     writeBytes(dir / "broken", prefix(smallPacked(), 100));
-    const auto load = []() -> compare::DrawDifferences {
-        return [](const module::Diagnosis&, const module::Diagnosis&, const std::string&) {
-            return Bytes();
-        };
+    const auto draw = [](const auto&, const auto&, const CompareOptions& options) -> Bytes {
+        throw text::Refused(options.output, "not drawn");
     };
     using Case = std::tuple<const char*, const char*, const char*, int>;
     for (const auto& [a, b, output, status] :
@@ -182,7 +180,7 @@ TEST(Compare, ExitStatuses) {
         options.output = *output == '\0' ? "" : dir / output;
         testing::internal::CaptureStdout();
         testing::internal::CaptureStderr();
-        EXPECT_EQ(compare::runCompare(options, load), status) << a << " " << b << " " << output;
+        EXPECT_EQ(compare::runCompare(options, draw), status) << a << " " << b << " " << output;
         EXPECT_EQ(testing::internal::GetCapturedStdout().empty(), status == 2);
         EXPECT_EQ(testing::internal::GetCapturedStderr().empty(), status != 2);
     }

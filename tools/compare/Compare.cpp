@@ -115,7 +115,8 @@ std::unique_ptr<module::Module> load(const std::string& path, const CompareOptio
 }
 
 int compare(const CompareOptions& options, DrawDifferences draw) {
-    if (draw != nullptr) {
+    const bool drawn = !options.output.empty();
+    if (drawn) {
         files::checkWritable(options.output, {options.a, options.b});
     }
     // Both are tried, so that one run tells about both.
@@ -126,8 +127,8 @@ int compare(const CompareOptions& options, DrawDifferences draw) {
     }
     const text::Json tree =
         compareTree({options.a, a->diagnosis}, {options.b, b->diagnosis}, options.tolerance);
-    if (draw != nullptr) {
-        files::writePicture(options.output, draw(a->diagnosis, b->diagnosis, options.output));
+    if (drawn) {
+        files::writeOutput(options.output, draw(a->diagnosis, b->diagnosis, options));
     }
     if (options.json) {
         text::writeStdout(text::jsonText(tree, 2) + "\n");
@@ -164,11 +165,9 @@ std::string compareText(const text::Json& tree, const text::TextStyle& style) {
     return out.take();
 }
 
-int runCompare(const CompareOptions& options, DrawDifferences (*load)()) {
+int runCompare(const CompareOptions& options, DrawDifferences draw) {
     // To whoever asks by the exit status, nothing that goes wrong may look like a difference.
-    return text::guarded(
-        [&] { return compare(options, options.output.empty() ? nullptr : load()); },
-        exitNotCompared);
+    return text::guarded([&] { return compare(options, draw); }, exitNotCompared);
 }
 
 }  // namespace calcut::compare

@@ -93,12 +93,6 @@ void writeOutput(const std::string& path, std::string_view text) {
     text::refuseFor(path, error != 0 ? openReason(error) : "");
 }
 
-void writePicture(const std::string& path, const std::vector<std::uint8_t>& picture) {
-    text::refuseFor(path,
-                    picture.empty() ? "the picture could not be made (not enough memory?)" : "");
-    writeOutput(path, picture);
-}
-
 int writeAll(int descriptor, std::string_view text) {
     while (!text.empty()) {
         const ssize_t put = write(descriptor, text.data(), text.size());

@@ -29,9 +29,6 @@ inline void writeOutput(const std::string& path, std::span<const std::uint8_t> b
     writeOutput(path, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
 }
 
-/// The same for a picture, which is empty where it could not be made.
-void writePicture(const std::string& path, const std::vector<std::uint8_t>& picture);
-
 /// Writes all of a text to a descriptor. Returns errno, or 0 for success.
 int writeAll(int descriptor, std::string_view text);
 

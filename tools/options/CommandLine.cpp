@@ -131,18 +131,23 @@ void addInspectOptions(CLI::App& command, inspect::InspectOptions& options) {
 }
 
 std::string pictureFault(const std::string& name) {
-    return plot::isPictureName(name) ? "" : "the picture's name must end in .png or .svg";
+    return plot::isPictureName(name) ? "" : "the picture's name must end in .png, .svg or .pdf";
 }
 
 void addPlotOptions(CLI::App& command, plot::PlotOptions& options) {
-    addValue(command, "FILE", options.input, "", moduleText)->required();
+    addValue(command, "FILE", options.inputs, "",
+             "Dumps, packed calibrations, or - for standard input")
+        ->required();
     addValue(command, "-o,--output", options.output, "FILE",
-             "Picture to write: NAME.png or NAME.svg; - writes a PNG to standard output")
+             "Picture to write: NAME.png, NAME.svg or NAME.pdf; {stem} in it is the dump's name "
+             "without extension; - writes a PNG to standard output")
         ->required()
         ->check(pictureFault);
     addReading(command, options);
     command.add_flag("--shared-scale", options.sharedScale,
                      "One colour scale for the tables of all frequencies");
+    command.add_flag("--damaged", options.damaged,
+                     "Draw also what reads of a dump with faults, which are told in red");
 }
 
 std::string toleranceFault(const std::string& text) {
@@ -161,7 +166,7 @@ void addCompareOptions(CLI::App& command, compare::CompareOptions& options) {
         "(lens, tables, rays, PSF, ...); mask, integers, texts and custom fields must be equal")
         ->check(toleranceFault);
     addValue(command, "-o,--output", options.output, "FILE",
-             "Draw the differences of the tables: NAME.png or NAME.svg")
+             "Draw the differences of the tables: NAME.png, NAME.svg or NAME.pdf")
         ->check([](const std::string& name) { return pictureFault(name == "-" ? "" : name); });
     addReading(command, options);
 }
@@ -173,7 +178,7 @@ void checkCompare(const compare::CompareOptions& options) {
 }
 
 int compare(const compare::CompareOptions& options) {
-    return compare::runCompare(options, plot::loadDrawDifferences);
+    return compare::runCompare(options, plot::drawDifferences);
 }
 
 void addExportOptions(CLI::App& command, exporting::ExportOptions& options) {

@@ -1,58 +1,185 @@
 #include "tools/plot/Plot.h"
 
-#include <dlfcn.h>
+#include <spawn.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
 #include <filesystem>
-#include <string_view>
+#include <map>
+
+#include <fmt/format.h>
 
 #include "tools/commands.h"
 #include "tools/files/OutputFile.h"
-#include "tools/module/Module.h"
+#include "tools/text/Escape.h"
 #include "tools/text/Terminal.h"
 
 namespace calcut::plot {
 
 namespace {
 
-/// What calcut-plot.so has, which lies beside the command or in ../libexec/calcut.
-const Drawing& loadDrawing() {
+namespace fs = std::filesystem;
+using Words = std::vector<std::string>;
+
+/// How calcut-plot is called, which lies beside the command or in ../libexec/calcut. CALCUT_PYTHON
+/// names another interpreter than the one it was installed for.
+Words program() {
     std::error_code error;
-    const std::string folder =
-        std::filesystem::read_symlink("/proc/self/exe", error).parent_path().string();
-    for (const std::string& path :
-         {folder + "/calcut-plot.so", folder + "/../libexec/calcut/calcut-plot.so"}) {
-        if (!std::filesystem::exists(path, error)) {
-            continue;
+    const fs::path folder = fs::read_symlink("/proc/self/exe", error).parent_path();
+    for (const fs::path& path :
+         {folder / "calcut-plot", folder / "../libexec/calcut/calcut-plot"}) {
+        if (fs::exists(path, error)) {
+            const char* python = std::getenv("CALCUT_PYTHON");
+            return python != nullptr && *python != '\0' ? Words{python, path} : Words{path};
         }
-        void* part = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-        const auto* drawing =
-            static_cast<const Drawing*>(part == nullptr ? nullptr : dlsym(part, "calcutDrawing"));
-        if (drawing == nullptr || std::string_view(drawing->version) != CALCUT_VERSION) {
-            throw text::Refused(
-                "", drawing == nullptr ? dlerror() : path + " is of another version of calcut");
-        }
-        return *drawing;
     }
-    throw text::Refused("", "calcut-plot is not installed: this build was made without Cairo");
+    throw text::Refused(
+        "", "calcut-plot is not installed: this build was made without the Python module");
+}
+
+[[noreturn]] void refuseToRun(const Words& words, int error) {
+    throw text::Refused(words.front(),
+                        "{}; drawing needs Python (Debian: apt-get install python3 "
+                        "python3-numpy python3-matplotlib)",
+                        text::errnoText(error));
+}
+
+std::vector<char*> argumentsOf(Words& words) {
+    std::vector<char*> arguments;
+    std::ranges::transform(words, std::back_inserter(arguments),
+                           [](std::string& word) { return word.data(); });
+    arguments.push_back(nullptr);
+    return arguments;
+}
+
+template <class Options>
+void addReading(Words& words, const Options& options) {
+    words.insert(words.end(),
+                 {"--layout", options.layout ? module::layoutName(*options.layout) : "auto",
+                  "--max-size", fmt::format("{}", options.maxSize), "--error",
+                  text::paint(stderr, text::Colour::Red, "calcut:")});
+}
+
+/// A file in memory that a child process finds under its path.
+class SharedFile {
+  public:
+    explicit SharedFile(files::ByteView bytes = {}) : descriptor_(memfd_create("calcut", 0)) {
+        const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+        const int error = descriptor_ < 0 ? errno : files::writeAll(descriptor_, text);
+        if (error != 0) {
+            throw text::Refused("", "no room for a picture: {}", text::errnoText(error));
+        }
+    }
+    SharedFile(const SharedFile&) = delete;
+    SharedFile& operator=(const SharedFile&) = delete;
+    ~SharedFile() { (void)close(descriptor_); }
+
+    [[nodiscard]] int descriptor() const { return descriptor_; }
+    [[nodiscard]] std::string path() const { return fmt::format("/proc/self/fd/{}", descriptor_); }
+
+  private:
+    int descriptor_;
+};
+
+/// Runs a program with its standard output in the file. Returns what waitpid tells.
+int runInto(const SharedFile& file, Words words) {
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, file.descriptor(), STDOUT_FILENO);
+    pid_t child = 0;
+    const int error = posix_spawnp(&child, words.front().c_str(), &actions, nullptr,
+                                   argumentsOf(words).data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    if (error != 0) {
+        refuseToRun(words, error);
+    }
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    return status;
+}
+
+std::string kindOf(const std::string& name) {
+    return name == "-" ? ".png" : fs::path(name).extension().string();
 }
 
 }  // namespace
 
 bool isPictureName(const std::string& name) {
-    return name == "-" || name.ends_with(".png") || name.ends_with(".svg");
+    const std::string kind = kindOf(name);
+    return kind == ".png" || kind == ".svg" || kind == ".pdf";
+}
+
+std::vector<std::string> pictureNames(const PlotOptions& options) {
+    constexpr std::string_view stem = "{stem}";
+    std::vector<std::string> names;
+    std::map<std::string, std::string> inputOf;
+    for (const std::string& input : options.inputs) {
+        std::string name = options.output;
+        if (const std::size_t at = name.find(stem); at != std::string::npos) {
+            name.replace(at, stem.size(), input == "-" ? "stdin" : fs::path(input).stem().string());
+        }
+        const auto [other, isNew] = inputOf.try_emplace(name, input);
+        if (!isNew && kindOf(name) != ".pdf") {
+            throw text::Refused(name,
+                                "{} and {} would both be drawn into it (several dumps need "
+                                "{{stem}} in the name, or a .pdf)",
+                                text::escapePath(other->second), text::escapePath(input));
+        }
+        names.push_back(name);
+    }
+    return names;
 }
 
 int runPlot(const PlotOptions& options) {
-    const Drawing& drawing = loadDrawing();
-    files::checkWritable(options.output, {options.input});
-    const auto module = module::loadModule(options.input, options.layout, options.maxSize);
-    files::writePicture(options.output, drawing.sheet(module->diagnosis, options.input,
-                                                      options.sharedScale, options.output));
-    return exitOk;
+    Words words = program();
+    addReading(words, options);
+    const std::pair<bool, const char*> flags[] = {
+        {options.sharedScale, "--shared-scale"},
+        {options.damaged, "--damaged"},
+        {text::terminal().verbosity == text::Verbosity::Quiet, "--quiet"}};
+    for (const auto& [isSet, flag] : flags) {
+        if (isSet) {
+            words.emplace_back(flag);
+        }
+    }
+    words.emplace_back("--");
+    const std::vector<std::string> names = pictureNames(options);
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        files::checkWritable(names[i], options.inputs);
+        words.insert(words.end(), {names[i], options.inputs[i]});
+    }
+    text::finishStdout();
+    execvp(words.front().c_str(), argumentsOf(words).data());
+    refuseToRun(words, errno);
 }
 
-compare::DrawDifferences loadDrawDifferences() {
-    return loadDrawing().differences;
+std::vector<std::uint8_t> drawDifferences(const module::Diagnosis& a, const module::Diagnosis& b,
+                                          const compare::CompareOptions& options) {
+    const SharedFile ofA(a.file);
+    const SharedFile ofB(b.file);
+    const SharedFile picture;
+    Words words = program();
+    addReading(words, options);
+    if (options.tolerance) {
+        words.insert(words.end(), {"--tolerance", fmt::format("{}", *options.tolerance)});
+    }
+    words.insert(words.end(), {"--differences", "--", kindOf(options.output).substr(1), options.a,
+                               ofA.path(), options.b, ofB.path()});
+    const int status = runInto(picture, std::move(words));
+    const off_t size = lseek(picture.descriptor(), 0, SEEK_END);
+    std::vector<std::uint8_t> bytes(status == 0 && size > 0 ? static_cast<std::size_t>(size) : 0);
+    if (bytes.empty() || pread(picture.descriptor(), bytes.data(), bytes.size(), 0) != size) {
+        throw text::Refused(options.output,
+                            WIFSIGNALED(status)
+                                ? fmt::format("not drawn: ended by signal {}", WTERMSIG(status))
+                                : "not drawn");
+    }
+    return bytes;
 }
 
 }  // namespace calcut::plot

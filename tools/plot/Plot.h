@@ -1,6 +1,5 @@
-// calcut plot: a calibration as a picture; the pictures of calcut compare; and the part of the
-// command that draws both, calcut-plot.so. It is loaded only by who draws, so that no other
-// subcommand loads the drawing library.
+// Pictures: calcut plot, and those of calcut compare. The Python package draws them (calcut.plot);
+// here its program calcut-plot is found and run.
 #pragma once
 
 #include <cstdint>
@@ -15,37 +14,29 @@
 namespace calcut::plot {
 
 struct PlotOptions {
-    std::string input;                     ///< dump or bare calibration, "-" for standard input
-    std::string output;                    ///< *.png or *.svg; "-" for a PNG on standard output
+    std::vector<std::string> inputs;  ///< dumps or bare calibrations, "-" for standard input
+    /// *.png, *.svg or *.pdf, with "{stem}" for the name of each dump without its extension; "-"
+    /// for a PNG on standard output. Several dumps may share a PDF.
+    std::string output;
     std::optional<module::Layout> layout;  ///< by its first bytes when not set
     std::uint64_t maxSize = files::defaultMaxSize;
     bool sharedScale = false;  ///< one colour scale for the tables of all frequencies
+    bool damaged = false;      ///< draw what reads of a dump with faults
 };
 
-/// Whether a picture can have this name: *.png, *.svg, or "-".
+/// Whether a picture can have this name.
 bool isPictureName(const std::string& name);
 
-/// Draws the sheet. Returns the exit status.
+/// The picture of each input. Throws Refused where several inputs would be drawn into one file
+/// that has no pages.
+std::vector<std::string> pictureNames(const PlotOptions& options);
+
+/// Draws the sheets: becomes the program calcut-plot. Returns only by throwing Refused.
 int runPlot(const PlotOptions& options);
 
-/// For runCompare.
-compare::DrawDifferences loadDrawDifferences();
-
-/// Functions that make pictures; the output's name decides the format, and an empty result is a
-/// picture that could not be made.
-struct Drawing {
-    const char* version;  ///< of calcut; both sides must be of one
-    /// A calibration that reads, on one page, with the name of its file. sharedScale: the pixel
-    /// tables of all frequencies in the same colours.
-    std::vector<std::uint8_t> (*sheet)(const module::Diagnosis& module, const std::string& input,
-                                       bool sharedScale, const std::string& output);
-    /// B - A for each table that both have in the same shape.
-    compare::DrawDifferences differences;
-};
-
-extern "C" {
-/// What calcut-plot.so exports.
-extern const Drawing calcutDrawing;
-}
+/// The picture of a comparison, in the format that options.output names. Throws Refused when it
+/// cannot be made.
+std::vector<std::uint8_t> drawDifferences(const module::Diagnosis& a, const module::Diagnosis& b,
+                                          const compare::CompareOptions& options);
 
 }  // namespace calcut::plot
