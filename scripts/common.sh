@@ -9,13 +9,14 @@ export CTEST_PARALLEL_LEVEL=$jobs
 # Debian packages: what the library needs, what the command needs too, and the tests.
 library_packages=(g++ cmake ninja-build)
 build_packages=(
-  "${library_packages[@]}" pkg-config
-  libcli11-dev libfmt-dev nlohmann-json3-dev libcairo2-dev
+  "${library_packages[@]}" libcli11-dev libfmt-dev nlohmann-json3-dev
 )
 # The last three read what calcut export writes.
 test_packages=(libgtest-dev python3-numpy python3-yaml python3-opencv)
-# The Python module and its tests.
-python_packages=(python3-dev pybind11-dev python3-numpy python3-pandas python3-pytest)
+# The Python module and its pictures, which calcut plot and calcut compare draw with, too.
+plot_packages=(python3-dev pybind11-dev python3-numpy python3-matplotlib python3-pypdf)
+# All of the Python package and its tests.
+python_packages=("${plot_packages[@]}" python3-pandas python3-pytest)
 
 missing_packages() {
   local package

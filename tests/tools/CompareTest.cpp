@@ -166,7 +166,8 @@ TEST(Compare, ExitStatuses) {
     writeBytes(dir / "a.png", smallPacked());
     writeBytes(dir / "b", packed([](Calibration& c) { c.text1 = "another"; }));
     writeBytes(dir / "broken", prefix(smallPacked(), 100));
-    const auto draw = [](const auto&, const auto&, const CompareOptions& options) -> Bytes {
+    const auto draw = [](const auto&, const auto&,
+                         const compare::CompareOptions& options) -> Bytes {
         throw text::Refused(options.output, "not drawn");
     };
     using Case = std::tuple<const char*, const char*, const char*, int>;

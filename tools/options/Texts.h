@@ -64,11 +64,19 @@ Examples:
   calcut inspect module.bin
   calcut inspect module.bin --json | jq .record.lens)"};
 
-inline constexpr Help plotHelp = {"plot", "Draw a calibration on one sheet",
-                                  R"(Exit status: 0 the sheet was written, 1 it was not, 2 usage.
+inline constexpr Help plotHelp = {
+    "plot", "Draw calibrations, each on one sheet",
+    R"(The sheet has the mask, ray directions, every table, what a smooth fit leaves of the pixel
+tables, the small tables of each frequency, and the straylight model. Several dumps become
+pages of one PDF, or files of their own with {stem} in the name. Drawing needs Python with
+matplotlib; CALCUT_PYTHON names another interpreter.
+
+Exit status: 0 the sheets were written, 1 one was not, 2 usage.
 
 Examples:
-  calcut plot module.bin -o sheet.png)"};
+  calcut plot module.bin -o sheet.png
+  calcut plot line/*.bin -o sheets.pdf
+  calcut plot line/*.bin -o 'sheets/{stem}.png')"};
 
 inline constexpr Help compareHelp = {
     "compare", "Show how two modules differ",
