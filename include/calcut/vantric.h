@@ -6,9 +6,9 @@
  *  1. Plain C11 (also valid C++17/20), C linkage. No function throws.
  *  2. A status is an unsigned 32-bit number: 0 is success, every failure has the top bit set. A
  *     result documented as "size or status" is the same number read as signed: negative is failure.
- *     One status has the top bit set and is no failure: VANTRIC_WARN_PARTIAL, which can only come
- *     from a handler of the host's own, hands out a record too. So set the pointer to null before a
- *     read and release it afterwards whatever the status; status.h gives a status its name.
+ *     One status has the top bit set and is no failure: VANTRIC_WARN_PARTIAL, which only a host's
+ *     handler returns, hands out a record too. So set the pointer to null before a read, and
+ *     release it afterwards whatever the status. status.h names the statuses.
  *  3. Unset values are 0xFFFFFFFF, 0xFFFF, 0xFF and NaN.
  *  4. Memory comes from malloc and goes back with free. A record owns every buffer it points to; a
  *     caller releases records with vantric_freeCalibration and never a part of one. Numbers in a
@@ -17,8 +17,8 @@
  *  6. All computation is in single precision, in the order of the documented formulas, never fused.
  *  7. Pixels are stored row by row; pixel (u, v) is element v * columns + u, and its centre has the
  *     coordinates (u, v) themselves, without a half-pixel offset.
- *  8. The handler registry is guarded by a lock; everything else works only on what it is given, so
- *     different records may be used by different threads at once.
+ *  8. The handler registry is guarded by a lock. Everything else works on its arguments alone, so
+ *     threads may use different records at the same time.
  */
 #ifndef CALCUT_VANTRIC_H
 #define CALCUT_VANTRIC_H
@@ -184,8 +184,14 @@ typedef struct RXReadResult {
 typedef struct VantricCalibrationHandler {
     /** nonzero when this handler reads this data */
     int (*supports)(const uint8_t* data, size_t size);
-    /** fills the record; only status of the result is used. (A C function that returns a plain
-        uint32_t works too on the supported ABIs, since status is the low half of the pair.) */
+    /** fills the record; only status of the result is used. A function that returns a plain status
+        takes three lines to adapt, in C as in C++:
+
+            static RXReadResult adapt(const uint8_t* data, size_t size, VantricCalibration* out) {
+                const RXReadResult result = {readMine(data, size, out), 255};
+                return result;
+            }
+    */
     RXReadResult (*readCalibration)(const uint8_t* data, size_t size, VantricCalibration* record);
     /** copies the custom blocks into the prepared customFields; may be null */
     uint32_t (*readCustomFields)(const uint8_t* data, size_t size, VantricCalibration* record);
@@ -208,14 +214,20 @@ typedef struct VantricCalibrationHandler {
  * @param data, size  the calibration; only read, not kept
  * @param out         receives the new record on VANTRIC_OK and VANTRIC_WARN_PARTIAL, owned by the
  *                    caller; untouched otherwise, so set it to null before and release it after
- * @return VANTRIC_OK; VANTRIC_WARN_PARTIAL (from a handler); VANTRIC_ERR_NOT_SUPPORTED when no
- *         handler accepts the data; VANTRIC_ERR_INVALID_DATA when it has no pixels; otherwise the
- *         handler's status, for packed data any of VANTRIC_ERR_END_OF_DATA, _VALUE_UNSET,
- *         _BUFFER_TOO_SMALL (also when memory runs out), _COUNT_TOO_SMALL, _INVALID_DATA,
- *         _FIELD_EMPTY, and with directions VANTRIC_ERR_ALREADY_SET for an image whose rays cannot
- *         be counted in 32 bits (above 1,431,655,765 pixels). A pixel count of 2^31 or more is
- *         negative and comes back as it stands. Out of memory for the record's main parts, the
- *         table of blocks or the PSF's curve aborts.
+ * @return a status:
+ *
+ *         | status                | when                                                          |
+ *         | --------------------- | ------------------------------------------------------------- |
+ *         | VANTRIC_OK            | the record is complete                                        |
+ *         | VANTRIC_WARN_PARTIAL  | a host's handler says so; the record is handed out            |
+ *         | ..._ERR_NOT_SUPPORTED | no handler accepts the data                                   |
+ *         | ..._ERR_INVALID_DATA  | the image has no pixels                                       |
+ *         | any other             | of the handler; for packed data those of                      |
+ *         |                       | vantric_readRXCalibration and, with directions,               |
+ *         |                       | vantric_calcRXPsfAndDirections                                |
+ *         | the pixel count       | it is 2^31 or more and so, read as signed, negative           |
+ *
+ *         Out of memory for the record's main parts, the table of blocks or the PSF's curve aborts.
  */
 CALCUT_EXPORT uint32_t vantric_readCalibration(const uint8_t* data, size_t size,
                                                VantricCalibration** out);
@@ -257,7 +269,12 @@ CALCUT_EXPORT uint32_t vantric_getTemporaryMemorySize(void);
 
 /**
  * Gives a record without PSF a copy of the caller's PSF. Neither checks nor sets psfWidth and
- * psfHeight; when these are set and name more elements than count, the rest is filled with 0.
+ * psfHeight. When these are set and name more elements than count, up to VANTRIC_MAX_PSF_ELEMENTS,
+ * the rest is filled with 0. Beyond that limit the PSF has count elements, whatever the sizes say,
+ * and copies of the record leave it out.
+ *
+ * Add a PSF after the packed read that fills the record: a read drops the PSF when a straylight
+ * block comes.
  * @param values  count floats, row by row
  * @return VANTRIC_OK; VANTRIC_ERR_ALREADY_SET (nothing changed) when there is a PSF already;
  *         VANTRIC_ERR_BUFFER_TOO_SMALL when memory runs out
@@ -268,6 +285,9 @@ CALCUT_EXPORT uint32_t vantric_addPsf(VantricCalibration* calibration, const flo
 /**
  * Gives a record without directions a copy of the caller's directions. When the image has more
  * than count pixels, the rest is filled with 0.
+ *
+ * Add directions after the packed read that fills the record: a read that changes imagerArea drops
+ * them. The first read into a new record does that, since nobody knows how many they were.
  * @param values  count x 3 floats
  * @return as vantric_addPsf
  */
@@ -290,20 +310,27 @@ CALCUT_EXPORT void vantric_clearCalibrationHandlers(void);
 /** The chosen handler's getCalibrationType(); 0 when none accepts the data. */
 CALCUT_EXPORT uint32_t vantric_dispatchGetCalibrationType(const uint8_t* data, size_t size);
 
-/**
- * The chosen handler's readCalibration status; VANTRIC_ERR_NOT_SUPPORTED when none accepts.
+/* Reading into a record twice
  *
- * Records are meant for one read. That the record was made for at least as many pixels as are read
- * into it stays the caller's duty: a record does not know how many it was made for.
+ * Records are meant for one read. The record must have been made for at least as many pixels as are
+ * read into it; that is the caller's duty, since a record does not know how many it was made for.
  *
- * What the packed format does on a second read into a record (of type 3, or with an image area that
- * a host has set; a read that failed behind the header counts): the record has the room of the
- * smallest image that it was given, also of one with 0 pixels, and each counted array that of the
- * count which the last block for it had, refused or not; more gives VANTRIC_ERR_BUFFER_TOO_SMALL.
- * It keeps what the new calibration does not bring and appends the date to the one that is there.
- * Custom data is dropped, directions when the image size changes, and the PSF when a straylight
- * block comes.
+ * A packed read takes a record for one that was read before when it has type 3, or an imagerArea
+ * with pixels. A read that failed behind the file header counts. Then:
+ *
+ * | part                       | what a second read does                                          |
+ * | -------------------------- | ---------------------------------------------------------------- |
+ * | room for pixels            | that of the smallest image so far, also of one with 0 pixels     |
+ * | room of a counted array    | the count of the last block for it, even of a refused one        |
+ * | more than there is room    | VANTRIC_ERR_BUFFER_TOO_SMALL                                     |
+ * | text0 (the date)           | the new date is appended                                         |
+ * | custom data                | dropped                                                          |
+ * | directions                 | dropped when columns or rows change                              |
+ * | psf                        | dropped when a straylight block comes or the PSF's size changes  |
+ * | what the data do not bring | kept                                                             |
  */
+
+/** The chosen handler's readCalibration status; VANTRIC_ERR_NOT_SUPPORTED when none accepts. */
 CALCUT_EXPORT uint32_t vantric_dispatchReadCalibration(const uint8_t* data, size_t size,
                                                        VantricCalibration* record);
 
@@ -344,15 +371,18 @@ typedef enum VantricFieldId {
 /**
  * Reads the custom blocks, once per record, into buffers that the record owns.
  * @param data, size  the bytes from which the record was read
- * @return the handler's status, for packed data VANTRIC_OK, VANTRIC_ERR_NOT_SUPPORTED,
- *         VANTRIC_ERR_END_OF_DATA, VANTRIC_ERR_BUFFER_TOO_SMALL (packed kinds, a block above 255
- *         bytes, an id in a gap, or no memory) or VANTRIC_ERR_INVALID_DATA (ids not ascending, a
- *         kind above 6, bad bits, or an id more than 4 above the first); VANTRIC_OK when no handler
- *         reads custom fields, which are then zero; VANTRIC_ERR_INVALID_ARGUMENT for a null record
- *         and for every call after the first on a record with custom fields, whatever the first one
- *         answered. After a failure the fields decoded before the failing block can be fetched, and
- *         the rest are zero. Only when memory for one of the buffers runs out is the record left as
- *         it was, and the call may be repeated.
+ * @return the handler's status, for packed data that of vantric_readRXCustomData; besides:
+ *
+ *         | status                   | when                                                       |
+ *         | ------------------------ | ---------------------------------------------------------- |
+ *         | VANTRIC_OK               | also when no handler reads custom fields: they are zero    |
+ *         | ..._ERR_INVALID_ARGUMENT | null record; every call after the first on a record with   |
+ *         |                          | custom fields, whatever the first one returned             |
+ *         | ..._ERR_BUFFER_TOO_SMALL | no memory for the buffers: the record is as it was, and    |
+ *         |                          | the call may be repeated                                   |
+ *
+ *         After any other failure the fields decoded before the failing block can be fetched, and
+ *         the rest are zero.
  */
 CALCUT_EXPORT uint32_t vantric_readCustomFields(const uint8_t* data, size_t size,
                                                 VantricCalibration* record);
@@ -418,7 +448,7 @@ CALCUT_EXPORT void vantric_freePoly(VantricPoly* handle);
 
 /**
  * The curve at t, or NaN outside the nodes, for NaN, and for handles of fewer than two nodes. An
- * inner node belongs to the segment below it, which shows where two nodes have the same position.
+ * inner node belongs to the segment below it; that matters where two nodes have the same position.
  */
 CALCUT_EXPORT float vantric_cinterpol(const VantricPoly* handle, float t);
 
@@ -436,8 +466,8 @@ CALCUT_EXPORT float vantric_cinterpol_def(const VantricPoly* handle, float t, fl
  * @param count           length of directions in floats: columns x rows x 3
  * @param lensParameters  fx, fy, cx, cy (pixels), k1, k2, p1, p2, k3
  * @param imagerArea      image size; areaX and areaY only have to lie inside it
- * @return VANTRIC_OK; VANTRIC_ERR_ALREADY_SET, nothing written, when count does not match, or
- *         areaX > columns, or areaY > rows
+ * @return VANTRIC_OK, also for an image without pixels; VANTRIC_ERR_ALREADY_SET, nothing written,
+ *         when count does not match, areaX > columns, or areaY > rows
  */
 CALCUT_EXPORT uint32_t vantric_updateDirections(float* directions, uint32_t count,
                                                 const float* lensParameters,
@@ -450,10 +480,17 @@ CALCUT_EXPORT uint32_t vantric_updateDirections(float* directions, uint32_t coun
  * straylightOffset is added everywhere, then element 0 becomes straylightCentre. The origin point
  * stays in the record. A PSF of 0 columns or rows gets one element, straylightCentre.
  *
- * @return VANTRIC_OK; VANTRIC_ERR_INVALID_ARGUMENT for a null record, without straylight model or
- *         without points; VANTRIC_ERR_ALREADY_SET when there is a PSF; VANTRIC_ERR_BUFFER_TOO_SMALL
- *         for more than 13 points, more than VANTRIC_MAX_PSF_ELEMENTS elements, or no memory.
- *         Failures leave the record unchanged. Aborts as vantric_createPolyHandle.
+ * @return a status; failures leave the record unchanged:
+ *
+ *         | status                   | when                                                       |
+ *         | ------------------------ | ---------------------------------------------------------- |
+ *         | VANTRIC_OK               | the record has its PSF                                     |
+ *         | ..._ERR_INVALID_ARGUMENT | null record, no straylight model, or no points             |
+ *         | ..._ERR_ALREADY_SET      | there is a PSF                                             |
+ *         | ..._ERR_BUFFER_TOO_SMALL | more than 13 points, more than VANTRIC_MAX_PSF_ELEMENTS    |
+ *         |                          | elements, or no memory                                     |
+ *
+ *         Aborts as vantric_createPolyHandle.
  */
 CALCUT_EXPORT uint32_t vantric_allocateAndCalculatePsf(VantricCalibration* record);
 
@@ -485,7 +522,7 @@ CALCUT_EXPORT void vantric_printfTrace(const char* prefix, const char* format, .
 #endif
     ;
 
-/** Prints the 32 bits of value, least significant first, and nothing else: no name, no line end. */
+/** Prints the 32 bits of value, least significant first, without name and line end. */
 CALCUT_EXPORT void vantric_printfTraceUint32Bits(const char* name, uint32_t value);
 
 #ifdef __cplusplus

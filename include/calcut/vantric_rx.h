@@ -152,15 +152,16 @@ typedef struct RXBlockHeader {
 
 /**
  * Reads the file header at the cursor.
- * @return VANTRIC_OK; VANTRIC_ERR_NOT_SUPPORTED (cursor unmoved) when the magic differs;
- *         VANTRIC_ERR_END_OF_DATA when the buffer is too short
+ * @return VANTRIC_OK; VANTRIC_ERR_NOT_SUPPORTED when the magic differs (cursor unmoved);
+ *         VANTRIC_ERR_END_OF_DATA when the buffer ends inside the magic (cursor unmoved) or behind
+ *         it (cursor behind the magic)
  */
 CALCUT_EXPORT uint32_t vantric_readRXHeader(VantricStream* stream, RXHeader* header);
 
 /**
  * Reads a block header at the cursor. Count codes: 0 is one element per pixel, 1 to 248 the count
- * itself, 249 a 32-bit count that follows, 250 to 255 are 2 to 7 elements per pixel. A bits byte
- * behind a long count that the buffer does not have counts as 0; the cursor moves over it.
+ * itself, 249 a 32-bit count that follows, 250 to 255 are 2 to 7 elements per pixel. Where the
+ * buffer ends behind a long count, a missing bits byte counts as 0 and the cursor moves over it.
  * @param header  gives the pixel count
  * @return VANTRIC_OK, also for the end marker; VANTRIC_ERR_END_OF_DATA; VANTRIC_ERR_INVALID_DATA
  *         for a kind above 6. On failure the cursor stands behind the last field read.
@@ -178,12 +179,16 @@ CALCUT_EXPORT uint64_t vantric_getRXPackedBlockSize(const RXBlockHeader* block);
  * @param scratch, scratchSize  for the packed kinds at least packed plus unpacked bytes; null and 0
  *                              for the others. Its content afterwards is unspecified.
  * @param dest, destSize        receives vantric_getRXUnpackedBlockSize bytes, at any alignment
- * @return VANTRIC_OK, cursor behind the payload; VANTRIC_ERR_BUFFER_TOO_SMALL for a destination or
- *         scratch too small (cursor unmoved); VANTRIC_ERR_END_OF_DATA when the payload runs past
- *         the buffer (cursor unmoved) or holds fewer values than count (cursor behind it);
- *         VANTRIC_ERR_INVALID_DATA for packed kinds with bits 0 or above 31 (cursor behind it);
- *         VANTRIC_ERR_ALREADY_SET for an unknown kind (cursor behind it). dest may hold a partly
- *         decoded block after a failure.
+ * @return a status; dest may hold a partly decoded block after a failure:
+ *
+ *         | status                   | when                                    | cursor     |
+ *         | ------------------------ | --------------------------------------- | ---------- |
+ *         | VANTRIC_OK               | dest holds the block                    | behind it  |
+ *         | ..._ERR_BUFFER_TOO_SMALL | destination or scratch too small        | unmoved    |
+ *         | ..._ERR_END_OF_DATA      | the payload runs past the buffer        | unmoved    |
+ *         |                          | the payload holds too few values        | behind it  |
+ *         | ..._ERR_INVALID_DATA     | packed kind with bits 0 or above 31     | behind it  |
+ *         | ..._ERR_ALREADY_SET      | unknown kind                            | behind it  |
  */
 CALCUT_EXPORT uint32_t vantric_decodeRXBlock(VantricStream* stream, const RXBlockHeader* block,
                                              uint8_t* scratch, uint64_t scratchSize, uint8_t* dest,
@@ -207,8 +212,9 @@ typedef struct RXBlockExpectation {
  * @param source      sourceSize bytes of decoded elements, at the start of a scratch of 4 bytes per
  *                    pixel of the image; the scratch is zero behind them as far as no earlier block
  *                    of the read was decoded into it
- * @param destination destinationSize bytes or entries. The scratch has 4 bytes for each of these,
- * too, so a size beyond all memory fails the read (VANTRIC_ERR_BUFFER_TOO_SMALL).
+ * @param destination, destinationSize  as the entry has them; nothing else uses the size. The
+ *                    function may copy a word to each entry of its destination, whatever the size
+ *                    of the block: the scratch has zeros for so many words, if memory allows.
  * @param countField  receives the number of entries written; may be null
  * @return VANTRIC_OK; any other status fails the read with it
  */
@@ -227,7 +233,8 @@ typedef struct RXTableEntry {
     RXBlockExpectation* expectation; /**< inside the table's expectations, or null */
 } RXTableEntry;
 
-/** The blocks that a reader understands. Owns entries and expectations. */
+/** The blocks that a reader understands. Owns entries and expectations. The ids and the number of
+ * entries must not change during a read. */
 typedef struct RXBlockTable {
     /** 1 when the block opens a frequency record */
     int (*isFrequencyBlock)(const RXBlockHeader* block);
@@ -277,8 +284,8 @@ CALCUT_EXPORT void vantric_freeRXTable(RXBlockTable* table);
 /**
  * The table of the packed calibrations that this library reads ("Tessaly"), bound to a record.
  * @param numPixels  pixels for which the record was made
- * @return the table with its 66 entries; null when memory for them, or for the record's
- * frequencies, ran out. Aborts when the table record cannot be allocated.
+ * @return the table with its 66 entries; null when memory for them or for the record's frequencies
+ *         ran out. Aborts when the table record cannot be allocated.
  */
 CALCUT_EXPORT RXBlockTable* vantric_createTessalyTable(VantricCalibration* calibration,
                                                        uint64_t numPixels);
@@ -287,27 +294,47 @@ CALCUT_EXPORT RXBlockTable* vantric_createTessalyTable(VantricCalibration* calib
 
 /**
  * Walks the blocks once and fills table->context, which must have been made for at least the pixels
- * of the file header (the caller's duty); a record of type 3 that was given a smaller image, also
- * one of 0 pixels, gives VANTRIC_ERR_BUFFER_TOO_SMALL (see vantric_dispatchReadCalibration for
- * second reads). The image size of the record is that of the file header, also when a block fails
- * then. Always frees the table.
- * @param stream  at the file header
- * @param table   null gives VANTRIC_ERR_BUFFER_TOO_SMALL, one without context or callbacks
- *                VANTRIC_ERR_INVALID_ARGUMENT
- * @return status, one of VANTRIC_OK, VANTRIC_ERR_NOT_SUPPORTED, _END_OF_DATA, _VALUE_UNSET,
- *         _BUFFER_TOO_SMALL, _COUNT_TOO_SMALL, _INVALID_DATA, _FIELD_EMPTY or a hook's own; and the
- *         id of the block that failed or is missing, 255 for failures outside a block. After a
- *         failure the record holds the blocks decoded before it.
+ * of the file header (the caller's duty; vantric.h says what a second read into a record does). The
+ * record's image size is that of the file header, even when a block fails. Always frees the table.
+ * @param stream  at the file header, which is read before the table is looked at
+ * @param table   with a context and all three callbacks
+ * @return a status, and the id of the block that failed or is missing, 255 where there is none. The
+ *         record holds the blocks decoded before a failure.
+ *
+ *         | status                   | when                                                       |
+ *         | ------------------------ | ---------------------------------------------------------- |
+ *         | VANTRIC_OK               | every block was read, and none is missing                  |
+ *         | ..._ERR_NOT_SUPPORTED    | another magic                                              |
+ *         | ..._ERR_END_OF_DATA      | the data end inside a header or payload, or a payload      |
+ *         |                          | holds fewer values than its count                          |
+ *         | ..._ERR_INVALID_ARGUMENT | the table has no context or lacks a callback               |
+ *         | ..._ERR_VALUE_UNSET      | id codes or straylight are there, but unset                |
+ *         | ..._ERR_BUFFER_TOO_SMALL | a block larger than its place or the scratch, a sixth      |
+ *         |                          | custom block, a record with less room than pixels, a null  |
+ *         |                          | table, or no memory                                        |
+ *         | ..._ERR_COUNT_TOO_SMALL  | a block with fewer elements than its entry wants           |
+ *         | ..._ERR_INVALID_DATA     | ids that do not ascend, a kind above 6 or not acceptable,  |
+ *         |                          | bits 0 or above 31, a block of the wrong size              |
+ *         | ..._ERR_FIELD_EMPTY      | a required block is missing, or the first block of a       |
+ *         |                          | frequency                                                  |
+ *         | any other                | a host's callback or copy function returned it             |
  */
 CALCUT_EXPORT RXReadResult vantric_readRXCalibration(VantricStream* stream, RXBlockTable* table);
 
 /**
  * Walks the blocks a second time and copies the custom blocks into calibration->customFields, whose
  * data must have been allocated. Custom blocks must be of kinds 0 to 4.
- * @return VANTRIC_OK; VANTRIC_ERR_NOT_SUPPORTED for another magic; VANTRIC_ERR_END_OF_DATA where
- *         the data ends; VANTRIC_ERR_BUFFER_TOO_SMALL for a packed kind and a block larger than its
- *         field (fields not in use have size 0); VANTRIC_ERR_INVALID_DATA for ids that do not
- *         ascend, kinds above 6, bad bits, and ids more than 4 above firstCustomFieldId
+ * @return a status:
+ *
+ *         | status                   | when                                                       |
+ *         | ------------------------ | ---------------------------------------------------------- |
+ *         | VANTRIC_OK               | every custom block is in its field                         |
+ *         | ..._ERR_NOT_SUPPORTED    | another magic                                              |
+ *         | ..._ERR_END_OF_DATA      | the data end inside a header or payload                    |
+ *         | ..._ERR_BUFFER_TOO_SMALL | a packed kind, or a block larger than its field: above 255 |
+ *         |                          | bytes, or in a gap, where fields have size 0               |
+ *         | ..._ERR_INVALID_DATA     | ids that do not ascend or lie more than 4 above            |
+ *         |                          | firstCustomFieldId, a kind above 6, bits 0 or above 31     |
  */
 CALCUT_EXPORT uint32_t vantric_readRXCustomData(VantricStream* stream,
                                                 VantricCalibration* calibration);
@@ -329,8 +356,8 @@ CALCUT_EXPORT uint32_t vantric_getRXCalibrationType(void);
 
 /**
  * Reads a packed calibration into a record that was made for its number of pixels.
- * @return as vantric_readRXCalibration (aborts as vantric_createTessalyTable);
- * VANTRIC_ERR_NOT_SUPPORTED when the header does not read or its version is not 1
+ * @return as vantric_readRXCalibration; VANTRIC_ERR_NOT_SUPPORTED when the header does not read, or
+ *         its version is not 1. Aborts as vantric_createTessalyTable.
  */
 CALCUT_EXPORT RXReadResult vantric_readRXHandlerCalibration(const uint8_t* data, size_t size,
                                                             VantricCalibration* calibration);
@@ -341,11 +368,18 @@ CALCUT_EXPORT uint32_t vantric_readRXCustomFields(const uint8_t* data, size_t si
 
 /**
  * Computes directions, which replace earlier ones, and then, when the record has a straylight
- * model, the PSF. Where no directions can be had the earlier ones stay; where only the PSF is
- * refused, the new ones do.
+ * model, the PSF. When the directions are refused, earlier ones stay. When only the PSF is refused,
+ * the new directions stay.
  * @param numPixels  columns x rows of the record
- * @return VANTRIC_OK; VANTRIC_ERR_BUFFER_TOO_SMALL when memory runs out or there are no lens
- *         parameters; the statuses of vantric_updateDirections and vantric_allocateAndCalculatePsf
+ * @return a status:
+ *
+ *         | status                   | when                                                       |
+ *         | ------------------------ | ---------------------------------------------------------- |
+ *         | VANTRIC_OK               | directions, and with a straylight model the PSF, are there |
+ *         | ..._ERR_ALREADY_SET      | numPixels is not that of the image, or above 1,431,655,765,|
+ *         |                          | whose floats cannot be counted in 32 bits; there is a PSF  |
+ *         | ..._ERR_INVALID_ARGUMENT | a straylight model without points                          |
+ *         | ..._ERR_BUFFER_TOO_SMALL | no memory, no lens parameters, too many points or elements |
  */
 CALCUT_EXPORT uint32_t vantric_calcRXPsfAndDirections(VantricCalibration* calibration,
                                                       uint32_t numPixels);

@@ -5,6 +5,7 @@
 #include <tuple>
 
 #include "calcut/vantric_rx.h"
+#include "calibration/packed/Block.h"
 #include "fixtures.h"
 
 using namespace fixtures;
@@ -138,6 +139,11 @@ TEST(Block, RoundedSizeLeavesTooFewWords) {
         EXPECT_EQ(stream.position, payload.size());
         EXPECT_EQ(dest[dest.size() - 8], kind == RX_KIND_PACKED_UINT ? 1 : 0);
         EXPECT_EQ(dest[dest.size() - 4], 0);
+        stream.position = 0;
+        const vantric::Refusal why =
+            vantric::takePayload(stream, block, UINT64_MAX, UINT64_MAX).refusal;
+        EXPECT_EQ(std::tuple(why.cause, why.expected, why.found),
+                  std::tuple(vantric::Cause::tooFewWords, 16777217, 0));
     }
 }
 
