@@ -22,6 +22,40 @@ static void expect(int holds, const char* condition, int line) {
     }
 }
 
+// Functions of the host's that happen to bear names of the library's: its bounds check, and one
+// that every read goes through. The library must not call them.
+static void expectNoCall(void) {
+    fprintf(stderr, "host.c: the library called a function of its host\n");
+    exit(1);
+}
+
+uint32_t vantric_canRead(const VantricStream* stream, uint64_t count) {
+    (void)stream;
+    (void)count;
+    expectNoCall();
+    return VANTRIC_OK;
+}
+
+int32_t vantric_dispatchGetNumPixels(const uint8_t* data, size_t size) {
+    (void)data;
+    (void)size;
+    expectNoCall();
+    return 0;
+}
+
+// A handler of the host's own is put together from the library's functions, and must be recognised.
+static void useHandler(void) {
+    const VantricCalibrationHandler own = vantric_getRXCalibrationHandler();
+    EXPECT(own.supports == vantric_supportsRXCalibration);
+    EXPECT(own.readCalibration == vantric_readRXHandlerCalibration);
+    EXPECT(own.readCustomFields == vantric_readRXCustomFields);
+    EXPECT(own.calcPsfAndDirections == vantric_calcRXPsfAndDirections);
+    EXPECT(own.getCalibrationType == vantric_getRXCalibrationType);
+    EXPECT(own.getNumPixels == vantric_getRXNumPixels);
+    EXPECT(vantric_registerCalibrationHandler(&own) == 1);
+    EXPECT(vantric_registerCalibrationHandler(&own) == 0);
+}
+
 static void useFields(const uint8_t* data, size_t size, VantricCalibration* record) {
     float lens[VANTRIC_LENS_PARAMETERS];
     EXPECT(vantric_getFieldSize(VANTRIC_FIELD_LENS_PARAMETERS, record) == (int32_t)sizeof lens);
@@ -87,6 +121,7 @@ static void useNames(void) {
 int main(int argc, char** argv) {
     EXPECT(argc == 3);
     useNames();
+    useHandler();
     // A dump that is missing or empty would end the process.
     FILE* file = fopen(argv[1], "rb");
     EXPECT(file != NULL && fgetc(file) != EOF);
