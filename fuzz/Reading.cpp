@@ -1,7 +1,9 @@
 #include "Reading.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
+#include <memory>
 
 #include "targets.h"
 
@@ -47,6 +49,39 @@ void touchRecord(const VantricCalibration& record, std::uint64_t pixels) {
             touch(table->third, table->capacity);
         }
     }
+}
+
+std::uint64_t imagePixels(const VantricCalibration& record) {
+    return std::uint64_t{record.imagerArea.columns} * record.imagerArea.rows;
+}
+
+void touchLiveRecord(const VantricCalibration& record) {
+    VantricCalibration view = record;
+    const auto limit = [](std::uint8_t& count, std::uint8_t capacity) {
+        count = std::min(count, capacity);
+    };
+    limit(view.idBytesSize, VANTRIC_ID_BYTES);
+    limit(view.lensParameterCount, VANTRIC_LENS_PARAMETERS);
+    // All frequencies have their buffers, in use or not.
+    std::array<VantricFrequencyRecord, VANTRIC_FREQUENCIES> frequencies = {};
+    if (record.frequencies != nullptr) {
+        std::copy_n(record.frequencies, frequencies.size(), frequencies.begin());
+    }
+    for (VantricFrequencyRecord& frequency : frequencies) {
+        limit(frequency.countA, VANTRIC_FREQUENCY_VALUES);
+        limit(frequency.countB, VANTRIC_FREQUENCY_VALUES);
+        limit(frequency.wigglingA.capacity, VANTRIC_WIGGLING_ENTRIES);
+        limit(frequency.wigglingB.capacity, VANTRIC_WIGGLING_ENTRIES);
+    }
+    view.frequencies = frequencies.data();
+    view.frequencyCount = VANTRIC_FREQUENCIES;
+    const bool hasPsfSize =
+        view.psfWidth != 0xFFFFFFFFU && view.psfHeight != 0xFFFFFFFFU &&
+        std::uint64_t{view.psfWidth} * view.psfHeight <= VANTRIC_MAX_PSF_ELEMENTS;
+    if (!hasPsfSize) {
+        view.psf = nullptr;
+    }
+    touchRecord(view, imagePixels(record));
 }
 
 void everyField(const VantricCalibration& record, bool customRead) {

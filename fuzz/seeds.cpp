@@ -67,40 +67,6 @@ std::vector<Bytes> ramps(std::size_t size) {
     return seeds;
 }
 
-// What each byte chooses stands in sequences.cpp; the slot is always 0.
-std::vector<Bytes> callSequences() {
-    const Bytes newRecord = {0, 0, 0, 0, 0};         // readCalibrationExt: 2 x 2
-    const Bytes claim68x0 = {3, 0, 1, 0, 68, 0, 0};  // readRXHandlerCalibration: a header alone
-    const Bytes claim0x38 = {3, 0, 1, 0, 0, 38, 0};
-    const Bytes read2x2 = {3, 0, 0, 0};
-    const Bytes read19x30 = {3, 0, 0, 5};
-    const Bytes directionsOfNow = {6, 0, 0};  // calcRXPsfAndDirections(columns x rows)
-    const Bytes addNoDirections = {8, 0, 0};
-    const Bytes copyAndBack = {11, 0, 1, 11, 1, 0};
-    const Bytes registerHost = {1, 0, 1, 0};
-    const Bytes newOfHost = {0, 0, 7, 0, 0, 2, 2,
-                             0, 0, 0, 0, 0, 0};  // 2 x 2, imagerArea left alone
-    const Bytes straylightAndCustom = {0, 0, 0, 2, 1, 12, 0, 1, 0, 13, 0, 14, 0};
-    const Bytes hostTable = {5, 0, 0, 2, 0, 56, 66, 2, 2, 1, 0, 9, 1, 0};
-    const std::vector<std::vector<Bytes>> sequences = {
-        // An image without pixels took the limit off a record that had been read before.
-        {newRecord, claim68x0, read19x30},
-        {newRecord, claim68x0, copyAndBack, read19x30},
-        // Directions of one image size stayed for another.
-        {newRecord, claim0x38, directionsOfNow, read2x2},
-        {newRecord, claim0x38, addNoDirections, read2x2},
-        {registerHost, newOfHost, addNoDirections, read2x2},
-        {straylightAndCustom, copyAndBack, hostTable, directionsOfNow, Bytes{12, 0, 1, 0, 13, 0}}};
-    std::vector<Bytes> seeds;
-    for (const std::vector<Bytes>& calls : sequences) {
-        Bytes& seed = seeds.emplace_back();
-        for (const Bytes& call : calls) {
-            seed.insert(seed.end(), call.begin(), call.end());
-        }
-    }
-    return seeds;
-}
-
 }  // namespace
 
 std::vector<Bytes> seeds(std::string_view target) {
@@ -110,11 +76,11 @@ std::vector<Bytes> seeds(std::string_view target) {
     if (target == "images") {
         return imagesWithMode();
     }
-    if (target == "sequences") {
-        return callSequences();
-    }
     if (target == "structured") {
         return ramps(64);
+    }
+    if (target == "sequences" || target == "exhaustion") {
+        return ramps(192);
     }
     std::vector<Bytes> seeds = ramps(2048);
     seeds.push_back(ramps(256).front());

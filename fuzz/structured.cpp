@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "calcut/vantric_rx.h"
 #include "Input.h"
 #include "targets.h"
 #include "writer/writer.h"
@@ -11,156 +12,108 @@ namespace fuzz {
 
 namespace {
 
-constexpr std::size_t fileHeaderSize = 11;
-constexpr std::uint8_t endMarker = 255;
-constexpr std::uint8_t longCount = 249;
 constexpr std::size_t largestPayload = 4096;  // changes on changes must not grow without end
 
+// Places in a block's header.
+constexpr std::size_t idPlace = 0;
+constexpr std::size_t kindPlace = 1;
+constexpr std::size_t countPlace = 2;
+constexpr std::uint8_t longCount = 249;
+
 struct Block {
-    std::uint8_t id = 0;
-    std::uint8_t kind = 0;
-    std::uint8_t countCode = 0;
-    std::uint32_t count = 0;  // with longCount
-    std::uint8_t bits = 0;    // kinds 5 and 6
-    Bytes fixedPoint;         // scale and offset, kind 6
-    Bytes payload;
+    Bytes header, payload;
 };
 
-bool isPacked(const Block& block) {
-    return block.kind == 5 || block.kind == 6;
-}
-
-std::size_t payloadSize(const Block& block, std::size_t pixels) {
-    std::size_t count = block.countCode;
-    if (block.countCode == longCount) {
-        count = block.count;
-    } else if (block.countCode == 0) {
-        count = pixels;
-    } else if (block.countCode > longCount) {
-        count = pixels * (block.countCode - 248U);
-    }
-    if (isPacked(block)) {
-        return (count * block.bits + 31) / 32 * 4;
-    }
-    return count * (block.kind == 0 ? 1U : (block.kind == 1 ? 2U : 4U));
-}
-
-// Only for what the writer makes, so nothing is checked.
-std::vector<Block> takeApart(const Bytes& packed, std::size_t pixels) {
+std::vector<Block> takeApart(const Bytes& packed) {
     std::vector<Block> blocks;
-    auto next = packed.begin() + fileHeaderSize;
-    const auto take = [&](std::size_t count) {
-        const auto begin = next;
-        next += static_cast<std::ptrdiff_t>(count);
-        return Bytes(begin, next);
+    VantricStream stream = vantric_createStreamFromData(packed.data(), packed.size());
+    const auto bytesFrom = [&](std::uint64_t start) {
+        return Bytes(packed.data() + start, packed.data() + stream.position);
     };
-    while (*next != endMarker) {
-        Block block;
-        block.id = *next++;
-        block.kind = *next++;
-        block.countCode = *next++;
-        if (block.countCode == longCount) {
-            for (const std::uint8_t byte : take(4)) {
-                block.count = (block.count << 8) | byte;
-            }
+    RXHeader header = {};
+    RXBlockHeader block = {};
+    vantric_readRXHeader(&stream, &header);
+    for (;;) {
+        const std::uint64_t start = stream.position;
+        require(vantric_readRXBlockHeader(&stream, &header, &block) == VANTRIC_OK,
+                "what the writer makes reads");
+        if (block.id == VANTRIC_RX_END_MARKER) {
+            return blocks;
         }
-        if (isPacked(block)) {
-            block.bits = *next++;
-        }
-        if (block.kind == 6) {
-            block.fixedPoint = take(8);
-        }
-        block.payload = take(payloadSize(block, pixels));
-        blocks.push_back(std::move(block));
-    }
-    return blocks;
-}
-
-void append(Bytes& out, const Block& block) {
-    out.insert(out.end(), {block.id, block.kind, block.countCode});
-    if (block.countCode == longCount) {
-        for (int shift = 24; shift >= 0; shift -= 8) {
-            out.push_back(static_cast<std::uint8_t>(block.count >> shift));
-        }
-    }
-    if (isPacked(block)) {
-        out.push_back(block.bits);
-    }
-    if (block.kind == 6) {
-        Bytes fixedPoint = block.fixedPoint;
-        fixedPoint.resize(8, 0x40);
-        out.insert(out.end(), fixedPoint.begin(), fixedPoint.end());
-    }
-    out.insert(out.end(), block.payload.begin(), block.payload.end());
-}
-
-void changeCount(Block& block, Input& input) {
-    switch (input.between(0, 3)) {
-        case 0:
-            block.countCode = input.byte();
-            break;
-        case 1:
-            block.countCode = longCount;
-            block.count = input.word();
-            break;
-        case 2:
-            block.countCode = longCount;
-            block.count = 0xFFFFFFFFU - input.byte();
-            break;
-        default:
-            block.countCode = longCount;
-            block.count = input.byte();
-            break;
+        const std::uint64_t payload = stream.position;
+        Bytes headerBytes = bytesFrom(start);
+        stream.position += vantric_getRXPackedBlockSize(&block);
+        blocks.push_back({std::move(headerBytes), bytesFrom(payload)});
     }
 }
 
-void changePayload(Block& block, Input& input) {
-    if (input.flag()) {
-        block.payload.resize(std::min((block.payload.size() * input.byte()) >> 6, largestPayload));
-    } else if (!block.payload.empty()) {
-        const std::size_t first = input.word() % block.payload.size();
-        const std::size_t count =
-            std::min<std::size_t>(input.between(1, 8), block.payload.size() - first);
-        const Bytes bytes = input.bytes(count);
-        std::copy(bytes.begin(), bytes.end(),
-                  block.payload.begin() + static_cast<std::ptrdiff_t>(first));
+Bytes putTogether(const Bytes& fileHeader, const std::vector<Block>& blocks) {
+    Bytes out = fileHeader;
+    for (const Block& block : blocks) {
+        out.insert(out.end(), block.header.begin(), block.header.end());
+        out.insert(out.end(), block.payload.begin(), block.payload.end());
+    }
+    out.push_back(VANTRIC_RX_END_MARKER);
+    out.shrink_to_fit();
+    return out;
+}
+
+// Any count, or one close to 2^32.
+void changeCount(Bytes& header, Input& input) {
+    const std::uint32_t count = input.flag() ? input.word() : 0xFFFFFFFFU - input.byte();
+    if (header[countPlace] != longCount) {
+        header[countPlace] = longCount;
+        header.insert(header.begin() + countPlace + 1, 4, 0);
+    }
+    for (std::size_t i = 0; i < 4 && countPlace + 1 + i < header.size(); ++i) {
+        header[countPlace + 1 + i] = static_cast<std::uint8_t>(count >> (24 - 8 * i));
+    }
+}
+
+void changeBytes(Bytes& bytes, Input& input) {
+    for (unsigned changes = input.between(1, 8); changes != 0 && !bytes.empty(); --changes) {
+        const std::size_t place = input.word() % bytes.size();
+        bytes[place] = input.byte();
     }
 }
 
 void changeOne(std::vector<Block>& blocks, Input& input) {
     const std::size_t index = input.byte() % blocks.size();
-    Block& block = blocks[index];
+    const auto here = blocks.begin() + static_cast<std::ptrdiff_t>(index);
+    auto& [header, payload] = *here;
     switch (input.between(0, 8)) {
         case 0:
-            block.id = input.byte();
+            header[idPlace] = input.byte();
             break;
         case 1:
-            block.kind = static_cast<std::uint8_t>(input.between(0, 7));
+            header[kindPlace] = static_cast<std::uint8_t>(input.between(0, 7));
             break;
         case 2:
-            changeCount(block, input);
+            header[countPlace] = input.byte();
             break;
         case 3:
-            block.bits = static_cast<std::uint8_t>(input.between(0, 40));
+            changeCount(header, input);
             break;
         case 4:
-            block.fixedPoint = input.bytes(8);
+            changeBytes(header, input);
             break;
         case 5:
-            changePayload(block, input);
+            changeBytes(payload, input);
             break;
         case 6:
-            std::swap(block, blocks[input.byte() % blocks.size()]);
+            payload.resize(std::min((payload.size() * input.byte()) >> 6, largestPayload));
             break;
         case 7:
-            if (blocks.size() > 1) {
-                blocks.erase(blocks.begin() + static_cast<std::ptrdiff_t>(index));
-            }
+            std::swap(*here, blocks[input.byte() % blocks.size()]);
             break;
-        default: {
-            Block twin = block;
-            twin.id = input.byte();
-            blocks.insert(blocks.begin() + static_cast<std::ptrdiff_t>(index) + 1, std::move(twin));
+        default: {  // twice, or not at all
+            Block twin = *here;
+            twin.header[idPlace] = input.byte();
+            if (input.flag()) {
+                blocks.insert(here + 1, std::move(twin));
+            } else if (blocks.size() > 1) {
+                blocks.erase(here);
+            }
             break;
         }
     }
@@ -183,17 +136,13 @@ void structured(const std::uint8_t* data, std::size_t size) {
     pack.form = input.flag() ? calcut::writer::CountForm::Long : calcut::writer::CountForm::Short;
     const Bytes packed = packCalibration(makeCalibration(options), pack);
 
-    std::vector<Block> blocks = takeApart(packed, std::size_t{options.columns} * options.rows);
-    require(!blocks.empty(), "a calibration has blocks");
+    std::vector<Block> blocks = takeApart(packed);
     for (int changes = 0; changes < 16 && !input.empty(); ++changes) {
         changeOne(blocks, input);
     }
-    Bytes changed(packed.begin(), packed.begin() + fileHeaderSize);
-    for (const Block& block : blocks) {
-        append(changed, block);
-    }
-    changed.push_back(endMarker);
-    changed.shrink_to_fit();
+    constexpr std::size_t fileHeaderSize = 11;
+    const Bytes fileHeader(packed.begin(), packed.begin() + fileHeaderSize);
+    const Bytes changed = putTogether(fileHeader, blocks);
     calibration(changed.data(), changed.size());
 }
 

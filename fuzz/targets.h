@@ -25,18 +25,21 @@ void structured(const std::uint8_t* data, std::size_t size);
 void roundtrip(const std::uint8_t* data, std::size_t size);
 /// Calls in the order that the input says, over records that live on.
 void sequences(const std::uint8_t* data, std::size_t size);
+/// The same, and any allocation of a call may be refused.
+void exhaustion(const std::uint8_t* data, std::size_t size);
 
 struct Target {
     std::string_view name;
     void (*run)(const std::uint8_t* data, std::size_t size);
 };
-constexpr std::array<Target, 5> targets = {{{"calibration", calibration},
+constexpr std::array<Target, 6> targets = {{{"calibration", calibration},
                                             {"images", images},
                                             {"structured", structured},
                                             {"roundtrip", roundtrip},
-                                            {"sequences", sequences}}};
+                                            {"sequences", sequences},
+                                            {"exhaustion", exhaustion}}};
 
-/// Inputs to start from, made anew each time, and everything that fuzzing once found.
+/// Inputs to start from, made anew each time.
 std::vector<Bytes> seeds(std::string_view target);
 
 /// A broken invariant ends the process, which is what both drivers report.
