@@ -231,17 +231,17 @@ void bindCalibration(py::module_& module) {
     const auto size = [](auto VantricImagerArea::*member) {
         return [member](const Calibration& of) { return of.record().imagerArea.*member; };
     };
-    const auto layout = [](const Calibration& of) { return module::layoutName(of.about().layout); };
+    const auto layout = [](const Calibration& of) { return of.about().layout.name; };
     const auto warnings = [](const Calibration& of) { return toPython(of.about().warnings); };
     const auto repr = [](const Calibration& of) {
         const VantricImagerArea& area = of.record().imagerArea;
         return py::str("<calcut.Calibration: {}, {} x {} pixels>")
-            .format(module::layoutName(of.about().layout), area.columns, area.rows);
+            .format(of.about().layout.name, area.columns, area.rows);
     };
     const auto state = [](const Calibration& of) {
         const auto* bytes = reinterpret_cast<const char*>(of.bytes().data());
         return py::make_tuple(py::bytes(bytes, of.bytes().size()),
-                              module::layoutName(of.about().layout));
+                              of.about().layout.name);
     };
     const auto again = [](const py::tuple& kept) {
         return read(kept[0], kept[1].cast<std::string>());

@@ -32,14 +32,15 @@ std::optional<module::Layout> layoutOf(const std::string& word) {
     if (word == "auto") {
         return std::nullopt;
     }
-    const auto* found =
-        std::find_if(module::knownLayouts.begin(), module::knownLayouts.end(),
-                     [&word](module::Layout layout) { return word == module::layoutName(layout); });
-    if (found == module::knownLayouts.end()) {
-        throw py::value_error("layout is \"auto\", \"v7\", \"korveline\" or \"packed\", not \"" +
-                              word + "\"");
+    const std::optional<module::Layout> layout = module::layoutNamed(word);
+    if (!layout) {
+        std::string names;
+        for (const module::Layout& known : module::knownLayouts()) {
+            names += std::string(", \"") + known.name + "\"";
+        }
+        throw py::value_error("layout is \"auto\"" + names + ", not \"" + word + "\"");
     }
-    return *found;
+    return layout;
 }
 
 Input::Input(const py::object& source) : path_(pathOf(source)), name_(path_.value_or("<bytes>")) {

@@ -51,8 +51,10 @@ class Walk {
                 refusal = readBlock(outcome);
             }
             if (refusal.refused()) {
+                // Telling walks on, over the blocks that are not reached.
+                const RXReadResult result = {refusal.status, blocks_.block().id};
                 tell_.stoppedAt(blocks_, refusal);
-                return {refusal.status, blocks_.block().id};
+                return result;
             }
             tell_.block(blocks_, outcome);
         }

@@ -29,13 +29,13 @@ namespace {
 // Cuts in process, in a folder in memory where there is one.
 int cut(const Bytes& dump, module::Layout layout) {
     static const TempDir folder(access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp");
-    if (layout != module::Layout::V7 && layout != module::Layout::Korveline) {
+    if (layout.image == nullptr) {
         return 1;
     }
     writeBytes(folder / "dump", dump);
     EEPROMMetaInformation meta;
-    return cutEEPROMContent(layout == module::Layout::V7 ? 0 : 1, (folder / "dump").c_str(),
-                            folder.path().c_str(), &meta);
+    return cutEEPROMContent(layout.image->number, (folder / "dump").c_str(), folder.path().c_str(),
+                            &meta);
 }
 
 std::string allOf(const module::Diagnosis& diagnosis) {
@@ -57,12 +57,12 @@ struct Kind {
 };
 
 std::vector<Kind> kinds() {
-    return {{"v7", module::Layout::V7, v7Image(smallPacked()), v7Header, 8},
-            {"korveline", module::Layout::Korveline, korvelineImage(minimal(), plainType),
-             korvelineHeader, 58},
-            {"signed", module::Layout::Korveline,
-             korvelineImage(bytes(minimal(), signatureArea(64)), signedType), korvelineHeader, 58},
-            {"packed", module::Layout::Packed, minimal(), 0, 0}};
+    return {
+        {"v7", v7Layout, v7Image(smallPacked()), v7Header, 8},
+        {"korveline", korvelineLayout, korvelineImage(minimal(), plainType), korvelineHeader, 58},
+        {"signed", korvelineLayout, korvelineImage(bytes(minimal(), signatureArea(64)), signedType),
+         korvelineHeader, 58},
+        {"packed", module::Layout::Packed, minimal(), 0, 0}};
 }
 
 Bytes repaired(Bytes dump, const Kind& kind) {
@@ -77,9 +77,9 @@ Bytes repaired(Bytes dump, const Kind& kind) {
 Bytes shortened(const Kind& kind, std::size_t size) {
     Bytes dump = prefix(kind.dump, size);
     const std::size_t length = size - std::min(size, kind.payload);
-    if (kind.layout == module::Layout::V7 && size >= kind.payload) {
+    if (kind.layout == v7Layout && size >= kind.payload) {
         putLittle32(dump, 12, static_cast<std::uint32_t>(length));
-    } else if (kind.layout == module::Layout::Korveline && size >= kind.payload) {
+    } else if (kind.layout == korvelineLayout && size >= kind.payload) {
         dump = patched(dump, 56, bytes(length, length >> 8));
     }
     return repaired(std::move(dump), kind);
@@ -160,6 +160,8 @@ TEST(Diagnosis, NamesTheCause) {
         {"payload-outside", prefix(image, image.size() - 1), 12},
         {"empty-payload", v7({}), 12},
         {"empty-payload", plain({}), 56},
+        {"empty-payload", korvelineImage({}, plainType, 0), 56},  // below the base address
+        {"no-room-for-signature", korvelineImage({}, signedType, 0), 56},
         {"no-room-for-signature", withArea(Bytes(127)), 56},
         {"only-signature", withArea(signatureArea(1)), 56},
         {"signature-empty", withArea(bytes(good, signatureArea(0))), 104 + 184},
@@ -189,16 +191,16 @@ TEST(Diagnosis, NamesTheCause) {
         {"missing-block", v7(bytes(prefix(good, block22), 72, 0, 249, 0, 0, 0, 0, 255)),
          67 + block22 + 7, 22, fieldEmpty},
         {"unknown-magic", bytes("neither one nor the other"), 0},
-        {"magic", bytes("KORVELINX", Bytes(95)), 0, none, ok, module::Layout::Korveline},
+        {"magic", bytes("KORVELINX", Bytes(95)), 8, none, ok, korvelineLayout},
         {"blank", Bytes(300, 0xFF), 0},
-        {"blank", Bytes(300, 0), 0, none, ok, module::Layout::V7},
-        {"wrong-layout", image, 0, none, ok, module::Layout::Korveline},
+        {"blank", Bytes(300, 0), 0, none, ok, v7Layout},
+        {"wrong-layout", image, 0, none, ok, korvelineLayout},
         {"wrong-layout", image, 0, none, ok, module::Layout::Packed},
         {"swapped-pairs", bytes("OQRVNI", 0, 7), 0},
         {"swapped-words", bytes("VROKNILE", 9, 9, 9, "E"), 0},
         {"lens-file", lens, 0},
         {"bytes-before-image", bytes(Bytes(5), image), 5},
-        {"calibration-inside", flipped(image, 0), 67},
+        {"calibration-inside", flipped(image, 3 * 8), 3},
     };
     const std::vector<Case> warnings = {
         {"unknown-block", with(block16, bytes(10, 0, 249, 0, 0, 0, 0)), 67 + block16, 10},

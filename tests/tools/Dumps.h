@@ -2,10 +2,14 @@
 #pragma once
 
 #include "fixtures.h"
+#include "tools/module/Layout.h"
 
 namespace dumps {
 
 using namespace fixtures;
+
+inline const calcut::module::Layout v7Layout = *calcut::module::layoutNamed("v7");
+inline const calcut::module::Layout korvelineLayout = *calcut::module::layoutNamed("korveline");
 
 inline constexpr std::size_t v7Header = 67;
 inline constexpr std::size_t korvelineHeader = 104;

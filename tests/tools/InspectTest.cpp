@@ -28,7 +28,7 @@ TEST(Inspect, ShowsEachValueUnderItsName) {
     const Bytes packed = packCalibration(made);
     const Bytes dump = korvelineImage(bytes(packed, signatureArea(3)), signedType);
     const text::Json tree = module::inspectTree(
-        module::diagnose(dump, module::Layout::Korveline, Wanted::everything), "a\n\xC3\xA9");
+        module::diagnose(dump, korvelineLayout, Wanted::everything), "a\n\xC3\xA9");
     const text::Json& record = tree["record"];
     const std::array lens = {"fx", "fy", "cx", "cy", "k1", "k2", "p1", "p2", "k3"};
     const std::string text = inspect::textOf(tree, {});
@@ -129,8 +129,8 @@ TEST(Inspect, ExplainsWhatItShows) {
 
 TEST(Inspect, FitsTheTerminal) {
     const Bytes dump = korvelineImage(bytes(smallPacked(), signatureArea(127)), signedType);
-    const text::Json tree = module::inspectTree(
-        module::diagnose(dump, module::Layout::Korveline, Wanted::everything), "dump");
+    const text::Json tree =
+        module::inspectTree(module::diagnose(dump, korvelineLayout, Wanted::everything), "dump");
     const std::string wide = inspect::textOf(tree, {});
     EXPECT_NE(wide.find("payload at"), std::string::npos);
     for (const std::size_t width : {64U, 80U, 100U, 132U}) {

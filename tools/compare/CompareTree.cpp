@@ -210,7 +210,7 @@ text::Json tablesTree(const module::Diagnosis& a, const module::Diagnosis& b, do
 text::Json moduleTree(const NamedModule& module) {
     const VantricImagerArea& area = module.diagnosis.record->imagerArea;
     return {{"file", module.path},
-            {"layout", module::layoutName(module.diagnosis.layout)},
+            {"layout", module.diagnosis.layout.name},
             {"columns", area.columns},
             {"rows", area.rows}};
 }

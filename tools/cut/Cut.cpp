@@ -42,8 +42,8 @@ int statusOf(const CutResult& result, const CutOptions& options) {
 }
 
 void printResult(const TakenDump& taken, const CutResult& result) {
-    std::string text = fmt::format("{}: {} dump\n", text::escapePath(result.dump),
-                                   module::layoutName(result.layout));
+    std::string text =
+        fmt::format("{}: {} dump\n", text::escapePath(result.dump), result.layout.name);
     for (const StackFile& file : taken.files) {
         // As wide as the longest of these names.
         text += fmt::format("wrote {}/{:<{}}  {:>7} bytes\n", text::escapePath(result.folder),

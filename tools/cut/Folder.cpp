@@ -13,7 +13,6 @@
 
 #include <fmt/format.h>
 
-#include "cutter/layouts.h"
 #include "tools/files/OutputFile.h"
 #include "tools/module/Layout.h"
 #include "tools/text/Escape.h"
@@ -130,11 +129,7 @@ class TemporaryFolder {
 };
 
 bool isDump(const std::string& path) try {
-    const std::vector<std::uint8_t> bytes = files::loadDump(path).bytes;
-    const std::string_view start(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-    return std::ranges::any_of(image::layouts, [start](const image::Layout& layout) {
-        return start.starts_with(layout.magic);
-    });
+    return module::classify(files::loadDump(path).bytes).image != nullptr;
 } catch (const text::Refused&) {
     return false;
 }
@@ -168,7 +163,7 @@ text::Json noteOf(const TakenDump& taken, const CutResult& result) {
                        {"source", result.source},
                        {"bytes", result.size},
                        {"crc32", result.crc},
-                       {"layout", module::layoutName(result.layout)},
+                       {"layout", result.layout.name},
                        {"maskedPixels", result.maskedPixels}};
     for (const StackFile& file : taken.files) {
         note["files"][file.name] = file.bytes.size();

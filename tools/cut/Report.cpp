@@ -37,7 +37,7 @@ text::Json rowOf(const CutResult& result) {
     const bool good = result.good();
     text::Json row = {{"file", result.dump},
                       {"folder", result.folder},
-                      {"layout", module::layoutName(result.layout)},
+                      {"layout", result.layout.name},
                       {"bytes", known(result.loaded(), result.size)},
                       {"crc32", known(result.loaded(), result.crc)},
                       {"result", outcomeName(result.outcome)},

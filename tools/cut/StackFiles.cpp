@@ -7,8 +7,7 @@
 #include <fmt/format.h>
 
 #include "cutter/CRC32.h"
-#include "cutter/EEPROMKorvelineCutter.h"
-#include "cutter/EEPROMv7Cutter.h"
+#include "cutter/cutDump.h"
 #include "tools/module/Layout.h"
 #include "tools/text/Escape.h"
 
@@ -44,19 +43,6 @@ std::vector<StackFile> filesOf(const module::Diagnosis& found) {
                          found.payload.last(area).subspan(1, found.signatureLength.value_or(0))});
     }
     return files;
-}
-
-template <class Cutter>
-bool writeWith(const std::string& directory, const TakenDump& taken, std::uint16_t& maskedPixels) {
-    const files::ByteView payload = taken.diagnosis.payload;
-    Cutter cutter;
-    cutter.setOutputPath(directory);
-    const bool written =
-        cutter.writeFile(taken.diagnosis.image.blockId, {payload.begin(), payload.end()});
-    if (const EEPROMMetaInformation* meta = cutter.getMetaInformation(); meta != nullptr) {
-        maskedPixels = meta->zeroMaskCount;
-    }
-    return written;
 }
 
 }  // namespace
@@ -110,10 +96,10 @@ std::vector<text::Refused> differences(const std::vector<StackFile>& files,
 }
 
 void writeStackFiles(const TakenDump& taken, const std::string& directory, CutResult& result) {
-    const bool written =
-        result.layout == module::Layout::V7
-            ? writeWith<EEPROMv7Cutter>(directory, taken, result.maskedPixels)
-            : writeWith<EEPROMKorvelineCutter>(directory, taken, result.maskedPixels);
+    EEPROMMetaInformation meta{};
+    const bool written = writeBlock(*result.layout.image, directory, taken.diagnosis.image.blockId,
+                                    taken.diagnosis.payload, meta);
+    result.maskedPixels = meta.zeroMaskCount;
     // The library does not report a disk that fills up; the files do.
     const std::vector<text::Refused> wrong = differences(taken.files, directory);
     if (!wrong.empty()) {

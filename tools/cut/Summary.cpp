@@ -25,8 +25,7 @@ constexpr std::size_t resultColumn = 2;  // numbers behind it
 using Line = std::vector<std::string>;
 
 Line lineOf(const CutResult& result) {
-    Line line{text::escapePath(result.dump), module::layoutName(result.layout),
-              outcomeName(result.outcome)};
+    Line line{text::escapePath(result.dump), result.layout.name, outcomeName(result.outcome)};
     if (result.good()) {
         line.push_back(fmt::format("{}", result.maskedPixels));
         for (const float value : std::span(result.lens).first<4>()) {

@@ -173,10 +173,10 @@ void writeResult(text::Lines& out, const text::Json& tree) {
 }
 
 std::string titleOf(const text::Json& layout) {
-    if (layout == module::layoutName(module::Layout::Unknown)) {
+    if (layout == module::Layout::Unknown.name) {
         return "neither image nor calibration";
     }
-    return layout == module::layoutName(module::Layout::Packed)
+    return layout == module::Layout::Packed.name
                ? "packed calibration"
                : text::valueText(layout) + " image";
 }

@@ -1,6 +1,7 @@
 #include "tools/make/Make.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cstdio>
 #include <filesystem>
@@ -8,7 +9,6 @@
 
 #include <fmt/format.h>
 
-#include "cutter/korvelineImage.h"
 #include "tools/commands.h"
 #include "tools/files/OutputFile.h"
 #include "tools/module/Layout.h"
@@ -25,6 +25,10 @@ constexpr std::uint64_t mostPixels = std::uint64_t{1} << 24;
 
 constexpr std::uint64_t defaultTableBits = 12;
 
+module::Layout layoutOf(const MakeOptions& options) {
+    return options.layout.value_or(module::knownLayouts().front());
+}
+
 /// The file, and how wide its tables are.
 struct Made {
     writer::Bytes bytes;
@@ -36,9 +40,9 @@ Made pack(const writer::Calibration& calibration, unsigned tableBits) {
 }
 
 // With the widest tables that fit when no width is asked for.
-Made packForKorveline(const MakeOptions& options, const writer::Calibration& calibration) {
-    namespace layout = image::korveline;
-    const std::size_t room = layout::maxPayload - (options.signature ? layout::signatureArea : 0);
+Made packForImage(const image::Layout& layout, const MakeOptions& options,
+                  const writer::Calibration& calibration) {
+    const std::size_t room = layout.maxPayload - (options.signature ? layout.signatureArea : 0);
     const std::uint64_t values = calibration.mask.size() * (1 + calibration.frequencies.size());
     const std::uint64_t widest = std::min(defaultTableBits, 8 * room / values);
     Made made = pack(calibration, options.tableBits.value_or(widest));
@@ -48,25 +52,23 @@ Made packForKorveline(const MakeOptions& options, const writer::Calibration& cal
     const std::string tooLarge =
         options.tableBits
             ? fmt::format(
-                  "the calibration takes {} bytes, a Korveline payload has room for {}; "
+                  "the calibration takes {} bytes, a {} payload has room for {}; "
                   "leave --table-bits out to have a width chosen",
-                  made.bytes.size(), room)
+                  made.bytes.size(), layout.title, room)
             : fmt::format(
                   "the calibration of a {}x{} sensor with {} frequencies does not fit the "
-                  "{} bytes of a Korveline payload at any width",
-                  calibration.columns, calibration.rows, calibration.frequencies.size(), room);
+                  "{} bytes of a {} payload at any width",
+                  calibration.columns, calibration.rows, calibration.frequencies.size(), room,
+                  layout.title);
     text::refuseFor(options.output, made.bytes.size() > room ? tooLarge : "");
     return made;
 }
 
-Made makeFile(const MakeOptions& options, const writer::Calibration& calibration) {
-    if (options.layout != module::Layout::Korveline) {
-        Made made = pack(calibration, options.tableBits.value_or(defaultTableBits));
-        return options.layout == module::Layout::Packed
-                   ? made
-                   : Made{writer::makeV7Image(made.bytes), made.tableBits};
-    }
-    const Made made = packForKorveline(options, calibration);
+writer::Bytes makeV7(const writer::Bytes& calibration, const MakeOptions& /*options*/) {
+    return writer::makeV7Image(calibration);
+}
+
+writer::Bytes makeKorveline(const writer::Bytes& calibration, const MakeOptions& options) {
     writer::KorvelineOptions image;
     if (options.signature) {
         // Not the calibration's own numbers.
@@ -74,31 +76,47 @@ Made makeFile(const MakeOptions& options, const writer::Calibration& calibration
         image.signature.emplace(*options.signature);
         std::ranges::generate(*image.signature, [&] { return std::uint8_t(generator() >> 56); });
     }
-    return {writer::makeKorvelineImage(made.bytes, image), made.tableBits};
+    return writer::makeKorvelineImage(calibration, image);
+}
+
+Made makeFile(const MakeOptions& options, const writer::Calibration& calibration) {
+    // At the numbers of their layouts.
+    constexpr std::array makers = {makeV7, makeKorveline};
+    const image::Layout* layout = layoutOf(options).image;
+    if (layout == nullptr) {
+        return pack(calibration, options.tableBits.value_or(defaultTableBits));
+    }
+    const Made made = packForImage(*layout, options, calibration);
+    return {makers.at(static_cast<std::size_t>(layout->number))(made.bytes, options),
+            made.tableBits};
 }
 
 std::string describe(const MakeOptions& options, const writer::Calibration& calibration,
                      const Made& made) {
-    const bool korveline = options.layout == module::Layout::Korveline;
+    const image::Layout* layout = layoutOf(options).image;
+    const bool narrowed = !options.tableBits && made.tableBits < defaultTableBits;
     const std::size_t frequencies = calibration.frequencies.size();
     const std::size_t custom = calibration.custom.size();
     return fmt::format(
         "{}: {}, {} bytes: {} x {} pixels, {} frequenc{}, tables of {}{}, {}straylight, {} custom "
         "block{}{}, seed {}\n",
         options.output == "-" ? "standard output" : text::escapePath(options.output),
-        korveline                                  ? "Korveline dump"
-        : options.layout == module::Layout::Packed ? "packed calibration"
-                                                   : "v7 dump",
+        layout == nullptr ? "packed calibration" : layout->title + std::string(" dump"),
         made.bytes.size(), calibration.columns, calibration.rows, frequencies,
         frequencies == 1 ? "y" : "ies",
         made.tableBits == 0 ? "plain floats" : fmt::format("{} bits", made.tableBits),
-        korveline && !options.tableBits ? " (the widest that fit)" : "",
-        calibration.straylight ? "" : "no ", custom, custom == 1 ? "" : "s",
+        narrowed ? " (the widest that fit)" : "", calibration.straylight ? "" : "no ", custom,
+        custom == 1 ? "" : "s",
         options.signature ? fmt::format(", signature of {} bytes", *options.signature) : "",
         options.content.seed);
 }
 
 }  // namespace
+
+bool takesSignature(const MakeOptions& options) {
+    const image::Layout* layout = layoutOf(options).image;
+    return layout != nullptr && layout->signatureArea != 0;
+}
 
 std::string parseSize(const std::string& text, writer::CalibrationOptions& content) {
     const char* end = text.data() + text.size();

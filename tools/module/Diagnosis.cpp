@@ -6,8 +6,6 @@
 #include <fmt/format.h>
 
 #include "cutter/CRC32.h"
-#include "cutter/korvelineImage.h"
-#include "cutter/v7Image.h"
 #include "tools/module/Layout.h"
 #include "tools/module/Names.h"
 #include "tools/text/Escape.h"
@@ -63,20 +61,20 @@ class Notes final : public vantric::WalkObserver {
 /// What a cut makes of the payload before it looks into it.
 void takePayload(Diagnosis& about) {
     const image::Record& image = about.image;
-    if (image.payloadOffset < 0 ||
-        static_cast<std::uint64_t>(image.payloadOffset) > about.file.size()) {
-        return;
+    const bool beginsInside = image.payloadOffset >= 0 &&
+                              static_cast<std::uint64_t>(image.payloadOffset) <= about.file.size();
+    if (beginsInside) {
+        about.payloadOffset = static_cast<std::uint64_t>(image.payloadOffset);
+        about.payload = about.file.subspan(about.payloadOffset, image.payloadPresent);
     }
-    about.payloadOffset = static_cast<std::uint64_t>(image.payloadOffset);
-    about.payload = about.file.subspan(about.payloadOffset, image.payloadPresent);
+    // An empty one may lie anywhere.
     if (about.payload.size() < image.payloadLength) {
         return;
     }
-    const std::uint64_t lengthField =
-        about.layout == Layout::V7 ? image::v7::fields[image::v7::fieldLength].offset
-                                   : image::korveline::fields[image::korveline::fieldLength].offset;
+    const image::Layout& layout = *about.layout.image;
+    const std::uint64_t lengthField = layout.fields[layout.lengthField].offset;
     if (image.blockId == image::signedBlockId) {
-        constexpr std::uint64_t area = image::korveline::signatureArea;
+        const std::uint64_t area = layout.signatureArea;
         if (about.payload.size() < area) {
             about.faults.push_back({"no-room-for-signature",
                                     "payload too short for its signature area",
@@ -97,7 +95,7 @@ void takePayload(Diagnosis& about) {
 }
 
 void lookAtImage(Diagnosis& about) {
-    about.image = traitsOf(about.layout).locate(about.file, 0);
+    about.image = about.layout.image->locate(about.file, 0);
     if (about.image.refusal) {
         about.faults.push_back(imageFault(about));
     }
@@ -112,8 +110,11 @@ void lookAtImage(Diagnosis& about) {
 }
 
 void lookAtSignature(Diagnosis& about) {
-    constexpr std::size_t longest = image::korveline::maxSignature;
-    const std::size_t length = about.signatureLength.value_or(longest);
+    if (!about.signatureLength) {
+        return;
+    }
+    const std::size_t longest = about.signatureAreaSize - 1;
+    const std::size_t length = *about.signatureLength;
     if (length == 0 || length > longest) {
         about.faults.push_back(
             {length == 0 ? "signature-empty" : "signature-too-long",
@@ -186,7 +187,13 @@ void readCalibration(Diagnosis& about, vantric::Wanted wanted) {
     about.failedBlockId = idOrNone(read.result.failedBlockId);
     about.record = std::move(read.record);
     noteReadFaults(about, notes);
-    if (about.status == VANTRIC_OK && about.record->customFieldCount != 0) {
+    const bool isWhole = about.record && about.record->pixelMask != nullptr &&
+                         about.record->lensParameters != nullptr;
+    if (about.status == VANTRIC_OK && !isWhole) {
+        about.faults.push_back(readFault(
+            about, {VANTRIC_ERR_BUFFER_TOO_SMALL, vantric::Cause::outOfMemory}, std::nullopt));
+    }
+    if (about.status == VANTRIC_OK && isWhole && about.record->customFieldCount != 0) {
         about.customStatus = vantric_readCustomFields(about.payload.data(), about.payload.size(),
                                                       about.record.get());
     }
@@ -220,7 +227,7 @@ std::optional<Finding> whyNotCut(const Diagnosis& diagnosis) {
                : diagnosis.faults.front();
 }
 
-Diagnosis diagnose(files::ByteView file, Layout layout, vantric::Wanted wanted) {
+Diagnosis diagnose(files::ByteView file, const Layout& layout, vantric::Wanted wanted) {
     Diagnosis about;
     about.file = file;
     about.layout = layout;
@@ -228,15 +235,18 @@ Diagnosis diagnose(files::ByteView file, Layout layout, vantric::Wanted wanted) 
         about.faults.push_back(wrongMagic(file, layout));
         return about;
     }
-    if (layout == Layout::Packed) {
+    if (layout.image == nullptr) {
         about.payload = file;
     } else {
         lookAtImage(about);
     }
     // A payload that is nothing but signature area was told already.
-    if (about.payload.size() > about.signatureAreaSize || layout == Layout::Packed) {
+    if (about.payload.size() > about.signatureAreaSize || layout.image == nullptr) {
         readCalibration(about, wanted);
         lookAtSignature(about);
+    }
+    if (!about.record && about.faults.empty()) {
+        about.faults.push_back(readFault(about, {}, std::nullopt));
     }
     addWarnings(about);
     return about;

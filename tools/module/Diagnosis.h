@@ -47,10 +47,10 @@ struct Diagnosis {
     std::vector<Finding> faults;  ///< the first is what a cut is refused for
     std::vector<Finding> warnings;
 
-    /// Whether a cut of this file returns 0 (given a directory that takes files).
-    [[nodiscard]] bool cuttable() const { return faults.empty() && layout != Layout::Packed; }
-    /// Whether everything in it reads; for bare calibrations too.
+    /// Whether everything in it reads, so that there is a record; for bare calibrations too.
     [[nodiscard]] bool intact() const { return faults.empty(); }
+    /// Whether a cut of this file returns 0 (given a directory that takes files).
+    [[nodiscard]] bool cuttable() const { return intact() && layout.image != nullptr; }
     /// The block with that id that was decoded into the record, or null.
     [[nodiscard]] const vantric::BlockSighting* readBlock(std::uint32_t id) const;
     [[nodiscard]] bool wasRead(std::uint32_t id) const { return readBlock(id) != nullptr; }
@@ -64,6 +64,6 @@ std::optional<Finding> whyNotCut(const Diagnosis& diagnosis);
 
 /// Looks at a file. Views of the result point into it. wanted decides how much of the record is
 /// filled; faults and warnings are the same for either.
-Diagnosis diagnose(files::ByteView file, Layout layout, vantric::Wanted wanted);
+Diagnosis diagnose(files::ByteView file, const Layout& layout, vantric::Wanted wanted);
 
 }  // namespace calcut::module

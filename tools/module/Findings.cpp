@@ -2,11 +2,10 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
-#include <cstring>
 
 #include <fmt/format.h>
 
+#include "tools/module/Damage.h"
 #include "tools/module/Diagnosis.h"
 #include "tools/module/Layout.h"
 #include "tools/module/Names.h"
@@ -16,54 +15,13 @@ namespace calcut::module {
 
 namespace {
 
-// ---------------------------------------------------------------------------------------- image --
-
-constexpr std::size_t longestMagic = 9;
-
-bool isBlank(files::ByteView file) {
-    return !file.empty() && (file[0] == 0x00 || file[0] == 0xFF) &&
-           std::all_of(file.begin(), file.end(),
-                       [&](std::uint8_t byte) { return byte == file[0]; });
-}
-
-/// Whether a magic appears once the bytes of each group are turned around.
-bool isSwapped(files::ByteView file, std::size_t group) {
-    std::array<std::uint8_t, 12> start{};
-    const std::size_t size = std::min(file.size(), start.size()) / group * group;
-    for (std::size_t at = 0; at < size; ++at) {
-        start[at] = file[at - at % group + group - 1 - at % group];
-    }
-    return classify(files::ByteView(start).first(size)) != Layout::Unknown;
-}
-
-bool looksLikeLensFile(files::ByteView file) {
-    std::array<float, VANTRIC_LENS_PARAMETERS> values{};
-    if (file.size() != sizeof values) {
-        return false;
-    }
-    std::memcpy(values.data(), file.data(), sizeof values);
-    // Focal lengths in pixels; everything else is smaller.
-    constexpr float longest = 1e5F;
-    return std::all_of(values.begin(), values.end(),
-                       [](float value) { return std::fabs(value) < longest; }) &&
-           values[0] >= 1.0F && values[1] >= 1.0F;
-}
-
-std::string quoted(Layout layout) {
-    return fmt::format("\"{}\"", traitsOf(layout).magic);
-}
-
-/// Where the magic of a layout stands; the file's size when it does not.
-std::uint64_t offsetOf(Layout layout, files::ByteView file) {
-    const std::string_view magic = traitsOf(layout).magic;
-    const auto found = std::search(file.begin(), file.end(), magic.begin(), magic.end());
-    return static_cast<std::uint64_t>(found - file.begin());
-}
-
 // ---------------------------------------------------------------------------------- calibration --
+
+using vantric::Cause;
 
 /// what, expected and found are patterns; readFault says what they can name.
 struct Words {
+    Cause cause;
     const char* name;
     const char* what;
     const char* expected;
@@ -75,45 +33,64 @@ constexpr const char* moreMemory = "try again with more memory free";
 constexpr const char* noCalibration =
     "the module was never calibrated, or --layout names the wrong layout";
 
-// In the order of vantric::Cause.
 constexpr std::array readWords = {
-    Words{"unexplained", "the calibration does not read", "", ""},
-    Words{"calibration-header-cut-short", "calibration header cut short", "{expectedBytes}",
-          "{foundBytes}", noCalibration},
-    Words{"calibration-magic", "wrong calibration magic", "{magic}", "{start}", noCalibration},
-    Words{"calibration-version", "wrong calibration version", "{expected}", "{found}",
-          "this calcut does not know that version of the format"},
-    Words{"no-pixels", "impossible sensor size", "at least 1 pixel", "{sensor}"},
-    Words{"too-many-pixels", "impossible sensor size", "at most {expected} pixels", "{sensor}"},
-    Words{"record-too-small", "larger than the record that it is read into", "{expected} pixels",
-          "{found} pixels", moreMemory},
-    Words{"out-of-memory", "not enough memory", "", "", moreMemory},
-    Words{"calibration-cut-short", "calibration cut short", "a block or the end marker",
-          "the end of the data after {foundBytes}"},
-    Words{"unknown-kind", "{block} has an unknown kind", "0 to {expected}", "{found}"},
-    Words{"block-order", "block ids do not ascend", "an id above {expectedBlock}", "{block}"},
-    Words{"block-kind", "{block} has the wrong kind", "{expectedKind}", "{foundKind}"},
-    Words{"too-few-elements", "{block} has too few elements", "at least {expected}", "{found}"},
-    Words{"block-too-large", "{block} is too large", "at most {expectedBytes}", "{foundBytes}"},
-    Words{"block-too-large-to-unpack", "{block} is too large to unpack", "at most {expectedBytes}",
+    Words{Cause::none, "unexplained", "the calibration does not read", "", ""},
+    Words{Cause::headerCutShort, "calibration-header-cut-short", "calibration header cut short",
+          "{expectedBytes}", "{foundBytes}", noCalibration},
+    Words{Cause::wrongMagic, "calibration-magic", "wrong calibration magic", "{magic}", "{start}",
+          noCalibration},
+    Words{Cause::wrongVersion, "calibration-version", "wrong calibration version", "{expected}",
+          "{found}", "this calcut does not know that version of the format"},
+    Words{Cause::noPixels, "no-pixels", "impossible sensor size", "at least 1 pixel", "{sensor}"},
+    Words{Cause::tooManyPixels, "too-many-pixels", "impossible sensor size",
+          "at most {expected} pixels", "{sensor}"},
+    Words{Cause::recordTooSmall, "record-too-small", "larger than the record that it is read into",
+          "{expected} pixels", "{found} pixels", moreMemory},
+    Words{Cause::outOfMemory, "out-of-memory", "not enough memory", "", "", moreMemory},
+    Words{Cause::blockHeaderCutShort, "calibration-cut-short", "calibration cut short",
+          "a block or the end marker", "the end of the data after {foundBytes}"},
+    Words{Cause::unknownKind, "unknown-kind", "{block} has an unknown kind", "0 to {expected}",
+          "{found}"},
+    Words{Cause::idsNotAscending, "block-order", "block ids do not ascend",
+          "an id above {expectedBlock}", "{block}"},
+    Words{Cause::wrongKind, "block-kind", "{block} has the wrong kind", "{expectedKind}",
+          "{foundKind}"},
+    Words{Cause::tooFewElements, "too-few-elements", "{block} has too few elements",
+          "at least {expected}", "{found}"},
+    Words{Cause::tooLarge, "block-too-large", "{block} is too large", "at most {expectedBytes}",
           "{foundBytes}"},
-    Words{"block-cut-short", "{block} is cut short", "{expectedBytes}", "{foundBytes}"},
-    Words{"block-width", "{block} has an impossible width", "1 to {expected} bits", "{found}"},
-    Words{"too-few-words", "{block} is too short for its values", "{expected} values",
-          "fewer in a payload whose size was rounded"},
-    Words{"block-content", "{block} has the wrong number of elements", "{elements}", "{count}"},
-    Words{"too-many-custom-blocks", "one custom block too many, {block}", "at most {expected}",
-          "number {found}"},
-    Words{"missing-block", "required {block} is missing", "it before the end marker", ""},
-    Words{"block-without-frequency", "{block} has no frequency id block",
+    Words{Cause::tooLargeToUnpack, "block-too-large-to-unpack", "{block} is too large to unpack",
+          "at most {expectedBytes}", "{foundBytes}"},
+    Words{Cause::payloadCutShort, "block-cut-short", "{block} is cut short", "{expectedBytes}",
+          "{foundBytes}"},
+    Words{Cause::wrongBits, "block-width", "{block} has an impossible width",
+          "1 to {expected} bits", "{found}"},
+    Words{Cause::tooFewWords, "too-few-words", "{block} is too short for its values",
+          "{expected} values", "fewer in a payload whose size was rounded"},
+    Words{Cause::wrongContent, "block-content", "{block} has the wrong number of elements",
+          "{elements}", "{count}"},
+    Words{Cause::tooManyCustomBlocks, "too-many-custom-blocks",
+          "one custom block too many, {block}", "at most {expected}", "number {found}"},
+    Words{Cause::missingBlock, "missing-block", "required {block} is missing",
+          "it before the end marker", ""},
+    Words{Cause::withoutFrequency, "block-without-frequency", "{block} has no frequency id block",
           "its frequency's first block, {expected}, before it", ""},
-    Words{"value-unset", "{block} carries the mark of an unset value", "a value", ""},
-    Words{"refused", "the calibration as a whole is refused", "", ""},
-    Words{"psf-too-large", "the PSF of the straylight profile is too large",
+    Words{Cause::valueUnset, "value-unset", "{block} carries the mark of an unset value", "a value",
+          ""},
+    Words{Cause::incomplete, "refused", "the calibration as a whole is refused", "", ""},
+    Words{Cause::psfTooLarge, "psf-too-large", "the PSF of the straylight profile is too large",
           "at most {expected} elements", "{found}"},
-    Words{"no-psf", "directions or PSF cannot be computed", "", ""},
+    Words{Cause::noPsf, "no-psf", "directions or PSF cannot be computed", "", ""},
 };
-static_assert(readWords.size() == static_cast<std::size_t>(vantric::Cause::noPsf) + 1);
+constexpr bool standAtTheirCauses() {
+    for (std::size_t i = 0; i < readWords.size(); ++i) {
+        if (readWords[i].cause != static_cast<Cause>(i)) {
+            return false;
+        }
+    }
+    return readWords.size() == static_cast<std::size_t>(Cause::noPsf) + 1;
+}
+static_assert(standAtTheirCauses());
 
 std::string kindNames(std::uint64_t kind, std::uint64_t other) {
     return kind == other ? kindName(kind)
@@ -121,12 +98,27 @@ std::string kindNames(std::uint64_t kind, std::uint64_t other) {
 }
 
 /// What a block must have for its copy function.
-const char* expectedElements(std::uint32_t blockId) {
-    const bool isText = blockId == RX_BLOCK_TEXT1 || blockId == RX_BLOCK_TEXT2;
-    return blockId == RX_BLOCK_DATE         ? "1"
-           : isText                         ? "at most 63"
-           : blockId == RX_BLOCK_STRAYLIGHT ? "32"
-                                            : "1 and 3 for each entry (4, 7, 10, 13 or 16)";
+std::string expectedElements(std::uint32_t blockId) {
+    constexpr unsigned longestText = VANTRIC_TEXT_BYTES - 2;  // a terminator, and room for one more
+    constexpr unsigned straylight = 2 * VANTRIC_STRAYLIGHT_POINTS + 6;
+    switch (blockId) {
+        case RX_BLOCK_DATE:
+            return "1";
+        case RX_BLOCK_TEXT1:
+        case RX_BLOCK_TEXT2:
+            return fmt::format("at most {}", longestText);
+        case RX_BLOCK_STRAYLIGHT:
+            return fmt::to_string(straylight);
+        default:
+            break;
+    }
+    for (unsigned k = 0; k < VANTRIC_FREQUENCIES; ++k) {
+        if (blockId == frequencyBlock(k, RX_FREQUENCY_WIGGLING_A) ||
+            blockId == frequencyBlock(k, RX_FREQUENCY_WIGGLING_B)) {
+            return fmt::format("1 and 3 for each of 1 to {} entries", VANTRIC_WIGGLING_ENTRIES);
+        }
+    }
+    return "as many as its copy function takes";
 }
 
 /// The block that a refusal is about: the last one of that id, as a repeated id is met behind its
@@ -150,67 +142,18 @@ std::string quotedBytes(files::ByteView bytes) {
     return text + '"';
 }
 
-Finding wrongMagic(files::ByteView file, Layout layout) {
-    const bool unknown = layout == Layout::Unknown;
-    const std::string wanted = unknown ? fmt::format("{} (v7) or {} (Korveline)",
-                                                     quoted(Layout::V7), quoted(Layout::Korveline))
-                                       : quoted(layout);
-    const std::size_t size = unknown ? longestMagic : traitsOf(layout).magic.size();
-    const std::string seen = quotedBytes(file.first(std::min(size, file.size())));
-    if (isBlank(file)) {
-        return {"blank", "the file is blank", wanted, fmt::format("{:#04x} in every byte", file[0]),
-                "the part is empty or was not connected: read it again"};
-    }
-    if (classify(file) != Layout::Unknown) {
-        return {"wrong-layout", "wrong magic", wanted, quoted(classify(file)),
-                "the file names its own layout: leave --layout out"};
-    }
-    constexpr const char* reorder = "read the part in byte order, or turn the bytes around";
-    if (isSwapped(file, 2)) {
-        return {"swapped-pairs", "bytes are swapped in pairs", wanted, seen, reorder};
-    }
-    if (isSwapped(file, 4)) {
-        return {"swapped-words", "bytes are swapped in 32-bit words", wanted, seen, reorder};
-    }
-    if (looksLikeLensFile(file)) {
-        return {"lens-file", "a file that a cut has written, lensdata.dat", wanted,
-                "nine lens parameters", "give the dump that it was cut from"};
-    }
-    for (const Layout known : {Layout::V7, Layout::Korveline}) {
-        if (const std::uint64_t offset = offsetOf(known, file); offset < file.size()) {
-            return {"bytes-before-image",
-                    "the image does not begin with the file",
-                    quoted(known) + " at byte 0",
-                    fmt::format("it at byte {}", offset),
-                    "leave out the bytes in front of it (tail -c)",
-                    offset};
-        }
-    }
-    if (const std::uint64_t offset = offsetOf(Layout::Packed, file); offset < file.size()) {
-        return {"calibration-inside",
-                "unknown magic",
-                wanted,
-                fmt::format("{}; but a packed calibration begins at byte {}", seen, offset),
-                "the image's header is damaged or of another layout: read the part again",
-                offset};
-    }
-    return unknown
-               ? Finding{"unknown-magic", "unknown magic", wanted, seen,
-                         "name the --layout if you know it, else read the part again"}
-               : Finding{"magic", "wrong magic", wanted, seen,
-                         "leave --layout out if this is another layout, else read the part again"};
-}
-
 Finding imageFault(const Diagnosis& about) {
     const image::Refusal& refusal = *about.image.refusal;
-    const auto fault = [&refusal](const char* name, const char* what, const std::string& expected,
-                                  const std::string& found, const char* advice) {
+    const image::Layout& layout = *about.layout.image;
+    const auto fault = [&refusal](const char* name, const std::string& what,
+                                  const std::string& expected, const std::string& found,
+                                  const char* advice) {
         return Finding{name, what, expected, found, advice, refusal.offset};
     };
     switch (refusal.cause) {
         case image::Cause::wrongVersion:
             return fault(
-                "version", about.layout == Layout::V7 ? "wrong version" : "wrong layout revision",
+                "version", "wrong " + std::string(layout.fields[layout.versionField].name),
                 fmt::to_string(refusal.expected), fmt::to_string(refusal.found),
                 "read the part again; if it stays, this calcut does not know the module's layout");
         case image::Cause::payloadOutside:
@@ -219,10 +162,14 @@ Finding imageFault(const Diagnosis& about) {
                                      about.image.payloadOffset),
                          text::byteCount(refusal.found) + " of them in the file",
                          "read the whole part again");
-        case image::Cause::checksum:
+        case image::Cause::checksum: {
+            const std::string cause = explainChecksum(about);
             return fault("checksum", "CRC-32 mismatch",
                          fmt::format("{:#010x} (computed over the payload)", refusal.expected),
-                         fmt::format("{:#010x} (stored)", refusal.found), "read the part again");
+                         fmt::format("{:#010x} (stored){}{}", refusal.found,
+                                     cause.empty() ? "" : "; ", cause),
+                         "read the part again");
+        }
         default:
             // Without a magic nothing else that a header says is worth a word; a file too short
             // for a header is better told by its magic, too.
@@ -236,16 +183,16 @@ Finding imageFault(const Diagnosis& about) {
 
 Finding readFault(const Diagnosis& about, const vantric::Refusal& refusal,
                   std::optional<std::uint32_t> blockId) {
-    if (refusal.cause == vantric::Cause::wrongMagic && about.layout == Layout::Packed) {
+    if (refusal.cause == Cause::wrongMagic && about.layout == Layout::Packed) {
         return wrongMagic(about.file, about.layout);
     }
     const vantric::BlockSighting* block = refusedBlock(about, blockId);
-    if (refusal.cause == vantric::Cause::unknownKind) {
+    if (refusal.cause == Cause::unknownKind) {
         // The walk has no block of a header that does not read; its id stands before the kind.
         blockId = about.file[refusal.offset - 1];
     }
     const RXHeader header = about.header.value_or(RXHeader{});
-    const std::string_view magic = traitsOf(Layout::Packed).magic;
+    const std::string_view magic = Layout::Packed.magic;
     const Words& words = readWords.at(static_cast<std::size_t>(refusal.cause));
     const auto fill = [&](const char* pattern) {
         return fmt::format(
@@ -260,7 +207,7 @@ Finding readFault(const Diagnosis& about, const vantric::Refusal& refusal,
             fmt::arg("elements", expectedElements(blockId.value_or(0))),
             fmt::arg("count", block != nullptr ? block->header.count : 0),
             fmt::arg("sensor", fmt::format("{} x {}", header.columns, header.rows)),
-            fmt::arg("magic", quoted(Layout::Packed)),
+            fmt::arg("magic", fmt::format("\"{}\"", magic)),
             fmt::arg("start", quotedBytes(about.payload.first(
                                   std::min(about.payload.size(), magic.size())))));
     };

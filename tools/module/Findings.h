@@ -36,7 +36,7 @@ inline constexpr const char* askWriter =
 
 /// About a file that does not begin with the magic of its layout (Unknown: with none), with the
 /// reason where one can be told.
-Finding wrongMagic(files::ByteView file, Layout layout);
+Finding wrongMagic(files::ByteView file, const Layout& layout);
 
 /// About an image whose record was refused.
 Finding imageFault(const Diagnosis& about);

@@ -1,25 +1,32 @@
 #include "tools/module/Layout.h"
 
-#include "calibration/packed/Block.h"
-#include "cutter/korvelineImage.h"
-#include "cutter/v7Image.h"
+#include <algorithm>
+#include <vector>
 
 namespace calcut::module {
 
-const LayoutTraits& traitsOf(Layout layout) {
-    static constexpr std::array<LayoutTraits, 4> traits = {{
-        {"v7", image::v7::magic, image::v7::fields, image::v7::locate},
-        {"korveline", image::korveline::magic, image::korveline::fields, image::korveline::locate},
-        {"packed", {vantric::packedMagic.data(), vantric::packedMagic.size()}},
-        {"unknown", {}},
-    }};
-    return traits.at(static_cast<std::size_t>(layout));
+std::span<const Layout> knownLayouts() {
+    static const std::vector<Layout> all = [] {
+        std::vector<Layout> known;
+        for (const image::Layout& layout : image::layouts) {
+            known.push_back({layout.name, layout.magic, &layout});
+        }
+        known.push_back(Layout::Packed);
+        return known;
+    }();
+    return all;
+}
+
+std::optional<Layout> layoutNamed(std::string_view name) {
+    const auto known = knownLayouts();
+    const auto found = std::ranges::find(known, name, &Layout::name);
+    return found == known.end() ? std::nullopt : std::optional(*found);
 }
 
 Layout classify(files::ByteView file) {
     const std::string_view start(reinterpret_cast<const char*>(file.data()), file.size());
-    for (const Layout known : knownLayouts) {
-        if (start.starts_with(traitsOf(known).magic)) {
+    for (const Layout& known : knownLayouts()) {
+        if (start.starts_with(known.magic)) {
             return known;
         }
     }

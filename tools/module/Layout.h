@@ -1,34 +1,39 @@
-// The layouts of files that the command knows.
+// What a file can be taken for: an image of one of the library's layouts, a bare packed
+// calibration, or neither.
 #pragma once
 
-#include <array>
+#include <optional>
 #include <span>
 #include <string_view>
 
-#include "cutter/imageRecord.h"
+#include "calibration/packed/Block.h"
+#include "cutter/layouts.h"
 #include "tools/files/Dump.h"
 
 namespace calcut::module {
 
-enum class Layout { V7, Korveline, Packed, Unknown };
+struct Layout {
+    const char* name;                      ///< in options and reports: "v7", "packed", "unknown"
+    std::string_view magic;                ///< what a file begins with; empty for Unknown
+    const calcut::image::Layout* image{};  ///< null where there is no image around the calibration
 
-inline constexpr std::array knownLayouts = {Layout::V7, Layout::Korveline, Layout::Packed};
+    static const Layout Packed;
+    static const Layout Unknown;
 
-/// What the command knows about a layout. Only images have fields and a function that finds their
-/// record.
-struct LayoutTraits {
-    const char* name;        ///< "v7", "korveline", "packed", "unknown": in options and reports
-    std::string_view magic;  ///< what a file begins with; empty for Unknown
-    std::span<const image::Field> fields{};
-    image::Record (*locate)(image::Bytes file, std::uint64_t cursor) = nullptr;
+    bool operator==(const Layout& other) const { return std::string_view(name) == other.name; }
 };
-const LayoutTraits& traitsOf(Layout layout);
 
-inline const char* layoutName(Layout layout) {
-    return traitsOf(layout).name;
-}
+inline constexpr Layout Layout::Packed{"packed",
+                                       {vantric::packedMagic.data(), vantric::packedMagic.size()}};
+inline constexpr Layout Layout::Unknown{"unknown", {}};
 
-/// The layout that the first bytes name.
+/// The images in the order of the library's layouts, then Packed.
+std::span<const Layout> knownLayouts();
+
+/// The known layout of that name.
+std::optional<Layout> layoutNamed(std::string_view name);
+
+/// The layout that the first bytes name, or Unknown.
 Layout classify(files::ByteView file);
 
 }  // namespace calcut::module

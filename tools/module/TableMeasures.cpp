@@ -10,68 +10,97 @@ namespace calcut::module {
 
 namespace {
 
-/// Regions of pixels that are joined pair by pair. Each points towards the first of its region.
+/// Regions that grow by joining pixels of one value.
 class Regions {
   public:
-    explicit Regions(std::size_t size) : towards_(size) {
-        std::iota(towards_.begin(), towards_.end(), std::uint32_t{0});
+    struct Region {
+        std::uint32_t towards;  ///< a pixel nearer to the one that stands for all
+        std::uint32_t pixels = 1;
+        std::uint32_t pairs = 0;
+    };
+
+    explicit Regions(std::uint32_t size) : regions_(size) {
+        for (std::uint32_t at = 0; at < size; ++at) {
+            regions_[at].towards = at;
+        }
     }
 
-    std::uint32_t firstOf(std::uint32_t pixel) {
-        while (towards_[pixel] != pixel) {
-            pixel = towards_[pixel] = towards_[towards_[pixel]];
+    void join(std::uint32_t a, std::uint32_t b) {
+        a = pixelOf(a);
+        b = pixelOf(b);
+        if (a != b) {
+            const auto [small, large] = std::minmax(
+                {a, b}, [this](auto x, auto y) { return regions_[x].pixels < regions_[y].pixels; });
+            regions_[small].towards = large;
+            regions_[large].pixels += regions_[small].pixels;
+            regions_[large].pairs += regions_[small].pairs;
+            a = large;
+        }
+        ++regions_[a].pairs;
+        largest_ = regions_[a].pixels > regions_[largest_].pixels ? a : largest_;
+    }
+
+    [[nodiscard]] std::uint32_t largest() const { return pixelOf(largest_); }
+    [[nodiscard]] const Region& operator[](std::uint32_t pixel) const { return regions_[pixel]; }
+
+  private:
+    [[nodiscard]] std::uint32_t pixelOf(std::uint32_t pixel) const {
+        while (regions_[pixel].towards != pixel) {
+            pixel = regions_[pixel].towards;
         }
         return pixel;
     }
 
-    void join(std::uint32_t a, std::uint32_t b) {
-        a = firstOf(a);
-        b = firstOf(b);
-        towards_[std::max(a, b)] = std::min(a, b);
-    }
-
-  private:
-    std::vector<std::uint32_t> towards_;
+    std::vector<Region> regions_;
+    std::uint32_t largest_ = 0;
 };
 
-void measureRegions(std::span<const float> values, const std::vector<std::uint8_t>& isValid,
-                    std::size_t columns, TableMeasures& result) {
+/// Calls look(pixel, distance) for each pixel with a neighbour before it, left and above.
+template <typename Look>
+void forEachPair(std::uint32_t size, std::uint32_t columns, Look look) {
+    for (std::uint32_t row = 0; row < size; row += columns) {
+        for (std::uint32_t at = row + 1; at < row + columns; ++at) {
+            look(at, 1U);
+        }
+    }
+    for (std::uint32_t at = columns; at < size; ++at) {
+        look(at, columns);
+    }
+}
+
+void measureRegions(std::span<const float> values, const std::uint8_t* isValid,
+                    std::uint32_t columns, TableMeasures& result) {
     const auto size = static_cast<std::uint32_t>(values.size());
-    const auto width = static_cast<std::uint32_t>(columns);
-    Regions regions(size);
-    std::size_t neighbours = 0;
-    std::vector<std::uint32_t> equal;  // the later pixel of each pair
-    const auto look = [&](std::uint32_t at, std::uint32_t before) {
-        const bool both = (isValid[at] & isValid[before]) != 0;
-        neighbours += both ? 1 : 0;
-        if (both && values[at] == values[before]) {
-            regions.join(at, before);
-            equal.push_back(at);
-        }
+    const float* const value = values.data();
+    const auto areValid = [isValid](std::uint32_t at, std::uint32_t distance) {
+        return std::uint32_t{isValid[at]} & isValid[at - distance];
     };
-    for (std::uint32_t row = 0; width != 0 && row < size; row += width) {
-        for (std::uint32_t at = row; at < row + width; ++at) {
-            if (at != row) {
-                look(at, at - 1);
-            }
-            if (row != 0) {
-                look(at, at - width);
-            }
+    const auto areEqual = [&](std::uint32_t at, std::uint32_t distance) {
+        return areValid(at, distance) & (value[at] == value[at - distance] ? 1U : 0U);
+    };
+    std::uint32_t neighbours = 0;
+    std::uint32_t equal = 0;
+    forEachPair(size, columns, [&](std::uint32_t at, std::uint32_t distance) {
+        neighbours += areValid(at, distance);
+        equal += areEqual(at, distance);
+    });
+    result.regionPixels = 1;
+    result.regionAt = static_cast<std::size_t>(std::find(isValid, isValid + size, 1) - isValid);
+    if (equal == 0) {
+        return;
+    }
+    Regions regions(size);
+    forEachPair(size, columns, [&](std::uint32_t at, std::uint32_t distance) {
+        if (areEqual(at, distance) != 0) {
+            regions.join(at, at - distance);
         }
-    }
-    std::vector<std::uint32_t> sizes(size);
-    for (std::uint32_t at = 0; at < size; ++at) {
-        sizes[regions.firstOf(at)] += isValid[at];
-    }
-    const auto largest = std::ranges::max_element(sizes);
-    const auto first = static_cast<std::uint32_t>(largest - sizes.begin());
-    const std::size_t inside = static_cast<std::size_t>(std::ranges::count_if(
-        equal, [&](std::uint32_t later) { return regions.firstOf(later) == first; }));
-    result.regionAt = first;
-    result.regionPixels = *largest;
-    result.equalNeighbours = neighbours == inside ? 0.0
-                                                  : static_cast<double>(equal.size() - inside) /
-                                                        static_cast<double>(neighbours - inside);
+    });
+    result.regionAt = regions.largest();
+    const Regions::Region& largest = regions[regions.largest()];
+    result.regionPixels = largest.pixels;
+    result.equalNeighbours = neighbours == largest.pairs
+                                 ? 0.0
+                                 : double(equal - largest.pairs) / (neighbours - largest.pairs);
 }
 
 double medianOf(std::vector<double>& values) {
@@ -80,38 +109,42 @@ double medianOf(std::vector<double>& values) {
     return *middle;
 }
 
-void measureFarthest(std::span<const float> values, const std::vector<std::uint8_t>& isValid,
-                     TableMeasures& result) {
-    std::vector<double> finite;
-    finite.reserve(values.size());
-    for (std::size_t at = 0; at < values.size(); ++at) {
+/// Finite valid values; not always of the same columns.
+std::vector<double> sampleOf(std::span<const float> values, const std::uint8_t* isValid,
+                             std::size_t columns) {
+    constexpr std::size_t most = 4096;
+    std::size_t stride = values.size() / most + 1;
+    while (std::gcd(stride, columns) != 1) {
+        ++stride;
+    }
+    std::vector<double> sample;
+    for (std::size_t at = 0; at < values.size(); at += stride) {
         if (isValid[at] != 0 && std::isfinite(values[at])) {
-            finite.push_back(values[at]);
-        } else if (isValid[at] != 0 && result.farthest == 0.0) {
-            result.farthest = std::numeric_limits<double>::infinity();
-            result.farthestAt = at;
+            sample.push_back(values[at]);
         }
     }
-    if (finite.empty() || result.farthest != 0.0) {
-        return;
-    }
-    const double median = medianOf(finite);
+    return sample;
+}
+
+void measureFarthest(std::span<const float> values, const std::uint8_t* isValid,
+                     std::size_t columns, TableMeasures& result) {
+    std::vector<double> sample = sampleOf(values, isValid, columns);
+    const double median = sample.empty() ? values[result.regionAt] : medianOf(sample);
     double most = 0.0;
     double least = std::numeric_limits<double>::infinity();
     for (std::size_t at = 0; at < values.size(); ++at) {
         const double distance = isValid[at] != 0 ? std::fabs(values[at] - median) : 0.0;
-        if (distance > most) {
-            most = distance;
+        if (!(distance <= most)) {
+            most = std::isnan(distance) ? std::numeric_limits<double>::infinity() : distance;
             result.farthestAt = at;
         }
-        least = distance > 0.0 ? std::min(least, distance) : least;
+        least = distance > 0.0 && distance < least ? distance : least;
     }
-    if (most > 0.0) {
-        std::ranges::transform(finite, finite.begin(),
-                               [median](double value) { return std::fabs(value - median); });
-        const double spread = 1.4826 * medianOf(finite);
-        result.farthest = most / (spread > 0.0 ? spread : least);
-    }
+    std::ranges::transform(sample, sample.begin(),
+                           [median](double value) { return std::fabs(value - median); });
+    const double spread = sample.empty() ? 0.0 : 1.4826 * medianOf(sample);
+    const bool isFinite = std::isfinite(most);
+    result.farthest = isFinite && most > 0.0 ? most / (spread > 0.0 ? spread : least) : most;
 }
 
 }  // namespace
@@ -119,14 +152,14 @@ void measureFarthest(std::span<const float> values, const std::vector<std::uint8
 TableMeasures measure(std::span<const float> values, std::span<const std::uint8_t> mask,
                       std::size_t columns) {
     TableMeasures result;
-    std::vector<std::uint8_t> isValid(values.size(), 1);
-    std::ranges::transform(mask, isValid.begin(), [](std::uint8_t entry) { return entry != 0; });
     result.valid = values.size() - countMasked(mask);
     if (result.valid == 0) {
         return result;
     }
-    measureRegions(values, isValid, columns, result);
-    measureFarthest(values, isValid, result);
+    std::vector<std::uint8_t> isValid(values.size(), 1);
+    std::ranges::transform(mask, isValid.begin(), [](std::uint8_t entry) { return entry != 0; });
+    measureRegions(values, isValid.data(), static_cast<std::uint32_t>(columns), result);
+    measureFarthest(values, isValid.data(), columns, result);
     result.constant = result.farthest == 0.0;
     return result;
 }

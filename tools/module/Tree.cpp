@@ -11,7 +11,6 @@
 
 #include "calcut/cutter.h"
 #include "calibration/packed/Block.h"
-#include "cutter/korvelineImage.h"
 #include "tools/module/Layout.h"
 #include "tools/module/Names.h"
 #include "tools/module/Tables.h"
@@ -52,7 +51,7 @@ text::Json fieldTree(const image::Field& field, files::ByteView bytes) {
 text::Json imageTree(const Diagnosis& about) {
     const image::Record& image = about.image;
     text::Json fields = text::Json::array();
-    for (const image::Field& field : traitsOf(about.layout).fields) {
+    for (const image::Field& field : about.layout.image->fields) {
         if (field.offset < about.file.size()) {
             const std::size_t present = about.file.size() - field.offset;
             fields.push_back(
@@ -62,8 +61,7 @@ text::Json imageTree(const Diagnosis& about) {
     text::Json signature;
     if (about.signatureLength) {
         const std::uint8_t length = *about.signatureLength;
-        const files::ByteView room = about.payload.last(about.signatureAreaSize)
-                                         .subspan(image::korveline::signatureLengthSize);
+        const files::ByteView room = about.payload.last(about.signatureAreaSize).subspan(1);
         signature = {{"bytes", length},
                      {"hex", text::hexText(room.first(length <= room.size() ? length : 0))}};
     }
@@ -263,12 +261,12 @@ text::Json storageTree(const RXBlockHeader& header) {
 }
 
 text::Json inspectTree(const Diagnosis& about, std::string_view path) {
-    const bool isImage = !traitsOf(about.layout).fields.empty();
+    const bool isImage = about.layout.image != nullptr;
     const bool hasCalibration = about.payload.size() > about.signatureAreaSize;
     return {{"schema", inspectSchema},
             {"file", path},
             {"bytes", about.file.size()},
-            {"layout", layoutName(about.layout)},
+            {"layout", about.layout.name},
             {"intact", about.intact()},
             {"cuttable", about.cuttable()},
             {"image", isImage ? imageTree(about) : text::Json(nullptr)},

@@ -8,7 +8,6 @@
 #include <fmt/format.h>
 
 #include "calibration/packed/Block.h"
-#include "cutter/korvelineImage.h"
 #include "tools/module/Diagnosis.h"
 #include "tools/module/Layout.h"
 #include "tools/module/Names.h"
@@ -84,15 +83,16 @@ void lookAtCustomFields(Diagnosis& dump) {
 void lookAtEnd(Diagnosis& dump) {
     const std::uint64_t end = dump.payloadOffset + dump.payload.size() - dump.signatureAreaSize;
     const std::uint64_t trailing = dump.trailingBytes();
-    const bool couldBeSigned =
-        dump.layout == Layout::Korveline && dump.image.blockId == image::plainBlockId;
+    const bool couldBeSigned = dump.layout.image != nullptr &&
+                               dump.layout.image->signatureArea != 0 &&
+                               dump.image.blockId == image::plainBlockId;
     if (*dump.endMarker >= end && dump.status == VANTRIC_OK) {
         dump.warnings.push_back(
             {"ends-in-signature", "the calibration ends inside the signature area",
              "its end marker before the area", "",
              "the cut succeeds, but its qov.spc does not read: ask whoever calibrated the module",
              *dump.endMarker});
-    } else if (couldBeSigned && trailing == image::korveline::signatureArea) {
+    } else if (couldBeSigned && trailing == dump.layout.image->signatureArea) {
         dump.warnings.push_back(
             {"uncut-signature", "what looks like a signature area in a payload without",
              "a payload type with signature area", "128 bytes behind the end marker",

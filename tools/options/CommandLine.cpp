@@ -65,11 +65,13 @@ void addTerminalOptions(CLI::App& command, text::TerminalSettings& settings) {
 }
 
 CLI::Option* addLayout(CLI::App& command, std::optional<module::Layout>& layout, const char* text) {
+    std::vector<std::string> words = {"auto"};
+    std::ranges::transform(module::knownLayouts(), std::back_inserter(words),
+                           &module::Layout::name);
     const auto set = [&layout](std::size_t at) {
-        layout = at == 0 ? std::nullopt : std::optional(module::knownLayouts[at - 1]);
+        layout = at == 0 ? std::nullopt : std::optional(module::knownLayouts()[at - 1]);
     };
-    return addChoice(command, "--layout", {"auto", "v7", "korveline", "packed"}, set, "LAYOUT",
-                     text);
+    return addChoice(command, "--layout", words, set, "LAYOUT", text);
 }
 
 /// What every subcommand has that reads dumps.
@@ -213,11 +215,11 @@ void addMakeOptions(CLI::App& command, make::MakeOptions& options) {
         ->check([&content](const std::string& text) { return make::parseSize(text, content); })
         ->type_name("WxH");
     addValue(command, "--frequencies", content.frequencies, "N", "Modulation frequencies [3]")
-        ->check(CLI::Range(1U, 8U));
+        ->check(CLI::Range(1U, unsigned{VANTRIC_FREQUENCIES}));
     const auto omit = [&content] { content.straylight = false; };
     command.add_flag_callback("--no-straylight", omit, "Leave the straylight profile out");
     addValue(command, "--custom", content.custom, "N", "Custom blocks [2]")
-        ->check(CLI::Range(0U, 5U));
+        ->check(CLI::Range(0U, unsigned{VANTRIC_CUSTOM_FIELDS}));
     addValue(command, "--table-bits", options.tableBits, "N",
              "Bits of a value in the per-pixel tables, 0 for plain floats (12; for Korveline the "
              "widest up to 12 that fit)")
@@ -236,7 +238,7 @@ void addMakeOptions(CLI::App& command, make::MakeOptions& options) {
 }
 
 void checkMake(const make::MakeOptions& options) {
-    if (options.signature && options.layout != module::Layout::Korveline) {
+    if (options.signature && !make::takesSignature(options)) {
         throw CLI::ValidationError("--signature", "only Korveline dumps carry a signature");
     }
 }

@@ -59,7 +59,7 @@ std::vector<char*> argumentsOf(Words& words) {
 template <class Options>
 void addReading(Words& words, const Options& options) {
     words.insert(words.end(),
-                 {"--layout", options.layout ? module::layoutName(*options.layout) : "auto",
+                 {"--layout", options.layout ? options.layout->name : "auto",
                   "--max-size", fmt::format("{}", options.maxSize), "--error",
                   text::paint(stderr, text::Colour::Red, "calcut:")});
 }
