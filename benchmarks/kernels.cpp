@@ -9,6 +9,7 @@
 #include "calcut/vantric_rx.h"
 #include "calibration/directions.h"
 #include "calibration/packed/Compressed.h"
+#include "calibration/processor.h"
 #include "cutter/CRC32.h"
 #include "cutter/CRC32Kernels.h"
 #include "keep.h"
@@ -321,7 +322,7 @@ Work portableChecksum() {
 }  // namespace
 
 std::string chosenKernels() {
-    return std::string("directions ") + (vantric::hasAvx2() ? "by AVX2 and FMA" : "portable") +
+    return std::string("directions ") + (vantric::hasAvx2() ? "by AVX2" : "portable") +
            ", checksum " + (checksum::hasInstructions() ? "by instructions" : "portable");
 }
 

@@ -1,6 +1,7 @@
 #include "calibration/directions.h"
 
 #include "calibration/calibration.h"
+#include "calibration/processor.h"
 #define CALCUT_INSTRUCTION_SET portable
 #include "calibration/directionsKernel.h"
 
@@ -9,14 +10,6 @@ namespace vantric {
 void computeDirectionsPortable(float* directions, const float* lensParameters,
                                std::uint32_t columns, std::uint32_t rows) {
     portable::computeTiles(directions, lensParameters, columns, rows);
-}
-
-bool hasAvx2() {
-#ifdef __x86_64__
-    return __builtin_cpu_supports("avx2") != 0 && __builtin_cpu_supports("fma") != 0;
-#else
-    return false;
-#endif
 }
 
 void computeDirections(float* directions, const float* lensParameters, std::uint32_t columns,

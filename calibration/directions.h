@@ -14,7 +14,6 @@ void computeDirections(float* directions, const float* lensParameters, std::uint
 /// has them (x86-64 alone).
 void computeDirectionsPortable(float* directions, const float* lensParameters,
                                std::uint32_t columns, std::uint32_t rows);
-bool hasAvx2();
 void computeDirectionsAvx2(float* directions, const float* lensParameters, std::uint32_t columns,
                            std::uint32_t rows);
 

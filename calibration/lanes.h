@@ -146,37 +146,36 @@ using Bytes = std::uint8_t __attribute__((vector_size(registerSize)));
 constexpr std::size_t windowSize = 16;  // a byte look-up reaches no further
 constexpr std::size_t windows = registerSize / windowSize;
 
-template <class Register>
-CALCUT_INLINE Register load(const void* from) {
-    Register result;
-    std::memcpy(&result, from, sizeof result);
-    return result;
+// At any alignment. Plain accesses, since GCC does not join copies into loads and stores of pairs.
+using UnalignedWords [[gnu::aligned(1), gnu::may_alias]] = Words;
+
+CALCUT_INLINE Words load(const void* from) {
+    return *static_cast<const UnalignedWords*>(from);
 }
 
-template <class Register>
-CALCUT_INLINE void store(void* to, Register values) {
-    std::memcpy(to, &values, sizeof values);
+CALCUT_INLINE void store(void* to, Words words) {
+    *static_cast<UnalignedWords*>(to) = words;
 }
 
 // Sixteen bytes for each half of a register, or for all of one that has no halves.
-CALCUT_INLINE Bytes loadWindows(const std::uint8_t* low,
+CALCUT_INLINE Words loadWindows(const std::uint8_t* low,
                                 [[maybe_unused]] const std::uint8_t* high) {
 #ifdef __AVX2__
-    const auto* lowWindow = reinterpret_cast<const __m128i*>(low);
-    const auto* highWindow = reinterpret_cast<const __m128i*>(high);
-    return reinterpret_cast<Bytes>(_mm256_loadu2_m128i(highWindow, lowWindow));
+    return reinterpret_cast<Words>(_mm256_loadu2_m128i(reinterpret_cast<const __m128i*>(high),
+                                                       reinterpret_cast<const __m128i*>(low)));
 #else
-    return load<Bytes>(low);
+    return load(low);
 #endif
 }
 
-// Byte index[i] of the window in lane i; 0 where the index is 0xFF.
-CALCUT_INLINE Bytes lookUp(Bytes window, Bytes index) {
+// By bytes: byte index[i] of the window in byte i; 0 where the index is 0xFF.
+CALCUT_INLINE Words lookUp(Words window, Words index) {
 #ifdef __AVX2__
-    return reinterpret_cast<Bytes>(_mm256_shuffle_epi8(reinterpret_cast<__m256i>(window),
-                                                       reinterpret_cast<__m256i>(index)));
+    return reinterpret_cast<Words>(
+        _mm256_shuffle_epi8(reinterpret_cast<__m256i>(window), reinterpret_cast<__m256i>(index)));
 #else
-    return vqtbl1q_u8(window, index);
+    return reinterpret_cast<Words>(
+        vqtbl1q_u8(reinterpret_cast<Bytes>(window), reinterpret_cast<Bytes>(index)));
 #endif
 }
 
@@ -191,8 +190,8 @@ CALCUT_INLINE SignedWords shiftsOf(Words amounts) {
 
 CALCUT_INLINE Words shiftRight(Words values, SignedWords shifts) {
 #ifdef __AVX2__
-    return reinterpret_cast<Words>(_mm256_srlv_epi32(reinterpret_cast<__m256i>(values),
-                                                     reinterpret_cast<__m256i>(shifts)));
+    return reinterpret_cast<Words>(
+        _mm256_srlv_epi32(reinterpret_cast<__m256i>(values), reinterpret_cast<__m256i>(shifts)));
 #else
     return vshlq_u32(values, shifts);
 #endif
@@ -200,9 +199,9 @@ CALCUT_INLINE Words shiftRight(Words values, SignedWords shifts) {
 
 CALCUT_INLINE Words swapBytes(Words words) {
 #ifdef __AVX2__
-    constexpr Bytes reversed = {3,  2,  1,  0,  7,  6,  5,  4,  11, 10, 9,  8,  15, 14, 13, 12,
-                                3,  2,  1,  0,  7,  6,  5,  4,  11, 10, 9,  8,  15, 14, 13, 12};
-    return reinterpret_cast<Words>(lookUp(reinterpret_cast<Bytes>(words), reversed));
+    constexpr Words reversed = {0x00010203, 0x04050607, 0x08090A0B, 0x0C0D0E0F,
+                                0x00010203, 0x04050607, 0x08090A0B, 0x0C0D0E0F};
+    return lookUp(words, reversed);
 #else
     return reinterpret_cast<Words>(vrev32q_u8(reinterpret_cast<Bytes>(words)));
 #endif
@@ -228,8 +227,8 @@ CALCUT_INLINE Words minimum(Words a, Words b) {
 // a - b, or 0 where b is greater.
 CALCUT_INLINE Words subtractSaturating(Words a, Words b) {
 #ifdef __AVX2__
-    return reinterpret_cast<Words>(_mm256_max_epu32(reinterpret_cast<__m256i>(a),
-                                                    reinterpret_cast<__m256i>(b))) -
+    return reinterpret_cast<Words>(
+               _mm256_max_epu32(reinterpret_cast<__m256i>(a), reinterpret_cast<__m256i>(b))) -
            b;
 #else
     return vqsubq_u32(a, b);

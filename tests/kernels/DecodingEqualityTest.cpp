@@ -6,6 +6,7 @@
 
 #include "Bits.h"
 #include "calibration/packed/Compressed.h"
+#include "calibration/packed/DecodingKernels.h"
 #include "cutter/CRC32.h"
 #include "cutter/CRC32Kernels.h"
 #include "fixtures.h"
@@ -26,6 +27,20 @@ Bytes bigEndianBytes(const Words& words) {
         }
     }
     return bytes;
+}
+
+template <class Element>
+std::uint8_t* bytesOf(std::vector<Element>& elements) {
+    return reinterpret_cast<std::uint8_t*>(elements.data());
+}
+
+const std::uint8_t* bytesOf(const Words& words) {
+    return reinterpret_cast<const std::uint8_t*>(words.data());
+}
+
+// Copied, so that a word read behind the end is seen by the address sanitizer.
+Words firstOf(const Words& words, std::size_t count) {
+    return {words.data(), words.data() + count};
 }
 
 // --------------------------------------------------------------------------------- unpacking --
@@ -51,8 +66,7 @@ TEST(DecodingEquality, UnpackingOfEveryWidthAndCountWithTooFewJustEnoughAndMoreW
             const std::uint64_t needed = (n * bits + 31) / 32;
             for (const std::uint64_t wordCount :
                  {needed, needed + 1, needed - std::min<std::uint64_t>(needed, 1), needed / 2}) {
-                // Copied, so that a word read behind the end is seen by the address sanitizer.
-                const Words exact(words.data(), words.data() + wordCount);
+                const Words exact = firstOf(words, wordCount);
                 const auto* in = exact.data();
                 Words fast(n + 4, untouchedWord), expected = fast;
                 Words fastScratch = fast, expectedScratch = fast;
@@ -69,6 +83,63 @@ TEST(DecodingEquality, UnpackingOfEveryWidthAndCountWithTooFewJustEnoughAndMoreW
                 ASSERT_EQ(std::tie(fast, fastScratch), std::tie(expected, expectedScratch));
                 ASSERT_EQ(bitsOf(fastFloats.data(), n + 4), bitsOf(expectedFloats.data(), n + 4));
             }
+        }
+    }
+}
+
+// Those that this processor does not choose as well.
+std::vector<const vantric::DecodingKernels*> everyVariant() {
+    return {&vantric::portableKernels, &vantric::decodingKernels()};
+}
+
+// Groups in either order of bytes, with no more words behind them than may be read.
+TEST(DecodingEquality, GroupsOfEveryWidthAndOrderInEveryVariant) {
+    const Words source = Random().many<std::uint32_t>(5 * 31 + vantric::wordsReadBehind);
+    for (unsigned bits = 1; bits <= 31; ++bits) {
+        for (std::size_t groups = 0; groups <= 5; ++groups) {
+            const std::size_t count = groups * vantric::groupSize;
+            const Words words = firstOf(source, groups * bits + vantric::wordsReadBehind);
+            const Bytes swapped = bigEndianBytes(words);
+            Words expected(count), unused(count);
+            Floats expectedFloats(count);
+            plain::unpackFloat(words.data(), words.size(), count, bits, expected.data(),
+                               expectedFloats.data(), 0.37F, -3.1F);
+            for (const auto* kernels : everyVariant()) {
+                SCOPED_TRACE(testing::Message() << bits << " bits, " << groups << " groups");
+                for (const bool bigEndian : {false, true}) {
+                    Words values(count);
+                    kernels->unpackUints(bigEndian ? swapped.data() : bytesOf(words), groups, bits,
+                                         bigEndian, bytesOf(values));
+                    ASSERT_EQ(values, expected);
+                }
+                Floats direct(count), inTwoSteps(count);
+                kernels->unpackFloats(swapped.data(), groups, bits, 0.37F, -3.1F, bytesOf(direct));
+                kernels->toFixedPoint(expected.data(), count, 0.37F, -3.1F, bytesOf(inTwoSteps));
+                ASSERT_EQ(bitsOf(direct.data(), count), bitsOf(expectedFloats.data(), count));
+                ASSERT_EQ(bitsOf(inTwoSteps.data(), count), bitsOf(expectedFloats.data(), count));
+            }
+        }
+    }
+}
+
+TEST(DecodingEquality, BitsFloatsAndWordsOfEveryCountInEveryVariant) {
+    const Words source = Random().many<std::uint32_t>(300);
+    for (std::size_t count = 0; count <= source.size(); ++count) {
+        const Words words = firstOf(source, count);
+        const Bytes swapped = bigEndianBytes(words);
+        const Bytes maskWords = prefix(swapped, (count + 31) / 32 * 4);
+        Words unpacked(count);
+        plain::unpackUint(words.data(), count, count, 1, unpacked.data());
+        for (const auto* kernels : everyVariant()) {
+            Bytes bits(count);
+            kernels->spreadBits(maskWords.data(), count, bits.data());
+            ASSERT_EQ(bits, Bytes(unpacked.begin(), unpacked.end()));
+            Words inOrder(count);
+            kernels->swapWords(swapped.data(), count, bytesOf(inOrder));
+            ASSERT_EQ(inOrder, words);
+            Bytes inPlace = swapped;
+            kernels->swapWords(inPlace.data(), count, inPlace.data());
+            ASSERT_EQ(std::memcmp(inPlace.data(), words.data(), inPlace.size()), 0);
         }
     }
 }
@@ -109,19 +180,29 @@ Floats decodeFloatBlock(const Words& words) {
                                  0};
     Floats values(words.size());
     VantricStream stream = vantric_createStreamFromData(bytes.data(), bytes.size());
-    EXPECT_EQ(vantric_decodeRXBlock(&stream, &block, nullptr, 0,
-                                    reinterpret_cast<std::uint8_t*>(values.data()), bytes.size()),
+    EXPECT_EQ(vantric_decodeRXBlock(&stream, &block, nullptr, 0, bytesOf(values), bytes.size()),
               ok);
     return values;
 }
 
-// The first word for which one of the library's two ways differs from the plain form, or -1.
+// The first word for which one of the library's ways differs from the plain form, or -1.
 std::int64_t firstWrongWord(const Words& words) {
-    const Floats block = decodeFloatBlock(words);
+    std::vector<Floats> all = {decodeFloatBlock(words)};
+    for (const auto* kernels : everyVariant()) {
+        // In the place of the words.
+        const Bytes bytes = bigEndianBytes(words);
+        Floats& values = all.emplace_back(words.size());
+        std::memcpy(values.data(), bytes.data(), bytes.size());
+        kernels->decodeFloats(bytesOf(values), words.size(), bytesOf(values));
+    }
     for (std::size_t i = 0; i < words.size(); ++i) {
         const auto word = static_cast<std::int32_t>(words[i]);
         const std::uint32_t expected = bitsOf(plain::decodeFloat(word));
-        if (bitsOf(block[i]) != expected || bitsOf(vantric_decodeRXFloat(word)) != expected) {
+        bool wrong = bitsOf(vantric_decodeRXFloat(word)) != expected;
+        for (const Floats& values : all) {
+            wrong = wrong || bitsOf(values[i]) != expected;
+        }
+        if (wrong) {
             return words[i];
         }
     }

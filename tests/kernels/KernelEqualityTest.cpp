@@ -7,6 +7,7 @@
 
 #include "Bits.h"
 #include "calibration/directions.h"
+#include "calibration/processor.h"
 #include "fixtures.h"
 #include "plain/plain.h"
 

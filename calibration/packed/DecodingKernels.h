@@ -14,7 +14,8 @@ constexpr std::size_t wordsReadBehind = 3;
 /// What turns payloads into values, by the instructions of one kind of processor. Memory may have
 /// any alignment; source and destination do not overlap, except where it is said.
 struct DecodingKernels {
-    /// Values of 1 to 31 bits from words in the order of the machine, or big-endian ones.
+    /// Values of 1 to 31 bits from words in the order of the machine, with the alignment of words
+    /// as then the values have, or from big-endian ones.
     void (*unpackUints)(const std::uint8_t* words, std::size_t groups, unsigned bits,
                         bool bigEndian, std::uint8_t* values);
     /// The same, as offset + scale * value; always big-endian.
@@ -22,7 +23,7 @@ struct DecodingKernels {
                          float offset, std::uint8_t* floats);
     /// offset + scale * value of integers below 2^31.
     void (*toFixedPoint)(const std::uint32_t* values, std::size_t count, float scale, float offset,
-                         float* floats);
+                         std::uint8_t* floats);
     /// The bits of big-endian words as bytes of 0 and 1; reads no words behind.
     void (*spreadBits)(const std::uint8_t* words, std::size_t count, std::uint8_t* bytes);
     /// Floats of the packed format. They may take the place of their source.
