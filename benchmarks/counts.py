@@ -14,7 +14,7 @@ ABOVE, BELOW = 1.01, 0.97  # of a budget
 SPREAD = 1.10  # most over fewest, over all builds
 # Rows that must be vector code, and the least share of their instructions that works on vectors.
 VECTORS = re.compile(r"unpackRX|packed block|float block|mask bits|directions")
-VECTOR_SHARE = 0.4
+VECTOR_SHARE = 0.25
 SCALING = re.compile(r"a (read|cut) of (\d+) x (\d+)")
 
 

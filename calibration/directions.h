@@ -10,8 +10,8 @@ namespace vantric {
 void computeDirections(float* directions, const float* lensParameters, std::uint32_t columns,
                        std::uint32_t rows);
 
-/// The same by the instructions that every processor has, and by AVX2 and FMA where the processor
-/// has them (x86-64 alone).
+/// The same by the instructions that every processor has, and by AVX2 where the processor has it
+/// (x86-64 alone).
 void computeDirectionsPortable(float* directions, const float* lensParameters,
                                std::uint32_t columns, std::uint32_t rows);
 void computeDirectionsAvx2(float* directions, const float* lensParameters, std::uint32_t columns,

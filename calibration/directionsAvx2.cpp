@@ -1,6 +1,6 @@
 #include "calibration/directions.h"
 
-// Compiled for processors with AVX2 and FMA; empty on others.
+// Compiled for processors with AVX2; empty on others.
 #ifdef __AVX2__
 
 #define CALCUT_INSTRUCTION_SET avx2

@@ -134,26 +134,56 @@ bool hasInstructions() {
 namespace {
 
 constexpr std::size_t stretches = 3;
+constexpr std::size_t bytesAtOnce = 64;  // of a stretch
 constexpr std::size_t longInput = 8192;
 
-[[CALCUT_CRC_INSTRUCTIONS, gnu::always_inline]] inline std::uint32_t add8Bytes(
-    std::uint32_t sum, const std::uint8_t* data) {
+inline std::uint64_t load(const std::uint8_t* data) {
     std::uint64_t bytes;
     std::memcpy(&bytes, data, sizeof bytes);
-    return CALCUT_CRC_8_BYTES(sum, bytes);
+    return bytes;
 }
 
+// Three sums over as many stretches of bytes.
+struct Stretches {
+    const std::uint8_t* data[stretches];
+    std::uint32_t sums[stretches];
+};
+
+// The sixteen bytes from offset of each stretch.
+[[CALCUT_CRC_INSTRUCTIONS, gnu::always_inline]] inline void addPairs(Stretches& all,
+                                                                     std::size_t offset) {
+    std::uint64_t a = load(all.data[0] + offset);
+    std::uint64_t b = load(all.data[0] + offset + 8);
+    std::uint64_t c = load(all.data[1] + offset);
+    std::uint64_t d = load(all.data[1] + offset + 8);
+    std::uint64_t e = load(all.data[2] + offset);
+    std::uint64_t f = load(all.data[2] + offset + 8);
+    // All are there before the first is used: small processors do not load out of order, and the
+    // compiler joins loads that stand together.
+    asm volatile("" : "+r"(a), "+r"(b), "+r"(c), "+r"(d), "+r"(e), "+r"(f) : : "memory");
+    all.sums[0] = CALCUT_CRC_8_BYTES(all.sums[0], a);
+    all.sums[1] = CALCUT_CRC_8_BYTES(all.sums[1], c);
+    all.sums[2] = CALCUT_CRC_8_BYTES(all.sums[2], e);
+    all.sums[0] = CALCUT_CRC_8_BYTES(all.sums[0], b);
+    all.sums[1] = CALCUT_CRC_8_BYTES(all.sums[1], d);
+    all.sums[2] = CALCUT_CRC_8_BYTES(all.sums[2], f);
+}
+
+// The length of a stretch is a multiple of bytesAtOnce.
 [[CALCUT_CRC_INSTRUCTIONS]] std::uint32_t inStretches(std::uint32_t sum, const std::uint8_t* data,
                                                       std::size_t stretch) {
-    std::uint32_t second = 0;
-    std::uint32_t third = 0;
-    for (std::size_t i = 0; i < stretch; i += sizeof(std::uint64_t)) {
-        sum = add8Bytes(sum, data + i);
-        second = add8Bytes(second, data + stretch + i);
-        third = add8Bytes(third, data + 2 * stretch + i);
+    Stretches all = {{data, data + stretch, data + 2 * stretch}, {sum, 0, 0}};
+    while (all.data[0] != data + stretch) {
+        addPairs(all, 0);
+        addPairs(all, 16);
+        addPairs(all, 32);
+        addPairs(all, 48);
+        all.data[0] += bytesAtOnce;
+        all.data[1] += bytesAtOnce;
+        all.data[2] += bytesAtOnce;
     }
     const std::uint32_t shift = shiftByBytes(stretch);
-    return multiply(shift, multiply(shift, sum) ^ second) ^ third;
+    return multiply(shift, multiply(shift, all.sums[0]) ^ all.sums[1]) ^ all.sums[2];
 }
 
 }  // namespace
@@ -166,14 +196,13 @@ bool hasInstructions() {
                                                          const std::uint8_t* data,
                                                          std::size_t length) {
     if (length >= longInput) {
-        const std::size_t stretch =
-            length / (stretches * sizeof(std::uint64_t)) * sizeof(std::uint64_t);
+        const std::size_t stretch = length / (stretches * bytesAtOnce) * bytesAtOnce;
         sum = inStretches(sum, data, stretch);
         data += stretch * stretches;
         length -= stretch * stretches;
     }
     for (; length >= sizeof(std::uint64_t); length -= sizeof(std::uint64_t)) {
-        sum = add8Bytes(sum, data);
+        sum = CALCUT_CRC_8_BYTES(sum, load(data));
         data += sizeof(std::uint64_t);
     }
     for (; length != 0; --length) {
