@@ -16,7 +16,7 @@ import numpy as np
 import calcut
 
 from . import _calcut
-from ._panel import (CURVE, DIVERGING, DPI, FAULT, HEIGHT, INK, LONGEST, MOST_RINGS, QUIET, SEQUENTIAL, STYLE, WIDTH, Array, Box,
+from ._panel import (CURVE, DIVERGING, DPI, FAULT, HEIGHT, INK, LINE, LONGEST, MOST_RINGS, QUIET, SEQUENTIAL, STYLE, WIDTH, Array, Box,
                      Cell, Figure, ListedColormap, around, matplotlib, statistics, text_width, ticks, widest)
 from ._residual import residual
 
@@ -25,7 +25,6 @@ Limits = Optional[Tuple[float, float]]
 PIXELS = ("row (pixels)", "column (pixels)")
 OFFSETS = ("offset y (elements)", "offset x (elements)")
 ROOM = Box(68, 76, 230, 200)  # of an image in its panel
-_MASK = ListedColormap(["black", "white"])
 _REST = Box(68, 72, 230, 148)  # of a residual
 
 
@@ -40,8 +39,8 @@ def _rings(axes: Any, chosen: Array, origin: Tuple[int, int] = (0, 0)) -> None:
 
 def _map(cell: Cell, title: str, values: Array, label: str, limits: Limits = None, mask: Optional[Array] = None,
          colours: Any = SEQUENTIAL, origin: Tuple[int, int] = (0, 0), note: str = "", legend: Sequence[str] = (),
-         footer: str = "", rings: Optional[Array] = None, sides: Tuple[str, str] = PIXELS, room: Box = ROOM) -> Any:
-    """A panel with one value for each pixel; without a label there is no colour bar.
+         footer: str = "", rings: Optional[Array] = None, sides: Tuple[str, str] = PIXELS, told: bool = True) -> Any:
+    """A panel with one value for each pixel; without a label there is no colour bar. told: what marks mean.
 
     Returns its axes, or None where there is nothing to draw.
     """
@@ -54,13 +53,13 @@ def _map(cell: Cell, title: str, values: Array, label: str, limits: Limits = Non
     broken = ~(good | masked)
     many = ", too many to ring" if np.count_nonzero(wild) > MOST_RINGS else ""
     marks = ((masked, "□ masked ({})"), (broken, "■ not finite ({})"), (wild, "○ outliers ({}" + many + ")"))
-    words = [text.format(np.count_nonzero(chosen)) for chosen, text in marks if chosen.any()]
+    words = [text.format(np.count_nonzero(chosen)) for chosen, text in marks if told and chosen.any()]
     words += ["stretched"] if max(values.shape) > LONGEST * min(values.shape) > 0 else []
     cell.head(title, note, [*legend, *words])
     if not values.size:
         cell.text(WIDTH / 2, HEIGHT / 2, "empty", 15, colour=QUIET, ha="center")
         return None
-    axes, box = cell.image(values, colours, (low, high), room, origin, masked)
+    axes, box = cell.image(values, colours, (low, high), ROOM, origin, masked)
     for chosen, most in ((wild, MOST_RINGS), (broken, 20), (rings, MOST_RINGS)):
         if chosen is not None and 0 < np.count_nonzero(chosen) <= most:
             _rings(axes, chosen, origin)
@@ -95,9 +94,10 @@ def _rest(cell: Cell, title: str, values: Array, mask: Array) -> None:
     rest = residual(values, mask)
     good = np.isfinite(rest)
     found = statistics(rest, ~good)
-    cell.head(title + ", residual", "the table less a smooth fit of order 4", [f"deviation {np.std(rest[good]):.4g}, from {np.min(rest[good]):.4g} to {np.max(rest[good]):.4g}"] if found.count else [])
+    words = f"std {np.std(rest[good], dtype=np.float64):.4g}, from {np.min(rest[good]):.4g} to {np.max(rest[good]):.4g}" if found.count else ""
+    cell.head(title + ", residual", "the table less a smooth fit of order 4", [words])
     if not found.count:
-        cell.text(WIDTH / 2, HEIGHT / 2, found.text, 15, colour=QUIET, ha="center")
+        cell.text(WIDTH / 2, HEIGHT / 2, statistics(values, mask == 0).text, 13, colour=QUIET, most=390, ha="center")
         return
     reach = around(0, max(-found.low, found.high))[1]
     axes, box = cell.image(rest, DIVERGING, (-reach, reach), _REST, masked=~good)
@@ -110,13 +110,18 @@ def _rest(cell: Cell, title: str, values: Array, mask: Array) -> None:
     with np.errstate(invalid="ignore"):
         means = [np.where(good, rest, 0).sum(axis, np.float64) / good.sum(axis) for axis in (0, 1)]
     most = around(0, max(np.nanmax(np.abs(each)) for each in means))[1]
-    down = cell.axes(Box(box.x, box.y + box.height + 5, box.width, 24))
-    aside = cell.axes(Box(box.x + box.width + 5, box.y, 30, box.height))
-    for strip, each, way in ((down, means[0], "vertical"), (aside, means[1], "horizontal")):
-        strip.stairs(each, np.arange(len(each) + 1) - 0.5, orientation=way, fill=True, color=CURVE)
-    for strip, limits, other in ((down, axes.get_xlim(), "y"), (aside, axes.get_ylim(), "x")):
-        strip.set(xticks=[], yticks=[], **{f"{other}lim": (-most, most)})
-        strip.set(**{"ylim" if other == "x" else "xlim": limits})
+    # Strips below and beside the image, in its coordinates along the edge.
+    blend = matplotlib.transforms.blended_transform_factory
+    for each, way, side, length in ((means[0], "vertical", -1, box.height), (means[1], "horizontal", 1, box.width)):
+        thick, middle = 26 / length, (side + 1) / 2 + side * 18 / length
+        ways = (axes.transData, axes.transAxes)[::-side]
+        step = matplotlib.patches.StepPatch(middle + each / most * thick / 2, np.arange(len(each) + 1) - 0.5, fill=True,
+                                            orientation=way, baseline=middle, transform=blend(*ways), color=CURVE, linewidth=0)
+        corner, size = (middle - thick / 2, 0), (thick, 1)
+        frame = matplotlib.patches.Rectangle(corner[::side], *size[::side], transform=axes.transAxes, fill=False,
+                                             edgecolor=LINE, linewidth=0.7)
+        for patch in (step, frame):
+            axes.add_artist(patch).set_clip_on(False)
     lines = ["means up to", f"±{most:.2g}", ""]
     for name, each in (("row", means[1]), ("column", means[0])):
         at = int(np.nanargmax(np.abs(each)))
@@ -125,32 +130,30 @@ def _rest(cell: Cell, title: str, values: Array, mask: Array) -> None:
     for place, line in enumerate(lines):
         cell.text(box.x + box.width + 41, box.y + 10 + 15 * place, line, 10.5, colour=QUIET)
     # The histogram is the colour bar.
-    bar = Box(box.x, box.y + box.height + 36, box.width, 44)
+    bar = Box(_REST.x, box.y + box.height + 36, _REST.width, 44)
     bars = cell.axes(bar)
     counts, edges = np.histogram(np.clip(rest[good], -reach, reach), 64, (-reach, reach))
-    bars.bar(edges[:-1], counts, np.diff(edges), align="edge", color=DIVERGING(np.linspace(0, 1, 64)))
-    places, labels, left_out = ticks(-reach, reach, box.width / 50)
+    corners = np.array([[edges[:-1], 0 * counts], [edges[:-1], counts], [edges[1:], counts], [edges[1:], 0 * counts]])
+    shades = DIVERGING(np.linspace(0, 1, 64))
+    bars.add_collection(matplotlib.collections.PolyCollection(corners.transpose(2, 0, 1), facecolors=shades, linewidths=0),
+                        autolim=False)
+    places, labels, left_out = ticks(-reach, reach, bar.width / 50)
     bars.set_xticks(places, labels)
     bars.set(xlim=(-reach, reach), ylim=(0, counts.max() * 1.05), yticks=[])
-    cell.text(box.x + box.width / 2, bar.y + bar.height + 34, "table - fit (unit not recorded)" + left_out, most=330, ha="center")
+    cell.text(bar.x + bar.width / 2, bar.y + bar.height + 34, "table - fit (unit not recorded)" + left_out, most=330, ha="center")
 
 
 def _mask(cell: Cell, mask: Array) -> None:
     zeros = np.count_nonzero(mask == 0)
     share = 100 * zeros / max(mask.size, 1)
     highest = int(mask.max(initial=0))
-    words = ["■ masked, 0 ({})".format(zeros)]
+    words = [f"■ masked, 0 ({zeros})"] + [f"□ valid, 1 ({mask.size - zeros})"] * (highest < 2)
+    colours = SEQUENTIAL.copy() if highest > 1 else ListedColormap(["white"])
+    colours.set_bad("black")
     padded = np.pad(mask, 1, constant_values=1) == 0
     beside = padded[:-2, 1:-1] | padded[2:, 1:-1] | padded[1:-1, :-2] | padded[1:-1, 2:]
-    more: Dict[str, Any] = {"colours": _MASK, "limits": (0.0, 1.0), "label": ""}
-    if highest > 1:
-        more = {"limits": (1.0, float(highest)), "label": "mask value"}
-    else:
-        words.append("□ valid, 1 ({})".format(mask.size - zeros))
-    # A masked pixel makes its whole dot black.
-    values = np.where(mask == 0, np.nan if highest > 1 else 0.0, mask)
-    _map(cell, "Pixel mask", values, legend=words, footer=f"{share:.4g} % of {mask.size} pixels are masked",
-         rings=(mask == 0) & ~beside, **more)
+    _map(cell, "Pixel mask", mask, "mask value" if highest > 1 else "", (1.0, max(highest, 2.0)), mask, colours,
+         legend=words, footer=f"{share:.4g} % of {mask.size} pixels are masked", rings=(mask == 0) & ~beside, told=False)
 
 
 def _arrows(axes: Any, x: Array, y: Array, across: Array, down: Array) -> None:
@@ -409,10 +412,11 @@ def sheet(module: Any, name: Optional[str] = None, *, shared_scale: bool = False
         (first if columns > 4 else last).append(profile)
     rows = [first]
     for several in _in_rows(tables, columns):
-        rows.append([partial(_table, tree=tree, title=title, values=values, mask=mask, block=block, limits=limits)
-                     for title, values, block, limits in several])
-        rows.append([partial(_rest, title=title.split(":")[0], values=values, mask=mask)
-                     for title, values, _, _ in several])
+        rows += [[partial(_table, tree=tree, title=title, values=values, mask=mask, block=block, limits=limits)
+                  for title, values, block, limits in several],
+                 [partial(_rest, title=title.split(":")[0], values=values, mask=mask) for title, values, _, _ in several]]
+    if 2 * len(tables) <= columns:
+        rows[1:] = [sum(rows[1:], [])]  # one row has room for both
     with matplotlib.rc_context(STYLE):
         return _page(rows + _in_rows(last, columns), columns)
 
@@ -459,6 +463,12 @@ def _difference(cell: Cell, about: Dict[str, Any], a: Array, b: Array, tolerance
          note=note, legend=legend + ["○ different"] * bool(ringed.any()), rings=ringed, sides=sides)
 
 
+def _listed(tables: Sequence[Dict[str, Any]]) -> str:
+    numbers = [each["name"].split("_")[1] for each in tables if each["name"].startswith("frequency")]
+    titles = [each["title"] for each in tables if not each["name"].startswith("frequency")]
+    return ", ".join(titles + ["the pixel tables of frequencies " + " ".join(numbers)] * bool(numbers))
+
+
 def comparison(a: Any, b: Any, names: Sequence[Optional[str]] = (None, None), *,
                tolerance: Optional[float] = None) -> Figure:
     """What two modules have different: in words, and B - A of each table that differs.
@@ -472,7 +482,7 @@ def comparison(a: Any, b: Any, names: Sequence[Optional[str]] = (None, None), *,
     ofA, ofB = _arrays(a), _arrays(b)
     panels = [partial(_difference, about=each, a=ofA[each["name"]], b=ofB[each["name"]], tolerance=tolerance or 0.0)
               for each in tables if each["differs"] and each["elements"] is not None]
-    columns = 2 if len(panels) in (0, 1, 2, 4) else 3 if len(panels) in (3, 5, 6, 9) else 4
+    columns = 3 if len(panels) in (0, 1, 2, 3, 5, 6, 9) else 4
     lens = [(name, each) for name, each in (tree["lens"] or {}).items()]
     lens_differs = any(each["differs"] for _, each in lens)
     lines: List[Tuple[str, str, bool]] = []
@@ -492,7 +502,7 @@ def comparison(a: Any, b: Any, names: Sequence[Optional[str]] = (None, None), *,
         ("equal", [each for each in tables if not each["differs"]]),
     ):
         if chosen:
-            lines.append((f"{title}: " + ", ".join(each["title"] for each in chosen), INK, False))
+            lines.append((f"{title}: {_listed(chosen)}", INK, False))
     same = sum(not each["differs"] for each in tree["blocks"])
     lines.append((f"blocks stored the same: {same} of {len(tree['blocks'])}", INK, False))
     values = [f"{each['name']}:  {each['a']}  to  {each['b']}" for each in tree["values"]]
@@ -502,9 +512,9 @@ def comparison(a: Any, b: Any, names: Sequence[Optional[str]] = (None, None), *,
     with matplotlib.rc_context(STYLE):
         figure = _page(_in_rows(panels, columns), columns, top)
         head = Cell(figure, 0, 0, columns * WIDTH, top)
-        middle = columns * WIDTH / 2
+        right = columns * WIDTH - 450
         for place, (text, colour, bold) in enumerate(lines):
-            head.text(12, 28 + 19 * place, text, 13, bold, colour, middle - 24)
+            head.text(12, 28 + 19 * place, text, 13, bold, colour, right - 24)
         if lens_differs:
             rows = [("lens", "A", "B", "B - A")]
             for name, each in lens:
@@ -513,7 +523,7 @@ def comparison(a: Any, b: Any, names: Sequence[Optional[str]] = (None, None), *,
                 rows.append((name, one, other, "" if change is None else f"{change:+.6g}"))
             for place, row in enumerate(rows):
                 for x, text in zip((0, 40, 180, 320), row):
-                    head.text(middle + x, 28 + 19 * place, text, 13, not place or not x, most=130)
+                    head.text(right + x, 28 + 19 * place, text, 13, not place or not x, most=130)
         else:
-            head.text(middle, 28, "lens: equal" if lens else "no lens on one side", 13)
+            head.text(right, 28, "lens: equal" if lens else "no lens on one side", 13)
     return figure

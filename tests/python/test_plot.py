@@ -1,0 +1,349 @@
+import os
+import pty
+import struct
+import subprocess
+
+import calcut
+import numpy as np
+import pytest
+from calcut._residual import residual
+from conftest import COMMAND, calcut_command, make
+
+plot = pytest.importorskip("calcut.plot")
+from calcut import _panel as panel  # noqa: E402
+
+# ------------------------------------------------------------------------------------- colours --
+
+GREY = [[0.2126, 0.7152, 0.0722]] * 3  # ITU-R BT.709, what grey print keeps
+# Dichromats: G. M. Machado, M. M. Oliveira, L. A. F. Fernandes, "A physiologically-based model for
+# simulation of color vision deficiency", IEEE TVCG 15(6), 2009, severity 1. Linear RGB as it is seen.
+EYES = {
+    "normal": np.eye(3),
+    "protanopia": [[0.1523, 1.0526, -0.2049], [0.1145, 0.7863, 0.0992], [-0.0039, -0.0481, 1.052]],
+    "deuteranopia": [[0.3673, 0.8606, -0.228], [0.2801, 0.6725, 0.0474], [-0.0118, 0.0429, 0.9689]],
+    "tritanopia": [[1.2555, -0.0767, -0.1788], [-0.0784, 0.9308, 0.1476], [0.0047, 0.6914, 0.3039]],
+    "grey print": GREY,
+}
+
+
+def lab(colours, eye):
+    """CIELAB, D65, of sRGB colours as an eye sees them; a unit is about as plain to see anywhere."""
+    rgb = np.asarray(colours)[..., :3]
+    linear = np.where(rgb <= 0.04045, rgb / 12.92, ((rgb + 0.055) / 1.055) ** 2.4)
+    linear = (linear @ np.transpose(EYES[eye])).clip(0, 1)
+    to_xyz = np.array([[0.4124, 0.3576, 0.1805], [0.2126, 0.7152, 0.0722], [0.0193, 0.1192, 0.9505]])
+    t = (linear @ to_xyz.T) / to_xyz.sum(1)
+    f = np.where(t > 216 / 24389, np.cbrt(t), (24389 / 27 * t + 16) / 116)
+    return np.stack([116 * f[..., 1] - 16, 500 * (f[..., 0] - f[..., 1]), 200 * (f[..., 1] - f[..., 2])], -1)
+
+
+def distance(one, two):
+    return np.linalg.norm(one - two, axis=-1)
+
+
+@pytest.mark.parametrize("eye", EYES)
+def test_colours_are_told_apart_by_everyone(eye):
+    masked, broken = lab([1, 1, 1], eye), lab([0, 0, 0], eye)
+    places = np.linspace(0, 1, 256)
+    plain = 15  # a good six times what is just noticed
+    for colours in (panel.SEQUENTIAL, panel.DIVERGING):
+        seen = lab(colours(places), eye)
+        assert distance(seen, masked).min() >= plain and distance(seen, broken).min() >= plain
+        assert tuple(colours(np.ma.masked_array(0.5, True))) == (1, 1, 1, 1)
+    rising = lab(panel.SEQUENTIAL(places), eye)[:, 0]
+    assert (rising[16:] > rising[:-16]).all()
+    signs = lab(panel.DIVERGING(places), eye)
+    assert (signs[16:128, 0] > signs[:112, 0]).all()  # size: lighter towards the middle
+    if eye != "grey print":
+        assert distance(signs[:96], signs[:159:-1]).min() >= 20
+    if eye == "normal":
+        for seen in (lab(panel.SEQUENTIAL(places), eye), signs):
+            steps = distance(seen[16::16], seen[:-16:16])
+            assert steps.max() < 2.5 * steps.min()
+
+
+# ------------------------------------------------------------------------------------- numbers --
+
+
+def test_statistics_leave_out_what_is_masked_or_not_finite():
+    values = np.array([2, 4, np.nan, 4, 4, np.inf, 5, 5, 7, 9, 1e30], np.float32)
+    masked = np.arange(11) == 10
+    assert panel.statistics(values, masked).text == "min 2  mean 5  std 2.138  max 9"
+    assert panel.statistics(values[:1], masked[:1]).text == "min 2  mean 2  std 0  max 2"
+    texts = [panel.statistics(values[2:3], masked[2:3]).text, panel.statistics(values, masked | True).text]
+    assert texts == ["no value: none is finite", "no value: every pixel is masked"]
+
+
+@pytest.mark.parametrize("count", [100, 999, 10_000, 38_528])
+def test_few_wild_values_do_not_move_the_colours(count):
+    values = np.random.default_rng(1).permutation(np.arange(count) / count)
+    wild = (count - 1) // 1001
+    values[: 2 * wild] = np.resize([1e6, -1e6], 2 * wild)
+    found = panel.statistics(values, np.zeros(count, bool))
+    assert 0 <= found.low <= 0.003 and 0.987 <= found.high <= 1
+
+
+def test_ticks_are_round_apart_and_say_what_they_leave_out():
+    for low in (-1e9, -3.0, 0.0, 1e-7, 0.1234, 5e5, 1e30):
+        for width in (1e-6, 0.003, 1.0, 17.0, 4e4, 9e8, 1e30):
+            limits = panel.around(low, low + width)
+            places, labels, left_out = panel.ticks(*limits, 5)
+            assert 2 <= len(set(labels)) == len(places) <= 7 and max(map(len, labels)) <= 7, (limits, labels)
+            room = 1e-5 * (limits[1] - limits[0])
+            assert limits[0] - room <= min(places) and max(places) <= limits[1] + room
+    assert panel.ticks(0, 2e-5, 5)[1:] == (["0.0", "0.5", "1.0", "1.5", "2.0"], " ×10⁻⁵")
+    assert panel.ticks(1000, 1000.01, 2)[1:] == (["0.000", "0.005", "0.010"], " - 1000")
+    assert panel.ticks(-0.5, 3.5, 9, True)[1] == ["0", "1", "2", "3"]
+
+
+@pytest.mark.parametrize("shape", [(0, 5), (1, 1), (2, 3), (12, 16), (1, 2000), (90, 3), (172, 224)])
+def test_residual_keeps_what_is_not_smooth(shape):
+    y, x = np.mgrid[: shape[0], : shape[1]].astype(float) / max(shape)
+    smooth = (3 + x - 2 * x * y + 0.5 * y * y) if min(shape) > 4 else np.full(shape, 3.0)
+    mask = np.ones(shape, np.uint8)
+    mask[: shape[0] // 7, : shape[1] // 9] = 0
+    table = smooth.astype(np.float32)
+    table[mask == 0] = 1e30
+    rest = residual(table, mask)
+    assert rest.dtype == np.float32 and (np.isnan(rest) == (mask == 0)).all()
+    assert np.nanmax(np.abs(rest), initial=0) < 1e-5
+    assert np.isnan(residual(table, mask * 0)).all()
+    if min(shape) > 100:
+        table[80] += 0.01
+        table[90, 100] = 1e6
+        table[91, 100] = np.inf
+        rest = residual(table, mask)
+        assert np.isnan(rest[91, 100]) and rest[90, 100] == pytest.approx(1e6, abs=10)
+        assert np.nanmean(rest[80]) == pytest.approx(0.01, rel=0.05)
+        assert np.nanmax(np.abs(np.delete(rest, [80, 90], 0))) < 5e-4
+
+
+# ------------------------------------------------------------------------------------- modules --
+
+
+def word(value):
+    """A float as a packed calibration stores it."""
+    mantissa, exponent = np.frexp(abs(float(value)))
+    coded = 0 if value == 0 else int(mantissa * 2**24 - 2**23) + (int(exponent) + 127 << 23)
+    return struct.pack(">i", -coded if value < 0 else coded)
+
+
+def patched(path, changes):
+    """Plain floats of blocks replaced: {(block, element): value}; NaN stands for minus infinity."""
+    data = bytearray(path.read_bytes())
+    blocks = {each["id"]: each for each in calcut.inspect(bytes(data))["calibration"]["blocks"]}
+    for (block, element), value in changes.items():
+        start = blocks[block]["payloadOffset"] + 4 * element
+        data[start : start + 4] = b"\x80\0\0\0" if np.isnan(value) else word(value)
+    path.write_bytes(data)
+    return path
+
+
+LENS, PIXEL_VALUES, STRAYLIGHT, FREQUENCY = 1, 3, 9, 16
+SIGNS = np.resize([1.0, -1.0], 24 * 16)
+ODD = {  # a made calibration of 24 x 16 pixels, and floats of it that are replaced
+    "empty psf, wide": {(STRAYLIGHT, 30): 2**30, (STRAYLIGHT, 31): 0},
+    "empty psf, tall": {(STRAYLIGHT, 30): 0, (STRAYLIGHT, 31): 100_000},
+    "empty psf, small": {(STRAYLIGHT, 30): 60, (STRAYLIGHT, 31): 0},
+    "long psf": {(STRAYLIGHT, 30): 5000, (STRAYLIGHT, 31): 2},
+    "constant": {(PIXEL_VALUES, i): -1 / 3 for i in range(24 * 16)},
+    "nowhere finite": {(PIXEL_VALUES, i): np.nan for i in range(24 * 16)},
+    "huge": {(PIXEL_VALUES, i): 3e38 * sign for i, sign in enumerate(SIGNS)},
+    "nearly constant": {(PIXEL_VALUES, i): -1000 - 1e-4 * sign for i, sign in enumerate(SIGNS)},
+    "long numbers": {(FREQUENCY + 1, i): -1.2345e-9 * (1 + 0.1 * sign) for i, sign in enumerate(SIGNS)},
+    "no lens": {(LENS, i): 0 for i in range(9)},
+    "principal point outside": {(LENS, 2): -1e9},
+    "small tables": {(FREQUENCY + 2, 0): np.nan, (FREQUENCY + 2, 1): 0, (FREQUENCY + 5, 2): np.nan},
+}
+MADE = {
+    "usual": [],
+    "eight frequencies": ["--frequencies", "8", "--size", "64x48"],
+    "tiny": ["--size", "16x12", "--table-bits", "3"],
+    "no straylight": ["--no-straylight", "--frequencies", "1", "--layout", "korveline", "--size", "20x90"],
+    "strip": ["--layout", "korveline", "--size", "3x90"],
+    "four": ["--size", "4x1"],
+}
+
+
+@pytest.fixture
+def odd(tmp_path):
+    return make(tmp_path / "odd.bin", "--layout", "packed", "--size", "24x16", "--table-bits", "0")
+
+
+def texts(figure):
+    """All that is written, after the boxes of it were looked at."""
+    from matplotlib.backends.backend_agg import FigureCanvasAgg
+    from matplotlib.text import Text
+
+    canvas = FigureCanvasAgg(figure)
+    canvas.draw()
+    found = [each for each in figure.findobj(Text) if each.get_visible() and each.get_text().strip()]
+    boxes = np.array([each.get_window_extent(canvas.get_renderer()).extents for each in found])
+    assert (boxes[:, :2] >= 0).all() and (boxes[:, 2:] <= figure.bbox.max).all()
+    # Two overlap where neither ends before the other begins, a pixel granted.
+    apart = (boxes[:, None, :2] > boxes[None, :, 2:] - 1).any(2)
+    apart |= apart.T | np.eye(len(found), dtype=bool)
+    assert not [(found[i].get_text(), found[k].get_text()) for i, k in np.argwhere(~apart)]
+    words = [each.get_text() for each in found]
+    assert not [word for word in words if word.endswith("…")]
+    return words
+
+
+@pytest.mark.parametrize("case", MADE)
+def test_sheets_are_readable(tmp_path, case):
+    dump = make(tmp_path / "dump", *MADE[case])
+    module = calcut.read(dump)
+    words = texts(plot.sheet(dump))
+    assert "dump" in words and f"{module.columns} x {module.rows} pixels" in words
+    assert any(module.text2 in word for word in words)
+    assert f"fx  {np.float32(module.lens.fx)!s} pixels" in words
+    for frequency in module.frequencies:
+        assert f"Frequency {frequency.index} (id {frequency.id}), residual" in words
+        for value in [*frequency.values_a, *frequency.values_b]:
+            assert f"{value:.4g}" in words
+    assert ("Straylight profile" in words) == ("no straylight model" not in words) == (module.psf is not None)
+    masked = np.count_nonzero(module.mask == 0)
+    assert words.count(f"□ masked ({masked})") == (1 + len(module.frequencies) if masked else 0)
+    assert ("stored in 3 bits" in " ".join(words)) == (case == "tiny")
+
+
+@pytest.mark.parametrize("case", ODD)
+def test_odd_modules_are_drawn(odd, case):
+    words = texts(plot.sheet(patched(odd, ODD[case]), shared_scale=True))
+    assert ("empty" in words) == case.startswith("empty psf")
+    assert words.count("no value: none is finite") == {"nowhere finite": 2, "no lens": 1}.get(case, 0)
+    assert any(word.startswith("no ray is finite") for word in words) == (case == "no lens")
+    assert any("not on the image" in word for word in words) == (case == "principal point outside")
+
+
+def test_one_masked_or_broken_pixel_shows_among_millions(tmp_path):
+    size = 1999, 1501
+    dump = make(tmp_path / "large", "--layout", "packed", "--size", "1999x1501", "--table-bits", "0", "--frequencies", 1)
+    broken = 701, 903
+    figure = plot.sheet(patched(dump, {(FREQUENCY + 1, 701 * 1999 + 903): np.nan}))
+    mask = calcut.read(dump).mask
+    beside = [np.roll(mask == 0, way, axis) for way in (-1, 1) for axis in (0, 1)]
+    alone = np.argwhere((mask == 0) & ~np.any(beside, 0))
+    masked = alone[len(alone) // 2]
+    assert any("■ not finite (1)" in word for word in texts(figure))
+    page = np.asarray(figure.canvas.buffer_rgba())
+    maps = [axes for axes in figure.axes if axes.images and tuple(axes.get_xlim()) == (-0.5, size[0] - 0.5)]
+    black, white = [0, 0, 0, 255], [255, 255, 255, 255]
+
+    def shows(axes, place, colour):
+        x, y = axes.transData.transform(place[::-1]).round().astype(int)
+        return (page[-y - 2 : -y + 2, x - 2 : x + 2] == colour).all(2).any()
+
+    assert len(maps) == 6
+    assert [shows(each, masked, black) for each in maps[:1]] == [True]
+    assert [shows(each, masked, white) for each in maps[2:]] == [True] * 4
+    assert [shows(each, broken, black) for each in maps[2:]] == [False, True, False, False]
+
+
+def test_stripes_hidden_by_vignetting_show_in_the_residual(odd):
+    module = calcut.read(odd)
+    table = module.frequencies[0].pixel_table
+    dim = {(FREQUENCY + 1, 24 * row + 7): 0.97 * table[row, 7] for row in range(16)}
+    words = texts(plot.sheet(patched(odd, dim)))
+    place = words.index("column 7:")
+    assert float(words[place + 1]) < -0.02 * table.mean()
+
+
+# --------------------------------------------------------------------------------- comparisons --
+
+
+def test_comparisons_are_readable(tmp_path, odd):
+    one, other = make(tmp_path / "one", "--seed", 1), make(tmp_path / "other", "--seed", 2)
+    words = texts(plot.comparison(one, other))
+    serials = [calcut.read(each).text2 for each in (one, other)]
+    assert {"A  one", "B  other", "Verdict: different", "angle between the rays (degrees)"} <= set(words)
+    assert all(any(serial in word for word in words) for serial in serials)
+    lens = calcut.read(other).lens
+    assert {str(np.float32(value)) for value in lens} <= set(words)
+    assert len(set(words) & {"Mask", "Pixel values", "Rays", "PSF"}) == 4
+    words = texts(plot.comparison(one, one))
+    assert "Verdict: equal" in words and "lens: equal" in words and "row (pixels)" not in words
+    words = texts(plot.comparison(one, odd))
+    assert sum("different sizes" in word for word in words) == 1 and "row (pixels)" not in words
+    kept = calcut.read(odd)
+    changed = calcut.read(patched(odd, {(FREQUENCY + 1, 55): 7, **ODD["nowhere finite"]}))
+    words = texts(plot.comparison(kept, changed, ("kept", "changed")))
+    assert {"Pixel values", "Frequency 0: pixel table", "lens: equal"} <= set(words)
+    assert any(word.startswith("equal: mask, rays, PSF, the pixel tables of frequencies 1 2") for word in words)
+    assert any(word.endswith("at column 7, row 2   ○ different") for word in words)
+    assert "Verdict: different, beyond 1e+09" in texts(plot.comparison(one, other, tolerance=1e9))
+
+
+# -------------------------------------------------------------------------------- the command --
+
+
+@pytest.fixture
+def plain(tmp_path):
+    """A dump whose sheet is soon drawn."""
+    return make(tmp_path / "plain.bin", "--size", "16x12", "--frequencies", "1", "--no-straylight")
+
+
+@pytest.mark.parametrize("kind", ["png", "svg", "pdf"])
+def test_pictures_are_the_same_each_time(plain, tmp_path, kind):
+    from calcut._pictures import encoded
+
+    assert calcut_command("plot", plain, "-o", tmp_path / f"x.{kind}").returncode == 0
+    picture = (tmp_path / f"x.{kind}").read_bytes()
+    assert picture == encoded(plot.sheet(plain), kind) and len(picture) > 10_000
+
+
+def test_several_dumps(tmp_path):
+    pypdf = pytest.importorskip("pypdf")
+    sizes = "--size", "16x12", "--frequencies", "1", "--no-straylight"
+    dumps = [make(tmp_path / f"{seed}.bin", *sizes, "--seed", seed) for seed in range(3)]
+    bad = tmp_path / "bad\33.bin"
+    bad.write_bytes(b"noise")
+    done = calcut_command("plot", *dumps[:2], bad, dumps[2], "-o", tmp_path / "pages.pdf")
+    assert done.returncode == 1 and done.stderr.count("\n") == 1 and "bad\\x1b.bin: unknown magic" in done.stderr
+    pages = pypdf.PdfReader(tmp_path / "pages.pdf").pages
+    assert [f"{seed}.bin" in page.extract_text() for seed, page in enumerate(pages)] == [True] * 3
+    assert calcut_command("plot", *dumps, "-o", tmp_path / "{stem}.svg").returncode == 0
+    assert sorted(path.name for path in tmp_path.glob("*.svg")) == ["0.svg", "1.svg", "2.svg"]
+    before = sorted(tmp_path.iterdir())
+    for words in ([*dumps, "-o", "x.png"], [dumps[0], dumps[0], "-o", "{stem}.png"], [dumps[0], "-o", tmp_path / "no" / "x.png"],
+                  [dumps[0], "-o", dumps[0]], [tmp_path, "-o", "x.png"], [bad, "-o", "x.png"], [dumps[0], "-o", "x.gif"]):
+        done = subprocess.run([COMMAND, "plot", *words], cwd=tmp_path, capture_output=True, text=True)
+        assert done.returncode in (1, 2) and done.stderr.count("\n") == 1, done
+    assert sorted(tmp_path.iterdir()) == before
+    # On a terminal it tells how far it is.
+    main, side = pty.openpty()
+    done = subprocess.run([COMMAND, "plot", *dumps[:2], "-o", tmp_path / "{stem}.png"], stderr=side)
+    os.close(side)
+    assert done.returncode == 0 and b"2 of 2 drawn" in os.read(main, 4096)
+
+
+def test_standard_streams_links_and_devices(plain, tmp_path):
+
+    link, target = tmp_path / "link.png", tmp_path / "target.png"
+    link.symlink_to(target)
+    with open(plain, "rb") as dump, open(tmp_path / "out.png", "wb") as out:
+        assert subprocess.run([COMMAND, "plot", "-", "-o", "-"], stdin=dump, stdout=out).returncode == 0
+    assert subprocess.run([COMMAND, "plot", plain, "-o", link]).returncode == 0
+    assert link.is_symlink() and target.read_bytes()[:8] == b"\x89PNG\r\n\x1a\n" == (tmp_path / "out.png").read_bytes()[:8]
+    mask = os.umask(0)
+    os.umask(mask)
+    assert target.stat().st_mode & 0o777 == 0o666 & ~mask
+    with open(plain, "rb") as dump:
+        words = [COMMAND, "compare", "-", plain, "-q", "-o", tmp_path / "same.png"]
+        assert subprocess.run(words, stdin=dump).returncode == 0
+    (tmp_path / "full.png").symlink_to("/dev/full")
+    full = calcut_command("plot", plain, "-o", tmp_path / "full.png")
+    assert full.returncode == 1 and "No space left" in full.stderr
+    assert not [path for path in tmp_path.iterdir() if "partial" in path.name]
+
+
+@pytest.mark.parametrize("missing", ["numpy", "matplotlib", "python3"])
+def test_what_is_missing_is_named(small, tmp_path, missing):
+    (tmp_path / f"{missing}.py").write_text(f"raise ModuleNotFoundError('gone', name='{missing}')")
+    more = {"CALCUT_PYTHON": str(tmp_path / "none")} if missing == "python3" else {"PYTHONPATH": str(tmp_path)}
+    for words, status in ((["plot", small], 1), (["compare", "-q", small, small], 2)):
+        done = subprocess.run([COMMAND, *words, "-o", tmp_path / "x.png"], env={**os.environ, **more},
+                              capture_output=True, text=True)
+        assert done.returncode == status and "Traceback" not in done.stderr, done.stderr
+        assert f"apt-get install {'python3' if missing == 'python3' else 'python3-' + missing}" in done.stderr
+        assert not (tmp_path / "x.png").exists()
