@@ -9,7 +9,7 @@ export CTEST_PARALLEL_LEVEL=$jobs
 # Debian packages: what the library needs, what the command needs too, and the tests.
 library_packages=(g++ cmake ninja-build)
 build_packages=(
-  "${library_packages[@]}" libcli11-dev libfmt-dev nlohmann-json3-dev
+  "${library_packages[@]}" libcli11-dev libfmt-dev nlohmann-json3-dev help2man
 )
 # The last three read what calcut export writes.
 test_packages=(libgtest-dev python3-numpy python3-yaml python3-opencv)

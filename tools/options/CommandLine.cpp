@@ -16,7 +16,7 @@
 #include "tools/inspect/Inspect.h"
 #include "tools/make/Make.h"
 #include "tools/module/Layout.h"
-#include "tools/options/Texts.h"
+#include "tools/options/Help.h"
 #include "tools/plot/Plot.h"
 #include "tools/text/Escape.h"
 #include "tools/text/Terminal.h"
@@ -251,6 +251,7 @@ void addSubcommand(
     CLI::App& app, Request& request, const Help& help, void (*addOptions)(CLI::App&, Options&),
     int (*run)(const Options&), void (*check)(const Options&) = [](const Options&) {}) {
     CLI::App* command = app.add_subcommand(help.name, help.summary)->footer(help.footer);
+    command->formatter(formatterFor(help));
     const auto options = std::make_shared<Options>();
     addOptions(*command, *options);
     addTerminalOptions(*command, request.terminal);
@@ -309,7 +310,7 @@ int runCommandLine(int argc, char** argv) {
     Request request;
     CLI::App app(commandHelp.summary, commandHelp.name);
     app.set_version_flag("-V,--version", "calcut " CALCUT_VERSION, "Print the version and exit");
-    app.footer(commandHelp.footer)->require_subcommand(1);
+    app.footer(commandHelp.footer)->require_subcommand(1)->formatter(formatterFor(commandHelp));
     addSubcommand(app, request, cutHelp, addCutOptions, cut::runCut, checkCut);
     addSubcommand(app, request, inspectHelp, addInspectOptions, inspect::runInspect);
     addSubcommand(app, request, plotHelp, addPlotOptions, plot::runPlot);
@@ -317,17 +318,23 @@ int runCommandLine(int argc, char** argv) {
     addSubcommand(app, request, exportHelp, addExportOptions, exporting::runExport);
     addSubcommand(app, request, makeHelp, addMakeOptions, make::runMake, checkMake);
     addTerminalOptions(app, request.terminal);
-    // For the build, which makes man pages and completions of these texts.
-    if (argc == 3 && std::string_view(argv[1]) == "--generate") {
-        return generateTexts(app, argv[2]);
-    }
+    app.add_subcommand("help", "Show this help, or that of a subcommand");
     // No option takes one, and as a path it would be a riddle.
     if (std::any_of(argv + 1, argv + argc, [](const char* word) { return *word == '\0'; })) {
         text::printError("", "an argument is empty (is a variable of the shell not set?)");
         return exitUsage;
     }
     try {
-        app.parse(argc, argv);
+        // "calcut help cut" is "calcut cut --help". The parser takes the words from behind.
+        std::vector<std::string> words(argv + 1, argv + argc);
+        if (!words.empty() && words.front() == "help") {
+            words.erase(words.begin());
+            const auto isNamed = [&](const CLI::App* sub) { return sub->check_name(words[0]); };
+            if (words.empty() || std::ranges::any_of(app.get_subcommands({}), isNamed)) {
+                words.emplace_back("--help");
+            }
+        }
+        app.parse(std::vector<std::string>(words.rbegin(), words.rend()));
     } catch (const CLI::ParseError& error) {
         return tellParseError(app, error);
     }

@@ -1,27 +1,31 @@
-// The texts of the command line: help beside the options, man pages, shell completion.
+// The texts of the command line, beside the words of the options. Man pages (help2man) and shell
+// completion are made of what --help prints.
 #pragma once
 
+#include <memory>
 #include <string>
 
 namespace CLI {
-class App;
+class FormatterBase;
 }
 
 namespace calcut::options {
 
-/// Writes into a directory, out of what the parser knows: man pages (calcut.1, calcut-cut.1, ...)
-/// and completions (calcut.bash, _calcut, calcut.fish). Returns the exit status.
-int generateTexts(const CLI::App& app, const std::string& directory);
-
+/// usage: forms of the command line, one a line, without "calcut" and the name.
 struct Help {
-    const char *name, *summary, *footer;
+    const char *name, *summary, *usage, *footer;
 };
+
+/// Prints help of at most 100 columns, with the usage of that text.
+std::shared_ptr<CLI::FormatterBase> formatterFor(const Help& help);
 
 inline constexpr Help commandHelp = {
     "calcut", "Cuts EEPROM dumps of depth camera modules, and shows what is in them.",
+    "[OPTIONS] SUBCOMMAND",
     R"(Exit status: 0 everything was done, 1 a file was refused or could not be written,
-2 the command line is wrong (compare: 1 different, 2 not compared); an interrupted command ends by its signal (130, 143).
-Nothing that is also read is ever written to. calcut SUBCOMMAND --help tells more.
+2 the command line is wrong (compare: 1 different, 2 not compared); an interrupted command
+ends by its signal (130, 143).
+Nothing that is also read is ever written to. calcut help SUBCOMMAND tells more.
 
 Examples:
   calcut make -o module.bin                      make a v7 dump to try things with
@@ -35,9 +39,11 @@ Examples:
 
 inline constexpr Help cutHelp = {
     "cut", "Cut dumps into the files of the camera stack",
-    R"(calcut cut [OPTIONS] DUMP OUTDIR         one dump into an existing directory
-calcut cut [OPTIONS] DUMP... --out DIR   a directory for each dump under DIR
-calcut cut --verify DIR DUMP             whether the files in DIR are the cut of DUMP
+    "[OPTIONS] DUMP OUTDIR\n"
+    "[OPTIONS] DUMP... --out DIR\n"
+    "[OPTIONS] DUMP --verify DIR",
+    R"(The first form cuts one dump into an existing directory, the second each dump into a
+directory of its own under DIR; the third compares the files in DIR with the cut of DUMP.
 
 Writes qov.spc (the packed calibration), lensdata.dat (the lens parameters) and, for a
 Korveline dump with a signature area, signature.bin. They are written aside, read back and
@@ -58,6 +64,7 @@ Examples:
 
 inline constexpr Help inspectHelp = {
     "inspect", "Show what dumps and packed calibrations hold, and why they do not read",
+    "[OPTIONS] FILE...",
     R"(Exit status: 0 everything reads and is intact, 1 it is not, 2 usage.
 
 Examples:
@@ -65,7 +72,7 @@ Examples:
   calcut inspect module.bin --json | jq .record.lens)"};
 
 inline constexpr Help plotHelp = {
-    "plot", "Draw calibrations, each on one sheet",
+    "plot", "Draw calibrations, each on one sheet", "[OPTIONS] FILE... -o PICTURE",
     R"(The sheet has the mask, ray directions, every table, what a smooth fit leaves of the pixel
 tables, the small tables of each frequency, and the straylight model. Several dumps become
 pages of one PDF, or files of their own with {stem} in the name. Drawing needs Python with
@@ -79,7 +86,7 @@ Examples:
   calcut plot line/*.bin -o 'sheets/{stem}.png')"};
 
 inline constexpr Help compareHelp = {
-    "compare", "Show how two modules differ",
+    "compare", "Show how two modules differ", "[OPTIONS] A B",
     R"(Differences are B - A. NaN equals NaN. Where the sensors have different sizes, their tables
 are told to differ and are not compared further. Only the calibration counts, not the image
 around it: a dump equals the packed calibration that was cut from it.
@@ -94,9 +101,9 @@ Examples:
   calcut compare golden.bin module.bin --tolerance 1e-4 -o differences.png
   calcut compare golden.bin module.bin --json | jq '.tables[] | select(.differs)')"};
 
-inline constexpr Help exportHelp = {
-    "export", "Write a module's tables or lens for other tools",
-    R"(calcut export [OPTIONS] DUMP DIR --as FORMAT   into DIR, made when it is not there
+inline constexpr Help exportHelp = {"export", "Write a module's tables or lens for other tools",
+                                    "[OPTIONS] DUMP DIR --as FORMAT",
+                                    R"(DIR is made when it is not there.
 
 Tables (mask, pixel_values, frequency_N_pixel_table, rays, psf, custom_ID):
   npy          NumPy arrays (rows, columns), rays (rows, columns, 3), custom fields of bytes
@@ -115,6 +122,7 @@ Examples:
   calcut export module.bin . --as opencv-yaml --force)"};
 
 inline constexpr Help makeHelp = {"make", "Make a dump with a plausible calibration",
+                                  "[OPTIONS] -o FILE",
                                   R"(The same options give the same bytes on every machine.
 Exit status: 0 the file was written, 1 it was not, 2 usage.
 
