@@ -1,10 +1,10 @@
 #pragma once
 
 // The cursor of the packed format: its one bounds check, and the reader of fields on top of it.
-#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "calcut/vantric_rx.h"
 #include "calibration/packed/Uncompressed.h"
@@ -69,7 +69,7 @@ class FieldReader {
     }
     template <std::size_t size>
     static void decode(const std::uint8_t* bytes, std::array<char, size>& field) {
-        std::copy_n(bytes, size, field.begin());
+        std::memcpy(field.data(), bytes, size);
     }
 
     VantricStream& stream_;
