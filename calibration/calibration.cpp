@@ -17,13 +17,13 @@ constexpr std::uint16_t unset16 = 0xFFFF;
 constexpr std::uint32_t unset32 = 0xFFFFFFFFU;
 constexpr std::uint8_t noCustomFieldId = 255;
 
-// The floats from straylightScale to straylightCentre lie behind each other without a gap.
+// The floats from straylightScale to straylightCentre are contiguous.
 constexpr std::size_t straylightFloats = 32;
 static_assert(offsetof(VantricCalibration, straylightCentre) -
                   offsetof(VantricCalibration, straylightScale) ==
               (straylightFloats - 1) * sizeof(float));
 
-// The text, its terminator, and one spare byte stay zero: a text is terminated from the start.
+// Zero-filled, so the text is terminated from the start.
 char* allocateText() {
     return orAbort(allocateZeroed<char>(VANTRIC_TEXT_BYTES));
 }
@@ -131,7 +131,7 @@ float* copyOfFloats(const float* values, std::uint64_t count) {
     return copy;
 }
 
-// A buffer of at least room floats that starts with the caller's values and goes on with zeros.
+// Allocates at least room floats: the caller's values, then zeros.
 std::uint32_t adopt(float*& place, const float* values, std::uint64_t count, std::uint64_t room) {
     if (place != nullptr) {
         return VANTRIC_ERR_ALREADY_SET;
@@ -185,7 +185,7 @@ std::uint64_t pixelsOf(const VantricImagerArea& area) {
 std::uint64_t psfElementsOf(const VantricCalibration& record) {
     const std::uint64_t elements = std::uint64_t{record.psfWidth} * record.psfHeight;
     if (elements == 0) {
-        return 1;  // also where the other size is the unset mark
+        return 1;  // even if the other size is unset
     }
     return hasPsfSize(record) && elements <= VANTRIC_MAX_PSF_ELEMENTS ? elements : 0;
 }

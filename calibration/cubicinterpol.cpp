@@ -10,15 +10,15 @@ namespace vantric {
 
 namespace {
 
-// Below this a secant counts as flat and a spacing as equal.
+// Smaller secants count as flat, smaller differences of spacing as none.
 constexpr float negligible = 1e-8F;  // bits 0x322BCC77
 
 bool differInSign(float a, float b) {
     return (a > 0.0F && b < 0.0F) || (a < 0.0F && b >= 0.0F);
 }
 
-// Three-point end condition; h and del are spacing and secant of the end segment, hNext and delNext
-// those of its neighbour. Kept shape-preserving by the two corrections.
+// Three-point end condition. h and del are spacing and secant of the end segment, hNext and delNext
+// those of its neighbour. The two corrections preserve the shape.
 float endSlope(float h, float hNext, float del, float delNext) {
     const float d = ((2.0F * h + hNext) * del - h * delNext) / (h + hNext);
     if (differInSign(d, del)) {

@@ -6,7 +6,7 @@
 
 namespace vantric {
 
-/// One segment of a curve with everything that does not depend on the argument computed once.
+/// One segment of a curve: all that does not depend on the argument, computed once.
 struct HermiteSegment {
     float x;          ///< left node
     float value;      ///< at the left node
@@ -32,7 +32,7 @@ inline HermiteSegment hermiteSegment(const VantricPoly& poly, std::uint32_t k) {
     return {poly.x[k], y0, d0, quadratic, cubic};
 }
 
-/// Segments of the curve; 0 for a handle without two nodes.
+/// Number of segments; 0 for a handle with fewer than two nodes.
 std::uint32_t segmentsOf(const VantricPoly& poly);
 
 inline float evaluate(const HermiteSegment& segment, float t) {

@@ -9,7 +9,7 @@ using namespace vantric;
 
 namespace {
 
-// Buffers for the custom blocks, zero-filled: all of them, or none.
+// Allocates zero-filled buffers for the custom blocks: all of them, or none.
 bool allocateCustomData(VantricCustomField* fields, std::uint32_t count) {
     bool complete = true;
     for (std::uint32_t k = 0; k < count; ++k) {
@@ -28,7 +28,7 @@ uint32_t vantric_readCustomFields(const uint8_t* data, size_t size, VantricCalib
     if (record == nullptr || record->customFields[0].data != nullptr) {
         return VANTRIC_ERR_INVALID_ARGUMENT;
     }
-    // The fields are read once: the buffers stay, whatever becomes of the pass.
+    // Fields are read once: the buffers stay, even if the pass fails.
     return allocateCustomData(record->customFields, customFieldsInUse(*record))
                ? vantric_dispatchReadCustomFields(data, size, record)
                : VANTRIC_ERR_BUFFER_TOO_SMALL;

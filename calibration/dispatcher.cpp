@@ -14,8 +14,7 @@ namespace {
 
 using Handlers = std::array<VantricCalibrationHandler, VANTRIC_HANDLERS>;
 
-// Two cuts may start at once in a cold process, so the registry is guarded. The counters lie next
-// to each other and are cleared together.
+// Guards the registry: the first two calls of a process may come from two threads at once.
 std::mutex g_registryMutex;
 struct {
     std::int32_t g_registeredHandlers;
@@ -23,7 +22,7 @@ struct {
 } g_counters = {0, 0};
 Handlers g_handlers = {};
 
-// Needs the lock. True when the handler was added.
+// Requires the lock. True when the handler was added.
 bool append(const VantricCalibrationHandler& handler) {
     const std::int32_t count = g_counters.g_registeredHandlers;
     const VantricCalibrationHandler* const begin = g_handlers.data();
@@ -38,8 +37,8 @@ bool append(const VantricCalibrationHandler& handler) {
     return true;
 }
 
-// The handlers of this moment, with the packed format among them. Handlers run on this copy and
-// without the lock, so that they may register others.
+// Copies the current handlers, the packed format included. They are called from the copy, without
+// the lock, so that they may register others.
 std::int32_t snapshot(Handlers& handlers) {
     const std::lock_guard<std::mutex> lock(g_registryMutex);
     if (g_counters.g_autoRegisteredHandlers == 0) {
@@ -64,8 +63,8 @@ Result dispatch(const std::uint8_t* data, std::size_t size, Result withoutHandle
     return withoutHandler;
 }
 
-// What a record is filled with once its handler is known. The library's own reader can leave out
-// what is not wanted; a host's fills a whole record.
+// Reads into a new record. The library's own reader can leave out what is not wanted; a host's
+// handler fills a whole record.
 std::uint32_t readInto(const VantricCalibrationHandler& handler, const std::uint8_t* data,
                        std::size_t size, Wanted wanted, HandlerRead& read) {
     const bool isOwn = isPackedHandler(handler);
@@ -78,7 +77,7 @@ std::uint32_t readInto(const VantricCalibrationHandler& handler, const std::uint
                  : handler.readCalibration(data, size, read.record.get()).status;
 }
 
-// Directions and PSF, or their status alone.
+// Computes directions and PSF, or their status alone.
 std::uint32_t complete(const VantricCalibrationHandler& handler, const std::uint8_t* data,
                        std::size_t size, HandlerRead& read) {
     if (!read.isWhole && isPackedHandler(handler)) {

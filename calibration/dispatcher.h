@@ -1,6 +1,6 @@
 #pragma once
 
-// The handler registry, beside its exported functions.
+// Reading through the handler registry, for the library itself.
 #include <cstddef>
 #include <cstdint>
 
@@ -10,16 +10,16 @@
 
 namespace vantric {
 
-/// What reading through the registry came to.
+/// Result of a read through the registry.
 struct HandlerRead {
     std::uint32_t status = VANTRIC_OK;
     RecordOwner record;           ///< set when status is VANTRIC_OK or VANTRIC_WARN_PARTIAL
-    std::uint32_t numPixels = 0;  ///< for which the record was made
+    std::uint32_t numPixels = 0;  ///< that the record was made for
     bool isWhole = true;  ///< false: the library's own handler left out what a cut does not need
 };
 
-/// vantric_readCalibrationExt with what is wanted. The handlers are asked exactly the same, and the
-/// status is the same; a host's handler gets a whole record in either case.
+/// vantric_readCalibrationExt for a part of the calibration. The calls of the handlers and the
+/// status are the same; a host's handler always gets a whole record.
 HandlerRead readThroughHandlers(const std::uint8_t* data, std::size_t size, Wanted wanted,
                                 bool withPsfAndDirections);
 

@@ -75,7 +75,7 @@ std::uint32_t copyCustomField(const VantricCustomField& field, std::uint32_t siz
     if (field.data == nullptr) {
         return VANTRIC_ERR_FIELD_NOT_READ;
     }
-    // A custom id that hides a built-in one is asked for with the built-in size.
+    // size is the built-in one where a custom id hides a built-in id.
     const std::uint32_t present = std::min<std::uint32_t>(size, field.size);
     std::memcpy(destination, field.data, present);
     std::memset(static_cast<std::uint8_t*>(destination) + present, 0, size - present);
@@ -112,7 +112,7 @@ uint32_t vantric_getField(uint32_t fieldId, const VantricCalibration* record, vo
     if (const VantricCustomField* field = customField(fieldId, *record); field != nullptr) {
         return copyCustomField(*field, bytes, destination);
     }
-    // A field with a size that is not a custom one is built in.
+    // It has a size and is not custom, so it is built in.
     std::memcpy(destination, builtInField(fieldId, *record).source, bytes);
     return VANTRIC_OK;
 }

@@ -10,7 +10,7 @@
 
 #include "calcut/vantric.h"
 
-// malloc and free with the sizes that come out of a file: 64 bits wide, checked, never 0.
+// malloc and free for sizes that a file decides: 64 bits wide, checked, never 0.
 
 namespace vantric {
 
@@ -32,7 +32,7 @@ T* allocate(std::uint64_t count) {
     return static_cast<T*>(std::malloc(bytes == 0 ? 1 : bytes));
 }
 
-/// count elements of zero bytes, or null. Large blocks come untouched from the system.
+/// count elements of zero bytes, or null. The pages of large blocks are not touched.
 template <class T>
 T* allocateZeroed(std::uint64_t count) {
     if (count > std::numeric_limits<std::ptrdiff_t>::max() / sizeof(T)) {
@@ -55,7 +55,7 @@ T* allocateZeroedArray() {
     return array->data();
 }
 
-/// Memory without which the library cannot go on: aborts for null.
+/// For memory without which the library cannot go on: aborts for null.
 template <class T>
 T* orAbort(T* memory) {
     if (memory == nullptr) {

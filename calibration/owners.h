@@ -5,7 +5,7 @@
 #include "calcut/vantric.h"
 #include "calcut/vantric_rx.h"
 
-// Who releases what, for records that pass through C++ hands.
+// Owners of what the C interface hands out, for C++ code.
 
 namespace vantric {
 

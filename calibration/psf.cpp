@@ -29,14 +29,14 @@ struct ProfilePoints {
     std::uint8_t count;
 };
 
-// Not with NaN among them.
+// False if any is NaN.
 bool isAscending(const ProfilePoints& points) {
     const auto* end = points.radius.begin() + points.count;
     return std::adjacent_find(points.radius.begin(), end,
                               [](float a, float b) { return !(a <= b); }) == end;
 }
 
-// The profile as a curve, with what is the same for every element of a segment computed once.
+// The profile as a curve. What all elements of a segment share is computed once.
 class Profile {
   public:
     Profile(const ProfilePoints& points, float scale, float offset)
@@ -61,8 +61,9 @@ class Profile {
     }
 
   private:
-    // Neighbours mostly lie in one segment. Behind its left node, if the nodes are ascending, no
-    // earlier segment holds r, so the one found last is still the first that does.
+    // Neighbours mostly lie in one segment, so the last one is tried first. That finds the same
+    // segment as a search from the start: with ascending nodes, no earlier segment holds an r to
+    // the right of its left node.
     [[nodiscard]] float exponent(float r) {
         if (foundLow_ < r && r <= foundHigh_) {
             return evaluate(found_, r);
@@ -87,13 +88,13 @@ class Profile {
     float scale_;
     float offset_;
     float foundLow_ = 0.0F;
-    float foundHigh_ = 0.0F;  // nothing lies between the two at first
+    float foundHigh_ = 0.0F;  // empty interval until a segment was found
     HermiteSegment found_{};
     std::array<HermiteSegment, VANTRIC_STRAYLIGHT_POINTS> segment_{};
 };
 
-// Offsets wrap around the edges, so an axis has only this many different distances, and element i
-// of it lies at distance size - i from there on.
+// Offsets wrap around the edges, so an axis has only this many different distances. Beyond them,
+// element i is at distance size - i.
 std::uint32_t distancesOf(std::uint32_t size) {
     return size / 2 + 1;
 }

@@ -6,7 +6,7 @@
 
 namespace vantric {
 
-/// What vantric_allocateAndCalculatePsf answers before it asks for memory.
+/// The status of vantric_allocateAndCalculatePsf, provided there is memory.
 std::uint32_t psfStatus(const VantricCalibration& record);
 
 }  // namespace vantric

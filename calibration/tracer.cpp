@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::int64_t printedValues = 32;
 
-// Nothing can be done about a trace line that does not get out, so results of printing are dropped.
+// Results of printing are ignored: nothing can be done about a trace line that is lost.
 template <class T, class PrintValue>
 void printValues(const char* name, const T* values, std::int64_t count, PrintValue printValue) {
     static_cast<void>(std::fprintf(stderr, "%s: [ ", name));

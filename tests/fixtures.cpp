@@ -14,6 +14,7 @@
 namespace fixtures {
 
 namespace writer = calcut::writer;
+namespace fs = std::filesystem;
 
 TempDir::TempDir(const std::filesystem::path& in) {
     std::string name = (in / "calcut-test-XXXXXX").string();
@@ -53,6 +54,26 @@ Bytes readBytes(const std::string& path) {
         throw std::runtime_error("cannot read " + path);
     }
     return Bytes(std::istreambuf_iterator<char>(file), {});
+}
+
+void waitUntilAtRest(int process) {
+    const fs::path threads = "/proc/" + std::to_string(process) + "/task";
+    const auto sleeps = [](const fs::path& thread) {
+        std::ifstream file(thread / "stat");
+        std::string stat;
+        std::getline(file, stat);
+        // "12 (name) S ..."; the name may hold anything.
+        const std::size_t name = stat.rfind(')');
+        return name != std::string::npos && stat.compare(name, 3, ") S") == 0;
+    };
+    constexpr int mostLooks = 12000;
+    for (int look = 0; look < mostLooks; ++look) {
+        std::error_code gone;
+        if (std::all_of(fs::directory_iterator(threads, gone), {}, sleeps)) {
+            return;
+        }
+        ::usleep(5000);
+    }
 }
 
 Record read(const Bytes& calibration, std::uint32_t* status, int withPsf) {

@@ -50,6 +50,10 @@ class TempDir {
 void writeBytes(const std::string& path, const Bytes& bytes);
 Bytes readBytes(const std::string& path);
 
+/// Returns once a process has come to rest: every thread of it waits for something, such as a pipe
+/// that nobody writes to.
+void waitUntilAtRest(int process);
+
 /// Bytes of literals and texts: bytes("AB", 1, 2).
 template <class... Parts>
 Bytes bytes(const Parts&... parts) {

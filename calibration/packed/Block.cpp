@@ -157,7 +157,7 @@ Refusal decodeBlock(VantricStream& stream, const RXBlockHeader& block, std::uint
                     std::uint8_t* dest, std::uint64_t destSize) {
     TakenPayload taken = takePayload(stream, block, scratchSize, destSize);
     if (isPacked(block.kind)) {
-        // Integers that the words do hold are written before they turn out to be too few.
+        // With too few words, the integers that are there are decoded all the same.
         if (!taken.refusal.refused() || taken.refusal.cause == Cause::tooFewWords) {
             decodePacked(taken, block, dest);
         }

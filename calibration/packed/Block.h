@@ -23,7 +23,7 @@ constexpr std::size_t fileHeaderSize = rowsOffset + 2;
 static_assert(fileHeaderSize == 11);
 constexpr std::uint32_t packedVersion = 1;
 
-// Block header; only the fields that its kind and count code call for
+// Block header; in brackets: the kinds and count codes that have the field
 //     +----+------+------------+------------+------+-------+--------+
 //     | id | kind | count code | long count | bits | scale | offset |
 //     +----+------+------------+------------+------+-------+--------+
@@ -52,13 +52,13 @@ constexpr std::uint64_t elementSize(std::uint32_t kind) {
     return kind == RX_KIND_RAW ? 1 : kind == RX_KIND_UINT16 ? 2 : 4;
 }
 
-// The functions of the public header, telling why they refuse. Offsets are where the cursor stood;
-// takePayload and decodeBlock leave them at 0.
+// The functions of the public header, with the reason of a refusal. takePayload and decodeBlock
+// leave its offset at 0.
 Refusal readFileHeader(VantricStream& stream, RXHeader& header);
 Refusal readBlockHeader(VantricStream& stream, const RXHeader& header, RXBlockHeader& block);
 
-/// Every check of a payload, in the order in which decoding makes them, without a decoded value.
-/// Moves the cursor as decoding does. payload is null until the payload is known to be there.
+/// Makes every check of decoding in the same order and moves the cursor as decoding does, but
+/// decodes nothing. payload is null unless it is there.
 struct TakenPayload {
     Refusal refusal;
     const std::uint8_t* payload = nullptr;
@@ -67,8 +67,7 @@ struct TakenPayload {
 TakenPayload takePayload(VantricStream& stream, const RXBlockHeader& block,
                          std::uint64_t scratchSize, std::uint64_t destSize);
 
-/// vantric_decodeRXBlock, which needs no scratch: only its size is asked for, since that decides
-/// which blocks are refused.
+/// vantric_decodeRXBlock. It needs no scratch, but its size decides which blocks are refused.
 Refusal decodeBlock(VantricStream& stream, const RXBlockHeader& block, std::uint64_t scratchSize,
                     std::uint8_t* dest, std::uint64_t destSize);
 

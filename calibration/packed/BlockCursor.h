@@ -11,7 +11,7 @@ class BlockCursor {
   public:
     explicit BlockCursor(VantricStream& stream) : stream_(stream) {}
 
-    /// First of all calls.
+    /// Must be called first.
     Refusal readFileHeader() { return vantric::readFileHeader(stream_, header_); }
 
     /// Reads the block header at the stream's position.

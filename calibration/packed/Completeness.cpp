@@ -15,10 +15,10 @@ bool isFrequencyId(std::uint32_t id) {
            (id - RX_BLOCK_FIRST_FREQUENCY) % RX_BLOCKS_PER_FREQUENCY == RX_FREQUENCY_ID;
 }
 
-// Which blocks of which frequency are still owed.
+// The blocks that are still missing of each frequency.
 class PendingBlocks {
   public:
-    /// Notes a block that was found; false when its frequency block was not.
+    /// Notes a block that was found; false if the first block of its frequency was not.
     bool note(std::uint32_t id) {
         if (id < RX_BLOCK_FIRST_FREQUENCY || id >= RX_BLOCK_FIRST_FREQUENCY + frequencyBlocks) {
             return true;
@@ -36,7 +36,7 @@ class PendingBlocks {
         return frequencyKnown;
     }
 
-    /// The last block id still owed, or 0.
+    /// The highest id still missing, or 0.
     [[nodiscard]] std::uint32_t lastMissing() const {
         for (std::uint32_t index = frequencyBlocks; index-- > 0;) {
             if (pending_[index] && index % RX_BLOCKS_PER_FREQUENCY != RX_FREQUENCY_ID) {
@@ -102,7 +102,7 @@ std::uint32_t validateWholeCalibration(const RXBlockTable* table, RXReadResult* 
         id = table->entries[i].id;
         status = validateEntry(table->entries[i], *table->context, pending);
     }
-    // Only where every entry is in order: a missing required block is reported with its own id.
+    // Looked at last: a missing required block is reported with its own id above.
     const std::uint32_t missing = status == VANTRIC_OK ? pending.lastMissing() : 0;
     if (missing != 0) {
         status = VANTRIC_ERR_FIELD_EMPTY;

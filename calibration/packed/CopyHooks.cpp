@@ -17,7 +17,7 @@ namespace {
 constexpr std::uint64_t shortestDateTarget = 26;
 constexpr std::size_t longestDateSuffix = 14;  // " (4294967295)" and the terminator
 
-// The run of the record that a straylight block fills.
+// The part of the record that a straylight block fills, from straylightScale on.
 constexpr std::size_t straylightBegin = offsetof(VantricCalibration, straylightScale);
 constexpr std::size_t straylightPsfWidth = offsetof(VantricCalibration, psfWidth) - straylightBegin;
 constexpr std::size_t straylightPsfHeight =
@@ -52,8 +52,8 @@ float floatAt(const void* source, std::uint64_t index) {
     return value;
 }
 
-// Truncation as the target's own instruction does it: NaN and negatives give 0, too large values
-// the largest number.
+// Truncates as the conversion instruction of 64-bit Arm does: NaN and negative values give 0, too
+// large values the largest number.
 std::uint32_t truncateSaturating(float value) {
     if (!(value > 0.0F)) {
         return 0;

@@ -4,8 +4,7 @@
 
 #include "calcut/vantric_rx.h"
 
-// The copy functions of the table that this library reads with. They are reached through the table,
-// and by name only from tests.
+// The copy functions of the library's own table.
 
 namespace vantric {
 
@@ -14,11 +13,11 @@ constexpr std::uint64_t straylightSize = 140;
 /// Floats of a straylight block.
 constexpr std::uint32_t straylightWords = 32;
 
-// Copy functions: each checks sizes first and writes nothing when it fails (the date alone puts a
-// terminator at the end of its target before it looks for room).
+// Each checks sizes first and writes nothing when it fails, except that convertAndCopyDate
+// terminates its target before it looks for room.
 
-/// One byte per entry of the target, the low byte of a source word. destinationSize counts entries:
-/// all of them are copied, however many words the block had.
+/// Writes the low byte of a source word to each entry of the target, to all destinationSize of
+/// them, however many words the block had.
 std::uint32_t copyMask(const void* source, std::uint64_t sourceSize, void* destination,
                        std::uint64_t destinationSize, std::uint8_t* countField);
 /// Appends " (value)" to the text in the target.
@@ -34,11 +33,11 @@ std::uint32_t copyStraylight(const void* source, std::uint64_t sourceSize, void*
 std::uint32_t copyWiggling(const void* source, std::uint64_t sourceSize, void* destination,
                            std::uint64_t destinationSize, std::uint8_t* countField);
 
-/// The checks of copyWiggling, for a table without arrays.
+/// Makes the checks of copyWiggling and stores the count, for a table without arrays.
 std::uint32_t checkWiggling(const void* source, std::uint64_t sourceSize, void* destination,
                             std::uint64_t destinationSize, std::uint8_t* countField);
 
-/// Whether a copy function is one of these, which look at nothing behind the decoded block.
+/// Whether a copy function is one of these. They do not look behind the decoded block.
 bool isOwnCopyFunction(RXCopyFunction copy);
 
 }  // namespace vantric

@@ -10,7 +10,7 @@ using namespace vantric;
 
 namespace {
 
-// The custom field of a block, also one that is not in use (no block fits into it), or null.
+// The custom field of a block, or null. A field that is not in use has size 0: no block fits.
 const VantricCustomField* customFieldOf(std::uint32_t id, const VantricCalibration& record) {
     const std::uint32_t index = id - record.firstCustomFieldId;
     return index < VANTRIC_CUSTOM_FIELDS ? record.customFields + index : nullptr;

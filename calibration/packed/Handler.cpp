@@ -18,12 +18,12 @@ bool readsHeader(const std::uint8_t* data, std::size_t size, RXHeader& header) {
     return vantric_readRXHeader(&stream, &header) == VANTRIC_OK && header.version == packedVersion;
 }
 
-// Why a file header is refused before any record is made.
+// Checks the file header before a record is made.
 Refusal refusalOfHeader(const std::uint8_t* data, std::size_t size, RXHeader& header) {
     VantricStream stream = vantric_createStreamFromData(data, size);
     Refusal refusal = readFileHeader(stream, header);
     if (refusal.refused()) {
-        // No handler accepts the data, however it is wrong.
+        // The status of data that no handler accepts, whatever is wrong with the header.
         refusal.status = VANTRIC_ERR_NOT_SUPPORTED;
         return refusal;
     }
@@ -42,7 +42,7 @@ Refusal refusalOfHeader(const std::uint8_t* data, std::size_t size, RXHeader& he
     return {};
 }
 
-// Two per-pixel tables of at least one bit a value are required.
+// A calibration has at least two per-pixel tables of one bit a value.
 bool isTooShortFor(std::uint32_t numPixels, std::size_t size) {
     return 2 * vantric_getRXPackedSize(numPixels, 1) > size;
 }
@@ -159,7 +159,7 @@ uint32_t vantric_getRXCalibrationType(void) {
 
 RXReadResult vantric_readRXHandlerCalibration(const uint8_t* data, size_t size,
                                               VantricCalibration* calibration) {
-    // For how many pixels the record was made, only the caller knows.
+    // Only the caller knows how many pixels the record was made for.
     constexpr std::uint64_t anyNumber = std::numeric_limits<std::uint64_t>::max();
     return readPackedInto(*calibration, anyNumber, newTessalyTable(), data, size,
                           Wanted::everything, nullptr);
@@ -178,7 +178,7 @@ uint32_t vantric_readRXCustomFields(const uint8_t* data, size_t size,
 uint32_t vantric_calcRXPsfAndDirections(VantricCalibration* calibration, uint32_t numPixels) {
     const std::uint64_t count = std::uint64_t{numPixels} * floatsPerDirection;
     if (count > std::numeric_limits<std::uint32_t>::max()) {
-        return VANTRIC_ERR_ALREADY_SET;  // more than the rays of any image
+        return VANTRIC_ERR_ALREADY_SET;  // as for any count that is not that of the image
     }
     Owned<float> directions(allocate<float>(count));
     if (!directions || calibration->lensParameters == nullptr) {

@@ -1,6 +1,6 @@
 #pragma once
 
-// The plug of the packed format into the registry, and the same road outside of it.
+// The packed format as the registry sees it, and the same read for callers that want to watch it.
 #include <cstddef>
 #include <cstdint>
 
@@ -15,15 +15,15 @@ namespace vantric {
 /// Whether all functions of a handler are this library's own.
 bool isPackedHandler(const VantricCalibrationHandler& handler);
 
-/// vantric_readRXHandlerCalibration with what is wanted, told to observer (null: nobody), into a
-/// record that was made for so many pixels; data with more are refused. table comes from
-/// newTessalyTable, made before the record.
+/// vantric_readRXHandlerCalibration for what is wanted, watched by observer (null: nobody). The
+/// record was made for madeFor pixels; data with more are refused. table comes from newTessalyTable
+/// and was made before the record.
 RXReadResult readPackedInto(VantricCalibration& record, std::uint64_t madeFor, TableOwner table,
                             const std::uint8_t* data, std::size_t size, Wanted wanted,
                             WalkObserver* observer);
 
-/// What vantric_calcRXPsfAndDirections would answer for a record that was just read, without
-/// computing anything.
+/// What vantric_calcRXPsfAndDirections would return for a record that was just read. Computes
+/// nothing.
 Refusal refusalOfDirectionsAndPsf(const VantricCalibration& record, std::uint32_t numPixels);
 
 struct PackedRead {

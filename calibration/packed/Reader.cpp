@@ -72,7 +72,7 @@ class Walk {
             outcome = BlockOutcome::custom;
             return customBlocks_.measure(blocks_);
         }
-        // The payload is not skipped: the format has no such blocks.
+        // The format has no such blocks, and nothing says how long their payload is.
         outcome = BlockOutcome::unknown;
         return {};
     }
@@ -100,7 +100,7 @@ class Walk {
         filler_.finish();
         table_.context->frequencyCount = frequencyBlockCount_;
         customBlocks_.store(*table_.context, table_.firstCustomBlockId);
-        return {VANTRIC_OK, noFailedBlock};  // whatever a host's function left there
+        return {VANTRIC_OK, noFailedBlock};  // a host's function may have left another id
     }
 
     BlockCursor& blocks_;
@@ -112,7 +112,7 @@ class Walk {
     std::uint8_t frequencyBlockCount_ = 0;
 };
 
-// Why a table cannot be read with.
+// The status for a table that cannot be read with.
 std::uint32_t statusOf(const RXBlockTable* table) {
     if (table == nullptr) {
         return VANTRIC_ERR_BUFFER_TOO_SMALL;

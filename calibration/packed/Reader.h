@@ -1,7 +1,6 @@
 #pragma once
 
-// The walk over the blocks: what is wanted of it, and who may watch it. The exported functions are
-// declared in the public header.
+// The walk over the blocks, and the interface of whoever watches it.
 #include <cstdint>
 
 #include "calcut/vantric_rx.h"
@@ -18,7 +17,7 @@ constexpr std::uint32_t noFailedBlock = 255;
 enum class BlockOutcome : std::uint8_t {
     read,       ///< decoded into the record
     custom,     ///< measured and skipped
-    unknown,    ///< id below 128 without an entry: the next header is read right behind this one
+    unknown,    ///< id below 128 without an entry: the next header is read behind this header
     failed,     ///< the walk stopped here
     notReached  ///< behind the block that stopped the walk
 };
@@ -32,8 +31,8 @@ struct BlockSighting {
     BlockOutcome outcome;
 };
 
-/// Watches a walk. Blocks come in the order of the file; those behind the one that stopped the walk
-/// are told too, as far as their headers can be read.
+/// Watches a walk. Blocks are reported in the order of the file, also those behind a block that
+/// stopped the walk, as far as their headers can be read.
 class WalkObserver {
   public:
     WalkObserver() = default;
@@ -42,15 +41,15 @@ class WalkObserver {
 
     virtual void block(const BlockSighting& block) = 0;
     virtual void endMarker(std::uint64_t offset) = 0;
-    /// At most once, by whoever refused. blockId is noFailedBlock where no block is to blame. A
-    /// PSF that cannot be made names the straylight block and the offset 0.
+    /// Called at most once. blockId is noFailedBlock where no block is to blame. A PSF that cannot
+    /// be made names the straylight block and the offset 0.
     virtual void refused(const Refusal& refusal, std::uint32_t blockId) = 0;
 
   protected:
     ~WalkObserver() = default;
 };
 
-/// vantric_readRXCalibration without the release of the table, told to observer (null: nobody).
+/// vantric_readRXCalibration, watched by observer (null: nobody). Does not free the table.
 RXReadResult readBlocks(VantricStream& stream, const RXBlockTable* table, WalkObserver* observer);
 
 }  // namespace vantric

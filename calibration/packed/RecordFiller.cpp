@@ -60,8 +60,8 @@ Refusal RecordFiller::validate(const RXTableEntry& entry, const BlockCursor& blo
     return refusal;
 }
 
-// Straight into its place. A place without memory behind it is only checked for. The count is
-// stored even when the block is refused.
+// Decodes straight into the entry's place; where that is null, the block is only checked. The count
+// is stored even if the block is refused.
 Refusal RecordFiller::decode(const RXTableEntry& entry, const BlockCursor& blocks,
                              Refusal refusal) const {
     const RXBlockHeader& block = blocks.block();
@@ -83,8 +83,7 @@ Refusal RecordFiller::decode(const RXTableEntry& entry, const BlockCursor& block
     return refusal;
 }
 
-// Through the scratch and the entry's copy function, except for a mask, which can be decoded
-// straight into its place.
+// Decodes to the scratch and calls the entry's copy function. A mask can do without both.
 Refusal RecordFiller::copy(const RXTableEntry& entry, const BlockCursor& blocks) {
     const RXBlockHeader& block = blocks.block();
     const bool isMask = entry.copy == copyMask;
@@ -115,7 +114,7 @@ Refusal RecordFiller::copy(const RXTableEntry& entry, const BlockCursor& blocks)
     return {};
 }
 
-// The same bytes that decoding to words and copying their low bytes gives.
+// Gives the same bytes as decoding to words and copying their low bytes.
 Refusal RecordFiller::decodeMask(const RXTableEntry& entry, const BlockCursor& blocks) {
     const RXBlockHeader& block = blocks.block();
     const TakenPayload taken = takePayload(

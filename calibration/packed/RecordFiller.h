@@ -7,7 +7,7 @@
 
 namespace vantric {
 
-/// Brings the blocks that a table knows to their places in the table's record.
+/// Decodes the blocks that a table knows into the table's record.
 class RecordFiller {
   public:
     explicit RecordFiller(const RXBlockTable& table) : table_(table), record_(*table.context) {}
@@ -22,9 +22,8 @@ class RecordFiller {
     void finish() { maskTail_.clear(); }
 
   private:
-    // What a mask block leaves of the mask. It counts as zero, which it is in a new record, so it
-    // is cleared only once the read is known to succeed: a header that claims a huge image costs no
-    // time.
+    // The pixels of a mask behind those of its block. They become zero. In a new record they are,
+    // so clearing waits until the read has succeeded: a claim of a huge image costs no time.
     struct MaskTail {
         std::uint8_t* bytes = nullptr;
         std::uint64_t size = 0;
@@ -40,7 +39,7 @@ class RecordFiller {
 
     const RXBlockTable& table_;
     VantricCalibration& record_;
-    bool wasRead_ = false;  ///< into the record, before this read
+    bool wasRead_ = false;  ///< whether the record was read into before
     Scratch scratch_{0};
     MaskTail maskTail_;
 };

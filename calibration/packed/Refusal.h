@@ -6,8 +6,8 @@
 
 namespace vantric {
 
-/// What a packed calibration was refused for. In brackets: what expected and found of the refusal
-/// say.
+/// Why a packed calibration was refused. In brackets: the meaning of the refusal's expected and
+/// found.
 enum class Cause : std::uint8_t {
     none,
     headerCutShort,       ///< file header (its bytes; bytes there)
@@ -15,22 +15,22 @@ enum class Cause : std::uint8_t {
     wrongVersion,         ///< (the version that is read; the file's)
     noPixels,             ///< columns or rows are 0 (1; 0)
     tooManyPixels,        ///< not countable as signed 32 bits (largest count; pixels)
-    recordTooSmall,       ///< the record was made or last used for fewer pixels (its; the file's)
+    recordTooSmall,       ///< the record has room for fewer pixels (its; the file's)
     outOfMemory,          ///< (nothing)
     blockHeaderCutShort,  ///< (bytes that the next field needs; bytes there)
     unknownKind,          ///< (largest kind; kind)
     idsNotAscending,      ///< (id before; id)
     wrongKind,            ///< (acceptable kind, the other one in alsoExpected; kind)
     tooFewElements,       ///< (minimum count; count)
-    tooLarge,             ///< decoded bytes for the place in the record (room; bytes)
-    tooLargeToUnpack,     ///< packed and unpacked bytes for the scratch (room; bytes)
+    tooLarge,             ///< decoded, for its place in the record (room; bytes)
+    tooLargeToUnpack,     ///< packed and unpacked, for the scratch (room; bytes)
     payloadCutShort,      ///< (bytes of the payload; bytes there)
     wrongBits,            ///< (largest width; width)
-    tooFewWords,          ///< the size that single precision gives holds fewer values (count; 0)
+    tooFewWords,          ///< the size, rounded in single precision, is too small (count; 0)
     wrongContent,         ///< a copy function's own check (room in the record; decoded bytes)
     tooManyCustomBlocks,  ///< (largest number; number)
     missingBlock,         ///< (nothing); the offset is that of the end marker
-    withoutFrequency,     ///< a block of a frequency whose first block is missing (its id; id)
+    withoutFrequency,     ///< the first block of its frequency is missing (that id; id)
     valueUnset,           ///< (nothing)
     incomplete,           ///< a host's own check of the whole calibration (nothing)
     psfTooLarge,          ///< (largest number of elements; elements)

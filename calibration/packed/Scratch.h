@@ -10,8 +10,8 @@
 
 namespace vantric {
 
-// Room for the decoded block in front, and for the packed words and integers of it behind. Blocks
-// are decoded without the second half, but its size decides which are refused.
+// In front the decoded block, behind it room for packed words and integers. Decoding does not use
+// that room, but its size decides which blocks are refused.
 constexpr std::uint64_t scratchBytesPerPixel = 12;
 constexpr std::uint64_t decodedBytesPerPixel = 4;
 
@@ -20,10 +20,10 @@ class Scratch {
   public:
     explicit Scratch(std::uint64_t numPixels) : numPixels_(numPixels) {}
 
-    /// Prepares for the copy functions of a table. Those of a host may look at what lies behind the
-    /// block, as far as their destination's size goes in words, so they get zeros there; where
-    /// there is no memory for that many, zeros for the pixels alone. False without memory for
-    /// these.
+    /// Prepares for the copy functions of a table. A host's may copy a word to each entry of its
+    /// destination, whatever the size of the block, so it gets zeros behind the block: as many
+    /// words as the largest destination has entries, or, without memory for these, as the scratch
+    /// has. False without memory for the scratch.
     bool makeFor(const RXBlockTable& table) {
         std::uint64_t words = 0;
         bool isForeign = false;
@@ -51,7 +51,7 @@ class Scratch {
 
     [[nodiscard]] std::uint64_t size() const { return numPixels_ * scratchBytesPerPixel; }
     [[nodiscard]] std::uint64_t decodedSize() const { return numPixels_ * decodedBytesPerPixel; }
-    /// Words in front that hold anything of a block. What lies behind them counts as zero.
+    /// Words in front into which blocks were decoded. The words behind them count as zero.
     [[nodiscard]] std::uint64_t usedWords() const {
         return (used_ + decodedBytesPerPixel - 1) / decodedBytesPerPixel;
     }

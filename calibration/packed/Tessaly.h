@@ -8,8 +8,8 @@
 
 namespace vantric {
 
-/// A table with room for the entries and none of them yet. The process ends without memory for it,
-/// so it comes before what a file makes large.
+/// A table without entries yet. Aborts without memory, so it is made before everything whose size a
+/// file decides.
 TableOwner newTessalyTable();
 
 /// Adds the entries to a new table. Those of blocks that are not wanted have a size and no
