@@ -46,7 +46,7 @@ inline Outcome run(const TempDir& dir, const std::string& words) {
     return shell(dir, "$C " + words);
 }
 
-// The same, with a signal once path is there.
+// The same, with a signal once path is there and the command waits.
 inline Outcome runAndSignal(const TempDir& dir, const std::string& words, const std::string& path,
                             int signal) {
     const std::string line =
@@ -59,7 +59,7 @@ inline Outcome runAndSignal(const TempDir& dir, const std::string& words, const 
     for (int wait = 0; wait < 6000 && !fs::exists(path); ++wait) {
         usleep(5000);
     }
-    usleep(50000);
+    waitUntilAtRest(child);
     kill(child, signal);
     int status = 0;
     waitpid(child, &status, 0);

@@ -177,7 +177,7 @@ TEST(Dump, IsLoadedOnceWithinTheLimitAndNeverWaitedFor) {
     ASSERT_EQ(write(writer, "abc", 3), 3);
     const pid_t child = fork();
     if (child == 0) {
-        usleep(20000);
+        waitUntilAtRest(getppid());
         (void)!write(writer, "def", 3);
         _exit(0);
     }
