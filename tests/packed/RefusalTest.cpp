@@ -54,6 +54,7 @@ void expectCase(const Case& item) {
     Notes notes;
     const PackedRead read = readPacked(data.data(), data.size(), Wanted::everything, &notes);
     EXPECT_EQ(read.result.status, status) << std::hex << read.result.status;
+    EXPECT_EQ(read.result.failedBlockId, block);
     EXPECT_EQ(readPlain(data) != nullptr, status == ok);
     ASSERT_EQ(notes.refusals, status == ok ? 0 : 1);
     if (status != ok) {
