@@ -34,6 +34,7 @@ STYLE = {
         ("major.pad", 3), ("direction", "out"))},
 }
 LONGEST = 12  # an image with longer sides than that would be a mere line
+PIXELS = ("row (pixels)", "column (pixels)")
 MOST_RINGS = 200  # more hide what they point at
 
 # White is left to masked pixels and black to what is not finite, so that both can be told from every
@@ -167,8 +168,21 @@ class Cell:
         """Beside the middle of a box, reading from bottom to top."""
         self.text(x, box.y + box.height / 2, text, most=box.height + 40, rotation=90, ha="center", va="center")
 
+    def scale(self, axes: Any, box: Box, side: str, low: float, high: float, spacing: float, label: str = "",
+              whole: bool = False, room: float = 0.0) -> str:
+        """Ticks and limits of a side of axes. Returns what the ticks leave out, which ends the label, too."""
+        along = box.width if side == "x" else box.height
+        places, labels, left_out = ticks(low, high, along / spacing, whole)
+        (axes.xaxis if side == "x" else axes.yaxis).set_ticks(places, labels=labels)
+        axes.set(**{f"{side}lim": (low - room * (high - low), high + room * (high - low))})
+        if label and side == "x":
+            self.text(box.x + along / 2, box.y + box.height + 35, label + left_out, most=330, ha="center")
+        elif label:
+            self.upright(box.x - widest(labels) - 16, box, label + left_out)
+        return left_out
+
     def image(self, values: Array, colours: Colormap, limits: Tuple[float, float], room: Box,
-              origin: Tuple[int, int] = (0, 0), masked: Optional[Array] = None) -> Tuple[Any, Box]:
+              masked: Array, origin: Tuple[int, int] = (0, 0), sides: Tuple[str, str] = PIXELS) -> Tuple[Any, Box]:
         """An image of square elements, unless it is too long for that, with numbers at its sides.
 
         Masked elements are white, others that are not finite black; neither is averaged away.
@@ -180,7 +194,6 @@ class Cell:
             width, height = unit * columns, unit * rows
         box = Box(room.x + (room.width - width) / 2, room.y + (room.height - height) / 2, width, height)
         axes = self.axes(box)
-        masked = np.zeros(values.shape, bool) if masked is None else masked
         finite = np.isfinite(values)
         dots = int(height), int(width)
         size = shrunk(np.ones(values.shape, np.float32), dots, np.add)
@@ -193,11 +206,9 @@ class Cell:
             black = np.zeros((*mean.shape, 4))
             black[..., 3] = shrunk(~finite & ~masked, dots, np.logical_or)
             axes.imshow(black, **place)
-        for axis, start, count, most in ((axes.xaxis, left, columns, width / 45), (axes.yaxis, top, rows, height / 30)):
-            places, labels, _ = ticks(start, start + count, most, True)
-            axis.set_ticks(places, labels=labels)
-        axes.set_xlim(left, left + columns)
-        axes.set_ylim(top + rows, top)
+        self.scale(axes, box, "y", top, top + rows, 30, sides[0], True)
+        self.scale(axes, box, "x", left, left + columns, 45, sides[1], True)
+        axes.invert_yaxis()
         return axes, box
 
     def bar(self, beside: Box, colours: Colormap, limits: Tuple[float, float], label: str, below: bool,
