@@ -94,7 +94,7 @@ def ticks(low: float, high: float, most: float, whole: bool = False) -> Tuple[Ar
     """Round places between the limits, short labels, and what all labels leave out."""
     places = MaxNLocator(max(int(most), 2), steps=[1, 2, 5, 10], integer=whole).tick_values(low, high)
     room = 1e-6 * (high - low)
-    places = places[(places >= low - room) & (places <= high + room)]
+    places = places[(places >= low - room) & (places <= high + room) & ((places % 1 == 0) | (not whole))]
     base, left_out = 0.0, ""
     if not whole and high - low < 1e-4 * max(abs(low), abs(high)):
         unit = 10.0 ** np.ceil(np.log10(high - low))

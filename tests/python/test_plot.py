@@ -94,6 +94,7 @@ def test_ticks_are_round_apart_and_say_what_they_leave_out():
     assert panel.ticks(0, 2e-5, 5)[1:] == (["0.0", "0.5", "1.0", "1.5", "2.0"], " ×10⁻⁵")
     assert panel.ticks(1000, 1000.01, 2)[1:] == (["0.000", "0.005", "0.010"], " - 1000")
     assert panel.ticks(-0.5, 3.5, 9, True)[1] == ["0", "1", "2", "3"]
+    assert panel.ticks(-0.5, 0.5, 2, True)[1] == ["0"]
 
 
 @pytest.mark.parametrize("shape", [(0, 5), (1, 1), (2, 3), (12, 16), (1, 2000), (90, 3), (172, 224)])
