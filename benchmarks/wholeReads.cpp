@@ -172,12 +172,12 @@ Work wholeCut(const std::string& name, double target, const writer::Bytes& calib
 std::vector<Work> readingWork() {
     const writer::Bytes standard = standardCalibration(options(2.0F), 12);
     return {
-        with(Memory::Kept, wholeRead("readCalibration, 12 bits, exponent 2.0", 2.0F, 12, 18.0)),
-        with(Memory::Kept, wholeRead("readCalibration, 12 bits, exponent 2.1", 2.1F, 12, 18.0)),
-        with(Memory::Kept, wholeRead("readCalibration, float tables", 2.0F, 0, 18.0)),
-        with(Memory::Fresh, wholeRead("readCalibration, 12 bits, fresh memory", 2.0F, 12, 9.0)),
-        with(Memory::Kept, wholeCut("cutEEPROMContent, v7 dump", 55.0, standard)),
-        with(Memory::Fresh, wholeCut("cutEEPROMContent, v7 dump, fresh memory", 25.0, standard))};
+        with(Memory::Kept, wholeRead("readCalibration, 12 bits, exponent 2.0", 2.0F, 12, 20.0)),
+        with(Memory::Kept, wholeRead("readCalibration, 12 bits, exponent 2.1", 2.1F, 12, 20.0)),
+        with(Memory::Kept, wholeRead("readCalibration, float tables", 2.0F, 0, 20.0)),
+        with(Memory::Fresh, wholeRead("readCalibration, 12 bits, fresh memory", 2.0F, 12, 14.5)),
+        with(Memory::Kept, wholeCut("cutEEPROMContent, v7 dump", 110.0, standard)),
+        with(Memory::Fresh, wholeCut("cutEEPROMContent, v7 dump, fresh memory", 85.0, standard))};
 }
 
 std::vector<Work> scalingWork() {
