@@ -1,9 +1,13 @@
 #include "python/Calibration.h"
 
+#include <malloc.h>
 #include <pybind11/numpy.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "python/Input.h"
 #include "tools/inspect/Text.h"
@@ -18,9 +22,15 @@ namespace {
 using Record = VantricCalibration;
 using Shape = std::vector<py::ssize_t>;
 
-/// A read-only view; owner lives as long as the view.
+/// What people hold; a null pointer never gets into an instance.
+using Held = std::shared_ptr<Calibration>;
+
+/// A read-only view; owner lives as long as the view. None where the read did not come so far.
 template <class T>
 py::object viewOf(const py::object& owner, const T* data, Shape shape) {
+    if (data == nullptr) {
+        return py::none();
+    }
     py::array_t<T> view(std::move(shape), data, owner);
     view.attr("setflags")(py::arg("write") = false);
     return view;
@@ -33,7 +43,7 @@ py::object viewOf(const py::object& owner, const T* data, std::size_t count) {
 
 template <class T>
 py::object imageOf(const py::object& owner, const T* data) {
-    const VantricImagerArea& area = owner.cast<const Calibration&>().record().imagerArea;
+    const VantricImagerArea& area = owner.cast<Held>()->record()->imagerArea;
     return viewOf(owner, data, Shape{area.rows, area.columns});
 }
 
@@ -114,6 +124,21 @@ constexpr Property<Record> properties[] = {
      [](auto&, auto& of) -> py::object { return py::int_(of.auxFlag); }, "int, or None."},
 };
 
+/// What type checkers expect; pybind11's own serves static properties.
+py::handle plainMetaclass() {
+    return reinterpret_cast<PyObject*>(&PyType_Type);
+}
+
+/// Instances come out of read() alone; one without content would be read through a null pointer.
+void refuseConstruction(const py::object& type) {
+    reinterpret_cast<PyTypeObject*>(type.ptr())->tp_new =
+        [](PyTypeObject* /*type*/, PyObject* /*words*/, PyObject* /*named*/) -> PyObject* {
+        PyErr_SetString(PyExc_TypeError, "calcut.read() makes these");
+        return nullptr;
+    };
+    PyType_Modified(reinterpret_cast<PyTypeObject*>(type.ptr()));
+}
+
 // ------------------------------------------------------------------------------------ frequency --
 
 struct Frequency {
@@ -156,49 +181,107 @@ constexpr Property<VantricFrequencyRecord> frequencyProperties[] = {
 };
 
 void bindFrequency(py::module_& module) {
-    py::class_<Frequency> type(module, "Frequency", "Calibration of one modulation frequency.");
-    type.def_readonly("index", &Frequency::index, "Place among the eight records, from 0.");
+    py::class_<Frequency, std::shared_ptr<Frequency>> type(
+        module, "Frequency", py::metaclass(plainMetaclass()),
+        "Calibration of one modulation frequency.");
+    refuseConstruction(type);
+    type.def_property_readonly(
+        "index", [](const std::shared_ptr<Frequency>& self) { return self->index; },
+        "Place among the eight records, from 0.");
     for (const auto& property : frequencyProperties) {
-        const auto get = [&property](const Frequency& self) -> py::object {
-            const auto& of = self.owner.cast<const Calibration&>();
-            return of.about().wasRead(module::frequencyBlock(self.index, property.block))
-                       ? property.get(self.owner, of.record().frequencies[self.index])
+        const auto get = [&property](const std::shared_ptr<Frequency>& self) -> py::object {
+            const Held of = self->owner.cast<Held>();
+            return of->about().wasRead(module::frequencyBlock(self->index, property.block))
+                       ? property.get(self->owner, of->record()->frequencies[self->index])
                        : py::none();
         };
         type.def_property_readonly(property.name, get, property.doc);
     }
 }
 
-// ------------------------------------------------------------------------------------- the whole
-// --
+// ----------------------------------------------------------------------------------- the whole --
 
 py::list frequenciesOf(const py::object& self) {
     py::list list;
     // Records are filled by id, so a calibration that leaves one out has a gap.
     for (unsigned k = 0; k < VANTRIC_FREQUENCIES; ++k) {
-        if (self.cast<const Calibration&>().about().wasRead(
-                module::frequencyBlock(k, RX_FREQUENCY_ID))) {
-            list.append(Frequency{self, k});
+        if (self.cast<Held>()->about().wasRead(module::frequencyBlock(k, RX_FREQUENCY_ID))) {
+            list.append(std::make_shared<Frequency>(Frequency{self, k}));
         }
     }
     return list;
 }
 
-py::dict customOf(const Calibration& of) {
-    const Record& record = of.record();
+py::dict customOf(const Held& of) {
     py::dict fields;
-    for (unsigned k = 0; of.about().customStatus == VANTRIC_OK && k < record.customFieldCount;
-         ++k) {
-        const VantricCustomField& field = record.customFields[k];
-        fields[py::int_(record.firstCustomFieldId + k)] =
+    const Record* record = of->record();
+    const bool read = record != nullptr && of->about().status == VANTRIC_OK &&
+                      of->about().customStatus == VANTRIC_OK;
+    for (unsigned k = 0; read && k < record->customFieldCount; ++k) {
+        const VantricCustomField& field = record->customFields[k];
+        fields[py::int_(record->firstCustomFieldId + k)] =
             py::bytes(reinterpret_cast<const char*>(field.data), field.size);
     }
     return fields;
 }
 
+py::object sizeOf(const Held& of, std::uint32_t VantricImagerArea::*member) {
+    return of->record() == nullptr ? py::object(py::none())
+                                   : py::int_(of->record()->imagerArea.*member);
+}
+
+py::object reprOf(const Held& of) {
+    return py::str("<calcut.Calibration: {}, {} x {} pixels{}>")
+        .format(of->about().layout.name, sizeOf(of, &VantricImagerArea::columns),
+                sizeOf(of, &VantricImagerArea::rows), of->about().intact() ? "" : ", damaged");
+}
+
+py::tuple reduce(const Held& of) {
+    const auto* bytes = reinterpret_cast<const char*>(of->bytes().data());
+    return py::make_tuple(py::module_::import("calcut").attr("_unpickle"),
+                          py::make_tuple(py::bytes(bytes, of->bytes().size()),
+                                         of->about().layout.name));
+}
+
 }  // namespace
 
-std::shared_ptr<Calibration> read(const py::object& source, const std::string& layout) {
+Calibration::Calibration(std::vector<std::uint8_t> bytes, std::optional<module::Layout> layout)
+    : bytes_(std::move(bytes)),
+      about_(module::diagnose(bytes_, layout.value_or(module::classify(bytes_)),
+                              vantric::Wanted::everything)) {
+    // The library makes room for eight frequencies; most modules have three, and people hold
+    // thousands of modules.
+    for (unsigned k = 0; about_.record && k < VANTRIC_FREQUENCIES; ++k) {
+        if (!about_.wasRead(module::frequencyBlock(k, RX_FREQUENCY_PIXEL_TABLE))) {
+            float*& table = about_.record->frequencies[k].pixelTable;
+            std::free(std::exchange(table, nullptr));
+        }
+    }
+}
+
+Calibration::~Calibration() {
+#ifdef __GLIBC__
+    // Python's small objects end up between the arrays, so that glibc alone would give nothing back
+    // of a thousand modules. Often enough to be of use, too seldom to be felt.
+    constexpr std::size_t enough = std::size_t{64} << 20;
+    static std::atomic<std::size_t> released{0};
+    // Pixel values, three directions, the PSF and a table for each of some frequencies.
+    constexpr std::size_t floats = 8;
+    const std::size_t pixels = about_.record ? std::size_t{about_.record->imagerArea.columns} *
+                                                   about_.record->imagerArea.rows
+                                             : 0;
+    const std::size_t mine = bytes_.size() + pixels * floats * sizeof(float);
+    about_.record.reset();
+    std::vector<std::uint8_t>().swap(bytes_);
+    if (released.fetch_add(mine) + mine >= enough) {
+        released = 0;
+        malloc_trim(0);
+    }
+#endif
+}
+
+std::shared_ptr<Calibration> read(const py::object& source, const std::string& layout,
+                                  bool strict) {
     Input input(source);
     const std::optional<module::Layout> wanted = layoutOf(layout);
     std::shared_ptr<Calibration> calibration;
@@ -208,7 +291,7 @@ std::shared_ptr<Calibration> read(const py::object& source, const std::string& l
         calibration = std::make_shared<Calibration>(std::move(input.bytes()), wanted);
     }
     input.raiseUnlessLoaded();
-    if (!calibration->about().intact()) {
+    if (strict && !calibration->about().intact()) {
         raiseCalcutError(calibration->about().faults.front(), input.name());
     }
     return calibration;
@@ -216,44 +299,36 @@ std::shared_ptr<Calibration> read(const py::object& source, const std::string& l
 
 void bindCalibration(py::module_& module) {
     bindFrequency(module);
-    py::class_<Calibration, std::shared_ptr<Calibration>> type(
-        module, "Calibration",
+    py::class_<Calibration, Held> type(
+        module, "Calibration", py::metaclass(plainMetaclass()),
         "A read dump. Its arrays are read-only views into memory that they keep alive; what the "
-        "dump does not have is None. Pickles by its bytes.");
+        "dump does not have, or what did not read, is None. Pickles by its bytes.");
+    refuseConstruction(type);
     for (const auto& property : properties) {
         const auto get = [&property](const py::object& self) -> py::object {
-            const auto& of = self.cast<const Calibration&>();
-            return of.about().wasRead(property.block) ? property.get(self, of.record())
-                                                      : py::none();
+            const Held of = self.cast<Held>();
+            return of->about().wasRead(property.block) ? property.get(self, *of->record())
+                                                       : py::none();
         };
         type.def_property_readonly(property.name, get, property.doc);
     }
-    const auto size = [](auto VantricImagerArea::*member) {
-        return [member](const Calibration& of) { return of.record().imagerArea.*member; };
+    const auto size = [](auto member) {
+        return [member](const Held& of) { return sizeOf(of, member); };
     };
-    const auto layout = [](const Calibration& of) { return of.about().layout.name; };
-    const auto warnings = [](const Calibration& of) { return toPython(of.about().warnings); };
-    const auto repr = [](const Calibration& of) {
-        const VantricImagerArea& area = of.record().imagerArea;
-        return py::str("<calcut.Calibration: {}, {} x {} pixels>")
-            .format(of.about().layout.name, area.columns, area.rows);
-    };
-    const auto state = [](const Calibration& of) {
-        const auto* bytes = reinterpret_cast<const char*>(of.bytes().data());
-        return py::make_tuple(py::bytes(bytes, of.bytes().size()),
-                              of.about().layout.name);
-    };
-    const auto again = [](const py::tuple& kept) {
-        return read(kept[0], kept[1].cast<std::string>());
-    };
+    const auto layout = [](const Held& of) { return of->about().layout.name; };
+    const auto faults = [](const Held& of) { return toPython(of->about().faults); };
+    const auto warnings = [](const Held& of) { return toPython(of->about().warnings); };
     type.def_property_readonly("columns", size(&VantricImagerArea::columns), "Pixels in a row.")
         .def_property_readonly("rows", size(&VantricImagerArea::rows), "Rows of pixels.")
         .def_property_readonly("layout", layout, "\"v7\", \"korveline\" or \"packed\".")
+        .def_property_readonly("faults", faults,
+                               "list of Finding: what is wrong with it; empty unless it was read "
+                               "with strict=False.")
         .def_property_readonly("warnings", warnings, "list of Finding: what is odd about it.")
         .def_property_readonly("frequencies", frequenciesOf, "list of Frequency, those it has.")
         .def_property_readonly("custom", customOf, "dict of field id (from 128) to bytes.")
-        .def("__repr__", repr)
-        .def(py::pickle(state, again));
+        .def("__repr__", reprOf)
+        .def("__reduce__", reduce);
 }
 
 }  // namespace calcut::python

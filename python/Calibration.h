@@ -4,6 +4,9 @@
 #include <pybind11/pybind11.h>
 
 #include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "tools/module/Diagnosis.h"
@@ -15,24 +18,24 @@ namespace calcut::python {
 class Calibration {
   public:
     /// Reads; needs no interpreter lock. Look at about().faults before anything else.
-    Calibration(std::vector<std::uint8_t> bytes, std::optional<module::Layout> layout)
-        : bytes_(std::move(bytes)),
-          about_(module::diagnose(bytes_, layout.value_or(module::classify(bytes_)),
-                                  vantric::Wanted::everything)) {}
+    Calibration(std::vector<std::uint8_t> bytes, std::optional<module::Layout> layout);
     Calibration(const Calibration&) = delete;
     Calibration& operator=(const Calibration&) = delete;
+    ~Calibration();
 
     [[nodiscard]] const std::vector<std::uint8_t>& bytes() const { return bytes_; }
     [[nodiscard]] const module::Diagnosis& about() const { return about_; }
-    [[nodiscard]] const VantricCalibration& record() const { return *about_.record; }
+    /// Null when nothing of the calibration reads.
+    [[nodiscard]] const VantricCalibration* record() const { return about_.record.get(); }
 
   private:
     std::vector<std::uint8_t> bytes_;
     module::Diagnosis about_;
 };
 
-/// calcut.read(): raises when the dump does not read.
-std::shared_ptr<Calibration> read(const pybind11::object& source, const std::string& layout);
+/// calcut.read(): raises when the dump does not read, or when strict and anything of it does not.
+std::shared_ptr<Calibration> read(const pybind11::object& source, const std::string& layout,
+                                  bool strict);
 
 void bindCalibration(pybind11::module_& module);
 /// What calcut.plot needs beside the arrays.

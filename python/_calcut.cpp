@@ -69,18 +69,9 @@ PYBIND11_MODULE(_calcut, module) {
     bindCalibration(module);
     bindPictures(module);
     module.attr("__version__") = CALCUT_VERSION;
-    module.def(
-        "read", calcut::python::read, py::arg("source"), py::arg("layout") = "auto",
-        "Reads a dump or a bare packed calibration, from a path or from bytes.\n\n"
-        "layout is \"auto\" (by the first bytes), \"v7\", \"korveline\" or \"packed\".\n"
-        "Raises CalcutError for a dump that does not read, OSError for a file that does not.\n"
-        "Other threads run meanwhile.");
-    module.def("inspect_json", inspectJson, py::arg("source"), py::arg("layout") = "auto");
-    module.def(
-        "cut", cut, py::arg("dump"), py::arg("directory"), py::arg("layout") = "auto",
-        py::kw_only(), py::arg("force") = false,
-        "Cuts a dump into the files of the camera stack, in a directory that exists.\n\n"
-        "Either all files replace an earlier cut's or everything stays as it was; files that\n"
-        "look like a dump are not replaced unless forced. Raises CalcutError when the dump is\n"
-        "to blame and OSError when the file or the directory is.");
+    module.def("read", calcut::python::read, py::arg("source"), py::arg("layout"),
+               py::arg("strict"));
+    module.def("inspect_json", inspectJson, py::arg("source"), py::arg("layout"));
+    module.def("cut", cut, py::arg("dump"), py::arg("directory"), py::arg("layout"),
+               py::arg("force"));
 }

@@ -3,54 +3,63 @@ from functools import lru_cache
 
 import numpy as np
 
-ORDER = 4  # of the polynomial along each side: vignetting falls about as cos^4
+ORDER = 6  # of the polynomial along each side: vignetting takes as much
 FAR = 8  # standard deviations beyond which a pixel has no say in the fit
 ROUNDS = 3  # fits at most
 
 
 @lru_cache(maxsize=32)
 def _basis(count):
-    """Orthonormal polynomials over count places, (count, order + 1); a short side gets a lower order."""
+    """Orthonormal polynomials over count places, (order + 1, count); a short side gets a lower order."""
     order = min(ORDER, max(count - 1, 0) // 2)
     places = np.linspace(-1, 1, count) if count > 1 else np.zeros(count)
-    basis = np.linalg.qr(np.polynomial.legendre.legvander(places, order))[0]
+    basis = np.ascontiguousarray(np.linalg.qr(np.polynomial.legendre.legvander(places, order))[0].T)
     basis.flags.writeable = False
     return basis
 
 
-def _fit(values, valid, across, down):
-    """Least squares over the valid pixels; the others must be 0 in values."""
-    # The basis is orthonormal over all pixels, so only the smaller part has to be summed.
+@lru_cache(maxsize=8)
+def _solver(packed, rows, columns):
+    """From sums over the valid pixels to coefficients; None where the basis is orthonormal over them."""
+    valid = np.unpackbits(np.frombuffer(packed, np.uint8), count=rows * columns).astype(bool)
+    # Only the smaller part has to be summed.
     few_valid = 2 * np.count_nonzero(valid) < valid.size
-    row, column = np.nonzero(valid if few_valid else ~valid)
-    right = (down.T @ values @ across).ravel()
-    if few_valid or len(row):
-        part = (down[row][:, :, None] * across[column][:, None, :]).reshape(len(row), len(right))
-        sums = part.T @ part if few_valid else np.eye(len(right)) - part.T @ part
-        right = np.linalg.lstsq(sums, right, rcond=1e-10)[0]
-    return down @ right.reshape(down.shape[1], across.shape[1]) @ across.T
+    chosen = np.flatnonzero(valid if few_valid else ~valid)
+    if not few_valid and not len(chosen):
+        return None
+    down, across = _basis(rows), _basis(columns)
+    part = (down[:, None, chosen // columns] * across[None, :, chosen % columns]).reshape(-1, len(chosen))
+    sums = part @ part.T
+    return np.linalg.pinv(sums if few_valid else np.eye(len(sums)) - sums, rcond=1e-10, hermitian=True)
 
 
-def residual(table, mask):
-    """The table less a polynomial of order 4 in x and y, as float32.
+def _fit(values, valid):
+    """Least squares over the valid pixels; the others must be 0 in values."""
+    down, across = _basis(values.shape[0]), _basis(values.shape[1])
+    # einsum, because Debian's own BLAS multiplies such narrow matrices several times slower.
+    sums = np.einsum("ki,ij->kj", down, values) @ across.T
+    solver = _solver(np.packbits(valid).tobytes(), *values.shape)
+    if solver is not None:
+        sums = (solver @ sums.ravel()).reshape(sums.shape)
+    return np.einsum("ki,kj->ij", down, sums @ across)
 
-    The polynomial is fitted over the valid pixels: finite, and not 0 in the mask (None: no pixel is
-    masked). Others are NaN in the result. Few wild pixels do not bend the fit.
-    """
+
+def rest_and_valid(table, mask):
+    """residual() as float64 with 0 where a pixel is not valid, and which ones are."""
     table = np.asarray(table)
     valid = np.isfinite(table)
+    finite = valid.all()
     if mask is not None:
         valid &= np.asarray(mask) != 0
-    if not valid.any():
-        return np.full(table.shape, np.nan, np.float32)
-    values = np.where(valid, table, 0).astype(np.float64)
-    down, across = _basis(table.shape[0]), _basis(table.shape[1])
+    count = np.count_nonzero(valid)
+    if not count:
+        return np.zeros(table.shape), valid
+    values = np.multiply(table if finite else np.where(valid, table, 0), valid, dtype=np.float64)
     rounding = 1e-12 * max(values.max(), -values.min())
-    fitted, count = valid, np.count_nonzero(valid)
-    seen = values  # 0 where a pixel has no say
+    fitted, seen = valid, values  # seen is 0 where a pixel has no say
     for _ in range(ROUNDS):
-        rest = values - _fit(seen, fitted, across, down)
-        inside = rest if count == rest.size else np.where(fitted, rest, 0)
+        rest = values - _fit(seen, fitted)
+        inside = rest * fitted
         spread = np.sqrt(np.vdot(inside, inside) / count)
         if spread <= rounding:
             rest -= inside
@@ -59,6 +68,16 @@ def residual(table, mask):
             break
         fitted = fitted & (np.abs(rest) <= FAR * spread)
         count = np.count_nonzero(fitted)
-        seen = np.where(fitted, values, 0)
+        seen = values * fitted
+    return (inside if fitted is valid else rest * valid), valid
+
+
+def residual(table, mask):
+    """The table less a polynomial of order 6 in x and y, as float32.
+
+    The polynomial is fitted over the valid pixels: finite, and not 0 in the mask (None: no pixel is
+    masked). Others are NaN in the result. Few wild pixels do not bend the fit.
+    """
+    rest, valid = rest_and_valid(table, mask)
     with np.errstate(over="ignore"):
         return np.where(valid, rest, np.nan).astype(np.float32)

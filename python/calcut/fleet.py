@@ -1,212 +1,97 @@
 """Tables of many modules: one row a dump, on this machine or on a Dask cluster.
 
-    python -m calcut.fleet DUMPS... -o fleet.csv [--scheduler ADDRESS]
+    python -m calcut.fleet DUMPS... -o fleet.csv [--plot fleet.pdf] [--golden DUMP] [--scheduler ADDRESS]
 """
 
 from __future__ import annotations
 
 import argparse
-import itertools
 import os
 import sys
-from concurrent.futures import FIRST_COMPLETED, ProcessPoolExecutor, wait
-from concurrent.futures.process import BrokenProcessPool
-from typing import Any, Callable, Dict, Iterable, Iterator, List, Optional, Tuple
+from functools import partial
+from importlib.util import find_spec
+from typing import Any, Callable, Dict, Iterable, List, Optional, Tuple, Union
 
 import numpy as np
-import pandas as pd
+import pandas as pd  # type: ignore[import]
 
 import calcut
+from calcut import _files, _measures, _workers
+from calcut._measures import COLUMNS, EXTREMES, GOLDEN, LENS, MEASURES, columns, date_of, row
 
-LENS = list(calcut.Lens._fields)
-STATISTICS = ["mean", "std", "min", "max", "median", "mad", "not_finite"]
-TABLES = ["pixel_values", *(f"frequency{k}" for k in range(8)), "psf"]
+__all__ = [
+    "COLUMNS", "EXTREMES", "GOLDEN", "LENS", "MEASURES", "columns", "control", "control_chart", "dataset", "date_of",
+    "distances", "duplicates", "load", "outliers", "plot", "population", "row", "scores", "summarise",
+]  # fmt: skip
 
-#: What outliers() compares.
-MEASURES = [*LENS, "masked_pixels", *(f"{table}_{name}" for table in TABLES for name in STATISTICS)]
-
-#: Every table has all of these columns, whatever the dumps hold, so that tables can be compared and
-#: put together.
-COLUMNS: Dict[str, str] = {
-    **dict.fromkeys(["path", "result", "fault"], "string"),
-    "offset": "Int64",
-    **dict.fromkeys(["fault_text", "warnings", "layout"], "string"),
-    **dict.fromkeys(["columns", "rows", "frequencies"], "Int64"),
-    **dict.fromkeys(["text0", "text1", "text2", "id_bytes"], "string"),
-    **dict.fromkeys(MEASURES, "float64"),
-}
-
-_BATCH = 32  # dumps of one task: far more work than a scheduler's millisecond for it
-_ATTEMPTS = 3
-
-Item = Tuple[int, List[str]]  # number of the first row, paths
-Part = Tuple[int, pd.DataFrame]
+#: 3.5 is the usual one for a single column. A module has some 70, so that one in thirty would be far.
+THRESHOLD = 4.5
 
 
-def statistics(values: np.ndarray[Any, Any]) -> Dict[str, float]:
-    """Of the finite ones among the values; mad is the median distance from the median."""
-    finite = values[np.isfinite(values)]
-    result = dict.fromkeys(STATISTICS, float("nan"))
-    result["not_finite"] = float(values.size - finite.size)
-    if finite.size:
-        median = float(np.median(finite))
-        result.update(
-            mean=float(finite.mean(dtype=np.float64)),
-            std=float(finite.std(dtype=np.float64)),
-            min=float(finite.min()),
-            max=float(finite.max()),
-            median=median,
-            mad=float(np.median(np.abs(finite - np.float32(median)))),
-        )
-    return result
+class Table:
+    """Rows as they come, in any order; what came makes a table at any time."""
+
+    def __init__(self, golden: Optional[str]) -> None:
+        self.golden = golden
+        self.rows: Dict[int, Tuple[Any, ...]] = {}
+
+    def add(self, start: int, paths: List[str], rows: Optional[List[Any]]) -> None:
+        lost = _measures.failed_row("lost", "worker", "the process that read it ended")
+        found = rows or [_measures.values_of(path, dict(lost), self.golden) for path in paths]
+        self.rows.update(enumerate(found, start))
+
+    def frame(self) -> pd.DataFrame:
+        names = columns(self.golden)
+        values = list(zip(*(self.rows[place] for place in sorted(self.rows)))) or [()] * len(names)
+        return pd.DataFrame({name: pd.Series(v, dtype=kind) for (name, kind), v in zip(names.items(), values)})
 
 
-def _good_row(module: calcut.Calibration) -> Dict[str, Any]:
-    row: Dict[str, Any] = {"result": "ok", **module.lens._asdict()}
-    for name in ("layout", "columns", "rows", "text0", "text1", "text2"):
-        row[name] = getattr(module, name)
-    row["warnings"] = ";".join(warning.name for warning in module.warnings)
-    row["id_bytes"] = (module.id_bytes or b"").hex()
-    row["frequencies"] = len(module.frequencies)
-    valid = module.mask != 0
-    row["masked_pixels"] = float(valid.size - np.count_nonzero(valid))
-    tables = {"pixel_values": module.pixel_values[valid]}
-    for frequency in module.frequencies:
-        tables[f"frequency{frequency.index}"] = frequency.pixel_table[valid]
-    if module.psf is not None:
-        tables["psf"] = module.psf.ravel()
-    for table, values in tables.items():
-        row.update({f"{table}_{name}": value for name, value in statistics(values).items()})
-    return row
-
-
-def _failed_row(result: str, fault: str, text: str) -> Dict[str, Any]:
-    return {"result": result, "fault": fault, "fault_text": text}
-
-
-def row(path: str) -> Dict[str, Any]:
-    """The row of one dump; a dump that does not read has one, too."""
-    try:
-        return _good_row(calcut.read(path))
-    except calcut.CalcutError as error:
-        found = calcut.diagnose(path)
-        return {
-            **_failed_row("refused", error.name, error.finding.text),
-            "offset": error.offset,
-            "layout": found.layout,
-            "warnings": ";".join(warning.name for warning in found.warnings),
-        }
-    except OSError as error:
-        return _failed_row("unreadable", "file", str(error))
-    except Exception as error:  # one dump must not take its neighbours along
-        return _failed_row("failed", type(error).__name__, str(error))
-
-
-def _frame(paths: List[str], rows: List[Dict[str, Any]]) -> pd.DataFrame:
-    values = {"path": paths, **{name: [each.get(name) for each in rows] for name in COLUMNS if name != "path"}}
-    return pd.DataFrame({name: pd.Series(values[name], dtype=dtype) for name, dtype in COLUMNS.items()})
-
-
-def _rows(paths: List[str]) -> pd.DataFrame:
-    return _frame(paths, [row(path) for path in paths])
-
-
-def _lost(paths: List[str], why: str) -> pd.DataFrame:
-    return _frame(paths, [_failed_row("lost", "worker", why) for _ in paths])
-
-
-def _singly(item: Item) -> List[Item]:
-    start, paths = item
-    return [(start + i, [path]) for i, path in enumerate(paths)]
-
-
-def _alone(item: Item) -> Iterator[Part]:
-    """In a process of its own, so that no other row is lost when that one ends."""
-    start, paths = item
-    for _ in range(_ATTEMPTS if len(paths) == 1 else 1):
-        try:
-            with ProcessPoolExecutor(1) as pool:
-                yield start, pool.submit(_rows, paths).result()
-                return
-        except BrokenProcessPool:
-            pass
-    if len(paths) == 1:
-        yield start, _lost(paths, "the process that read it ended")
-        return
-    for single in _singly(item):
-        yield from _alone(single)
-
-
-def _on_processes(items: List[Item], jobs: int) -> Iterator[Part]:
-    waiting = items[::-1]
-    while waiting:
-        running: Dict[Any, Item] = {}
-        try:
-            with ProcessPoolExecutor(jobs) as pool:
-                while waiting or running:
-                    while waiting and len(running) < 2 * jobs:
-                        running[pool.submit(_rows, waiting[-1][1])] = waiting[-1]
-                        waiting.pop()
-                    for future in wait(running, return_when=FIRST_COMPLETED).done:
-                        part = future.result()
-                        yield running.pop(future)[0], part
-        except BrokenProcessPool:  # by one of these
-            for item in running.values():
-                yield from _alone(item)
-
-
-def _on_cluster(items: List[Item], client: Any) -> Iterator[Part]:
-    from distributed import KilledWorker, as_completed
-
-    def submit(paths: List[str]) -> Any:
-        return client.submit(_rows, paths, pure=False, retries=_ATTEMPTS)
-
-    running = {submit(item[1]): item for item in items}
-    suspects: List[Item] = []
-    for future in as_completed(list(running)):
-        item = running.pop(future)
-        try:
-            yield item[0], future.result()
-        except KilledWorker:
-            suspects += _singly(item)
-    # What was under way on workers that ended is blamed for it, too. One by one it shows who did it.
-    for start, paths in suspects:
-        try:
-            yield start, submit(paths).result()
-        except KilledWorker:
-            yield start, _lost(paths, "the workers that read it ended")
+def _collect(
+    table: Table, paths: List[str], client: Any, jobs: Optional[int], progress: Optional[Callable[[int, int], None]]
+) -> None:
+    for part in _workers.parts(partial(_measures.rows, golden=table.golden), paths, client, jobs):
+        table.add(*part)
+        if progress is not None:
+            progress(len(table.rows), len(paths))
 
 
 def summarise(
-    paths: Iterable[Any],
+    paths: Union[_files.Path, Iterable[_files.Path]],
     client: Any = None,
     *,
+    golden: Optional[_files.Path] = None,
     jobs: Optional[int] = None,
     progress: Optional[Callable[[int, int], None]] = None,
 ) -> pd.DataFrame:
     """A table with one row a dump, in the order of the paths, with the columns of COLUMNS.
 
-    result is "ok", "refused" (fault, offset and fault_text say why), "unreadable" (the file),
-    "failed" (no room for it, say) or "lost": whoever read it ended, several times. Statistics are
-    those of the finite values of pixels that are not masked, and not_finite counts the others.
+    A folder stands for every file below it. result is "ok", "refused" (fault, offset and fault_text
+    say why), "unreadable" (the file), "failed" (no room for it, say) or "lost": whoever read it
+    ended, several times. Measures are those of pixels that are valid, and not_finite counts the
+    values among them that are no numbers.
 
-    client is a dask.distributed.Client, whose workers see the dumps under the same paths and have
-    this package; without one, jobs processes of this machine (default: one for each processor).
-    progress is called with the rows done and the rows in all. The table does not depend on any of
-    these.
+    golden is the dump of a golden unit; the table then has the columns GOLDEN, too. client is a
+    dask.distributed.Client, whose workers see the dumps under the same paths and have this package;
+    without one, jobs processes of this machine (default: one for each processor). progress is called
+    with the rows done and the rows in all. The table does not depend on any of these.
     """
-    names: List[str] = [os.fsdecode(path) for path in paths]
-    items = [(start, names[start : start + _BATCH]) for start in range(0, len(names), _BATCH)]
-    parts: List[Part] = [(-1, _frame([], []))]
-    done = 0
-    found = _on_cluster(items, client) if client is not None else _on_processes(items, jobs or os.cpu_count() or 1)
-    for part in found:
-        parts.append(part)
-        done += len(part[1])
-        if progress is not None:
-            progress(done, len(names))
-    parts.sort(key=lambda part: part[0])
-    return pd.concat([frame for _, frame in parts], ignore_index=True)
+    table = Table(None if golden is None else os.fsdecode(golden))
+    if table.golden is not None:
+        calcut.read(table.golden)  # raises now rather than in each row
+    _collect(table, _files.dumps(paths), client, jobs, progress)
+    return table.frame()
+
+
+def load(path: _files.Path) -> pd.DataFrame:
+    """A table that was written as CSV, with its types."""
+    with open(path, encoding="utf-8") as file:
+        names = pd.read_csv(file, nrows=0).columns
+    kinds = {name: kind for name, kind in columns("").items() if name in names and name != "date"}
+    return pd.read_csv(path, dtype=kinds, parse_dates=["date"], float_precision="round_trip")
+
+
+def _measured(table: pd.DataFrame) -> pd.DataFrame:
+    return table[MEASURES].where(table["result"] == "ok")
 
 
 def scores(table: pd.DataFrame) -> pd.DataFrame:
@@ -216,123 +101,225 @@ def scores(table: pd.DataFrame) -> pd.DataFrame:
     a normal distribution of deviation 1. Where more than half of a fleet have the same value, so
     that MAD is 0, the mean distance d from the median stands in for it: (x - median) / (1.2533 d),
     1.2533 being the square root of pi / 2, again for a normal distribution. Where all are equal, 0.
+
+    Few measures are spread evenly to both sides. A value's MAD is therefore that of its own side of
+    the median where that is larger. The largest of many values has a longer tail upwards still (E. J.
+    Gumbel, "Statistics of Extremes", 1958): above the median the score of EXTREMES is halved.
+    Regions are counted in pixels, and their deviation is taken as 1 at least.
     """
-    measured = table[MEASURES].where(table["result"] == "ok")
+    measured = _measured(table)
     distance = measured - measured.median()
-    mad = distance.abs().median()
-    scale = (mad / 0.6745).where(mad > 0, np.sqrt(np.pi / 2) * distance.abs().mean())
-    return (distance / scale.where(scale > 0)).mask(distance == 0, 0.0)
+    size = distance.abs()
+    mad, mean = size.median(), np.sqrt(np.pi / 2) * size.mean()
+    regions = [name for name in MEASURES if name.endswith("_region")]
+
+    def scale(side: pd.DataFrame) -> pd.Series:
+        of_side = np.maximum(mad, size.where(side).median().fillna(0)) / 0.6745
+        of_side[regions] = of_side[regions].clip(lower=1)
+        of_side = of_side.where(of_side > 0, mean)
+        return of_side.where(of_side > 0)
+
+    score = (distance / scale(distance >= 0)).where(distance >= 0, distance / scale(distance <= 0))
+    score = score.mask(distance == 0, 0.0)
+    extremes = score[EXTREMES]
+    score[EXTREMES] = extremes.where(extremes < 0, extremes / 2)
+    return score
 
 
-def outliers(table: pd.DataFrame, threshold: float = 3.5) -> pd.DataFrame:
-    """The values whose score is above the threshold (3.5 is the authors'), the farthest first.
+def distances(table: pd.DataFrame) -> pd.Series:
+    """How far each module is from its fleet in all measures at once, as a score like those of scores().
 
-    One row a value: row (of the table), path, column, value, median, score.
+    Mahalanobis distances with the minimum covariance determinant (P. J. Rousseeuw and K. Van
+    Driessen, "A Fast Algorithm for the Minimum Covariance Determinant Estimator", 1999), which sees
+    values that are usual one by one but not together. Their squares are spread like chi squared; the
+    cube root makes that a normal distribution (E. B. Wilson and M. M. Hilferty, 1931). Over the
+    principal components of the scores, of which a fleet has to have five times as many modules: a
+    smaller one gets NaN. Needs scikit-learn.
     """
-    columns = ["row", "path", "column", "value", "median", "score"]
-    score = scores(table)
+    from sklearn.covariance import MinCovDet  # type: ignore[import]
+    from sklearn.decomposition import PCA  # type: ignore[import]
+
+    result = pd.Series(np.nan, index=table.index, name="distance")
+    score = scores(table)[table["result"] == "ok"].dropna(axis="columns", how="all")
+    score = score.loc[:, score.abs().median() > 0].dropna().clip(-100, 100)
+    if len(score) < 25 or score.shape[1] < 2:
+        return result
+    usual = score[(score.abs() <= THRESHOLD).all(axis=1)]
+    if len(usual) < 20:
+        return result
+    axes = PCA(n_components=min(score.shape[1], len(usual) // 5), svd_solver="full").fit(usual)
+    kept = axes.explained_variance_ > 1e-9 * axes.explained_variance_[0]
+    places = axes.transform(score)[:, kept] / np.sqrt(axes.explained_variance_[kept])
+    square = MinCovDet(random_state=0).fit(places).mahalanobis(places)
+    spread = 2 / (9 * places.shape[1])
+    root = np.cbrt(square / places.shape[1])
+    score_of_all = (root - np.median(root)) / np.sqrt(spread)
+    result[score.index] = score_of_all
+    return result
+
+
+def outliers(table: pd.DataFrame, threshold: float = THRESHOLD, *, multivariate: bool = False) -> pd.DataFrame:
+    """The values whose score is above the threshold, the farthest first.
+
+    One row a value: row (of the table), path, column, value, median, score. multivariate adds the
+    modules whose distances() are, as the column "distance".
+    """
+    score, values = scores(table), _measured(table)
+    if multivariate:
+        score["distance"] = values["distance"] = distances(table)
     rows, places = np.nonzero((score.abs() > threshold).to_numpy())
-    values = table[MEASURES].to_numpy()[rows, places]
-    medians = table[MEASURES].where(table["result"] == "ok").median().to_numpy()[places]
-    marks = pd.DataFrame(
-        dict(zip(columns, [rows, table["path"].to_numpy()[rows], np.array(MEASURES)[places], values, medians,
-                           score.to_numpy()[rows, places]]))
-    )
-    order = marks["score"].abs().sort_values(ascending=False, kind="stable").index
-    return marks.loc[order].reset_index(drop=True)
+    found = {
+        "row": rows,
+        "path": table["path"].to_numpy()[rows],
+        "column": score.columns.to_numpy()[places],
+        "value": values.to_numpy()[rows, places],
+        "median": values.median().to_numpy()[places],
+        "score": score.to_numpy()[rows, places],
+    }
+    order = np.argsort(-np.abs(found["score"]), kind="stable")
+    return pd.DataFrame(found).iloc[order].reset_index(drop=True)
 
 
-def plot(table: pd.DataFrame, target: Any, threshold: float = 3.5) -> None:
-    """Draws the scores of each column into a file, outliers named. Needs matplotlib."""
-    try:
-        from matplotlib.figure import Figure
-    except ImportError as error:
-        raise ImportError("a plot needs matplotlib (Debian: python3-matplotlib)") from error
-    score = scores(table).dropna(axis="columns", how="all")
-    figure = Figure(figsize=(9, 1.5 + 0.2 * score.shape[1]), layout="constrained")
-    axes = figure.subplots()
-    for place, column in enumerate(score):
-        far = score[column].abs() > threshold
-        axes.plot(score[column][~far], np.full((~far).sum(), place), ".", color="0.6", markersize=3)
-        axes.plot(score[column][far], np.full(far.sum(), place), "D", color="#0072B2", markersize=4)
-        for index in score.index[far]:
-            axes.annotate(os.path.basename(table["path"][index]), (score[column][index], place), fontsize=5)
-    axes.set_xscale("symlog", linthresh=threshold)
-    for limit in (-threshold, threshold):
-        axes.axvline(limit, color="black", linestyle=":", linewidth=1)
-    axes.set_yticks(range(score.shape[1]), score.columns, fontsize=7)
-    axes.invert_yaxis()
-    axes.set_xlabel(f"modified z-score (linear up to {threshold})")
-    figure.savefig(target)
+def duplicates(table: pd.DataFrame, by: str = "text2") -> pd.DataFrame:
+    """The rows whose serial another row has, too, next to each other."""
+    same = table[table[by].notna() & (table[by] != "") & table.duplicated(by, keep=False)]
+    return same.sort_values(by, kind="stable")
 
 
-def _dumps(words: List[str], list_file: Optional[str]) -> Iterator[str]:
-    listed: List[str] = []
-    if list_file is not None:
-        with open(list_file, encoding="utf-8", errors="surrogateescape") as file:
-            listed = [line.rstrip("\n") for line in file if line.strip()]
-    for word in itertools.chain(words, listed):
-        if not os.path.isdir(word):
-            yield word
-            continue
-        for folder, folders, names in os.walk(word):
-            folders.sort()
-            yield from (os.path.join(folder, name) for name in sorted(names))
+def control(table: pd.DataFrame, column: str, by: str = "date") -> pd.DataFrame:
+    """Individuals control chart of a column: its points in the order of by, and which are out of control.
+
+    Columns row, path, by, value, centre, sigma and rule. sigma is the mean moving range / 1.128, the
+    limits are centre +- 3 sigma. rule is the first of the Western Electric rules that a point
+    completes, or 0: 1, beyond 3 sigma; 2, two of three beyond 2 sigma; 3, four of five beyond 1
+    sigma; 4, eight in a row; each on one side (W. A. Shewhart, 1931; NIST/SEMATECH e-Handbook of
+    Statistical Methods, 6.3.2).
+    """
+    good = table[(table["result"] == "ok") & table[column].notna() & table[by].notna()]
+    good = good.sort_values(by, kind="stable")
+    value = good[column].astype(float)
+    centre, sigma = value.mean(), value.diff().abs().mean() / 1.128
+    chart = pd.DataFrame({"row": good.index, "path": good["path"].to_numpy(), by: good[by].to_numpy()})
+    chart = chart.assign(value=value.to_numpy(), centre=centre, sigma=sigma, rule=0)
+    for rule, (many, of, beyond) in reversed(list(enumerate([(1, 1, 3), (2, 3, 2), (4, 5, 1), (8, 8, 0)], 1))):
+        for side in (1, -1):
+            far = side * (chart["value"] - centre) > beyond * sigma
+            chart.loc[far & (far.astype(int).rolling(of, min_periods=many).sum() >= many), "rule"] = rule
+    return chart
 
 
-def _write_csv(table: pd.DataFrame, target: str) -> None:
-    """The file gets its name when it is whole."""
-    unfinished = f"{target}.{os.getpid()}.part"
-    try:
-        table.to_csv(unfinished, index=False, errors="surrogateescape")
-        os.replace(unfinished, target)
-    finally:
-        if os.path.exists(unfinished):
-            os.remove(unfinished)
+def control_chart(table: pd.DataFrame, column: str, by: str = "date") -> Any:
+    """Draws control(); a matplotlib Figure."""
+    from calcut import pages
+
+    return pages.control_chart(control(table, column, by), column, by)
+
+
+def plot(table: pd.DataFrame, target: _files.Path, threshold: float = THRESHOLD) -> None:
+    """Draws a table: all pages into a .pdf, one page into a .png or .svg. Needs matplotlib."""
+    from calcut import pages
+
+    pages.save(table, target, threshold)
+
+
+def dataset(paths: Any, client: Any = None, **options: Any) -> Any:
+    """The fleet as one xarray.Dataset: calcut.dataset.dataset. Needs xarray and Dask."""
+    from calcut import dataset as module
+
+    return module.dataset(paths, client, **options)
+
+
+def population(data: Any) -> Any:
+    """Maps of a dataset's mean, deviation and outliers; a matplotlib Figure."""
+    from calcut import pages
+
+    return pages.population(data)
 
 
 def _arguments() -> argparse.ArgumentParser:
     parser = argparse.ArgumentParser("python -m calcut.fleet", description="A table with one row a dump.")
-    parser.add_argument("dumps", nargs="*", metavar="DUMP", help="dumps, and folders of nothing else")
-    parser.add_argument("--files-from", metavar="FILE", help="a path on each line")
+    _files.add_arguments(parser)
     parser.add_argument("-o", "--output", required=True, metavar="FILE.csv", help="the table")
     parser.add_argument("--outliers", metavar="FILE.csv", help="the values far from their fleet")
-    parser.add_argument("--plot", metavar="FILE.png", help="a picture of them (.png, .pdf or .svg)")
-    parser.add_argument("--scheduler", metavar="ADDRESS", help="of a Dask cluster; else processes here")
-    parser.add_argument("--jobs", type=int, metavar="N", help="processes here, one for each processor")
+    parser.add_argument("--plot", metavar="FILE.pdf", help="pages of pictures (.png and .svg: one page)")
+    parser.add_argument("--threshold", type=float, default=THRESHOLD, metavar="SCORE", help=f"of an outlier [{THRESHOLD}]")
+    parser.add_argument("--multivariate", action="store_true", help="outliers in all measures at once, too")
     return parser
 
 
-def main(words: Optional[List[str]] = None) -> int:
-    """Returns 0 when every dump read, else 1."""
-    parser = _arguments()
-    options = parser.parse_args(words)
-    targets = [(options.output, [".csv"]), (options.outliers, [".csv"]), (options.plot, [".png", ".pdf", ".svg"])]
+def check_options(parser: argparse.ArgumentParser, options: argparse.Namespace, targets: Any, modules: Any) -> None:
+    """Ends the program where an output or a package would be missing at the end of the work."""
     for target, endings in targets:
-        # A dump that was given in the wrong place stays what it is.
-        if target is not None and os.path.splitext(target)[1] not in endings:
-            parser.error(f"{target} must end in {' or '.join(endings)}")
-    paths = list(_dumps(options.dumps, options.files_from))
-    if not paths:
-        parser.error("no dumps")
-    client = None
+        why = target and _files.why_not_written(target, endings, options.force)
+        if why:
+            parser.error(f"{target}: {why}")
+    for wanted, name, package in modules:
+        if wanted and find_spec(name) is None:
+            parser.error(f"this needs {name} (Debian: {package})")
+    if options.jobs is not None and options.jobs < 1:
+        parser.error("--jobs takes a number from 1 on")
+    try:
+        if options.golden is not None:
+            calcut.read(options.golden)
+    except (OSError, calcut.CalcutError) as error:
+        parser.error(f"the golden unit: {error}")
+
+
+def read_all(paths: List[str], options: argparse.Namespace) -> Tuple[pd.DataFrame, bool]:
+    """The table, and whether it was interrupted."""
+    client, table = None, Table(options.golden)
     if options.scheduler is not None:
         from distributed import Client
 
         client = Client(options.scheduler)
     try:
-        table = summarise(paths, client, jobs=options.jobs)
+        _collect(table, paths, client, options.jobs, _files.Progress())
+    except KeyboardInterrupt:
+        return table.frame(), True
     finally:
         if client is not None:
             client.close()
-    _write_csv(table, options.output)
-    far = outliers(table)
-    if options.outliers is not None:
-        _write_csv(far, options.outliers)
-    if options.plot is not None:
-        plot(table, options.plot)
+    return table.frame(), False
+
+
+def _summary(table: pd.DataFrame, far: pd.DataFrame) -> str:
+    bare = int((table["layout"] == "packed").sum())
     counts = ", ".join(f"{count} {result}" for result, count in table["result"].value_counts().items())
-    print(f"{options.output}: {len(table)} dumps, {counts}; {far['path'].nunique()} far from their fleet")
+    kinds = f"{len(table) - bare} dumps" + (f" and {bare} bare calibration{'s'[:bare - 1]}" if bare else "")
+    again = duplicates(table)
+    lines = [f"{kinds}: {counts}; {far['path'].nunique()} far from their fleet"]
+    for serial, group in list(again.groupby("text2"))[:10]:
+        lines.append(f"the serial {serial} is that of {', '.join(group['path'])}")
+    return "\n".join(lines)
+
+
+def main(words: Optional[List[str]] = None) -> int:
+    """Returns 0 when every dump read, 1 when one did not, 130 when interrupted."""
+    parser = _arguments()
+    options = parser.parse_args(words)
+    targets = [(options.output, [".csv"]), (options.outliers, [".csv"]), (options.plot, [".pdf", ".png", ".svg"])]
+    check_options(parser, options, targets, [
+        (options.plot, "matplotlib", "python3-matplotlib"),
+        (options.multivariate, "sklearn", "python3-sklearn"),
+        (options.scheduler, "distributed", "python3-distributed"),
+    ])  # fmt: skip
+    try:
+        paths = _files.listed(options.dumps, options.files_from, [target for target, _ in targets])
+    except OSError as error:
+        parser.error(str(error))
+    if not paths:
+        parser.error("no dumps")
+    table, interrupted = read_all(paths, options)
+    _files.write_csv(table, options.output)
+    if interrupted:
+        print(f"\ninterrupted: {options.output} has {len(table)} of {len(paths)} rows", file=sys.stderr)
+        return 130
+    far = outliers(table, options.threshold, multivariate=options.multivariate)
+    if options.outliers is not None:
+        _files.write_csv(far, options.outliers)
+    if options.plot is not None:
+        plot(table, options.plot, options.threshold)
+    print(f"{options.output}: {_summary(table, far)}")
     return 0 if (table["result"] == "ok").all() else 1
 
 

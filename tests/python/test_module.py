@@ -1,10 +1,12 @@
 import gc
 import json
+import os
 import pickle
 import shutil
 import subprocess
 import sys
 import threading
+import zlib
 from pathlib import Path
 
 import calcut
@@ -161,6 +163,62 @@ def test_what_is_no_dump(small, tmp_path, monkeypatch):
     assert calcut.read("-").columns == 16
 
 
+def test_instances_come_out_of_read_alone(small):
+    for kind in (calcut.Calibration, calcut.Frequency):
+        for make_one in (kind, lambda: kind.__new__(kind), lambda: object.__new__(kind), type("Sub", (kind,), {})):
+            with pytest.raises(TypeError):
+                make_one()
+    # A pickle holds bytes; a path in one stays unopened.
+    function, (data, layout) = calcut.read(small).__reduce__()
+    assert data == small.read_bytes()
+    for other in (str(small), small, bytearray(data)):
+        with pytest.raises(TypeError):
+            function(other, layout)
+    for function in (calcut.read, calcut.cut, calcut.inspect, calcut.diagnose):
+        assert pickle.loads(pickle.dumps(function)) is function
+
+
+def test_a_damaged_dump_on_request(small):
+    """Its faults are those of a diagnosis; what reads is there, nothing else is, and it is the same twice."""
+    data = small.read_bytes()
+    cut_off, no_dump, flipped = data[: len(data) // 3], b"hello", data[:-9] + bytes([data[-9] ^ 1]) + data[-8:]
+    seen = [calcut.read(each, strict=False) for each in (cut_off, no_dump, flipped)]
+    assert seen[0].lens == calcut.read(data).lens and seen[0].psf is None and seen[0].frequencies == []
+    assert seen[1].columns is None and not arrays(seen[1]) and seen[1].custom == {}
+    assert arrays(seen[2]).keys() == arrays(calcut.read(data)).keys() and seen[2].faults[0].name == "checksum"
+    for damaged in damages(data):
+        if len(damaged) == len(data):  # the checksum does not keep the damage from the reader
+            damaged = damaged[:8] + zlib.crc32(damaged[67:]).to_bytes(4, "little") + damaged[12:]
+        module, again = (calcut.read(damaged, strict=False) for _ in range(2))
+        assert module.faults == calcut.diagnose(damaged).faults
+        mine, theirs = arrays(module), arrays(again)
+        assert mine.keys() == theirs.keys() and repr(module) == repr(pickle.loads(pickle.dumps(module)))
+        assert all(np.array_equal(mine[name], theirs[name], equal_nan=True) for name in mine)
+
+
+def test_what_is_wrong_with_a_file_is_a_finding_of_a_diagnosis(tmp_path):
+    (tmp_path / "empty").touch()
+    for path in (tmp_path / "missing", tmp_path, tmp_path / "empty", ""):
+        found = calcut.diagnose(path)
+        assert [fault.name for fault in found.faults] == ["file"] and not found.intact and not found.cuttable
+
+
+def resident():
+    return int(Path("/proc/self/statm").read_text().split()[1]) * os.sysconf("SC_PAGE_SIZE")
+
+
+def test_many_modules_take_what_their_arrays_take_and_give_it_back(tmp_path):
+    data = make(tmp_path / "full").read_bytes()
+    module = calcut.read(data)
+    owned = sum(array.nbytes for array in arrays(module).values()) + len(data)
+    before = resident()
+    modules = [calcut.read(data) for _ in range(200)]
+    assert resident() - before < 1.1 * 200 * owned
+    del modules
+    gc.collect()
+    assert resident() - before < 0.4 * 200 * owned
+
+
 def files(folder):
     return {path.name: path.read_bytes() for path in folder.iterdir()}
 
@@ -214,10 +272,17 @@ def test_threads(tmp_path):
 def test_types(tmp_path):
     user = tmp_path / "user.py"
     user.write_text("import calcut\nx: float = calcut.read('a').mask.mean()\nreveal_type(calcut.read(b'').lens.fx)\n")
-    words = ["mypy", "--strict", "--cache-dir", tmp_path / "cache", user]
-    done = subprocess.run(words, capture_output=True, text=True,
-                          env={"MYPYPATH": str(Path(calcut.__file__).parents[1]), "PATH": "/usr/bin:/bin"})
-    assert done.returncode == 0 and 'is "builtins.float"' in done.stdout, done.stdout + done.stderr
+    folder = Path(calcut.__file__).parents[1]
+    environment = {"MYPYPATH": str(folder), "PYTHONPATH": str(folder), "PATH": "/usr/bin:/bin"}
+
+    def checked(*words):
+        done = subprocess.run(words, capture_output=True, text=True, cwd=tmp_path, env=environment)
+        assert done.returncode == 0, done.stdout + done.stderr
+        return done.stdout
+
+    assert 'is "builtins.float"' in checked("mypy", "--strict", user)
+    checked("mypy", "-p", "calcut")
+    checked("stubtest", "calcut._calcut")
 
 
 def test_opencv_example(tmp_path):
