@@ -1,10 +1,12 @@
 // The module calcut._calcut; calcut/__init__.py is what people import.
+#include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
 
 #include "python/Calibration.h"
 #include "python/Input.h"
 #include "tools/cut/Folder.h"
 #include "tools/module/Layout.h"
+#include "tools/module/TableMeasures.h"
 #include "tools/module/Tree.h"
 #include "tools/text/Terminal.h"
 
@@ -59,6 +61,20 @@ py::object cut(const py::object& dump, const py::object& directory, const std::s
                             toPython(result.warnings));
 }
 
+/// Pixels of the largest connected region of one value, and how far the farthest value is from the
+/// median in robust deviations: the numbers that warnings go by.
+py::tuple tableMeasures(const py::array_t<float, py::array::c_style | py::array::forcecast>& table,
+                        const py::array_t<bool, py::array::c_style | py::array::forcecast>& valid) {
+    if (table.ndim() != 2 || valid.size() != table.size()) {
+        throw py::value_error("a table of two dimensions, and which of its pixels are valid");
+    }
+    const auto size = static_cast<std::size_t>(table.size());
+    const auto* isValid = reinterpret_cast<const std::uint8_t*>(valid.data());
+    const module::TableMeasures found = module::measure({table.data(), size}, {isValid, size},
+                                                        static_cast<std::size_t>(table.shape(1)));
+    return py::make_tuple(found.regionPixels, found.farthest);
+}
+
 }  // namespace
 
 }  // namespace calcut::python
@@ -72,6 +88,7 @@ PYBIND11_MODULE(_calcut, module) {
     module.def("read", calcut::python::read, py::arg("source"), py::arg("layout"),
                py::arg("strict"));
     module.def("inspect_json", inspectJson, py::arg("source"), py::arg("layout"));
+    module.def("table_measures", tableMeasures, py::arg("table"), py::arg("valid"));
     module.def("cut", cut, py::arg("dump"), py::arg("directory"), py::arg("layout"),
                py::arg("force"));
 }

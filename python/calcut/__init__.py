@@ -3,13 +3,14 @@
 >>> module = calcut.read("module.eeprom")
 >>> module.frequencies[0].pixel_table[module.mask != 0].mean()
 
-calcut.fleet makes a table of many dumps.
+calcut.fleet makes a table of many dumps, calcut.check verdicts on them, calcut.plot pictures.
 """
 
 from __future__ import annotations
 
 import json as _json
 import os as _os
+from importlib import import_module as _import_module
 from typing import Any, Dict, Union
 
 import numpy as _np
@@ -68,6 +69,13 @@ def cut(dump: Path, directory: Path, layout: str = "auto", *, force: bool = Fals
     when the file or the directory is.
     """
     return _calcut.cut(dump, directory, layout, force)
+
+
+def __getattr__(name: str) -> Any:
+    """calcut.check, calcut.fleet and calcut.plot, when they are asked for: they need more packages."""
+    if name in ("check", "fleet", "plot"):
+        return _import_module(f"{__name__}.{name}")
+    raise AttributeError(f"module {__name__!r} has no attribute {name!r}")
 
 
 def inspect(source: Source, layout: str = "auto") -> Dict[str, Any]:

@@ -9,7 +9,7 @@ import numpy as np
 
 from ._panel import (CURVE, DIVERGING, HEIGHT, INK, LINE, LONGEST, MOST_RINGS, PIXELS, QUIET, SEQUENTIAL, WIDTH, Array,
                      Box, Cell, ListedColormap, around, statistics)
-from ._residual import residual
+from ._residual import ORDER, residual
 
 Limits = Optional[Tuple[float, float]]
 OFFSETS = ("offset y (elements)", "offset x (elements)")
@@ -78,7 +78,7 @@ def draw_rest(cell: Cell, title: str, values: Array, mask: Array) -> None:
     good = np.isfinite(rest)
     found = statistics(rest, ~good)
     words = f"std {np.std(rest[good], dtype=np.float64):.4g}, from {np.min(rest[good]):.4g} to {np.max(rest[good]):.4g}" if found.count else ""
-    cell.head(title + ", residual", "the table less a smooth fit of order 4", [words])
+    cell.head(title + ", residual", f"the table less a smooth fit of order {ORDER}", [words])
     if not found.count:
         cell.text(WIDTH / 2, HEIGHT / 2, statistics(values, mask == 0).text, 13, colour=QUIET, most=390, ha="center")
         return

@@ -10,6 +10,7 @@ import numpy as np
 from numpy.typing import NDArray
 
 import calcut
+from calcut import _calcut
 from calcut._residual import rest_and_valid
 
 Array = NDArray[Any]
@@ -17,7 +18,7 @@ Array = NDArray[Any]
 LENS = list(calcut.Lens._fields)
 STATISTICS = ["mean", "std", "min", "max", "median", "mad", "not_finite"]
 #: Of a table less its smooth part.
-RESIDUALS = ["residual", "row_max", "row_stripe", "column_max", "column_stripe", "single", "region"]
+RESIDUALS = ["residual", "row_max", "row_stripe", "column_max", "column_stripe", "single", "farthest", "region"]
 DIFFERENCES = ["mean", "rms", "max"]
 BROAD = 8  # rows or columns: what has a longer period is no stripe
 PIXEL_TABLES = ["pixel_values", *(f"frequency{k}" for k in range(8))]
@@ -33,7 +34,7 @@ MEASURES = [
 #: Differences from a golden unit.
 GOLDEN = [f"{table}_golden_{name}" for table in [*TABLES, "lens"] for name in DIFFERENCES]
 #: The largest of many values, and so spread like one.
-EXTREMES = [name for name in MEASURES if name.rsplit("_", 1)[-1] in ("min", "max", "stripe", "single", "region")]
+EXTREMES = [name for name in MEASURES if name.rsplit("_", 1)[-1] in ("min", "max", "stripe", "single", "farthest", "region")]
 
 #: Every table has all of these columns, whatever the dumps hold, so that tables can be compared and
 #: put together.
@@ -82,26 +83,6 @@ def statistics(values: Array) -> Dict[str, float]:
     return result
 
 
-def largest_region(table: Array, valid: Array) -> int:
-    """Valid pixels of the largest region of one value, connected by their sides."""
-    width = table.shape[1]
-    right = np.flatnonzero(table[:, 1:] == table[:, :-1])
-    right += right // max(width - 1, 1)
-    below = np.flatnonzero(table[1:] == table[:-1])
-    pairs = np.concatenate([np.stack([right, right + 1]), np.stack([below, below + width])], axis=1)
-    pairs = pairs[:, valid.ravel()[pairs].all(axis=0)]
-    if not pairs.size:
-        return int(valid.any())
-    pixels, pairs = np.unique(pairs, return_inverse=True)
-    first, second = pairs.reshape(2, -1)
-    region = np.arange(len(pixels))
-    while (region[first] != region[second]).any():
-        lower, upper = np.minimum(region[first], region[second]), np.maximum(region[first], region[second])
-        np.minimum.at(region, upper, lower)
-        region = region[region]
-    return int(np.bincount(region).max())
-
-
 @lru_cache(maxsize=8)
 def _enough(packed: bytes, rows: int, columns: int) -> List[Tuple[Array, Array]]:
     """Columns, then rows, that are valid for a quarter or more, and how many of their pixels are."""
@@ -130,7 +111,8 @@ def residuals(table: Array, mask: Array) -> Dict[str, float]:
             result[f"{name}_stripe"] = float(np.abs(np.fft.rfft(means))[len(means) // BROAD :].max() / len(means))
     result["residual"] = float(np.sqrt(np.vdot(rest, rest) / count))
     result["single"] = float(max(rest.max(), -rest.min()))
-    result["region"] = float(largest_region(table, valid))
+    region, result["farthest"] = _calcut.table_measures(table, valid)
+    result["region"] = float(region)
     return result
 
 

@@ -7,7 +7,7 @@ import os
 import signal
 from concurrent.futures import FIRST_COMPLETED, ProcessPoolExecutor, wait
 from concurrent.futures.process import BrokenProcessPool
-from typing import Any, Callable, Iterator, List, Optional, Tuple
+from typing import Any, Callable, Dict, Iterator, List, Optional, Tuple
 
 BATCH = 32  # dumps of one task: far more work than a scheduler's millisecond for it
 ATTEMPTS = 3
@@ -86,7 +86,8 @@ def _on_cluster(work: Work, items: List[Item], client: Any) -> Iterator[Part]:
         return client.submit(work, *item, pure=False, retries=ATTEMPTS)
 
     # No more at a time than keeps the workers busy, so that the scheduler's memory does not grow with the fleet.
-    waiting, running = items[::-1], {}
+    waiting: List[Item] = items[::-1]
+    running: Dict[Any, Item] = {}
     ahead = AHEAD * max(1, sum(client.ncores().values()))
     suspects: List[Item] = []
     done = as_completed()

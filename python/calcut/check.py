@@ -7,10 +7,10 @@
 from __future__ import annotations
 
 import argparse
-import os
 import re
 import sys
 import tomllib
+from types import ModuleType
 from typing import Any, Callable, Dict, Iterable, List, Optional, Tuple, Union
 from xml.etree import ElementTree
 
@@ -168,9 +168,9 @@ def junit(verdicts: pd.DataFrame, target: _files.Path) -> None:
     def plain(text: str) -> str:  # characters that XML has no way to write
         return re.sub(r"[^\t\n\x20-\ud7ff\ue000-\ufffd\U00010000-\U0010ffff]", lambda c: f"\\x{ord(c[0]) & 255:02x}", text)
 
-    counts = {"tests": str(len(verdicts)), "failures": str(int((verdicts["verdict"] == "fail").sum())), "errors": "0"}
-    suites = ElementTree.Element("testsuites", name="calcut.check", **counts)
-    suite = ElementTree.SubElement(suites, "testsuite", name="calcut.check", **counts)
+    counts: Dict[str, Any] = {"tests": str(len(verdicts)), "failures": str(int((verdicts["verdict"] == "fail").sum())), "errors": "0"}
+    suites = ElementTree.Element("testsuites", attrib={"name": "calcut.check", **counts})
+    suite = ElementTree.SubElement(suites, "testsuite", attrib={"name": "calcut.check", **counts})
     for row in verdicts.itertuples():
         case = ElementTree.SubElement(suite, "testcase", name=plain(row.path), classname="module", time="0")
         if row.verdict == "fail":
@@ -183,7 +183,7 @@ def junit(verdicts: pd.DataFrame, target: _files.Path) -> None:
 def suggest(table: pd.DataFrame, target: _files.Path) -> None:
     """A first limits file: of each measure median -+ six deviations of its own side, to be edited."""
     good = table[table["result"] == "ok"]
-    lines = ["# Suggested by calcut.check from a fleet; edit it. Limits are the median and 6 deviations to either side.",
+    lines = ["# Suggested from a fleet, to be edited. Limits are the median and 6 deviations to either side.",
              f"# {len(good)} modules.", "", "[module]"]  # fmt: skip
     lines.append(f"layouts = {sorted(good['layout'].unique())}".replace("'", '"'))
     sizes = (good["columns"].astype(str) + "x" + good["rows"].astype(str)).unique()
@@ -192,14 +192,17 @@ def suggest(table: pd.DataFrame, target: _files.Path) -> None:
     score = fleet.scores(good)
     for name in fleet.MEASURES:
         value = good[name].dropna()
-        if value.empty:
+        if value.empty or not np.isfinite(value).all():
             continue
-        median, limits = value.median(), []
-        for word, side in (("lower", value < median), ("upper", value > median)):
-            # As far from the median as a score of 6 would be.
-            some = (value - median)[side] / score.loc[value.index, name][side].abs() * 6
-            limits.append((word, median + (float(some.median()) * (1 if word == "upper" else 1) if len(some) else 0.0)))
-        text = ", ".join(f"{word} = {float(f'{value:.6g}')!r}" for word, value in limits)
+        median, ends = value.median(), []
+        for sign, side in ((-1, value < median), (1, value > median)):
+            # As far from the median as a score of 6 would be; no further below 0 than any module is.
+            far = (value - median)[side] / score.loc[value.index, name][side].abs() * 6
+            limit = median + (float(far.median()) if len(far) else 0.0)
+            limit = max(limit, 0.0) if value.min() >= 0 else limit
+            # Rounded outwards.
+            ends.append(float(f"{limit + sign * 1e-5 * abs(limit):.6g}"))
+        text = f"lower = {ends[0]!r}, upper = {ends[1]!r}"
         unit = f', unit = "{_unit(name)}"' if _unit(name) else ""
         lines.append(f"{name} = {{{text}{unit}}}")
     with _files.whole(target) as unfinished, open(unfinished, "w", encoding="utf-8") as file:
@@ -248,6 +251,15 @@ def main(words: Optional[List[str]] = None) -> int:
         return 130
     return 1 if len(failed) else 0
 
+
+class _Check(ModuleType):
+    """The module is what its function is, too: calcut.check(table_or_paths, limits)."""
+
+    def __call__(self, *words: Any, **named: Any) -> pd.DataFrame:
+        return check(*words, **named)
+
+
+sys.modules[__name__].__class__ = _Check
 
 if __name__ == "__main__":
     # As workers know it, not as __main__.

@@ -35,7 +35,7 @@ def _facts(_start: int, paths: List[str]) -> List[Dict[str, Any]]:
         try:
             module = calcut.read(path)
         except (OSError, calcut.CalcutError) as error:
-            found.append({"fault": getattr(error, "finding", None) and error.finding.text or str(error)})  # type: ignore
+            found.append({"fault": error.finding.text if isinstance(error, calcut.CalcutError) else str(error)})
             continue
         found.append({
             "size": (module.rows, module.columns),
@@ -99,7 +99,7 @@ def dataset(
             fact["fault"] = f"{columns} x {rows} pixels, where most have {size[1]} x {size[0]}"
     good = [name for name in names if "fault" not in facts[name]]
     places = tuple(sorted({place for name in good for place in facts[name]["places"]}))
-    shape = (*size, places)
+    shape: Shape = (size[0], size[1], places)
 
     loads = [dask.delayed(_load)(good[i : i + chunk], shape, rays) for i in range(0, len(good), chunk)]
     meta = _load([], shape, rays)
@@ -177,7 +177,7 @@ class Dataset(xarray.Dataset):  # type: ignore[misc]
         path = os.fsdecode(store)
         group = self._with_room(path)
         written, chunk = group["progress/written"][:], group["mask"].chunks[0]
-        shape = (*group["mask"].shape[1:], tuple(int(place) for place in group["frequency"][:]))
+        shape: Any = (*group["mask"].shape[1:], tuple(int(place) for place in group["frequency"][:]))
         items: List[Tuple[int, List[str]]] = []
         for place, name in enumerate(group["path"][:]):
             if written[place]:

@@ -91,7 +91,7 @@ def load(path: _files.Path) -> pd.DataFrame:
 
 
 def _measured(table: pd.DataFrame) -> pd.DataFrame:
-    return table[MEASURES].where(table["result"] == "ok")
+    return table.reindex(columns=MEASURES).where(table["result"] == "ok")
 
 
 def scores(table: pd.DataFrame) -> pd.DataFrame:

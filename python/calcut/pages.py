@@ -299,5 +299,5 @@ def save(table: pd.DataFrame, target: _files.Path, threshold: float) -> None:
                 for figure in figures(table, threshold):
                     pages.savefig(figure)
         else:
-            metadata = {"Software": CREATOR} if ending == ".png" else {"Creator": CREATOR, "Date": None}
+            metadata: Dict[str, Any] = {"Software": CREATOR} if ending == ".png" else {"Creator": CREATOR, "Date": None}
             scores_page(table, threshold).savefig(unfinished, metadata=metadata, dpi=120)
