@@ -15,8 +15,10 @@ build_packages=(
 test_packages=(libgtest-dev python3-numpy python3-yaml python3-opencv)
 # The Python module and its pictures, which calcut plot and calcut compare draw with, too.
 plot_packages=(python3-dev pybind11-dev python3-numpy python3-matplotlib python3-pypdf)
-# All of the Python package and its tests.
-python_packages=("${plot_packages[@]}" python3-pandas python3-pytest)
+# All of the Python package and its tests; python3-sklearn is optional.
+python_packages=(
+  "${plot_packages[@]}" python3-pandas python3-xarray python3-zarr python3-dask python3-pytest
+)
 
 missing_packages() {
   local package
