@@ -57,7 +57,7 @@ py::object cut(const py::object& dump, const py::object& directory, const std::s
     for (const cut::StackFile& file : taken.files) {
         files[file.name] = file.bytes.size();
     }
-    return typeNamed("Cut")(result.layout.name, files, result.maskedPixels,
+    return typeNamed("Cut")(result.layout.name, files, *result.maskedPixels,
                             toPython(result.warnings));
 }
 
@@ -82,6 +82,8 @@ py::tuple tableMeasures(const py::array_t<float, py::array::c_style | py::array:
 PYBIND11_MODULE(_calcut, module) {
     using namespace calcut::python;
     namespace py = pybind11;
+    // Exceptions tell Python what the command prints.
+    calcut::text::setTerminal({calcut::text::ColourMode::Never, calcut::text::Verbosity::Quiet});
     bindCalibration(module);
     bindPictures(module);
     module.attr("__version__") = CALCUT_VERSION;

@@ -117,7 +117,7 @@ std::unique_ptr<module::Module> load(const std::string& path, const CompareOptio
 int compare(const CompareOptions& options, DrawDifferences draw) {
     const bool drawn = !options.output.empty();
     if (drawn) {
-        files::checkWritable(options.output, {options.a, options.b});
+        files::checkWritable(options.output, {options.a, options.b}, true);
     }
     // Both are tried, so that one run tells about both.
     const auto a = load(options.a, options);

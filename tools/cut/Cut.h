@@ -13,7 +13,7 @@ namespace calcut::cut {
 
 struct CutOptions {
     /// Dumps, and folders of them with out; without out one dump ("-" for standard input) and its
-    /// directory, or one dump with verify.
+    /// directory.
     std::vector<std::string> paths;
     std::optional<module::Layout> layout;  ///< by their first bytes when not set
     std::uint64_t maxSize = files::defaultMaxSize;
@@ -23,17 +23,21 @@ struct CutOptions {
     std::string out;        ///< a directory for each dump comes under this one
     std::string filesFrom;  ///< file with a path on each line, "-" for standard input
     std::string glob = "*";
-    std::string report;  ///< *.csv or *.json
+    std::string name;    ///< template of the directories' names; empty: after the dumps
+    std::string report;  ///< *.csv or *.json, "-" for CSV on standard output
     unsigned jobs = 0;   ///< 0: one for each processor
     bool resume = false;
 
-    std::string verify;  ///< the directory to compare with the dump
+    bool verify = false;  ///< only compare what is there with the dumps
 };
 
-/// What is wrong with the options among themselves; empty when nothing is.
-std::string usageFault(const CutOptions& options);
+/// What is wrong with the options among themselves; nothing when nothing is.
+std::optional<std::string> usageFault(const CutOptions& options);
 
 /// Cuts, or compares. Returns the exit status.
 int runCut(const CutOptions& given);
+
+/// The same for the form with out.
+int cutMany(const CutOptions& options);
 
 }  // namespace calcut::cut

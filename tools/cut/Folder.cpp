@@ -8,12 +8,15 @@
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
+#include <optional>
 #include <system_error>
 #include <utility>
 
 #include <fmt/format.h>
 
+#include "tools/cut/Note.h"
 #include "tools/files/OutputFile.h"
+#include "tools/files/Temporary.h"
 #include "tools/module/Layout.h"
 #include "tools/text/Escape.h"
 #include "tools/text/Terminal.h"
@@ -24,109 +27,64 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* noteFile = "cut.json";
-
 fs::file_type typeOf(const fs::path& path) {
     std::error_code ignored;
     return fs::symlink_status(path, ignored).type();
 }
 
-bool isFileOfCut(const std::string& name) {
-    return name == noteFile || std::ranges::count(stackFiles, name) > 0;
-}
-
-// No folders in it: what is removed here holds files of cuts.
-void removeFolder(const fs::path& folder) {
-    std::error_code ignored;
-    for (fs::directory_iterator entry(folder, ignored); entry != fs::directory_iterator();
-         entry.increment(ignored)) {
-        std::error_code left;
-        fs::remove(entry->path(), left);
+/// Files that no cut makes stay, and the folder with them.
+void removeCut(const std::string& folder) {
+    for (const char* name : stackFiles) {
+        (void)unlink((folder + "/" + name).c_str());
     }
-    fs::remove(folder, ignored);
+    (void)unlink((folder + "/" + noteFile).c_str());
+    (void)rmdir(folder.c_str());
 }
 
-// A new hidden folder that goes away, with the files in it, with the object.
-class TemporaryFolder {
+// ----------------------------------------------------------------------------------- beside it --
+
+std::string freshIn(const std::string& staging) {
+    return staging + "/new";
+}
+
+std::string earlierIn(const std::string& staging) {
+    return staging + "/earlier";
+}
+
+/// A hidden folder for the files that come and for those that go. The new ones that are still there
+/// go with the object, the earlier ones when they are dropped.
+class Staging {
   public:
-    TemporaryFolder(const std::string& dump, const std::string& parent, std::size_t number)
-        : dump_(dump), path_(fmt::format("{}/.calcut-{}-{}", parent, getpid(), number)) {
+    Staging(const std::string& dump, const std::string& parent) try
+        : temporary_(parent, files::Temporary::Kind::Folder) {
         constexpr mode_t everyone = 0777;
-        if (mkdir(path_.c_str(), everyone) != 0) {
-            throw text::Refused(dump, "cannot write into {}: {}", text::escapePath(parent),
-                                text::errnoText(errno));
+        if (mkdir(fresh().c_str(), everyone) != 0) {
+            throw text::Refused(dump, text::errnoText(errno));
         }
+    } catch (const text::Refused& refused) {
+        throw text::Refused(dump, "cannot write into {}: {}", text::escapePath(parent),
+                            refused.what());
     }
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-    ~TemporaryFolder() {
-        if (!kept_) {
-            removeFolder(path_);
-        }
-    }
+    Staging(const Staging&) = delete;
+    Staging& operator=(const Staging&) = delete;
+    ~Staging() { remove(temporary_.path()); }
 
-    [[nodiscard]] const std::string& path() const { return path_; }
+    [[nodiscard]] std::string fresh() const { return freshIn(temporary_.path()); }
+    [[nodiscard]] std::string earlier() const { return earlierIn(temporary_.path()); }
 
-    // Earlier files leave the directory before the first new one comes; all come back when
-    // something fails. What is moved, and that it was, is on the disk before earlier files go.
-    void moveFilesInto(const std::string& directory) {
-        std::vector<std::pair<fs::path, fs::path>> moves;
-        moves.reserve(2 * stackFiles.size());
-        for (const std::string name : stackFiles) {
-            moves.emplace_back(fs::path(directory) / name, path_ + "/earlier-" + name);
+    static void remove(const std::string& staging) {
+        if (rmdir(staging.c_str()) != 0) {
+            removeCut(freshIn(staging));
+            (void)rmdir(earlierIn(staging).c_str());
+            (void)rmdir(staging.c_str());
         }
-        for (const char* name : stackFiles) {
-            moves.emplace_back(fs::path(path_) / name, fs::path(directory) / name);
-            const int error = files::syncToDisk(moves.back().first.string());
-            if (error != 0 && error != ENOENT) {
-                throw text::Refused(dump_, "cannot write {}: {}", name, text::errnoText(error));
-            }
-        }
-        std::erase_if(
-            moves, [](const auto& move) { return typeOf(move.first) == fs::file_type::not_found; });
-        std::size_t done = 0;
-        std::error_code error;
-        while (done < moves.size() && !error) {
-            fs::rename(moves[done].first, moves[done].second, error);
-            done += error ? 0 : 1;
-        }
-        if (!error) {
-            (void)files::syncToDisk(directory);
-            return;
-        }
-        const auto failed = moves.begin() + static_cast<std::ptrdiff_t>(done);
-        while (done-- > 0) {
-            std::error_code lost;
-            fs::rename(moves[done].second, moves[done].first, lost);
-            kept_ = kept_ || lost;
-        }
-        throw text::Refused(dump_, "cannot move {}: {}{}", text::escapePath(failed->first.string()),
-                            error.message(),
-                            kept_ ? "; the earlier files are in " + text::escapePath(path_) : "");
-    }
-
-    // Takes that name; what was there takes this one, and goes away with it.
-    void replace(const std::string& folder) {
-        const char* from = path_.c_str();
-        const char* to = folder.c_str();
-        if (std::rename(from, to) == 0 ||
-            renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_EXCHANGE) == 0) {
-            return;
-        }
-        const std::string aside = path_ + "-earlier";
-        if (std::rename(to, aside.c_str()) != 0 || std::rename(from, to) != 0) {
-            const std::string reason = text::errnoText(errno);
-            (void)std::rename(aside.c_str(), to);
-            throw text::Refused(dump_, "cannot replace {}: {}", text::escapePath(folder), reason);
-        }
-        removeFolder(aside);
     }
 
   private:
-    std::string dump_;  ///< what a refusal is about
-    std::string path_;
-    bool kept_ = false;  ///< because it holds what must not be lost
+    files::Temporary temporary_;
 };
+
+// ---------------------------------------------------------------------------------- single cut --
 
 bool isDump(const std::string& path) try {
     return module::classify(files::loadDump(path).bytes).image != nullptr;
@@ -134,11 +92,13 @@ bool isDump(const std::string& path) try {
     return false;
 }
 
-// None of the files may be the dump, anything but a regular file, or (unless forced) a dump itself.
-void checkFilesIn(const std::string& directory, const std::string& dump, bool force) {
+/// None of the files in a folder, which belong to the directory, may be the dump, anything but a
+/// regular file, or (unless forced) a dump itself.
+void checkFiles(const std::string& folder, const std::string& directory, const std::string& dump,
+                bool force) {
     const auto input = files::identityOf(dump);
     for (const char* name : stackFiles) {
-        const std::string path = (fs::path(directory) / name).string();
+        const std::string path = folder + "/" + name;
         const fs::file_type type = typeOf(path);
         if (input && files::identityOf(path) == input) {
             throw text::Refused(directory, "{} is also an input; it is left alone", name);
@@ -155,130 +115,220 @@ void checkFilesIn(const std::string& directory, const std::string& dump, bool fo
     }
 }
 
+void syncFiles(const std::string& folder, const std::string& dump) {
+    for (const char* name : stackFiles) {
+        const int error = files::syncToDisk(folder + "/" + name);
+        if (error != 0 && error != ENOENT) {
+            throw text::Refused(dump, "cannot write {}: {}", name, text::errnoText(error));
+        }
+    }
+}
+
+/// Moves files one after the other; all go back when something fails.
+class Moves {
+  public:
+    explicit Moves(const std::string& dump) : dump_(dump) {}
+
+    /// The files of a cut that are in one folder, into another.
+    void move(const std::string& from, const std::string& to) {
+        for (const std::string name : stackFiles) {
+            std::string source = from + "/" + name;
+            std::string target = to + "/" + name;
+            done_.reserve(done_.size() + 1);
+            if (typeOf(source) == fs::file_type::not_found) {
+                continue;
+            }
+            if (const int error = files::moveWithoutReplacing(source, target)) {
+                throw text::Refused(dump_, "cannot move {}: {}", text::escapePath(source),
+                                    text::errnoText(error));
+            }
+            done_.emplace_back(std::move(source), std::move(target));
+        }
+    }
+
+    /// Whether all are back.
+    bool takeBack() {
+        bool all = true;
+        for (; !done_.empty(); done_.pop_back()) {
+            all = files::moveWithoutReplacing(done_.back().second, done_.back().first) == 0 && all;
+        }
+        return all;
+    }
+
+  private:
+    const std::string& dump_;
+    std::vector<std::pair<std::string, std::string>> done_;
+};
+
 // ----------------------------------------------------------------------------------- many cuts --
 
-text::Json noteOf(const TakenDump& taken, const CutResult& result) {
-    text::Json note = {{"schema", cutSchema},
-                       {"calcut", CALCUT_VERSION},
-                       {"source", result.source},
-                       {"bytes", result.size},
-                       {"crc32", result.crc},
-                       {"layout", result.layout.name},
-                       {"maskedPixels", result.maskedPixels}};
-    for (const StackFile& file : taken.files) {
-        note["files"][file.name] = file.bytes.size();
-    }
-    return note;
-}
-
-bool agree(const text::Json& found, const text::Json& note,
-           std::initializer_list<const char*> keys) {
-    return std::ranges::all_of(
-        keys, [&](const char* key) { return found.value(key, text::Json()) == note.at(key); });
-}
-
-bool holdsWholeCut(const fs::path& folder, const text::Json& found, const text::Json& note) {
-    const auto files = note.at("files").items();
-    return agree(found, note, {"bytes", "crc32", "layout", "files"}) &&
-           found.value("maskedPixels", text::Json()).is_number_unsigned() &&
-           std::all_of(files.begin(), files.end(), [&folder](const auto& file) {
-               const fs::path path = folder / file.key();
-               std::error_code ignored;
-               return typeOf(path) == fs::file_type::regular &&
-                      fs::file_size(path, ignored) == file.value();
-           });
-}
-
-void checkFolder(const CutResult& result, std::span<const files::FileIdentity> reads,
-                 const text::Json& found, const text::Json& note, bool force) {
-    const fs::file_type type = typeOf(result.folder);
+/// What a folder at that place holds, which is result.folder's, must be what a cut of this dump may
+/// replace.
+void checkReplaceable(const std::string& place, const CutResult& result,
+                      std::span<const files::FileIdentity> reads, const text::Json& note,
+                      bool force) {
+    const fs::file_type type = typeOf(place);
     if (type == fs::file_type::not_found || type == fs::file_type::none) {
         return;
     }
     const std::string folder = text::escapePath(result.folder);
     std::error_code error;
-    const fs::directory_iterator entries(result.folder, error);
+    const fs::directory_iterator entries(place, error);
     if (type != fs::file_type::directory || error) {
         throw text::Refused(result.dump, "{} exists and is no folder; it is left alone", folder);
     }
+    bool empty = true;
     for (const fs::directory_entry& entry : entries) {
+        empty = false;
         const std::string name = entry.path().filename().string();
-        const bool own = typeOf(entry.path()) == fs::file_type::regular && isFileOfCut(name);
+        const bool own = typeOf(entry.path()) == fs::file_type::regular &&
+                         (name == noteFile || std::ranges::count(stackFiles, name) > 0);
         const auto identity = files::identityOf(entry.path().string());
         if (!own || std::find(reads.begin(), reads.end(), identity) != reads.end()) {
             throw text::Refused(result.dump, "{} holds {}, which {}; it is left alone", folder,
                                 text::escapePath(name), own ? "is also an input" : "no cut makes");
         }
     }
-    if (!force && !fs::is_empty(result.folder, error) && !agree(found, note, {"source"}) &&
-        !agree(found, note, {"bytes", "crc32"})) {
+    const text::Json found = noteIn(place);
+    if (!force && !empty && !agree(found, note, {"source"}) &&
+        !agree(found, note, {"bytes", "crc32"}) && !isNoteBlank(place)) {
         throw text::Refused(
             result.dump, "{} holds the cut of {}; --force replaces it", folder,
             found.empty() ? "an unknown dump" : text::escapePath(found.value("source", "")));
     }
 }
 
-}  // namespace
+int exchange(const std::string& one, const std::string& other) {
+    const int failed = renameat2(AT_FDCWD, one.c_str(), AT_FDCWD, other.c_str(), RENAME_EXCHANGE);
+    return failed != 0 ? errno : 0;
+}
 
-// ---------------------------------------------------------------------------------- single cut --
+/// Gives the new folder its name. check looks at what had it before.
+template <class Check>
+void takeName(const Staging& staging, const CutResult& result, const Check& check) {
+    const std::string fresh = staging.fresh();
+    const auto refuse = [&result](int error) {
+        throw text::Refused(result.dump, "cannot replace {}: {}", text::escapePath(result.folder),
+                            text::errnoText(error));
+    };
+    const int taken = files::moveWithoutReplacing(fresh, result.folder);
+    if (taken == 0) {
+        return;
+    }
+    if (taken != EEXIST) {
+        refuse(taken);
+    }
+    if (exchange(fresh, result.folder) == 0) {
+        try {
+            check(fresh);
+        } catch (const std::exception&) {
+            (void)exchange(fresh, result.folder);
+            throw;
+        }
+        return;
+    }
+    // A file system that cannot exchange two names.
+    const std::string aside = staging.earlier();
+    if (const int error = files::moveWithoutReplacing(result.folder, aside)) {
+        refuse(error);
+    }
+    try {
+        check(aside);
+        if (const int error = files::moveWithoutReplacing(fresh, result.folder)) {
+            refuse(error);
+        }
+    } catch (const text::Refused& refused) {
+        if (files::moveWithoutReplacing(aside, result.folder) != 0) {
+            throw text::Refused(result.dump, "{}; the earlier cut is in {}", refused.what(),
+                                text::escapePath(aside));
+        }
+        throw;
+    }
+    removeCut(aside);
+}
+
+}  // namespace
 
 void cutInto(const TakenDump& taken, const std::string& directory, bool force, CutResult& result) {
     result.folder = directory;
-    text::refuseFor(directory, whyNoOutput(directory));
-    checkFilesIn(directory, result.dump, force);
-    TemporaryFolder temporary(result.dump, directory, 0);
-    writeStackFiles(taken, temporary.path(), result);
-    if (text::InterruptGuard::interrupted()) {
-        throw text::Refused(result.dump, "interrupted");
+    checkDirectory(directory);
+    const files::FolderLock lock(directory);
+    checkFiles(directory, directory, result.dump, force);
+    {
+        const Staging staging(result.dump, directory);
+        const std::string earlier = staging.earlier();
+        writeStackFiles(taken, staging.fresh(), result);
+        syncFiles(staging.fresh(), result.dump);
+        if (text::InterruptGuard::interrupted()) {
+            throw text::Refused(result.dump, "interrupted");
+        }
+        Moves moves(result.dump);
+        try {
+            fs::create_directory(earlier);
+            moves.move(directory, earlier);
+            checkFiles(earlier, directory, result.dump, force);
+            moves.move(staging.fresh(), directory);
+        } catch (const std::exception& error) {
+            if (!moves.takeBack()) {
+                throw text::Refused(result.dump, "{}; the earlier files are in {}",
+                                    text::reasonOf(error), text::escapePath(earlier));
+            }
+            throw;
+        }
+        // That the new files are in place is on the disk before the earlier ones go.
+        (void)files::syncToDisk(directory);
+        removeCut(earlier);
     }
-    temporary.moveFilesInto(directory);
+    // Earlier files of a run that was killed between its moves are superseded, too.
+    files::forEachLeftover(directory, [](const std::string& staging) {
+        removeCut(earlierIn(staging));
+        Staging::remove(staging);
+    });
     result.outcome = Outcome::Cut;
 }
 
 void cutToFolder(const TakenDump& taken, std::span<const files::FileIdentity> reads,
-                 std::size_t number, const CutOptions& options, CutResult& result) {
+                 const CutOptions& options, CutResult& result) {
+    // Somebody may cut a single dump into it.
+    std::optional<files::FolderLock> lock;
+    if (typeOf(result.folder) == fs::file_type::directory) {
+        lock.emplace(result.folder);
+    }
     text::Json note = noteOf(taken, result);
     const text::Json found = noteIn(result.folder);
-    if (options.resume && holdsWholeCut(result.folder, found, note)) {
+    const bool sameDump = agree(found, note, {"schema", "bytes", "crc32", "layout"});
+    const text::Json masked = found.value("maskedPixels", text::Json());
+    if (options.resume && sameDump && agree(found, note, {"files"}) &&
+        masked.is_number_unsigned() && differences(taken.files, result.folder).empty()) {
         result.outcome = Outcome::Kept;
-        result.maskedPixels = found["maskedPixels"];
+        result.maskedPixels = masked.get<std::uint16_t>();
         return;
     }
-    checkFolder(result, reads, found, note, options.force);
-    TemporaryFolder temporary(result.dump, options.out, number);
-    writeStackFiles(taken, temporary.path(), result);
-    note["maskedPixels"] = result.maskedPixels;
+    const auto check = [&](const std::string& place) {
+        checkReplaceable(place, result, reads, note, options.force);
+    };
+    check(result.folder);
+    const Staging staging(result.dump, options.out);
+    writeStackFiles(taken, staging.fresh(), result);
+    note["maskedPixels"] = *result.maskedPixels;
     const std::string text = text::jsonText(note, 2) + "\n";
     if (const int error =
-            files::writeInto(temporary.path() + "/" + noteFile, O_CREAT | O_EXCL, text)) {
+            files::writeInto(staging.fresh() + "/" + noteFile, O_CREAT | O_EXCL, text)) {
         throw text::Refused(result.dump, "cannot write {}: {}", noteFile, text::errnoText(error));
     }
-    temporary.replace(result.folder);
-    result.outcome = Outcome::Cut;
+    takeName(staging, result, check);
+    result.outcome = options.resume && sameDump ? Outcome::Repaired : Outcome::Cut;
 }
 
-text::Json noteIn(const std::string& folder) {
-    try {
-        text::Json note = text::parseJson(files::loadDump(folder + "/" + noteFile).bytes);
-        if (note.is_object() && note.value("source", text::Json()).is_string()) {
-            return note;
-        }
-    } catch (const text::Refused&) {
-        // As if it held nothing.
-    }
-    return text::Json::object();
-}
-
-std::string whyNoOutput(const std::string& directory) {
+void checkDirectory(const std::string& directory) {
     std::error_code error;
     const bool isFolder = fs::is_directory(directory, error);
-    if (error) {
-        return error.message();
+    if (error || !isFolder) {
+        throw text::Refused(directory, error ? error.message() : "is not a directory");
     }
-    if (!isFolder) {
-        return "is not a directory";
+    if (access(directory.c_str(), W_OK | X_OK) != 0) {
+        throw text::Refused(directory, text::errnoText(errno));
     }
-    return access(directory.c_str(), W_OK | X_OK) == 0 ? std::string() : text::errnoText(errno);
 }
 
 bool holdsAnyCut(const std::string& directory) {
@@ -289,6 +339,17 @@ bool holdsAnyCut(const std::string& directory) {
 
 std::string earlierCutIn(const std::string& folder) {
     return "; an earlier cut is still in " + text::escapePath(folder);
+}
+
+void removeLeftovers(const std::string& directory) {
+    files::forEachLeftover(directory, [](const std::string& leftover) {
+        (void)unlink(leftover.c_str());
+        Staging::remove(leftover);
+        if (files::identityOf(leftover)) {
+            text::printWarning(leftover,
+                               "was left by a run that was killed, and holds an earlier cut");
+        }
+    });
 }
 
 }  // namespace calcut::cut

@@ -1,5 +1,7 @@
 #include "tools/cut/FolderNames.h"
 
+#include <algorithm>
+#include <array>
 #include <filesystem>
 #include <map>
 #include <set>
@@ -7,7 +9,8 @@
 
 #include <fmt/format.h>
 
-#include "tools/cut/Folder.h"
+#include "tools/cut/Note.h"
+#include "tools/text/Escape.h"
 
 namespace calcut::cut {
 
@@ -36,15 +39,97 @@ std::string earlierName(const std::string& source, const std::string& out) {
     constexpr std::size_t looked = 3;
     for (std::size_t level = 0; level < looked; ++level) {
         std::string name = candidate(source, level);
-        if (!name.empty() &&
-            noteIn((fs::path(out) / name).string()).value("source", "") == source) {
+        if (!name.empty() && isCutOf((fs::path(out) / name).string(), source)) {
             return name;
         }
     }
     return {};
 }
 
+// --------------------------------------------------------------------------------- templates --
+
+// "l1/night/m.bin" is "l1-night-m".
+std::string pathField(const CutResult& result) {
+    std::string name;
+    for (const fs::path& part : fs::path(result.dump).parent_path().lexically_normal()) {
+        if (part.has_filename() && part != "." && part != "..") {
+            name += part.string() + "-";
+        }
+    }
+    return name + fs::path(result.dump).stem().string();
+}
+
+struct Field {
+    std::string_view word;
+    bool fromDump;
+    std::string (*of)(const CutResult& result);
+};
+
+constexpr std::array<Field, 7> nameFields = {{
+    {"{stem}", false, [](const CutResult& r) { return fs::path(r.dump).stem().string(); }},
+    {"{path}", false, pathField},
+    {"{serial}", true, [](const CutResult& r) { return r.texts[2]; }},
+    {"{text0}", true, [](const CutResult& r) { return r.texts[0]; }},
+    {"{text1}", true, [](const CutResult& r) { return r.texts[1]; }},
+    {"{text2}", true, [](const CutResult& r) { return r.texts[2]; }},
+    {"{id}", true, [](const CutResult& r) { return text::hexText(r.idBytes); }},
+}};
+
+// A name that every file system takes, and that hides nothing.
+std::string sanitised(std::string_view text) {
+    std::string name = text::escapePath(text);
+    for (char& c : name) {
+        c = c == '/' ? '-' : std::string_view("\\:*?\"<>|").find(c) == std::string::npos ? c : '_';
+    }
+    name.erase(0, name.find_first_not_of(' '));
+    name.erase(name.find_last_not_of(' ') + 1);
+    if (name.starts_with('.') || name.starts_with('-')) {
+        name[0] = '_';
+    }
+    return name;
+}
+
 }  // namespace
+
+std::optional<std::string> templateFault(std::string_view pattern) {
+    if (pattern.find('/') != std::string_view::npos) {
+        return "--name is the name of one folder, without /";
+    }
+    std::string words;
+    for (const Field& field : nameFields) {
+        words += fmt::format(" {}", field.word);
+    }
+    for (std::size_t at = pattern.find('{'); at != std::string_view::npos;
+         at = pattern.find('{', at + 1)) {
+        const auto starts = [&](const Field& field) {
+            return pattern.substr(at).starts_with(field.word);
+        };
+        if (std::ranges::none_of(nameFields, starts)) {
+            return fmt::format("--name takes the fields{}, not {}", words, pattern.substr(at));
+        }
+    }
+    return std::nullopt;
+}
+
+bool needsDump(std::string_view pattern) {
+    return std::ranges::any_of(nameFields, [pattern](const Field& field) {
+        return field.fromDump && pattern.find(field.word) != std::string_view::npos;
+    });
+}
+
+std::string nameFrom(std::string pattern, const CutResult& result) {
+    for (const Field& field : nameFields) {
+        for (std::size_t at = pattern.find(field.word); at != std::string::npos;) {
+            const std::string value = sanitised(field.of(result));
+            if (value.empty()) {
+                throw text::Refused(result.dump, "{} is empty in this dump", field.word);
+            }
+            pattern.replace(at, field.word.size(), value);
+            at = pattern.find(field.word, at + value.size());
+        }
+    }
+    return sanitised(pattern);
+}
 
 void nameFolders(std::vector<CutResult>& inputs, const std::string& out) {
     std::set<std::string> taken;

@@ -1,6 +1,7 @@
 #include "tools/cut/Report.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,7 +12,7 @@
 
 #include <fmt/format.h>
 
-#include "tools/cut/Folder.h"
+#include "tools/cut/Note.h"
 #include "tools/files/OutputFile.h"
 #include "tools/module/Layout.h"
 #include "tools/text/Escape.h"
@@ -38,8 +39,8 @@ text::Json rowOf(const CutResult& result) {
     text::Json row = {{"file", result.dump},
                       {"folder", result.folder},
                       {"layout", result.layout.name},
-                      {"bytes", known(result.loaded(), result.size)},
-                      {"crc32", known(result.loaded(), result.crc)},
+                      {"bytes", known(result.crc.has_value(), result.size)},
+                      {"crc32", result.crc ? text::Json(crcText(*result.crc)) : text::Json()},
                       {"result", outcomeName(result.outcome)},
                       {"reason", known(!good, result.reason)},
                       {"fault", result.fault ? findingTree(*result.fault) : text::Json()},
@@ -52,7 +53,8 @@ text::Json rowOf(const CutResult& result) {
         row[fmt::format("text{}", i)] = known(good, text::escapeBytes(result.texts[i]));
     }
     row["idBytes"] = known(good, text::hexText(result.idBytes));
-    row["maskedPixels"] = known(good, result.maskedPixels);
+    row["maskedPixels"] =
+        good && result.maskedPixels ? text::Json(*result.maskedPixels) : text::Json();
     for (std::size_t i = 0; i < module::lensNames.size(); ++i) {
         row[module::lensNames[i]] = known(good, result.lens[i]);
     }
@@ -100,8 +102,12 @@ std::string fieldOf(const text::Json& value) {
     }
 }
 
-std::string quoted(const std::string& field) {
-    if (field.find_first_of(",\"\r\n") == std::string::npos) {
+std::string csvField(const text::Json& value) {
+    std::string field = fieldOf(value);
+    if (value.is_string()) {
+        field = text::escapeFormula(text::escapePath(field));
+    }
+    if (field.find_first_of(",\"") == std::string::npos) {
         return field;
     }
     std::string text = "\"";
@@ -111,34 +117,51 @@ std::string quoted(const std::string& field) {
     return text + '"';
 }
 
-std::string csvLine(const text::Json& row) {
+}  // namespace
+
+std::string jsonRow(const CutResult& result) {
+    return text::jsonText(rowOf(result));
+}
+
+std::string csvRow(const CutResult& result) {
+    const text::Json row = rowOf(result);
     std::string line;
     for (const char* column : columns) {
         const text::Json::json_pointer key("/" + std::string(column));
         line += line.empty() ? "" : ",";
-        line += row.contains(key) ? quoted(fieldOf(row[key])) : "";
+        line += row.contains(key) ? csvField(row[key]) : "";
     }
     return line + "\r\n";
 }
 
-}  // namespace
-
-Report::~Report() {
-    (void)close();
+bool Report::supports(const std::string& path) {
+    return path == "-" || path.ends_with(".csv") || path.ends_with(".json");
 }
 
-bool Report::supports(const std::string& path) {
-    return path.ends_with(".csv") || path.ends_with(".json");
+bool Report::isFree(const std::string& path) {
+    struct stat status {};
+    if (path == "-" || stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        return true;
+    }
+    const files::FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    std::string start(64, '\0');
+    start.resize(static_cast<std::size_t>(
+        std::max<ssize_t>(0, read(file.get(), start.data(), start.size()))));
+    const bool isTable = start.size() > sizeof("file,layout,") && csvHeading().starts_with(start);
+    return start.empty() || isTable ||
+           (start.starts_with("{\"schema\":") && start.find(",\"dumps\":[") < start.size());
 }
 
 void Report::open(const std::string& path) {
     path_ = path;
     json_ = path.ends_with(".json");
     constexpr mode_t everyone = 0666;
-    descriptor_ =
-        ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NONBLOCK, everyone);
+    file_ = files::FileDescriptor(
+        path == "-" ? STDOUT_FILENO
+                    : ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NONBLOCK,
+                             everyone));
     const int error =
-        descriptor_ < 0
+        file_.get() < 0
             ? errno
             : put(json_ ? fmt::format("{{\"schema\":{},\"dumps\":[", cutSchema) : csvHeading());
     if (error != 0) {
@@ -147,14 +170,19 @@ void Report::open(const std::string& path) {
 }
 
 int Report::put(const std::string& text) {
+    if (path_ == "-") {
+        // A reader that went away is told apart from a disk that is full.
+        text::writeStdout(text);
+        return 0;
+    }
     if (!json_) {
-        return files::writeAll(descriptor_, text);
+        return files::writeAll(file_.get(), text);
     }
     // What closes the object goes along, and is where the next row will be.
     const std::string tail =
-        fmt::format("\n],\"total\":{},\"cut\":{},\"failed\":{}}}\n", rows_, cut_, failedRows_);
-    const int error = files::writeAll(descriptor_, text + tail);
-    return error == 0 && lseek(descriptor_, -std::ssize(tail), SEEK_CUR) < 0 ? errno : error;
+        fmt::format("\n],\"total\":{},\"cut\":{},\"failed\":{}}}\n", rows_, good_, failedRows_);
+    const int error = files::writeAll(file_.get(), text + tail);
+    return error == 0 && lseek(file_.get(), -std::ssize(tail), SEEK_CUR) < 0 ? errno : error;
 }
 
 void Report::tell(int error) {
@@ -164,22 +192,25 @@ void Report::tell(int error) {
 }
 
 void Report::add(std::span<const CutResult> results) {
+    // Nothing is counted before all is in memory.
     std::string text;
     for (const CutResult& result : results) {
-        const text::Json row = rowOf(result);
-        text += json_ ? (rows_ > 0 ? ",\n" : "\n") + text::jsonText(row) : csvLine(row);
-        ++rows_;
-        cut_ += result.good() ? 1 : 0;
+        text +=
+            json_ ? (rows_ > 0 || !text.empty() ? ",\n" : "\n") + jsonRow(result) : csvRow(result);
+    }
+    rows_ += results.size();
+    for (const CutResult& result : results) {
+        good_ += result.good() ? 1 : 0;
         failedRows_ += result.outcome == Outcome::Failed ? 1 : 0;
     }
-    if (descriptor_ >= 0 && !failed_) {
+    if (file_.get() >= 0 && !failed_) {
         tell(put(text));
     }
 }
 
 bool Report::close() {
-    const int descriptor = std::exchange(descriptor_, -1);
-    tell(descriptor >= 0 && ::close(descriptor) != 0 ? errno : 0);
+    const int descriptor = file_.release();
+    tell(descriptor > STDERR_FILENO && ::close(descriptor) != 0 ? errno : 0);
     return !failed_;
 }
 

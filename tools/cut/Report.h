@@ -1,5 +1,4 @@
-// What is told of many cuts: the report, which grows row by row, the progress, and at the end a
-// table.
+// What is told of many cuts: the report, which grows row by row, and at the end a table.
 #pragma once
 
 #include <cstddef>
@@ -7,19 +6,23 @@
 #include <string>
 
 #include "tools/cut/StackFiles.h"
+#include "tools/files/Temporary.h"
 
 namespace calcut::cut {
 
-/// A report file, CSV (RFC 4180) or JSON by its extension. Whatever ends the process, the file
-/// holds whole rows; the JSON is one complete object after every row.
+/// A row of the report, in JSON and as a line of CSV (RFC 4180).
+std::string jsonRow(const CutResult& result);
+std::string csvRow(const CutResult& result);
+
+/// A report file, CSV or JSON by its extension; "-" is CSV on standard output. Whatever ends the
+/// process, the file holds whole rows; the JSON is one complete object after every row.
 class Report {
   public:
-    Report() = default;
-    Report(const Report&) = delete;
-    Report& operator=(const Report&) = delete;
-    ~Report();
-
     static bool supports(const std::string& path);
+
+    /// Whether nothing of anybody else is lost when a report takes that path: nothing is there, or
+    /// an earlier report.
+    static bool isFree(const std::string& path);
 
     /// Starts the file; an earlier one is replaced. Throws Refused. Without it nothing is written.
     void open(const std::string& path);
@@ -34,10 +37,10 @@ class Report {
     void tell(int error);
 
     std::string path_;
-    int descriptor_ = -1;
+    files::FileDescriptor file_;
     bool json_ = false;
     bool failed_ = false;
-    std::size_t rows_ = 0, cut_ = 0, failedRows_ = 0;
+    std::size_t rows_ = 0, good_ = 0, failedRows_ = 0;
 };
 
 /// A table for people (above 50 dumps only of those that failed) and the totals, fit to a terminal

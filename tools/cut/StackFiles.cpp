@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <new>
 #include <system_error>
 
 #include <fmt/format.h>
@@ -18,7 +19,8 @@ namespace {
 namespace fs = std::filesystem;
 
 std::string differenceOf(files::ByteView wanted, const std::string& path) try {
-    const files::Dump found = files::loadDump(path);
+    const files::Dump found =
+        files::loadDump(path, files::defaultMaxSize, files::Kinds::OnlyRegular);
     if (std::ranges::equal(wanted, found.bytes)) {
         return {};
     }
@@ -35,12 +37,19 @@ std::string differenceOf(files::ByteView wanted, const std::string& path) try {
 std::vector<StackFile> filesOf(const module::Diagnosis& found) {
     const std::size_t area = found.signatureAreaSize;
     const auto* lens = reinterpret_cast<const std::uint8_t*>(found.record->lensParameters);
+    const auto file = [](const char* name, files::ByteView bytes) {
+        return StackFile{name, bytes, crc32Of(bytes.data(), bytes.size())};
+    };
+    // The checksum of a whole payload is known already.
+    const files::ByteView calibration = found.payload.first(found.payload.size() - area);
     std::vector<StackFile> files = {
-        {CALCUT_CALIBRATION_FILE, found.payload.first(found.payload.size() - area)},
-        {CALCUT_LENS_FILE, {lens, VANTRIC_LENS_PARAMETERS * sizeof(float)}}};
+        area == 0 && found.image.computedCrc
+            ? StackFile{CALCUT_CALIBRATION_FILE, calibration, *found.image.computedCrc}
+            : file(CALCUT_CALIBRATION_FILE, calibration),
+        file(CALCUT_LENS_FILE, {lens, VANTRIC_LENS_PARAMETERS * sizeof(float)})};
     if (area > 0) {
-        files.push_back({CALCUT_SIGNATURE_FILE,
-                         found.payload.last(area).subspan(1, found.signatureLength.value_or(0))});
+        files.push_back(file(CALCUT_SIGNATURE_FILE, found.payload.last(area).subspan(
+                                                        1, found.signatureLength.value_or(0))));
     }
     return files;
 }
@@ -48,8 +57,13 @@ std::vector<StackFile> filesOf(const module::Diagnosis& found) {
 }  // namespace
 
 const char* outcomeName(Outcome outcome) {
-    constexpr std::array<const char*, 4> names = {"not reached", "cut", "kept", "failed"};
+    constexpr std::array<const char*, 6> names = {"not reached", "cut",   "kept",
+                                                  "repaired",    "equal", "failed"};
     return names[static_cast<std::size_t>(outcome)];
+}
+
+std::string crcText(std::uint32_t crc) {
+    return fmt::format("{:#010x}", crc);
 }
 
 TakenDump takeDump(const std::string& path, const CutOptions& options, CutResult& result) {
@@ -57,7 +71,11 @@ TakenDump takeDump(const std::string& path, const CutOptions& options, CutResult
     TakenDump taken{files::loadDump(path, options.maxSize), {}, {}};
     const std::vector<std::uint8_t>& bytes = taken.dump.bytes;
     result.size = bytes.size();
-    result.crc = fmt::format("{:#010x}", crc32Of(bytes.data(), bytes.size()));
+    result.crc = crc32Of(bytes.data(), bytes.size());
+    // The library ends the process where its small allocations fail. Large ones fail before them,
+    // and throw, when there is room for these.
+    constexpr std::size_t reserve = std::size_t{1} << 20;
+    ::operator delete(::operator new(reserve));
     result.layout = options.layout.value_or(module::classify(bytes));
     taken.diagnosis = module::diagnose(bytes, result.layout, vantric::Wanted::cut);
     result.warnings = taken.diagnosis.warnings;

@@ -24,11 +24,13 @@ inline constexpr std::array<const char*, 3> stackFiles = {CALCUT_CALIBRATION_FIL
 enum class Outcome : std::uint8_t {
     NotReached,
     Cut,
-    Kept,  ///< its folder held a whole cut already
+    Kept,      ///< its folder held a whole cut already
+    Repaired,  ///< its folder held a cut whose files had changed
+    Equal,     ///< its folder holds its cut, byte for byte
     Failed
 };
 
-/// "not reached", "cut", "kept", "failed"
+/// "not reached", "cut", "kept", "repaired", "equal", "failed"
 const char* outcomeName(Outcome outcome);
 
 /// What came of one dump, for people and for the report.
@@ -37,29 +39,34 @@ struct CutResult {
     std::string source;  ///< its absolute path; only of one among many
     std::string folder;  ///< where its files are, or would have gone
     Outcome outcome = Outcome::NotReached;
-    std::string reason;                    ///< why it was not cut, one line; empty when it was
+    std::string reason;                    ///< why nothing good came of it, one line
     std::optional<module::Finding> fault;  ///< when the dump is to blame
     std::vector<module::Finding> warnings;
     bool earlierCut = false;  ///< it failed, and the folder still holds an earlier cut's files
 
     std::uint64_t size = 0;
-    std::string crc;  ///< CRC-32 of the whole dump, "0x1234abcd"; empty when it was not loaded
+    std::optional<std::uint32_t> crc;  ///< of the whole dump, once it was loaded
     module::Layout layout = module::Layout::Unknown;
 
-    // Only with Cut and Kept.
+    // Of a dump that can be cut.
     std::array<std::string, 3> texts;
     std::vector<std::uint8_t> idBytes;
     std::array<float, VANTRIC_LENS_PARAMETERS> lens{};
-    std::uint16_t maskedPixels = 0;
+    std::optional<std::uint16_t> maskedPixels;
 
-    [[nodiscard]] bool good() const { return outcome == Outcome::Cut || outcome == Outcome::Kept; }
-    [[nodiscard]] bool loaded() const { return !crc.empty(); }
+    [[nodiscard]] bool good() const {
+        return outcome != Outcome::NotReached && outcome != Outcome::Failed;
+    }
 };
+
+/// "0x1234abcd"
+std::string crcText(std::uint32_t crc);
 
 /// A file as it has to be.
 struct StackFile {
     const char* name;
     files::ByteView bytes;
+    std::uint32_t crc;
 };
 
 /// A dump in memory that can be cut.

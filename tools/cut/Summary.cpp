@@ -27,7 +27,7 @@ using Line = std::vector<std::string>;
 Line lineOf(const CutResult& result) {
     Line line{text::escapePath(result.dump), result.layout.name, outcomeName(result.outcome)};
     if (result.good()) {
-        line.push_back(fmt::format("{}", result.maskedPixels));
+        line.push_back(result.maskedPixels ? fmt::to_string(*result.maskedPixels) : "");
         for (const float value : std::span(result.lens).first<4>()) {
             line.push_back(fmt::format("{}", value));
         }
@@ -126,7 +126,7 @@ std::string table(const std::vector<const CutResult*>& results, std::size_t widt
 }  // namespace
 
 std::string summary(std::span<const CutResult> results, double seconds, std::size_t width) {
-    std::array<std::size_t, 4> totals{};
+    std::array<std::size_t, 6> totals{};
     std::vector<const CutResult*> listed;
     for (const CutResult& result : results) {
         ++totals[static_cast<std::size_t>(result.outcome)];
@@ -134,15 +134,27 @@ std::string summary(std::span<const CutResult> results, double seconds, std::siz
             listed.push_back(&result);
         }
     }
-    const auto [left, cut, kept, failed] = totals;
-    const auto part = [](std::size_t count, const char* what) {
-        return count == 0 ? std::string() : fmt::format(", {} {}", count, what);
+    std::string counts;
+    const auto add = [&](Outcome outcome, bool always) {
+        const std::size_t count = totals[static_cast<std::size_t>(outcome)];
+        if (always || count > 0) {
+            counts +=
+                fmt::format("{} {} {}", counts.empty() ? ":" : ",", count, outcomeName(outcome));
+        }
     };
+    const bool verified = totals[static_cast<std::size_t>(Outcome::Equal)] > 0;
+    add(Outcome::Cut, !verified);
+    add(Outcome::Equal, false);
+    add(Outcome::Kept, false);
+    add(Outcome::Repaired, false);
+    add(Outcome::Failed, true);
+    add(Outcome::NotReached, false);
+    const std::size_t reached =
+        results.size() - totals[static_cast<std::size_t>(Outcome::NotReached)];
     return (listed.empty() ? std::string() : table(listed, width)) +
-           fmt::format("{} dump{}: {} cut{}, {} failed{}, in {:.2f} s ({:.1f} dumps/s)\n",
-                       results.size(), results.size() == 1 ? "" : "s", cut, part(kept, "kept"),
-                       failed, part(left, "not reached"), seconds,
-                       seconds > 0 ? static_cast<double>(results.size() - left) / seconds : 0.0);
+           fmt::format("{} dump{}{}, in {:.2f} s ({:.1f} dumps/s)\n", results.size(),
+                       results.size() == 1 ? "" : "s", counts, seconds,
+                       seconds > 0 ? static_cast<double>(reached) / seconds : 0.0);
 }
 
 }  // namespace calcut::cut

@@ -228,7 +228,9 @@ void makeDirectory(const std::string& path) {
     } else if (!std::filesystem::is_directory(path, error)) {
         error = std::make_error_code(std::errc::not_a_directory);
     }
-    text::refuseFor(path, error ? error.message() : "");
+    if (error) {
+        throw text::Refused(path, error.message());
+    }
 }
 
 }  // namespace
@@ -239,9 +241,7 @@ int runExport(const ExportOptions& options) {
     const std::vector<ExportFile> files = filesOf(module->diagnosis, options);
     for (const ExportFile& file : files) {
         const std::string path = options.directory + "/" + file.name;
-        files::checkWritable(path, {options.input});
-        text::refuseFor(
-            path, files::identityOf(path) && !options.force ? "exists; --force replaces it" : "");
+        files::checkWritable(path, {options.input}, options.force);
     }
     const text::InterruptGuard guard;
     for (const ExportFile& file : files) {

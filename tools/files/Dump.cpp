@@ -11,28 +11,13 @@
 
 #include <fmt/format.h>
 
+#include "tools/files/Temporary.h"
 #include "tools/text/Escape.h"
 #include "tools/text/Terminal.h"
 
 namespace calcut::files {
 
 namespace {
-
-class FileDescriptor {
-  public:
-    explicit FileDescriptor(int descriptor) : descriptor_(descriptor) {}
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-    ~FileDescriptor() {
-        if (descriptor_ > STDERR_FILENO) {
-            close(descriptor_);
-        }
-    }
-    [[nodiscard]] int get() const { return descriptor_; }
-
-  private:
-    int descriptor_;
-};
 
 std::string tooLarge(std::uint64_t limit) {
     constexpr std::uint64_t step = 1024;
@@ -93,7 +78,7 @@ bool readAll(int descriptor, std::uint64_t expected, std::uint64_t limit,
 
 }  // namespace
 
-Dump loadDump(const std::string& path, std::uint64_t maxSize) {
+Dump loadDump(const std::string& path, std::uint64_t maxSize, Kinds kinds) {
     const bool standardInput = path == "-";
     const FileDescriptor file(
         standardInput ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
@@ -103,6 +88,9 @@ Dump loadDump(const std::string& path, std::uint64_t maxSize) {
     }
     if (S_ISDIR(status.st_mode)) {
         throw text::Refused(path, "is a directory");
+    }
+    if (kinds == Kinds::OnlyRegular && !S_ISREG(status.st_mode)) {
+        throw text::Refused(path, "is not a regular file");
     }
     // Room for one byte more stays countable.
     const std::uint64_t limit = std::min<std::uint64_t>(

@@ -31,6 +31,8 @@ struct Dump {
 /// of file it is. Nothing is opened that could block for its writer: a FIFO that nobody writes to
 /// and a socket are refused. Throws Refused with the path: "No such file or directory", "is a
 /// directory", "is empty", "is larger than 256 MiB, the limit for a dump (--max-size)", ...
-Dump loadDump(const std::string& path, std::uint64_t maxSize = defaultMaxSize);
+enum class Kinds : std::uint8_t { Any, OnlyRegular };
+Dump loadDump(const std::string& path, std::uint64_t maxSize = defaultMaxSize,
+              Kinds kinds = Kinds::Any);
 
 }  // namespace calcut::files

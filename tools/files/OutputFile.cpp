@@ -12,6 +12,7 @@
 
 #include <fmt/format.h>
 
+#include "tools/files/Temporary.h"
 #include "tools/text/Terminal.h"
 
 namespace calcut::files {
@@ -24,18 +25,25 @@ std::string openReason(int error) {
     return error == ENXIO ? "nobody reads from this pipe" : text::errnoText(error);
 }
 
-std::string whyNoAccess(const fs::path& path, int mode) {
-    return access(path.c_str(), mode) == 0 ? std::string() : openReason(errno);
+void checkAccess(const std::string& path, const fs::path& accessed, int mode) {
+    if (access(accessed.c_str(), mode) != 0) {
+        throw text::Refused(path, openReason(errno));
+    }
 }
 
-int replaceFile(const std::string& path, std::string_view text) {
-    const std::string partial = fmt::format("{}.partial-{}", path, getpid());
-    int error = writeInto(partial, O_CREAT | O_EXCL, text);
-    if (error == 0 && std::rename(partial.c_str(), path.c_str()) != 0) {
+int replaceFile(const fs::path& path, std::string_view text) {
+    const std::string folder = path.has_parent_path() ? path.parent_path().string() : ".";
+    forEachLeftover(folder, [](const std::string& leftover) { (void)unlink(leftover.c_str()); });
+    const Temporary partial(folder, Temporary::Kind::File);
+    int error = writeAll(partial.descriptor(), text);
+    // The lock must last until the file has its name, but some file systems tell only here that
+    // they have no room.
+    error = error == 0 && close(dup(partial.descriptor())) != 0 ? errno : error;
+    if (error == 0 && std::rename(partial.path().c_str(), path.c_str()) != 0) {
         error = errno;
     }
-    if (error != 0 && error != EEXIST) {
-        unlink(partial.c_str());
+    if (error != 0) {
+        (void)unlink(partial.path().c_str());
     }
     return error;
 }
@@ -51,28 +59,32 @@ std::optional<FileIdentity> identityOf(const std::string& path) {
     return FileIdentity{status.st_dev, status.st_ino};
 }
 
-void checkWritable(const std::string& path, const std::vector<std::string>& inputs) {
+void checkWritable(const std::string& path, const std::vector<std::string>& inputs, bool force) {
     if (path == "-") {
         return;
     }
     std::error_code ignored;
     const fs::file_type type = fs::status(path, ignored).type();
-    text::refuseFor(path, type == fs::file_type::directory ? openReason(EISDIR) : "");
+    if (type == fs::file_type::directory) {
+        throw text::Refused(path, openReason(EISDIR));
+    }
     const bool isFile = type == fs::file_type::regular;
     // What is no file on a disk cannot be lost.
     if (isFile || type == fs::file_type::block) {
         const auto identity = identityOf(path);
-        const bool isInput = std::ranges::any_of(inputs, [&identity](const std::string& input) {
-            return identityOf(input) == identity;
-        });
-        text::refuseFor(path, isInput ? "is also an input; it is left alone" : "");
+        if (std::ranges::count(inputs, identity, identityOf) > 0) {
+            throw text::Refused(path, "is also an input; it is left alone");
+        }
+    }
+    if (isFile && !force) {
+        throw text::Refused(path, "exists; --force replaces it");
     }
     if (fs::exists(fs::file_status(type)) && !isFile) {
-        text::refuseFor(path, whyNoAccess(path, W_OK));
+        checkAccess(path, path, W_OK);
         return;
     }
     const fs::path folder = fs::path(path).parent_path();
-    text::refuseFor(path, whyNoAccess(folder.empty() ? "." : folder, W_OK | X_OK));
+    checkAccess(path, folder.empty() ? "." : folder, W_OK | X_OK);
 }
 
 void writeOutput(const std::string& path, std::string_view text) {
@@ -89,8 +101,10 @@ void writeOutput(const std::string& path, std::string_view text) {
     const int error =
         (exists ? !fs::is_regular_file(status) : isLink)
             ? writeInto(path, exists ? 0 : O_CREAT, text)
-            : replaceFile(isLink ? fs::canonical(path, ignored).string() : path, text);
-    text::refuseFor(path, error != 0 ? openReason(error) : "");
+            : replaceFile(isLink ? fs::canonical(path, ignored) : fs::path(path), text);
+    if (error != 0) {
+        throw text::Refused(path, openReason(error));
+    }
 }
 
 int writeAll(int descriptor, std::string_view text) {

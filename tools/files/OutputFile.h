@@ -17,9 +17,9 @@ namespace calcut::files {
 std::optional<FileIdentity> identityOf(const std::string& path);
 
 /// Throws Refused where no file of this path may be written, as far as can be told before the work:
-/// it is one of the inputs (the same file, through links too), a directory, or in a folder that
-/// cannot be written. Nothing is opened.
-void checkWritable(const std::string& path, const std::vector<std::string>& inputs);
+/// it is one of the inputs (the same file, through links too), a directory, in a folder that cannot
+/// be written, or (unless forced) a file that exists. Nothing is opened.
+void checkWritable(const std::string& path, const std::vector<std::string>& inputs, bool force);
 
 /// Writes a file, or standard output for "-". A regular file gets its name only when it is
 /// complete; devices and links are written where they are, pipes and sockets never. Throws Refused

@@ -4,7 +4,6 @@
 #include <array>
 #include <charconv>
 #include <cstdio>
-#include <filesystem>
 #include <random>
 
 #include <fmt/format.h>
@@ -49,18 +48,20 @@ Made packForImage(const image::Layout& layout, const MakeOptions& options,
     while (!options.tableBits && made.bytes.size() > room && made.tableBits > 1) {
         made = pack(calibration, made.tableBits - 1);
     }
-    const std::string tooLarge =
-        options.tableBits
-            ? fmt::format(
-                  "the calibration takes {} bytes, a {} payload has room for {}; "
-                  "leave --table-bits out to have a width chosen",
-                  made.bytes.size(), layout.title, room)
-            : fmt::format(
-                  "the calibration of a {}x{} sensor with {} frequencies does not fit the "
-                  "{} bytes of a {} payload at any width",
-                  calibration.columns, calibration.rows, calibration.frequencies.size(), room,
-                  layout.title);
-    text::refuseFor(options.output, made.bytes.size() > room ? tooLarge : "");
+    if (made.bytes.size() > room) {
+        const std::string tooLarge =
+            options.tableBits
+                ? fmt::format(
+                      "the calibration takes {} bytes, a {} payload has room for {}; "
+                      "leave --table-bits out to have a width chosen",
+                      made.bytes.size(), layout.title, room)
+                : fmt::format(
+                      "the calibration of a {}x{} sensor with {} frequencies does not fit the "
+                      "{} bytes of a {} payload at any width",
+                      calibration.columns, calibration.rows, calibration.frequencies.size(), room,
+                      layout.title);
+        throw text::Refused(options.output, tooLarge);
+    }
     return made;
 }
 
@@ -134,11 +135,7 @@ std::string parseSize(const std::string& text, writer::CalibrationOptions& conte
 }
 
 int runMake(const MakeOptions& options) {
-    std::error_code ignored;
-    const bool isFile =
-        options.output != "-" && std::filesystem::is_regular_file(options.output, ignored);
-    text::refuseFor(options.output, isFile && !options.force ? "exists; --force replaces it" : "");
-    files::checkWritable(options.output, {});
+    files::checkWritable(options.output, {}, options.force);
     const writer::Calibration calibration = writer::makeCalibration(options.content);
     const Made made = makeFile(options, calibration);
     files::writeOutput(options.output, made.bytes);

@@ -93,22 +93,27 @@ void addCutOptions(CLI::App& command, cut::CutOptions& options) {
     command.add_flag("--force", options.force,
                      "Replace also what is a dump or belongs to another one");
     command.add_flag("--strict", options.strict, strictText);
-    addValue(command, "--verify", options.verify, "DIR",
-             "Write nothing; compare the files in DIR with the dump, byte for byte");
+    command.add_flag("--verify", options.verify,
+                     "Write nothing; compare the files in the directory, or in those under --out, "
+                     "with the dumps, byte for byte");
     CLI::Option* out = addValue(command, "--out", options.out, "DIR",
                                 "Directory for many dumps, made when it is not there");
-    out->group("Many dumps")->excludes(command.get_option("--verify"));
+    out->group("Many dumps");
     for (CLI::Option* option :
          {addValue(command, "--files-from", options.filesFrom, "FILE",
                    "Take the paths in FILE, too, one on each line (or between zero bytes); - for "
                    "standard input"),
           addValue(command, "--glob", options.glob, "PATTERN",
                    "Of folders, take only files of such a name, for instance '*.bin'"),
+          addValue(command, "--name", options.name, "TEMPLATE",
+                   "Names of the directories, with {stem}, {path}, {serial}, {text0} to {text2} "
+                   "or {id} (after the dumps)"),
           addValue(command, "-j,--jobs", options.jobs, "N",
                    "Dumps cut at once (one for each processor)")
               ->check(CLI::Range(1U, 1024U)),
           addValue(command, "--report", options.report, "FILE",
-                   "Write what came of each dump, by its extension as .csv or .json"),
+                   "Write what came of each dump, by its extension as .csv or .json; - writes CSV "
+                   "to standard output instead of the summary"),
           command.add_flag("--resume", options.resume,
                            "Leave out dumps whose folder holds their whole cut already")}) {
         option->needs(out)->group("Many dumps");
@@ -116,8 +121,8 @@ void addCutOptions(CLI::App& command, cut::CutOptions& options) {
 }
 
 void checkCut(const cut::CutOptions& options) {
-    if (const std::string fault = cut::usageFault(options); !fault.empty()) {
-        throw CLI::ValidationError("cut", fault);
+    if (const auto fault = cut::usageFault(options)) {
+        throw CLI::ValidationError("cut", *fault);
     }
 }
 

@@ -41,9 +41,10 @@ inline constexpr Help cutHelp = {
     "cut", "Cut dumps into the files of the camera stack",
     "[OPTIONS] DUMP OUTDIR\n"
     "[OPTIONS] DUMP... --out DIR\n"
-    "[OPTIONS] DUMP --verify DIR",
+    "[OPTIONS] --verify OUTDIR DUMP\n"
+    "[OPTIONS] --verify --out DIR DUMP...",
     R"(The first form cuts one dump into an existing directory, the second each dump into a
-directory of its own under DIR; the third compares the files in DIR with the cut of DUMP.
+directory of its own under DIR; the others compare what is there with the cuts.
 
 Writes qov.spc (the packed calibration), lensdata.dat (the lens parameters) and, for a
 Korveline dump with a signature area, signature.bin. They are written aside, read back and
@@ -60,6 +61,7 @@ Examples:
   calcut cut module.bin out
   calcut cut line/*.bin --out cut -j 4 --report cut.csv
   calcut cut line --glob '*.eeprom' --out cut --resume
+  calcut cut line --out cut --name '{serial}'
   calcut cut --verify out module.bin)"};
 
 inline constexpr Help inspectHelp = {

@@ -150,7 +150,7 @@ int runPlot(const PlotOptions& options) {
     words.emplace_back("--");
     const std::vector<std::string> names = pictureNames(options);
     for (std::size_t i = 0; i < names.size(); ++i) {
-        files::checkWritable(names[i], options.inputs);
+        files::checkWritable(names[i], options.inputs, true);
         words.insert(words.end(), {names[i], options.inputs[i]});
     }
     text::finishStdout();

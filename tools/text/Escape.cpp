@@ -57,10 +57,22 @@ std::string escapeBytes(std::string_view bytes) {
 
 std::string escapePath(std::string_view path) {
     std::string text;
+    text.reserve(path.size());
     while (!path.empty()) {
         const std::size_t length = printableSequence(path);
-        text += length > 0 ? std::string(path.substr(0, length)) : escapeBytes(path.substr(0, 1));
+        if (length > 0) {
+            text.append(path.substr(0, length));
+        } else {
+            text += escapeBytes(path.substr(0, 1));
+        }
         path.remove_prefix(std::max<std::size_t>(length, 1));
+    }
+    return text;
+}
+
+std::string escapeFormula(std::string text) {
+    if (text.find_first_of("=+-@") == 0) {
+        text.replace(0, 1, fmt::format("\\x{:02x}", text[0]));
     }
     return text;
 }

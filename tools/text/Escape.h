@@ -15,6 +15,9 @@ std::string escapeBytes(std::string_view bytes);
 /// A path: UTF-8 stays, control characters and what is no UTF-8 become \xNN.
 std::string escapePath(std::string_view path);
 
+/// A text that no spreadsheet takes for a formula: a leading =, +, - or @ becomes \xNN.
+std::string escapeFormula(std::string text);
+
 /// Lower case hexadecimal, two digits a byte.
 std::string hexText(std::span<const std::uint8_t> bytes);
 

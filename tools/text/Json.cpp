@@ -1,13 +1,27 @@
 #include "tools/text/Json.h"
 
+#include "tools/text/Escape.h"
+
 namespace calcut::text {
 
-std::string jsonText(const Json& tree, int indent) {
-    return tree.dump(indent, ' ', false, Json::error_handler_t::replace);
+namespace {
+
+void escapeStrings(Json& tree) {
+    if (tree.is_string()) {
+        auto& text = tree.get_ref<std::string&>();
+        text = escapePath(text);
+    } else if (tree.is_structured()) {
+        for (Json& element : tree) {
+            escapeStrings(element);
+        }
+    }
 }
 
-Json parseJson(const std::vector<std::uint8_t>& text) {
-    return Json::parse(text, nullptr, false);
+}  // namespace
+
+std::string jsonText(Json tree, int indent) {
+    escapeStrings(tree);
+    return tree.dump(indent, ' ', false, Json::error_handler_t::replace);
 }
 
 }  // namespace calcut::text

@@ -14,11 +14,8 @@ namespace calcut::text {
 using Json = nlohmann::basic_json<nlohmann::ordered_map, std::vector, std::string, bool,
                                   std::int64_t, std::uint64_t, float>;
 
-/// A tree as it is printed, on one line without an indent below 0. What is not UTF-8, as file names
-/// need not be, is replaced.
-std::string jsonText(const Json& tree, int indent = -1);
-
-/// The tree in a text; discarded when it is none.
-Json parseJson(const std::vector<std::uint8_t>& text);
+/// A tree as it is printed, on one line without an indent below 0. Its strings are escaped as paths
+/// are.
+std::string jsonText(Json tree, int indent = -1);
 
 }  // namespace calcut::text

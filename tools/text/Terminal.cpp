@@ -102,12 +102,6 @@ void printNote(std::string_view subject, std::string_view reason) {
     }
 }
 
-void refuseFor(const std::string& subject, const std::string& reason) {
-    if (!reason.empty()) {
-        throw Refused(subject, reason);
-    }
-}
-
 std::string errnoText(int error) {
     return std::generic_category().message(error);
 }

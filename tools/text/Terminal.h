@@ -67,9 +67,6 @@ class Refused : public std::runtime_error {
     std::shared_ptr<const std::string> subject_;  ///< copies of an exception must not throw
 };
 
-/// Throws Refused, unless the reason is empty.
-void refuseFor(const std::string& subject, const std::string& reason);
-
 /// What errno says, in words: "No such file or directory".
 std::string errnoText(int error);
 
