@@ -1,5 +1,7 @@
 #include "tools/cut/StackFiles.h"
 
+#include <sys/mman.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <new>
@@ -54,6 +56,17 @@ std::vector<StackFile> filesOf(const module::Diagnosis& found) {
     return files;
 }
 
+/// The library ends the process where its small allocations fail. With so much room, only large
+/// ones do, and those throw.
+void requireRoom() {
+    constexpr std::size_t room = std::size_t{32} << 20;
+    void* space = mmap(nullptr, room, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (space == MAP_FAILED) {
+        throw std::bad_alloc();
+    }
+    (void)munmap(space, room);
+}
+
 }  // namespace
 
 const char* outcomeName(Outcome outcome) {
@@ -72,10 +85,7 @@ TakenDump takeDump(const std::string& path, const CutOptions& options, CutResult
     const std::vector<std::uint8_t>& bytes = taken.dump.bytes;
     result.size = bytes.size();
     result.crc = crc32Of(bytes.data(), bytes.size());
-    // The library ends the process where its small allocations fail. Large ones fail before them,
-    // and throw, when there is room for these.
-    constexpr std::size_t reserve = std::size_t{1} << 20;
-    ::operator delete(::operator new(reserve));
+    requireRoom();
     result.layout = options.layout.value_or(module::classify(bytes));
     taken.diagnosis = module::diagnose(bytes, result.layout, vantric::Wanted::cut);
     result.warnings = taken.diagnosis.warnings;
