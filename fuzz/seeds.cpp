@@ -76,6 +76,11 @@ std::vector<Bytes> seeds(std::string_view target) {
     if (target == "images") {
         return imagesWithMode();
     }
+    if (target == "note") {
+        const std::string note =
+            R"({"schema":3,"source":"/l1/m.bin","bytes":9,"files":{"qov.spc":{"bytes":7}}})";
+        return {{note.begin(), note.end()}, Bytes(600, '['), ramps(256).front()};
+    }
     if (target == "structured") {
         return ramps(64);
     }

@@ -27,17 +27,26 @@ void roundtrip(const std::uint8_t* data, std::size_t size);
 void sequences(const std::uint8_t* data, std::size_t size);
 /// The same, and any allocation of a call may be refused.
 void exhaustion(const std::uint8_t* data, std::size_t size);
+#ifdef CALCUT_FUZZ_TOOLS
+/// Arbitrary bytes as a cut.json, and as the names and texts of a report.
+void note(const std::uint8_t* data, std::size_t size);
+#endif
 
 struct Target {
     std::string_view name;
     void (*run)(const std::uint8_t* data, std::size_t size);
 };
-constexpr std::array<Target, 6> targets = {{{"calibration", calibration},
-                                            {"images", images},
-                                            {"structured", structured},
-                                            {"roundtrip", roundtrip},
-                                            {"sequences", sequences},
-                                            {"exhaustion", exhaustion}}};
+constexpr std::array targets = {
+    Target{"calibration", calibration},
+    Target{"images", images},
+    Target{"structured", structured},
+    Target{"roundtrip", roundtrip},
+    Target{"sequences", sequences},
+    Target{"exhaustion", exhaustion},
+#ifdef CALCUT_FUZZ_TOOLS
+    Target{"note", note},
+#endif
+};
 
 /// Inputs to start from, made anew each time.
 std::vector<Bytes> seeds(std::string_view target);
