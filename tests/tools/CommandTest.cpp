@@ -37,7 +37,7 @@ TEST(Command, OneLineForEachMistake) {
         {"cut good", 2, "DUMP"},
         {"cut good --verify out more", 2, "--verify"},
         {"cut good out --jobs 2", 2, "--out"},
-        {"cut none --out all", 1, "none: holds no files"},
+        {"cut none --out all -q", 1, "1 of 1 dumps was not cut"},
         {"cut good --out all --report all.txt", 2, "csv or .json"},
         {"cut - --out all", 1, "standard input"},
         {"cut --files-from missing --out all", 1, "missing: No such file"},
