@@ -126,6 +126,7 @@ TEST(CutSafety, AFailedMoveLosesNothing) {
             if (fs::exists(dir / "out/m")) {
                 left.merge(cutIn(dir / "out/m"));
             }
+            std::erase_if(left, [](const auto& file) { return file.second.empty(); });  // folders
             EXPECT_EQ(left, before) << words << renames << result.err;
         }
     }
