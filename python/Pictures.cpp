@@ -22,6 +22,9 @@ std::string treeJson(const Calibration& of) {
 
 std::string compareJson(const Calibration& a, const Calibration& b,
                         std::optional<double> tolerance) {
+    if (!a.about().record || !b.about().record) {
+        throw py::value_error("one of them holds no calibration that reads");
+    }
     return text::jsonText(compare::compareTree({"", a.about()}, {"", b.about()}, tolerance));
 }
 

@@ -43,15 +43,6 @@ def _load(path: str, limit: int) -> bytes:
     return data
 
 
-def _read(data: bytes, layout: str, damaged: bool) -> Any:
-    try:
-        return calcut.read(data, layout)
-    except calcut.CalcutError:
-        if not damaged:
-            raise
-        return calcut.read(data, layout, strict=False)  # type: ignore[call-arg, unused-ignore]
-
-
 def _escaped(path: str) -> str:
     """Nothing of a file name steers a terminal."""
     text = os.fsencode(path).decode("utf-8", "surrogateescape")
@@ -66,7 +57,8 @@ def _draw(job: Job, options: argparse.Namespace) -> Drawn:
     output, path, data = job
     name = "standard input" if path == "-" else _escaped(os.path.basename(path))
     try:
-        module = _read(_load(path, options.max_size) if data is None else data, options.layout, options.damaged)
+        data = _load(path, options.max_size) if data is None else data
+        module = calcut.read(data, options.layout, strict=not options.damaged)
         return encoded(plot.sheet(module, name, shared_scale=options.shared_scale), _kind(output)), ""
     except calcut.CalcutError as error:
         return None, error.finding.text
@@ -153,7 +145,7 @@ def _sheets(words: List[str], options: argparse.Namespace) -> int:
 
 def _differences(words: List[str], options: argparse.Namespace) -> int:
     """Words: png, svg or pdf, name and file of A, name and file of B. The picture goes to standard output."""
-    a, b = (_read(_load(path, options.max_size), options.layout, True) for path in (words[2], words[4]))
+    a, b = (calcut.read(_load(path, options.max_size), options.layout, strict=False) for path in (words[2], words[4]))
     names = ["standard input" if name == "-" else _escaped(os.path.basename(name)) for name in (words[1], words[3])]
     write("-", encoded(plot.comparison(a, b, names, tolerance=options.tolerance), words[0]))
     return 0

@@ -106,10 +106,11 @@ def _summary(cell: Cell, module: Any, tree: Dict[str, Any], name: str) -> None:
     cell.text(12, 28, name, 17, True)
     kind = "packed calibration" if module.layout == "packed" else f"{module.layout} image"
     lines: List[Tuple[str, str, str]] = [(f"{kind}, {tree['bytes']} bytes", "", INK)]
-    found = [*getattr(module, "faults", ()), *module.warnings]
+    found = [*module.faults, *module.warnings]
     lines += [(f"{each.what} at byte {each.offset}", "", FAULT) for each in found[:6]]
     lines += [(f"and {len(found) - 6} more (calcut inspect)", "", FAULT)] if len(found) > 6 else []
-    lines += [(f"{module.columns} x {module.rows} pixels", "", INK), (_texts(module), "", INK), ("", "", INK)]
+    lines += [(f"{module.columns} x {module.rows} pixels", "", INK)] if module.rows is not None else []
+    lines += [(_texts(module), "", INK), ("", "", INK)]
     if module.lens is not None:
         values = [f"{name}  {str(np.float32(value))}" for name, value in module.lens._asdict().items()]
         left = [f"{each} pixels" for each in values[:4]] + [""]
@@ -162,7 +163,7 @@ def sheet(module: Any, name: Optional[str] = None, *, shared_scale: bool = False
     module, name = _opened(module, name)
     tree = json.loads(_calcut.tree_json(module))
     # What a damaged dump does not have is left out.
-    mask = np.ones((module.rows, module.columns), np.uint8) if module.mask is None else module.mask
+    mask = np.ones((module.rows or 0, module.columns or 0), np.uint8) if module.mask is None else module.mask
     frequencies = [each for each in module.frequencies if each.pixel_table is not None]
     found = [statistics(each.pixel_table, mask == 0) for each in frequencies if shared_scale]
     found = [each for each in found if each.count]
@@ -236,6 +237,11 @@ def _difference(cell: Cell, about: Dict[str, Any], a: Array, b: Array, tolerance
          note=note, legend=legend + ["○ different"] * bool(ringed.any()), rings=ringed, sides=sides)
 
 
+def _short(value: Any) -> str:
+    text = str(value)
+    return text if len(text) <= 32 else f"{text[:14]} .. {text[-14:]} ({len(text)} letters)"
+
+
 def _listed(tables: Sequence[Dict[str, Any]]) -> str:
     numbers = [each["name"].split("_")[1] for each in tables if each["name"].startswith("frequency")]
     titles = [each["title"] for each in tables if not each["name"].startswith("frequency")]
@@ -262,6 +268,7 @@ def comparison(a: Any, b: Any, names: Sequence[Optional[str]] = (None, None), *,
     for letter, module, name in (("A", a, name_a), ("B", b, name_b)):
         lines.append((f"{letter}  {name}", INK, True))
         lines.append((f"     {module.layout}, {module.columns} x {module.rows} pixels   {_texts(module)}", INK, False))
+        lines += [(f"     {each.what} at byte {each.offset}", FAULT, True) for each in module.faults[:3]]
     verdict = "equal" if tree["equal"] else "different"
     within = "" if tolerance is None else f", {'within' if tree['equal'] else 'beyond'} {tolerance:g}"
     lines += [("", INK, False), (f"Verdict: {verdict}{within}", INK, True)]
@@ -278,7 +285,7 @@ def comparison(a: Any, b: Any, names: Sequence[Optional[str]] = (None, None), *,
             lines.append((f"{title}: {_listed(chosen)}", INK, False))
     same = sum(not each["differs"] for each in tree["blocks"])
     lines.append((f"blocks stored the same: {same} of {len(tree['blocks'])}", INK, False))
-    values = [f"{each['name']}:  {each['a']}  to  {each['b']}" for each in tree["values"]]
+    values = [f"{each['name']}:  {_short(each['a'])}  to  {_short(each['b'])}" for each in tree["values"]]
     lines += [(f"other values that differ: {len(values)}", INK, False)] if values else []
     lines += [("     " + text, QUIET, False) for text in values[:5]] + [("     ...", QUIET, False)] * (len(values) > 5)
     top = 30 + 19 * max(len(lines), 11 if lens_differs else 0)

@@ -171,6 +171,12 @@ def odd(tmp_path):
     return make(tmp_path / "odd.bin", "--layout", "packed", "--size", "24x16", "--table-bits", "0")
 
 
+@pytest.fixture
+def plain(tmp_path):
+    """A dump whose sheet is soon drawn."""
+    return make(tmp_path / "plain.bin", "--size", "16x12", "--frequencies", "1", "--no-straylight")
+
+
 def texts(figure):
     """All that is written, after the boxes of it were looked at."""
     from matplotlib.backends.backend_agg import FigureCanvasAgg
@@ -215,6 +221,27 @@ def test_odd_modules_are_drawn(odd, case):
     assert words.count("no value: none is finite") == {"nowhere finite": 2, "no lens": 1}.get(case, 0)
     assert any(word.startswith("no ray is finite") for word in words) == (case == "no lens")
     assert any("not on the image" in word for word in words) == (case == "principal point outside")
+
+
+def test_faults_are_told_in_red(plain, tmp_path):
+    data = bytearray(plain.read_bytes())
+    data[-30] ^= 1
+    damaged = [bytes(data), *(plain.read_bytes()[:size] for size in (len(data) - 40, len(data) // 2, 150, 7))]
+    for each in damaged:
+        module = calcut.read(each, strict=False)
+        figure = plot.sheet(module, "damaged")
+        assert "damaged" in texts(figure)
+        red = {text.get_text() for text in figure.texts if text.get_color() == panel.FAULT}
+        assert f"{module.faults[0].what} at byte {module.faults[0].offset}" in red
+    with pytest.raises(ValueError):
+        plot.comparison(module, plain)
+    assert len(figure.axes) == 0 < len(plot.sheet(calcut.read(damaged[0], strict=False)).axes)
+    assert "Verdict: different" in texts(plot.comparison(plain, calcut.read(damaged[0], strict=False)))
+    (tmp_path / "bad").write_bytes(damaged[0])
+    for words, status in (([], 1), (["--damaged"], 0)):
+        done = calcut_command("plot", tmp_path / "bad", "-o", tmp_path / "bad.png", *words)
+        assert done.returncode == status and ("checksum" in done.stderr) == (status == 1)
+        assert (tmp_path / "bad.png").exists() == (status == 0)
 
 
 def test_one_masked_or_broken_pixel_shows_among_millions(tmp_path):
@@ -276,12 +303,6 @@ def test_comparisons_are_readable(tmp_path, odd):
 
 
 # -------------------------------------------------------------------------------- the command --
-
-
-@pytest.fixture
-def plain(tmp_path):
-    """A dump whose sheet is soon drawn."""
-    return make(tmp_path / "plain.bin", "--size", "16x12", "--frequencies", "1", "--no-straylight")
 
 
 @pytest.mark.parametrize("kind", ["png", "svg", "pdf"])
