@@ -21,6 +21,15 @@ if(CALCUT_SANITIZE)
   endif()
 endif()
 
+# Checks in the library's own code that end the process where they fail, as Android builds of
+# privileged processes switch them on.
+set(CALCUT_TRAP "" CACHE STRING "Checks in the library that trap, as for -fsanitize= of Clang")
+add_library(calcut_traps INTERFACE)
+if(CALCUT_TRAP)
+  target_compile_options(calcut_traps INTERFACE -fsanitize=${CALCUT_TRAP}
+                                               -fsanitize-trap=${CALCUT_TRAP})
+endif()
+
 # What makes a fault in a privileged process harder to exploit. scripts/check-elf looks for each of
 # them in what was built. CALCUT_HARDENED says whether the compiler knows them all.
 option(CALCUT_HARDEN "Build with the compiler's protection against exploits" ON)

@@ -49,7 +49,7 @@ constexpr Table standardTable = tableOfPolynomial();
 
 constexpr std::uint32_t multiply(std::uint32_t a, std::uint32_t b) {
     std::uint32_t product = 0;
-    for (; a != 0; a <<= 1) {
+    for (; a != 0; a = (a & ~one) << 1) {
         product ^= (a & one) != 0 ? b : 0U;
         b = timesX(b);
     }

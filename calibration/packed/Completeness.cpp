@@ -38,7 +38,8 @@ class PendingBlocks {
 
     /// The highest id still missing, or 0.
     [[nodiscard]] std::uint32_t lastMissing() const {
-        for (std::uint32_t index = frequencyBlocks; index-- > 0;) {
+        for (std::uint32_t end = frequencyBlocks; end > 0; --end) {
+            const std::uint32_t index = end - 1;
             if (pending_[index] && index % RX_BLOCKS_PER_FREQUENCY != RX_FREQUENCY_ID) {
                 return RX_BLOCK_FIRST_FREQUENCY + index;
             }

@@ -24,7 +24,7 @@ std::int32_t minimumCount(std::int32_t expectedCount, std::uint64_t numPixels) {
     if (expectedCount >= firstLiteralCount && expectedCount <= lastLiteralCount) {
         return expectedCount;
     }
-    return static_cast<std::int32_t>(pixels *
+    return static_cast<std::int32_t>(std::uint64_t{pixels} *
                                      static_cast<std::uint32_t>(expectedCount - lastLiteralCount));
 }
 

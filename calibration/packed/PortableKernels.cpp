@@ -22,14 +22,16 @@ constexpr std::size_t chunk = 32;
 // from the next one.
 template <unsigned Bits, unsigned I>
 std::uint32_t valueAt(const std::uint32_t* words) {
-    constexpr std::uint32_t mask = (1U << Bits) - 1;
     constexpr unsigned word = I * Bits / wordBits;
     constexpr unsigned shift = I * Bits % wordBits;
-    std::uint32_t value = words[word] >> shift;
+    const std::uint32_t low = words[word] >> shift;
     if constexpr (shift + Bits > wordBits) {
-        value |= words[word + 1] << (wordBits - shift);
+        constexpr std::uint32_t mask = (1U << (shift + Bits - wordBits)) - 1;
+        return low | (words[word + 1] & mask) << (wordBits - shift);
+    } else {
+        constexpr std::uint32_t mask = (1U << Bits) - 1;
+        return low & mask;
     }
-    return value & mask;
 }
 
 constexpr std::array<std::uint32_t, groupSize> singleBits = [] {
@@ -158,10 +160,18 @@ constexpr std::uint32_t signBit = 0x80000000U;
 // avoids store-forwarding stalls: the stores were made in another width.
 constexpr std::size_t floatChunk = 256;
 
+// What wraps on purpose is not for Clang's integer checks.
+#if defined(__clang__)
+#define CALCUT_WRAPS [[clang::no_sanitize("unsigned-integer-overflow")]]
+#else
+#define CALCUT_WRAPS
+#endif
+
 // A word of exponent field e is the machine's float of exponent field e - 1: one subtraction
 // on the word, sign put in front. That holds for e from 2 to 255 and, with nothing subtracted,
-// for 0. The rest (results below the smallest normal float, and -2^31) follows the general rule.
-std::uint32_t machineBits(std::uint32_t word, std::uint32_t magnitude) {
+// for 0. The rest (results below the smallest normal float, and -2^31) follows the general rule,
+// and wraps here.
+CALCUT_WRAPS std::uint32_t machineBits(std::uint32_t word, std::uint32_t magnitude) {
     const std::uint32_t shifted = magnitude == 0 ? 0U : magnitude - (1U << mantissaBits);
     return shifted | (word & signBit);
 }
@@ -176,7 +186,7 @@ bool isExceptional(std::uint32_t magnitude) {
 bool decodePlainFloats(const std::uint32_t* words, std::size_t count, std::uint8_t* dest) {
     std::uint32_t exceptional = 0;
     for (std::size_t i = 0; i < count; ++i) {
-        const std::uint32_t magnitude = (words[i] & signBit) != 0 ? 0U - words[i] : words[i];
+        const std::uint32_t magnitude = (words[i] & signBit) != 0 ? ~words[i] + 1 : words[i];
         const std::uint32_t bits = machineBits(words[i], magnitude);
         exceptional |= isExceptional(magnitude) ? 1U : 0U;
         std::memcpy(dest + i * sizeof bits, &bits, sizeof bits);

@@ -18,8 +18,9 @@ namespace {
 class EntryIndex {
   public:
     explicit EntryIndex(const RXBlockTable& table) {
-        for (std::uint64_t i = table.count; i-- > 0;) {
-            entries_[table.entries[i].id] = &table.entries[i];
+        for (std::uint64_t end = table.count; end > 0; --end) {
+            const RXTableEntry& entry = table.entries[end - 1];
+            entries_[entry.id] = &entry;
         }
     }
 

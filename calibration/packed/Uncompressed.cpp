@@ -17,7 +17,7 @@ constexpr int exponentBias = 127;
 constexpr int lastPlainExponent = 127;  // 2^128 does not fit into a float
 
 std::uint32_t magnitudeOf(std::uint32_t word) {
-    return (word & 0x80000000U) != 0 ? 0U - word : word;
+    return (word & 0x80000000U) != 0 ? ~word + 1 : word;
 }
 
 }  // namespace

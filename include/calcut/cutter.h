@@ -8,8 +8,7 @@
  *  4. Both functions return 0 for success and 1 for failure and let no C++ exception out.
  *  5. Different threads may call at the same time; two cuts into one directory overwrite each
  *     other's files.
- *  6. Log lines are composed, most reasons of a 1 among them, and nothing emits them: what is wrong
- *     with a dump tells the command, "calcut inspect DUMP".
+ *  6. Log lines are composed but never sent. Run "calcut inspect DUMP" to learn why a cut failed.
  */
 #ifndef CALCUT_CUTTER_H
 #define CALCUT_CUTTER_H
@@ -66,34 +65,49 @@ typedef struct EEPROMMetaInformation {
  * Reads the dump, checks header and CRC-32 of its first record, and writes into outputPath:
  * "qov.spc" (the packed calibration), "lensdata.dat" (nine floats in host byte order: fx, fy, cx,
  * cy, k1, k2, p1, p2, k3) and, for a Korveline record that carries a signature area,
- * "signature.bin". Existing files of these names are overwritten; files written before a step fails
- * stay on disk, and so does a "signature.bin" of an earlier cut when this dump has none: use a
- * directory for each module.
+ * "signature.bin". Existing files of these names are overwritten, and a "signature.bin" of an
+ * earlier cut stays when this dump has none: use a directory for each module.
+ *
+ * The steps, in this order, and what their failure leaves behind. Written files stay.
+ *
+ *   what fails                                         result  metaInformation  files written
+ *   -------------------------------------------------  ------  ---------------  ----------------
+ *   layout is neither number above                     1       untouched        none
+ *   inputFile or outputPath is null                    1       untouched        none
+ *   the dump is missing, empty, unreadable, or a       process
+ *     directory, pipe or socket                          ends  -                none
+ *   the image is refused: header, magic, version,      1       untouched        none
+ *     CRC-32, or a payload outside the file
+ *   a signed payload is shorter than its signature     1       untouched        none
+ *     area
+ *   "qov.spc" cannot be opened, or is empty            1       written, 0       "qov.spc" if opened
+ *   the calibration does not read                      1       written, 0       "qov.spc"
+ *   a handler of the host's throws                     1       untouched        "qov.spc"
+ *   "lensdata.dat" cannot be opened                    1       written          "qov.spc"
+ *   the signature is empty                             1       written          all three
+ *   the signature is longer than 127 bytes, or         1       written          first two
+ *     "signature.bin" cannot be opened
+ *   memory runs out in the cut itself                  1       untouched        any
+ *   memory runs out while the calibration is read      as vantric_readCalibration describes: it
+ *                                                      does not read, or the process ends
+ *   nothing                                            0       written          all
+ *
+ * The process ends by std::terminate, after a rethrow with no exception in flight; a host that
+ * calls from inside a catch block gets 1 instead. Check the dump before the call. A pipe or socket
+ * in the place of an output file counts as one that cannot be opened. A device that fills up while
+ * a file is written is not noticed. A calibration that a host's handler reads with
+ * VANTRIC_WARN_PARTIAL counts as read.
  *
  * Each cut leaves 38 bytes allocated on purpose: the record from which metaInformation is copied,
  * which belongs to nobody afterwards. Nothing else stays.
  *
- * @param layout          CALCUT_LAYOUT_V7 or CALCUT_LAYOUT_KORVELINE; any other value returns 1.
- * @param inputFile       path of the dump. A missing, unreadable or empty dump ENDS THE PROCESS
- *                        (std::terminate, by a rethrow with no exception in flight; a host that
- *                        calls from inside a catch block gets 1 instead): check the file before the
- *                        call. A directory, pipe or socket counts as unreadable. A null path
- *                        returns 1.
+ * @param layout          CALCUT_LAYOUT_V7 or CALCUT_LAYOUT_KORVELINE.
+ * @param inputFile       path of the dump.
  * @param outputPath      existing output directory, without a trailing separator ("/" and the file
- *                        name are appended). A null path returns 1.
- * @param metaInformation caller's record. It is overwritten when the image itself was accepted,
- *                        also when a file could not be written or the calibration does not read
- *                        afterwards (zeroMaskCount is then 0 if the mask was not reached). It stays
- *                        untouched for an unknown layout, a null path, a missing dump, an image
- *                        that was refused, a record with a signature that is shorter than its
- *                        signature area, and when memory runs out in the cut itself. Null is
- *                        allowed and receives nothing.
- * @return 0 when every file could be opened, had content, the calibration reads (with
- *         VANTRIC_WARN_PARTIAL of a host's handler too) and a signature is 1 to 127 bytes long (a
- *         device that fills up while a file is written is not noticed; a pipe or socket in a file's
- *         place counts as one that cannot be opened); 1 otherwise. Where memory runs out while the
- *         calibration is read, it does not read, or the process ends as vantric_readCalibration
- *         describes.
+ *                        name are appended).
+ * @param metaInformation caller's record, overwritten as the table says; zeroMaskCount is 0 where
+ *                        the mask was not reached. Null is allowed and receives nothing.
+ * @return 0 when every file was opened and has content; 1 otherwise.
  */
 CALCUT_EXPORT int cutEEPROMContent(int layout, const char* inputFile, const char* outputPath,
                                    EEPROMMetaInformation* metaInformation);
@@ -104,14 +118,20 @@ CALCUT_EXPORT int cutEEPROMContent(int layout, const char* inputFile, const char
  * The lens model is Brown's (D. C. Brown, "Close-range camera calibration", 1971): radial k1, k2,
  * k3 and tangential p1, p2; focal lengths and principal point in pixels.
  *
- * @param layout     layout number of the cut (0 or 1, no difference between them); above 1 returns
- *                   1 and nothing is opened.
- * @param path       full path of the lens parameter file. Null counts as a missing file.
- * @param parameters caller's array of 10 floats, not null, written only on success, in the order
- *                   of CalcutLensIndex: cx, cy, fx, fy, p1, p2, k1, k2, k3, 0.0.
- * @return 0 on success; 1 when the file is missing, unreadable (a directory, pipe or socket too),
- *         empty, not a multiple of 4 bytes long or shorter than 36 bytes, and when memory runs out.
- *         Bytes after the ninth value are ignored.
+ *   what fails                                                   result  parameters
+ *   -----------------------------------------------------------  ------  ----------
+ *   layout is above 1; nothing is opened                         1       untouched
+ *   the file is missing, unreadable, a directory, pipe or        1       untouched
+ *     socket, or path is null
+ *   its size is 0, no multiple of 4, or below 36 bytes           1       untouched
+ *   memory runs out                                              1       untouched
+ *   nothing                                                      0       written
+ *
+ * @param layout     layout number of the cut; 0 and 1 make no difference.
+ * @param path       full path of the lens parameter file. Bytes after the ninth value are ignored.
+ * @param parameters caller's array of 10 floats, not null, in the order of CalcutLensIndex: cx, cy,
+ *                   fx, fy, p1, p2, k1, k2, k3, 0.0.
+ * @return 0 on success, 1 on failure.
  */
 CALCUT_EXPORT int readLensParameters(unsigned int layout, const char* path, float* parameters);
 

@@ -2,16 +2,20 @@
 
 #include <array>
 #include <numeric>
+#include <set>
 #include <stdexcept>
 #include <tuple>
 
 #include "calcut/cutter.h"
+#include "calcut/vantric_rx.h"
 #include "cutter/EEPROMKorvelineCutter.h"
 #include "cutter/EEPROMv7Cutter.h"
+#include "cutter/layouts.h"
 #include "fixtures.h"
 #include "RecordingLog.h"
 
 using namespace fixtures;
+using calcut::image::Layout;
 
 namespace {
 
@@ -187,6 +191,58 @@ TEST(Cut, CountsTheMaskOverTheSensorAndNoFurther) {
         const Cut result = cutImage(0, v7Image(calcut::writer::packCalibration(calibration)), out);
         EXPECT_EQ(result.result, 0);
         EXPECT_EQ(result.meta.zeroMaskCount, count);
+    }
+}
+
+// A handler of a host that throws, in front of the library's own.
+class ThrowingHandler {
+  public:
+    ThrowingHandler() {
+        vantric_clearCalibrationHandlers();
+        VantricCalibrationHandler handler = vantric_getRXCalibrationHandler();
+        handler.readCalibration = [](const std::uint8_t*, std::size_t,
+                                     VantricCalibration*) -> RXReadResult { throw 1; };
+        vantric_registerCalibrationHandler(&handler);
+    }
+    ~ThrowingHandler() { vantric_clearCalibrationHandlers(); }
+};
+
+TEST(Cut, FailsWhereAHandlerOfTheHostThrows) {
+    const ThrowingHandler registered;
+    const Bytes packed = minimalPacked();
+    const TempDir out;
+    const Cut result = cutImage(0, v7Image(packed), out);
+    EXPECT_EQ(result.result, 1);
+    EXPECT_EQ(result.meta.zeroMaskCount, untouched);
+    EXPECT_EQ(out.names(), Names{"qov.spc"});
+    VantricCalibration* record = nullptr;
+    EXPECT_THROW(vantric_readCalibration(packed.data(), packed.size(), &record), int);
+    EXPECT_EQ(record, nullptr);
+}
+
+TEST(Layouts, DescribeTheirHeadersWithoutGaps) {
+    std::set<std::string_view> names;
+    for (const Layout& layout : calcut::image::layouts) {
+        SCOPED_TRACE(layout.name);
+        EXPECT_TRUE(names.insert(layout.name).second && names.insert(layout.magic).second);
+        std::size_t end = 0;
+        for (const calcut::image::Field& field : layout.fields) {
+            EXPECT_EQ(field.offset, end) << field.name;
+            end += field.size;
+        }
+        EXPECT_EQ(end, layout.headerSize);
+        const calcut::image::Field& length = layout.fields[layout.lengthField];
+        EXPECT_EQ(layout.maxPayload, (std::uint64_t{1} << 8 * length.size) - 1);
+        EXPECT_EQ(calcut::image::layoutOf(layout.number), &layout);
+        // A header of zeros behind the magic is of the layout, in a version that is not.
+        Bytes header = bytes(layout.magic);
+        header.resize(layout.headerSize);
+        const auto refusal = layout.locate(header, 0).refusal;
+        ASSERT_TRUE(refusal);
+        EXPECT_EQ(refusal->cause, calcut::image::Cause::wrongVersion);
+        EXPECT_EQ(refusal->offset, layout.fields[layout.versionField].offset);
+        header.pop_back();
+        EXPECT_EQ(layout.locate(header, 0).refusal->cause, calcut::image::Cause::headerCutShort);
     }
 }
 
