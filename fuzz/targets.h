@@ -36,7 +36,7 @@ struct Target {
     std::string_view name;
     void (*run)(const std::uint8_t* data, std::size_t size);
 };
-constexpr std::array targets = {
+inline constexpr std::array targets = {
     Target{"calibration", calibration},
     Target{"images", images},
     Target{"structured", structured},
