@@ -46,13 +46,12 @@ T* allocateZeroed(std::uint64_t count) {
 /// of malloc for blocks of this size in glibc.
 template <class T, std::size_t count>
 T* allocateZeroedArray() {
-    using Array = std::array<T, count>;
-    auto* array = allocate<Array>(1);
-    if (array == nullptr) {
-        return nullptr;
+    T* array = allocate<T>(count);
+    if (array != nullptr) {
+        constexpr std::array<T, count> zeros = {};
+        std::memcpy(array, zeros.data(), sizeof zeros);  // a memset would become a calloc again
     }
-    *array = Array{};
-    return array->data();
+    return array;
 }
 
 /// For memory without which the library cannot go on: aborts for null.
