@@ -137,7 +137,9 @@ def dataset(
 def _write(start: int, paths: List[str], store: str, shape: Shape, rays: bool) -> List[bool]:
     """Puts modules into their place of the arrays."""
     import zarr  # type: ignore[import]
+    from numcodecs import blosc  # type: ignore[import]
 
+    blosc.use_threads = False  # those of a parent process would be waited for in vain
     group = zarr.open_group(store, mode="r+")
     place = slice(start, start + len(paths))
     for name, values in _load(paths, shape, rays).items():
