@@ -38,7 +38,9 @@ Words program() {
         }
     }
     throw text::Refused(
-        "", "calcut-plot is not installed: this build was made without the Python module");
+        "",
+        "calcut-plot is not installed (Debian: apt-get install python3-calcut; or build calcut "
+        "with its Python module)");
 }
 
 [[noreturn]] void refuseToRun(const Words& words, int error) {
@@ -58,10 +60,9 @@ std::vector<char*> argumentsOf(Words& words) {
 
 template <class Options>
 void addReading(Words& words, const Options& options) {
-    words.insert(words.end(),
-                 {"--layout", options.layout ? options.layout->name : "auto",
-                  "--max-size", fmt::format("{}", options.maxSize), "--error",
-                  text::paint(stderr, text::Colour::Red, "calcut:")});
+    words.insert(words.end(), {"--layout", options.layout ? options.layout->name : "auto",
+                               "--max-size", fmt::format("{}", options.maxSize), "--error",
+                               text::paint(stderr, text::Colour::Red, "calcut:")});
 }
 
 /// A file in memory that a child process finds under its path.
