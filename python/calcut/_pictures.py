@@ -23,7 +23,7 @@ import calcut
 from calcut import plot
 
 Job = Tuple[str, str, Optional[bytes]]  # picture, dump, its bytes where they were read already
-Drawn = Tuple[Optional[bytes], str]  # picture, or why there is none
+Drawn = Tuple[Optional[bytes], str]  # picture, and what is wrong with the dump or why there is none
 
 
 def encoded(figure: Any, kind: str) -> bytes:
@@ -59,7 +59,8 @@ def _draw(job: Job, options: argparse.Namespace) -> Drawn:
     try:
         data = _load(path, options.max_size) if data is None else data
         module = calcut.read(data, options.layout, strict=not options.damaged)
-        return encoded(plot.sheet(module, name, shared_scale=options.shared_scale), _kind(output)), ""
+        told = module.faults[0].text if module.faults else ""
+        return encoded(plot.sheet(module, name, shared_scale=options.shared_scale), _kind(output)), told
     except calcut.CalcutError as error:
         return None, error.finding.text
     except OSError as error:
@@ -125,8 +126,8 @@ def _sheets(words: List[str], options: argparse.Namespace) -> int:
         picture, why = next(drawn)
         if told:
             print(f"\r\x1b[K{number + 1} of {len(jobs)} drawn", end="", file=sys.stderr, flush=True)
-        if picture is None:
-            failed += 1
+        failed += picture is None
+        if why:
             print(("\r\x1b[K" if told else "") + f"{options.error} {_escaped(path)}: {why}", file=sys.stderr)
         return [] if picture is None else [picture]
 
