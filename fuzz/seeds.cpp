@@ -73,7 +73,7 @@ std::vector<Bytes> seeds(std::string_view target) {
     if (target == "calibration") {
         return calibrations();
     }
-    if (target == "images") {
+    if (target == "images" || target == "module") {
         return imagesWithMode();
     }
     if (target == "note") {

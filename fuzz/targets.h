@@ -28,6 +28,9 @@ void sequences(const std::uint8_t* data, std::size_t size);
 /// The same, and any allocation of a call may be refused.
 void exhaustion(const std::uint8_t* data, std::size_t size);
 #ifdef CALCUT_FUZZ_TOOLS
+/// Arbitrary bytes as the command shows, compares and exports them, and whether it foresees what a
+/// cut returns. The first byte says which layout and whether the checksum is put right first.
+void module(const std::uint8_t* data, std::size_t size);
 /// Arbitrary bytes as a cut.json, and as the names and texts of a report.
 void note(const std::uint8_t* data, std::size_t size);
 #endif
@@ -44,6 +47,7 @@ inline constexpr std::array targets = {
     Target{"sequences", sequences},
     Target{"exhaustion", exhaustion},
 #ifdef CALCUT_FUZZ_TOOLS
+    Target{"module", module},
     Target{"note", note},
 #endif
 };

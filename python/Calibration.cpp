@@ -317,7 +317,11 @@ void bindCalibration(py::module_& module) {
     };
     const auto layout = [](const Held& of) { return of->about().layout.name; };
     const auto faults = [](const Held& of) { return toPython(of->about().faults); };
-    const auto warnings = [](const Held& of) { return toPython(of->about().warnings); };
+    const auto warnings = [](const Held& of) {
+        std::vector<module::Finding> all = of->about().warnings;
+        std::ranges::move(module::tableWarnings(of->about()), std::back_inserter(all));
+        return toPython(all);
+    };
     type.def_property_readonly("columns", size(&VantricImagerArea::columns), "Pixels in a row.")
         .def_property_readonly("rows", size(&VantricImagerArea::rows), "Rows of pixels.")
         .def_property_readonly("layout", layout, "\"v7\", \"korveline\" or \"packed\".")

@@ -5,7 +5,7 @@
 #include "python/Calibration.h"
 #include "python/Input.h"
 #include "tools/cut/Folder.h"
-#include "tools/module/Layout.h"
+#include "tools/module/Module.h"
 #include "tools/module/TableMeasures.h"
 #include "tools/module/Tree.h"
 #include "tools/text/Terminal.h"
@@ -21,8 +21,9 @@ std::string inspectJson(const py::object& source, const std::string& layout) {
     {
         const py::gil_scoped_release others;
         input.load();
-        const Calibration calibration(std::move(input.bytes()), wanted);
-        text = text::jsonText(module::inspectTree(calibration.about(), input.name()));
+        module::Module dump(std::move(input.bytes()), wanted, vantric::Wanted::everything);
+        dump.lookAtTables();
+        text = text::jsonText(module::inspectTree(dump.diagnosis, input.name()));
     }
     input.raiseUnlessLoaded();
     return text;

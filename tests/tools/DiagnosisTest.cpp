@@ -14,8 +14,8 @@
 #include "cutter/CRC32.h"
 #include "tools/Dumps.h"
 #include "tools/inspect/Text.h"
-#include "tools/module/Diagnosis.h"
 #include "tools/module/Layout.h"
+#include "tools/module/Module.h"
 #include "tools/module/Tree.h"
 #include "tools/text/Escape.h"
 #include "tools/text/Lines.h"
@@ -36,16 +36,6 @@ int cut(const Bytes& dump, module::Layout layout) {
     EEPROMMetaInformation meta;
     return cutEEPROMContent(layout.image->number, (folder / "dump").c_str(), folder.path().c_str(),
                             &meta);
-}
-
-std::string allOf(const module::Diagnosis& diagnosis) {
-    std::string text;
-    for (const auto* list : {&diagnosis.faults, &diagnosis.warnings}) {
-        for (const module::Finding& finding : *list) {
-            text += module::describe(finding) + "\n";
-        }
-    }
-    return text;
 }
 
 struct Kind {
@@ -160,8 +150,8 @@ TEST(Diagnosis, NamesTheCause) {
         {"payload-outside", prefix(image, image.size() - 1), 12},
         {"empty-payload", v7({}), 12},
         {"empty-payload", plain({}), 56},
-        {"empty-payload", korvelineImage({}, plainType, 0), 56},  // below the base address
-        {"no-room-for-signature", korvelineImage({}, signedType, 0), 56},
+        {"empty-payload", patched(plain({}), 52, Bytes(4)), 56},  // below the base address
+        {"no-room-for-signature", patched(withArea({}), 52, Bytes(4)), 56},
         {"no-room-for-signature", withArea(Bytes(127)), 56},
         {"only-signature", withArea(signatureArea(1)), 56},
         {"signature-empty", withArea(bytes(good, signatureArea(0))), 104 + 184},
@@ -200,9 +190,26 @@ TEST(Diagnosis, NamesTheCause) {
         {"swapped-words", bytes("VROKNILE", 9, 9, 9, "E"), 0},
         {"lens-file", lens, 0},
         {"bytes-before-image", bytes(Bytes(5), image), 5},
+        {"gzip", bytes(0x1F, 0x8B, 8, 0, Bytes(20)), 0},
+        {"xxd", bytes("00000000: 514f 5652 494e 0700  QOVRIN..\n"), 0},
+        {"intel-hex", bytes(":10000000514F5652494E0700E4A5A5A5\n"), 0},
+        {"s-record", bytes("S1130000514F5652494E0700E4A5A5A5A5\n"), 0},
+        {"plain-hex",
+         bytes("514f5652494e0700\n514f5652494e0700\n514f5652494e0700\n"
+               "514f5652494e0700\n"),
+         0},
+        {"base64", bytes("UU9WUklOBwDkpaWlpaWlpaWlpaWlpaWlpaWlpaWlpaWlpaWlpaWlpaWlpaWlpaU=\n"), 0},
         {"calibration-inside", flipped(image, 3 * 8), 3},
     };
+    const auto withLens = [](std::size_t at, float value) {
+        auto calibration = smallCalibration();
+        calibration.lens.at(at) = value;
+        return v7Image(packCalibration(calibration));
+    };
     const std::vector<Case> warnings = {
+        {"focal-ratio", withLens(VANTRIC_LENS_FX, 1.3F * smallCalibration().lens[1]), anywhere, 1},
+        {"folded", withLens(VANTRIC_LENS_K1, -0.9F), anywhere, 1},
+        {"half-masked", v7(patched(good, 61, {1})), 67 + block2, 2},
         {"unknown-block", with(block16, bytes(10, 0, 249, 0, 0, 0, 0)), 67 + block16, 10},
         {"focal-length", v7(patched(good, 18, Bytes(4))), 67 + 18, 1},
         {"focal-length", v7(patched(good, 22, bytes(128, 0, 0, 0))), 67 + 18, 1},

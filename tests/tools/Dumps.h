@@ -2,6 +2,7 @@
 #pragma once
 
 #include "fixtures.h"
+#include "tools/module/Diagnosis.h"
 #include "tools/module/Layout.h"
 
 namespace dumps {
@@ -31,6 +32,17 @@ inline Bytes inserted(Bytes bytes, std::size_t at, const Bytes& what) {
 
 inline Bytes signatureArea(std::uint8_t length) {
     return bytes(length, Bytes(127, 0xC5));
+}
+
+/// Faults and warnings, a line each.
+inline std::string allOf(const calcut::module::Diagnosis& diagnosis) {
+    std::string text;
+    for (const auto* list : {&diagnosis.faults, &diagnosis.warnings}) {
+        for (const calcut::module::Finding& finding : *list) {
+            text += calcut::module::describe(finding) + "\n";
+        }
+    }
+    return text;
 }
 
 }  // namespace dumps

@@ -107,7 +107,8 @@ text::Json tableRow(const text::Json& table) {
 std::unique_ptr<module::Module> load(const std::string& path, const CompareOptions& options) {
     std::unique_ptr<module::Module> module;
     const auto work = [&] {
-        module = module::loadModule(path, options.layout, options.maxSize);
+        module = module::loadModule(path, options.layout, options.maxSize,
+                                    module::Faults::toleratedInImage);
         return exitOk;
     };
     (void)text::guarded(work, exitNotCompared);

@@ -6,7 +6,6 @@
 #include <cctype>
 #include <cmath>
 #include <filesystem>
-#include <functional>
 #include <iterator>
 #include <limits>
 #include <system_error>
@@ -169,8 +168,13 @@ std::string rosText(std::string_view source, const VantricCalibration& record) {
 /// With the names of inspect --json.
 std::string lensJsonText(std::string_view source, const module::Diagnosis& module) {
     const text::Json record = module::recordTree(module);
+    text::Json faults = text::Json::array();
+    for (const module::Finding& fault : module.faults) {
+        faults.push_back(module::describe(fault));
+    }
     return text::jsonText({{"schema", lensSchema},
                            {"file", source},
+                           {"faults", faults},
                            {"columns", record["columns"]},
                            {"rows", record["rows"]},
                            {"model", "plumb_bob"},
@@ -183,11 +187,6 @@ std::string lensJsonText(std::string_view source, const module::Diagnosis& modul
 
 /// A file to be; its text is made when its turn comes, for a large module's files together would
 /// take much memory.
-struct ExportFile {
-    std::string name;
-    std::function<std::string()> text;
-};
-
 std::vector<ExportFile> tableFiles(const module::Diagnosis& module, ExportFormat format) {
     std::vector<module::Table> tables = module::tablesOf(module);
     std::ranges::copy(module::customTablesOf(module), std::back_inserter(tables));
@@ -208,17 +207,26 @@ std::vector<ExportFile> tableFiles(const module::Diagnosis& module, ExportFormat
     return files;
 }
 
-std::vector<ExportFile> filesOf(const module::Diagnosis& module, const ExportOptions& options) {
-    switch (options.format) {
-        case ExportFormat::OpencvYaml:
-            return {{"opencv_camera.yaml", [&] { return opencvText(*module.record); }}};
-        case ExportFormat::RosYaml:
-            return {{"camera_info.yaml", [&] { return rosText(options.input, *module.record); }}};
+/// The text with a comment about the first fault of the dump, where the format has comments.
+std::string marked(std::string text, const module::Diagnosis& module, ExportFormat format) {
+    std::string_view before;
+    switch (format) {
+        case ExportFormat::Npy:
         case ExportFormat::Json:
-            return {{"lens.json", [&] { return lensJsonText(options.input, module); }}};
+            return text;
+        case ExportFormat::Pgm:
+            before = "P5\n";
+            break;
+        case ExportFormat::OpencvYaml:
+            before = "%YAML:1.0\n---\n";
+            break;
         default:
-            return tableFiles(module, options.format);
+            break;
     }
+    return module.intact()
+               ? text
+               : text.insert(before.size(), fmt::format("# damaged dump: {}\n",
+                                                        module::describe(module.faults.front())));
 }
 
 void makeDirectory(const std::string& path) {
@@ -235,8 +243,26 @@ void makeDirectory(const std::string& path) {
 
 }  // namespace
 
+std::vector<ExportFile> filesOf(const module::Diagnosis& module, const ExportOptions& options) {
+    switch (options.format) {
+        case ExportFormat::OpencvYaml:
+            return {{"opencv_camera.yaml", [&] { return opencvText(*module.record); }}};
+        case ExportFormat::RosYaml:
+            return {{"camera_info.yaml", [&] { return rosText(options.input, *module.record); }}};
+        case ExportFormat::Json:
+            return {{"lens.json", [&] { return lensJsonText(options.input, module); }}};
+        default:
+            return tableFiles(module, options.format);
+    }
+}
+
 int runExport(const ExportOptions& options) {
-    const auto module = module::loadModule(options.input, options.layout, options.maxSize);
+    const auto module =
+        module::loadModule(options.input, options.layout, options.maxSize,
+                           options.damaged ? module::Faults::tolerated : module::Faults::refused);
+    if (!module->diagnosis.wasRead(RX_BLOCK_LENS_PARAMETERS)) {
+        throw text::Refused(options.input, "has no lens parameters that read");
+    }
     makeDirectory(options.directory);
     const std::vector<ExportFile> files = filesOf(module->diagnosis, options);
     for (const ExportFile& file : files) {
@@ -246,7 +272,7 @@ int runExport(const ExportOptions& options) {
     const text::InterruptGuard guard;
     for (const ExportFile& file : files) {
         const std::string path = options.directory + "/" + file.name;
-        const std::string text = file.text();
+        const std::string text = marked(file.text(), module->diagnosis, options.format);
         if (text::InterruptGuard::interrupted()) {
             return exitFailed;
         }

@@ -2,8 +2,7 @@
 
 #include "tools/commands.h"
 #include "tools/inspect/Text.h"
-#include "tools/module/Diagnosis.h"
-#include "tools/module/Layout.h"
+#include "tools/module/Module.h"
 #include "tools/module/Tree.h"
 
 namespace calcut::inspect {
@@ -13,9 +12,10 @@ int runInspect(const InspectOptions& options) {
     bool good = true;
     text::Json all = text::Json::array();
     for (const std::string& path : options.paths) {
-        files::Dump dump;
+        std::unique_ptr<module::Module> module;
         try {
-            dump = files::loadDump(path, options.maxSize);
+            module = std::make_unique<module::Module>(files::loadDump(path, options.maxSize).bytes,
+                                                      options.layout, vantric::Wanted::everything);
         } catch (const text::Refused& refused) {
             text::printError(path, refused.what());
             all.push_back(
@@ -23,9 +23,8 @@ int runInspect(const InspectOptions& options) {
             good = false;
             continue;
         }
-        const module::Diagnosis diagnosis =
-            module::diagnose(dump.bytes, options.layout.value_or(module::classify(dump.bytes)),
-                             vantric::Wanted::everything);
+        module->lookAtTables();
+        const module::Diagnosis& diagnosis = module->diagnosis;
         good = good && diagnosis.intact() && !(options.strict && !diagnosis.warnings.empty());
         if (!options.json && text::terminal().verbosity == text::Verbosity::Quiet) {
             if (!diagnosis.intact()) {

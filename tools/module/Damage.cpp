@@ -29,7 +29,7 @@ std::string explanation(const FlippedBits& flipped, std::uint64_t offset, const 
                           flipped.firstBit % 8, byte, byte)
             : fmt::format("flipped bits{} explain it, within {} from bit {} of byte {} ({:#x}) on",
                           where, flipped.width, flipped.firstBit % 8, byte, byte);
-    return fmt::format("{}, by chance once in {}", bits, flipped.oneIn);
+    return fmt::format("; {}, by chance once in {}", bits, flipped.oneIn);
 }
 
 /// Flipped bits of the stored checksum, which is little-endian.
@@ -57,6 +57,28 @@ files::ByteView longestRun(files::ByteView bytes, std::uint8_t value) {
         at = std::find_if(begin, bytes.end(), [value](std::uint8_t byte) { return byte != value; });
         if (static_cast<std::size_t>(at - begin) > longest.size()) {
             longest = {begin, at};
+        }
+    }
+    return longest;
+}
+
+/// The longest run of 0x00 or 0xFF in the payload, but for the mask, which has such runs by nature.
+files::ByteView longestBlank(const Diagnosis& about) {
+    std::size_t maskBegin = about.payload.size();
+    std::size_t maskEnd = maskBegin;
+    for (const vantric::BlockSighting& block : about.blocks) {
+        if (block.header.id == RX_BLOCK_MASK) {
+            maskBegin = std::min<std::uint64_t>(maskEnd, block.payloadOffset - about.payloadOffset);
+            maskEnd = std::min<std::uint64_t>(maskEnd, maskBegin + block.payloadSize);
+            break;
+        }
+    }
+    files::ByteView longest;
+    for (const files::ByteView part :
+         {about.payload.first(maskBegin), about.payload.subspan(maskEnd)}) {
+        for (const std::uint8_t value : {std::uint8_t{0x00}, std::uint8_t{0xFF}}) {
+            const files::ByteView run = longestRun(part, value);
+            longest = run.size() > longest.size() ? run : longest;
         }
     }
     return longest;
@@ -102,28 +124,26 @@ std::string explainChecksum(const Diagnosis& about) {
     for (std::size_t size = leastPiece; size <= about.file.size() / 2; size *= 2) {
         if (repeatsItself(about.file, size)) {
             return fmt::format(
-                "each second piece of {0} bytes repeats the one before it, from byte {0} on, as "
+                "; each second piece of {0} bytes repeats the one before it, from byte {0} on, as "
                 "with a stuck address line",
                 size);
         }
     }
-    const image::Refusal& refusal = *about.image.refusal;
+    const files::ByteView payload = image::payloadOf(about.file, about.image);
     const std::uint32_t difference = *about.image.computedCrc ^ about.image.storedCrc;
     const FlippedBits stored = inChecksum(difference);
-    const auto flipped = findFlippedBits(difference, about.payload.size());
+    const auto flipped = findFlippedBits(difference, payload.size());
     if (stored.width <= widestBurst && (!flipped || stored.oneIn >= flipped->oneIn)) {
-        return explanation(stored, refusal.offset, " of the stored checksum");
+        return explanation(stored, about.image.refusal->offset, " of the stored checksum");
     }
     if (flipped) {
         return explanation(*flipped, about.payloadOffset, "");
     }
-    const files::ByteView runs[] = {longestRun(about.payload, 0x00),
-                                    longestRun(about.payload, 0xFF)};
-    const files::ByteView run = *std::ranges::max_element(runs, {}, &files::ByteView::size);
+    const files::ByteView run = longestBlank(about);
     return run.size() < leastRun
                ? std::string()
                : fmt::format(
-                     "a blank page, {} bytes of {:#04x} from byte {} on, is inside the payload",
+                     "; a blank page is inside the payload, {} bytes of {:#04x} from byte {} on",
                      run.size(), run[0], run.data() - about.file.data());
 }
 

@@ -21,7 +21,8 @@ struct FlippedBits {
 /// above 64 KiB 8 bits, above 8 MiB even single bits. Takes about a millisecond for 64 KiB.
 std::optional<FlippedBits> findFlippedBits(std::uint32_t difference, std::uint64_t bytes);
 
-/// What would explain a checksum that does not match, as the end of a sentence; empty for nothing.
+/// What would explain a checksum that does not match, as the end of a finding; empty for nothing.
+/// The blocks must have been looked at.
 std::string explainChecksum(const Diagnosis& about);
 
 }  // namespace calcut::module

@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 
 #include "cutter/CRC32.h"
+#include "tools/module/Damage.h"
 #include "tools/module/Layout.h"
 #include "tools/module/Names.h"
 #include "tools/text/Escape.h"
@@ -244,6 +245,9 @@ Diagnosis diagnose(files::ByteView file, const Layout& layout, vantric::Wanted w
     if (about.payload.size() > about.signatureAreaSize || layout.image == nullptr) {
         readCalibration(about, wanted);
         lookAtSignature(about);
+    }
+    if (about.image.refusal && about.image.refusal->cause == image::Cause::checksum) {
+        about.faults.front().found += explainChecksum(about);
     }
     if (!about.record && about.faults.empty()) {
         about.faults.push_back(readFault(about, {}, std::nullopt));

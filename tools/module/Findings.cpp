@@ -5,7 +5,6 @@
 
 #include <fmt/format.h>
 
-#include "tools/module/Damage.h"
 #include "tools/module/Diagnosis.h"
 #include "tools/module/Layout.h"
 #include "tools/module/Names.h"
@@ -162,14 +161,10 @@ Finding imageFault(const Diagnosis& about) {
                                      about.image.payloadOffset),
                          text::byteCount(refusal.found) + " of them in the file",
                          "read the whole part again");
-        case image::Cause::checksum: {
-            const std::string cause = explainChecksum(about);
+        case image::Cause::checksum:
             return fault("checksum", "CRC-32 mismatch",
                          fmt::format("{:#010x} (computed over the payload)", refusal.expected),
-                         fmt::format("{:#010x} (stored){}{}", refusal.found,
-                                     cause.empty() ? "" : "; ", cause),
-                         "read the part again");
-        }
+                         fmt::format("{:#010x} (stored)", refusal.found), "read the part again");
         default:
             // Without a magic nothing else that a header says is worth a word; a file too short
             // for a header is better told by its magic, too.

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "calibration/packed/Refusal.h"
 #include "tools/files/Dump.h"
@@ -48,6 +49,10 @@ Finding readFault(const Diagnosis& about, const vantric::Refusal& refusal,
 
 /// Adds what is odd about a file that reads, or about the parts of one that do.
 void addWarnings(Diagnosis& dump);
+
+/// What is odd about the per-pixel tables of a diagnosis with everything wanted. Apart from the
+/// others because it takes about a millisecond, which a cut does not spend.
+std::vector<Finding> tableWarnings(const Diagnosis& dump);
 
 /// Text of a magic, or what stands in its place, in quotes; what is not printable ASCII becomes
 /// \xNN.

@@ -1,24 +1,25 @@
 #include "tools/module/Module.h"
 
-#include "tools/module/Layout.h"
+#include "tools/files/Dump.h"
 #include "tools/text/Terminal.h"
 
 namespace calcut::module {
 
-std::unique_ptr<Module> loadModule(const std::string& path, std::optional<Layout> layout,
-                                   std::uint64_t maxSize) {
+std::unique_ptr<Module> loadModule(const std::string& path, const std::optional<Layout>& layout,
+                                   std::uint64_t maxSize, Faults faults) {
     text::printNote(path, "reading");
-    auto module = std::make_unique<Module>();
-    module->dump = files::loadDump(path, maxSize);
-    const files::ByteView bytes = module->dump.bytes;
-    Diagnosis& diagnosis = module->diagnosis;
-    diagnosis = diagnose(bytes, layout.value_or(classify(bytes)), vantric::Wanted::everything);
-    if (diagnosis.status != VANTRIC_OK || !diagnosis.record) {
-        throw text::Refused(path, diagnosis.faults.empty() ? "holds no calibration"
-                                                           : describe(diagnosis.faults.front()));
+    auto module = std::make_unique<Module>(files::loadDump(path, maxSize).bytes, layout,
+                                           vantric::Wanted::everything);
+    const Diagnosis& diagnosis = module->diagnosis;
+    const bool letThrough = faults == Faults::tolerated ||
+                            (faults == Faults::toleratedInImage && diagnosis.status == VANTRIC_OK);
+    if (!diagnosis.intact() && !(letThrough && diagnosis.record)) {
+        throw text::Refused(path, describe(diagnosis.faults.front()));
     }
     for (const Finding& fault : diagnosis.faults) {
-        text::printWarning(path, describe(fault));
+        // A tolerated fault may spoil every number, and is told even when quiet.
+        (faults == Faults::tolerated ? text::printError : text::printWarning)(path,
+                                                                              describe(fault));
     }
     return module;
 }

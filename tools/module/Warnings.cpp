@@ -1,8 +1,6 @@
 // What is odd about a file that reads, or about the parts of one that do.
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <functional>
 #include <span>
 
 #include <fmt/format.h>
@@ -11,48 +9,109 @@
 #include "tools/module/Diagnosis.h"
 #include "tools/module/Layout.h"
 #include "tools/module/Names.h"
+#include "tools/module/TableMeasures.h"
 #include "tools/text/Escape.h"
 
 namespace calcut::module {
 
 namespace {
 
+std::span<const std::uint8_t> maskOf(const VantricCalibration& record) {
+    return {record.pixelMask, std::size_t{record.imagerArea.columns} * record.imagerArea.rows};
+}
+
+// docs/inspect-json.md lists the limits.
+constexpr double mostFocalRatio = 1.25;
+constexpr std::size_t mostRegionPixels = 64;
+constexpr double mostEqualNeighbours = 0.25;
+constexpr double mostDeviations = 1000.0;
+
+/// Whether the radial distortion turns back before it has reached the farthest corner of the image,
+/// so that two rays meet one pixel.
+bool folds(std::span<const float> lens, const VantricImagerArea& area) {
+    const auto farthest = [](float centre, float focal, std::uint32_t size) {
+        return std::max(centre + 0.5, size - 0.5 - centre) / focal;
+    };
+    const double corner =
+        std::hypot(farthest(lens[VANTRIC_LENS_CX], lens[VANTRIC_LENS_FX], area.columns),
+                   farthest(lens[VANTRIC_LENS_CY], lens[VANTRIC_LENS_FY], area.rows));
+    const double k1 = lens[VANTRIC_LENS_K1];
+    const double k2 = lens[VANTRIC_LENS_K2];
+    const double k3 = lens[VANTRIC_LENS_K3];
+    // An image that needs rays ten times as far out is as good as folded.
+    constexpr int steps = 1000;
+    for (int step = 1; step <= steps; ++step) {
+        const double radius = corner * step / (steps / 10.0);
+        const double r2 = radius * radius;
+        const double slope = 1.0 + r2 * (3.0 * k1 + r2 * (5.0 * k2 + r2 * 7.0 * k3));
+        if (!(slope > 0.0)) {
+            return true;
+        }
+        if (radius * (1.0 + r2 * (k1 + r2 * (k2 + r2 * k3))) >= corner) {
+            return false;
+        }
+    }
+    return true;
+}
+
 void lookAtLens(Diagnosis& dump) {
     const vantric::BlockSighting* block = dump.readBlock(RX_BLOCK_LENS_PARAMETERS);
     if (block == nullptr || dump.record->lensParameters == nullptr) {
         return;
     }
-    constexpr const char* advice = "the cut is made all the same: check the lens parameters";
     const std::span lens(dump.record->lensParameters, VANTRIC_LENS_PARAMETERS);
     const VantricImagerArea& area = dump.record->imagerArea;
-    const auto [fx, fy, cx, cy] = std::array{lens[0], lens[1], lens[2], lens[3]};
+    const auto warn = [&](const char* name, const char* what, const std::string& expected,
+                          const std::string& found, std::size_t parameter) {
+        dump.warnings.push_back(
+            {name, what, expected, found, "the cut is made all the same: check the lens parameters",
+             block->payloadOffset + parameter * sizeof(float), block->header.id});
+    };
+    const float fx = lens[VANTRIC_LENS_FX];
+    const float fy = lens[VANTRIC_LENS_FY];
+    const std::string focal = fmt::format("fx {}, fy {}", fx, fy);
     const auto usable = [](float length) { return length > 0.0F && std::isfinite(length); };
-    if (!usable(fx) || !usable(fy)) {
-        dump.warnings.push_back({"focal-length", "focal length not positive and finite", "",
-                                 fmt::format("fx {}, fy {}", fx, fy), advice, block->payloadOffset,
-                                 block->header.id});
+    const bool areUsable = usable(fx) && usable(fy);
+    if (!areUsable) {
+        warn("focal-length", "focal length not positive and finite", "", focal, VANTRIC_LENS_FX);
+    } else if (std::max(double{fx} / fy, double{fy} / fx) > mostFocalRatio) {
+        warn("focal-ratio", "focal lengths far apart",
+             fmt::format("a ratio of {} to {}", 1.0 / mostFocalRatio, mostFocalRatio), focal,
+             VANTRIC_LENS_FX);
     }
     // Pixel centres have whole coordinates, so that the image begins half a pixel before 0.
     const auto inside = [](float at, std::uint32_t size) {
         return at >= -0.5F && at <= static_cast<float>(size) - 0.5F;
     };
+    const float cx = lens[VANTRIC_LENS_CX];
+    const float cy = lens[VANTRIC_LENS_CY];
     if (!inside(cx, area.columns) || !inside(cy, area.rows)) {
-        dump.warnings.push_back({"centre", "centre outside the image",
-                                 fmt::format("it within {} x {} pixels", area.columns, area.rows),
-                                 fmt::format("cx {}, cy {}", cx, cy), advice,
-                                 block->payloadOffset + 2 * sizeof(float), block->header.id});
+        warn("centre", "centre outside the image",
+             fmt::format("it within {} x {} pixels", area.columns, area.rows),
+             fmt::format("cx {}, cy {}", cx, cy), VANTRIC_LENS_CX);
+    } else if (areUsable && folds(lens, area)) {
+        warn("folded", "the distortion folds the image",
+             "radii that grow up to the corners of the image",
+             fmt::format("k1 {}, k2 {}, k3 {}", lens[VANTRIC_LENS_K1], lens[VANTRIC_LENS_K2],
+                         lens[VANTRIC_LENS_K3]),
+             VANTRIC_LENS_K1);
     }
 }
 
 void lookAtMask(Diagnosis& dump) {
     const vantric::BlockSighting* block = dump.readBlock(RX_BLOCK_MASK);
-    const VantricImagerArea& area = dump.record->imagerArea;
-    const std::span mask(dump.record->pixelMask, std::size_t{area.columns} * area.rows);
-    if (block != nullptr && mask.data() != nullptr &&
-        std::all_of(mask.begin(), mask.end(), std::logical_not())) {
-        dump.warnings.push_back({"all-masked", "every pixel is masked", "",
-                                 fmt::format("{0} of {0} pixels", mask.size()), askWriter,
-                                 block->offset, block->header.id});
+    if (block == nullptr || dump.record->pixelMask == nullptr) {
+        return;
+    }
+    const std::span mask = maskOf(*dump.record);
+    const std::size_t masked = countMasked(mask);
+    if (2 * masked > mask.size()) {
+        const bool all = masked == mask.size();
+        dump.warnings.push_back(
+            {all ? "all-masked" : "half-masked",
+             all ? "every pixel is masked" : "more than half of the pixels are masked", "",
+             fmt::format("{} of {} pixels", masked, mask.size()), askWriter, block->offset,
+             block->header.id});
     }
 }
 
@@ -106,7 +165,55 @@ void lookAtEnd(Diagnosis& dump) {
     }
 }
 
+void lookAtTable(const Diagnosis& dump, std::uint32_t blockId, const float* values,
+                 std::vector<Finding>& warnings) {
+    const vantric::BlockSighting* block = dump.readBlock(blockId);
+    if (block == nullptr || values == nullptr || dump.record->pixelMask == nullptr) {
+        return;
+    }
+    const std::span mask = maskOf(*dump.record);
+    const std::uint32_t columns = dump.record->imagerArea.columns;
+    const TableMeasures measured = measure({values, mask.size()}, mask, columns);
+    const auto warn = [&](const char* name, const char* what, const std::string& expected,
+                          std::size_t at, const std::string& found) {
+        warnings.push_back({name, fmt::format("{} {}", blockName(blockId), what), expected,
+                            fmt::format("{} at column {}, row {}{}", values[at], at % columns,
+                                        at / columns, found),
+                            askWriter, block->payloadOffset, blockId});
+    };
+    if (measured.valid <= mostRegionPixels) {
+        return;
+    }
+    if (measured.constant) {
+        warn("constant-table", "has one value", "values that differ", measured.regionAt,
+             fmt::format(" and in all other {} valid pixels", measured.valid - 1));
+    } else if (measured.regionPixels > mostRegionPixels &&
+               measured.equalNeighbours < mostEqualNeighbours) {
+        warn("stuck-region", "has a region of one value",
+             fmt::format("at most {} connected pixels", mostRegionPixels), measured.regionAt,
+             fmt::format(" and in {} pixels connected with it", measured.regionPixels - 1));
+    }
+    if (measured.farthest > mostDeviations) {
+        warn("outlier", "has a value far from all others",
+             fmt::format("at most {} robust standard deviations", mostDeviations),
+             measured.farthestAt,
+             fmt::format(", {:.0f} of them from the median", measured.farthest));
+    }
+}
+
 }  // namespace
+
+std::vector<Finding> tableWarnings(const Diagnosis& dump) {
+    std::vector<Finding> warnings;
+    if (dump.record) {
+        lookAtTable(dump, RX_BLOCK_PIXEL_VALUES, dump.record->pixelValues, warnings);
+        for (unsigned k = 0; k < VANTRIC_FREQUENCIES; ++k) {
+            lookAtTable(dump, frequencyBlock(k, RX_FREQUENCY_PIXEL_TABLE),
+                        dump.record->frequencies[k].pixelTable, warnings);
+        }
+    }
+    return warnings;
+}
 
 void addWarnings(Diagnosis& dump) {
     if (dump.record) {

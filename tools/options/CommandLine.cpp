@@ -196,6 +196,8 @@ void addExportOptions(CLI::App& command, exporting::ExportOptions& options) {
               "FORMAT", "What to write")
         ->required();
     command.add_flag("--force", options.force, "Replace files that exist");
+    command.add_flag("--damaged", options.damaged,
+                     "Write what reads of a dump with faults, each file marked where it can be");
     addReading(command, options);
 }
 

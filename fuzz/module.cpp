@@ -1,0 +1,109 @@
+// Arbitrary bytes as people see them: diagnosis, text, JSON, comparison and exports.
+#include <array>
+#include <optional>
+#include <string>
+
+#include "calcut/cutter.h"
+#include "Scratch.h"
+#include "targets.h"
+#include "tools/compare/CompareTree.h"
+#include "tools/export/Export.h"
+#include "tools/inspect/Text.h"
+#include "tools/module/Diagnosis.h"
+#include "tools/module/Layout.h"
+#include "tools/module/Tree.h"
+#include "writer/writer.h"
+
+namespace fuzz {
+
+namespace {
+
+using calcut::module::Diagnosis;
+using calcut::module::Layout;
+
+Layout layoutFor(unsigned choice, const Bytes& dump) {
+    const auto known = calcut::module::knownLayouts();
+    return choice < known.size() ? known[choice] : calcut::module::classify(dump);
+}
+
+/// Stores the checksum that a dump should have.
+void repair(const Layout& layout, Bytes& dump) {
+    namespace image = calcut::image;
+    const image::Record record = layout.image->locate(dump, 0);
+    if (record.refusal && record.refusal->cause == image::Cause::checksum) {
+        for (std::size_t i = 0; i < 4; ++i) {
+            dump[record.refusal->offset + i] =
+                static_cast<std::uint8_t>(*record.computedCrc >> (8 * i));
+        }
+    }
+}
+
+bool cuts(const Bytes& dump, const Layout& layout) {
+    const Scratch& scratch = Scratch::ofThisProcess();
+    scratch.clear();
+    scratch.putDump(dump);
+    EEPROMMetaInformation meta;
+    return cutEEPROMContent(layout.image->number, scratch.dump().c_str(), scratch.out().c_str(),
+                            &meta) == 0;
+}
+
+void show(const Diagnosis& about) {
+    const calcut::text::Json tree = calcut::module::inspectTree(about, "dump");
+    require(!calcut::text::jsonText(tree).empty(), "every dump has its JSON");
+    for (const std::size_t width : {0U, 20U, 80U, 200U}) {
+        require(!calcut::inspect::textOf(tree, {width, nullptr}).empty(), "and its text");
+    }
+    for (const calcut::module::Finding& fault : about.faults) {
+        require(fault.name != "unexplained", "every fault has a cause");
+    }
+}
+
+void compare(const Diagnosis& about) {
+    static const Bytes seed = calcut::writer::packCalibration(
+        calcut::writer::makeCalibration({.columns = 8, .rows = 4, .frequencies = 2}));
+    static const Diagnosis other =
+        calcut::module::diagnose(seed, Layout::Packed, vantric::Wanted::everything);
+    const auto equal = [](const Diagnosis& a, const Diagnosis& b) {
+        return calcut::compare::compareTree({"a", a}, {"b", b}, std::nullopt)["equal"].get<bool>();
+    };
+    require(equal(about, about), "a module is equal to itself");
+    require(equal(about, other) == equal(other, about), "whichever comes first");
+}
+
+void exportAll(const Diagnosis& about) {
+    calcut::exporting::ExportOptions options;
+    for (const auto format : calcut::exporting::exportFormats) {
+        options.format = format;
+        for (const auto& file : calcut::exporting::filesOf(about, options)) {
+            require(!file.name.empty(), "every file has a name");
+            static_cast<void>(file.text());
+        }
+    }
+}
+
+}  // namespace
+
+void module(const std::uint8_t* data, std::size_t size) {
+    if (size < 2) {
+        return;  // an empty dump is refused when it is loaded
+    }
+    Bytes dump(data + 1, data + size);
+    const Layout layout = layoutFor(data[0] & 3U, dump);
+    if (layout.image != nullptr && (data[0] & 4U) != 0) {
+        repair(layout, dump);
+    }
+    const Diagnosis asCut = calcut::module::diagnose(dump, layout, vantric::Wanted::cut);
+    require(asCut.cuttable() == (layout.image != nullptr && cuts(dump, layout)),
+            "a dump is cuttable exactly when the library's cut returns 0");
+    require(whyNotCut(asCut).has_value() != asCut.cuttable(), "or there is a reason");
+
+    const Diagnosis about = calcut::module::diagnose(dump, layout, vantric::Wanted::everything);
+    static_cast<void>(calcut::module::tableWarnings(about));
+    show(about);
+    if (about.intact()) {
+        compare(about);
+        exportAll(about);
+    }
+}
+
+}  // namespace fuzz
