@@ -185,7 +185,8 @@ def draw_rays(cell: Cell, rays: Array, lens: Any) -> None:
         many = [max(1, int(count / step)) for count in (rows, columns)]
         row, column = ((2 * np.arange(k) + 1) * count // (2 * k) for k, count in zip(many, (rows, columns)))
         at = np.ix_(row, column)
-        _arrows(axes, *np.meshgrid(column, row), factor * across[at], factor * down[at])
+        x, y = np.meshgrid(column, row)
+        _arrows(axes, x, y, factor * across[at], factor * down[at])
     if inside:
         for colour, width in (("white", 3.0), (INK, 1.2)):
             axes.plot(lens.cx, lens.cy, "+", color=colour, markersize=9, markeredgewidth=width)

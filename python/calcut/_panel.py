@@ -62,7 +62,7 @@ class Box(NamedTuple):
 class Statistics(NamedTuple):
     """Of the finite values that are not masked."""
 
-    count: int
+    count: int  # type: ignore[assignment]
     low: float = np.nan  #: one value in a thousand lies below
     high: float = np.nan  #: one value in a thousand lies above
     text: str = ""

@@ -132,7 +132,7 @@ def _sheets(words: List[str], options: argparse.Namespace) -> int:
         return [] if picture is None else [picture]
 
     for output, several in groupby(enumerate(jobs), lambda each: each[1][0]):
-        pages = sum((page(number, path) for number, (_, path, _) in several), [])
+        pages: List[Any] = sum((page(number, path) for number, (_, path, _) in several), [])
         try:
             if pages:
                 write(output, _joined(pages))

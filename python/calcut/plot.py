@@ -142,7 +142,7 @@ def _page(rows: List[List[Panel]], columns: int, top: int = 0) -> Figure:
     return figure
 
 
-def _in_rows(panels: Sequence[Panel], columns: int) -> List[List[Panel]]:
+def _in_rows(panels: Sequence[Any], columns: int) -> List[List[Any]]:
     return [list(panels[start : start + columns]) for start in range(0, len(panels), columns)]
 
 
@@ -168,11 +168,12 @@ def sheet(module: Any, name: Optional[str] = None, *, shared_scale: bool = False
     found = [statistics(each.pixel_table, mask == 0) for each in frequencies if shared_scale]
     found = [each for each in found if each.count]
     shared = around(min(each.low for each in found), max(each.high for each in found)) if found else None
+    tables: List[Tuple[str, Array, int, Any]]
     tables = [("Pixel values", module.pixel_values, 3, None)] if module.pixel_values is not None else []
     tables += [(f"Frequency {each.index} (id {each.id}): pixel table", each.pixel_table, 17 + 7 * each.index, shared)
                for each in frequencies]
     columns = min((4, 5), key=lambda count: -len(tables) % count)  # few empty places
-    first: List[Panel] = [lambda cell: _summary(cell, module, tree, name)]
+    first: List[Panel] = [lambda cell: _summary(cell, module, tree, name or "")]
     last: List[Panel] = [partial(_small_tables, frequency=each) for each in frequencies]
     if module.mask is not None:
         first.append(partial(draw_mask, mask=mask))

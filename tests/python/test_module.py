@@ -281,7 +281,7 @@ def test_types(tmp_path):
         return done.stdout
 
     assert 'is "builtins.float"' in checked("mypy", "--strict", user)
-    checked("mypy", "-p", "calcut")
+    checked("mypy", "--ignore-missing-imports", "-p", "calcut")  # Debian has no types of pandas
     checked("stubtest", "calcut._calcut")
 
 
