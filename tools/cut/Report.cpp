@@ -128,9 +128,10 @@ std::string csvRow(const CutResult& result) {
     std::string line;
     for (const char* column : columns) {
         const text::Json::json_pointer key("/" + std::string(column));
-        line += line.empty() ? "" : ",";
         line += row.contains(key) ? csvField(row[key]) : "";
+        line += ',';
     }
+    line.pop_back();
     return line + "\r\n";
 }
 
