@@ -253,19 +253,14 @@ Work blockWork(const char* name, const RXBlockHeader& block, const std::uint8_t*
                     reinterpret_cast<std::uint8_t*>(d.floats.data()), pixels * sizeof(float));
         clobberMemory();
     };
-    return {name,
-            [=] { decode(plain::decodeBlock); },
-            [=] {
-                decode([](VantricStream& stream, const RXBlockHeader& header, std::uint8_t* scratch,
-                          std::uint64_t scratchSize, std::uint8_t* dest, std::uint64_t destSize) {
-                    vantric_decodeRXBlock(&stream, &header, scratch, scratchSize, dest, destSize);
-                });
-            },
-            target,
-            {},
-            {},
-            0.0,
-            [size] { touch(size); }};
+    const auto fast = [](VantricStream& stream, const RXBlockHeader& header, auto... buffers) {
+        vantric_decodeRXBlock(&stream, &header, buffers...);
+    };
+    return {.name = name,
+            .plain = [=] { decode(plain::decodeBlock); },
+            .fast = [=] { decode(fast); },
+            .target = target,
+            .bound = [size] { touch(size); }};
 }
 
 Work packedBlock() {
