@@ -314,7 +314,7 @@ int cutMany(const CutOptions& options) {
     if (!options.verify) {
         checkDirectory(options.out);
         lock.emplace(options.out);
-        removeLeftovers(options.out);
+        removeLeftovers(options.out, false);
     }
     keepMemory();
     const text::InterruptGuard guard;

@@ -43,13 +43,8 @@ void removeCut(const std::string& folder) {
 
 // ----------------------------------------------------------------------------------- beside it --
 
-std::string freshIn(const std::string& staging) {
-    return staging + "/new";
-}
-
-std::string earlierIn(const std::string& staging) {
-    return staging + "/earlier";
-}
+constexpr const char* freshFolder = "/new";
+constexpr const char* earlierFolder = "/earlier";
 
 /// A hidden folder for the files that come and for those that go. The new ones that are still there
 /// go with the object, the earlier ones when they are dropped.
@@ -69,13 +64,13 @@ class Staging {
     Staging& operator=(const Staging&) = delete;
     ~Staging() { remove(temporary_.path()); }
 
-    [[nodiscard]] std::string fresh() const { return freshIn(temporary_.path()); }
-    [[nodiscard]] std::string earlier() const { return earlierIn(temporary_.path()); }
+    [[nodiscard]] std::string fresh() const { return temporary_.path() + freshFolder; }
+    [[nodiscard]] std::string earlier() const { return temporary_.path() + earlierFolder; }
 
     static void remove(const std::string& staging) {
         if (rmdir(staging.c_str()) != 0) {
-            removeCut(freshIn(staging));
-            (void)rmdir(earlierIn(staging).c_str());
+            removeCut(staging + freshFolder);
+            (void)rmdir((staging + earlierFolder).c_str());
             (void)rmdir(staging.c_str());
         }
     }
@@ -280,10 +275,7 @@ void cutInto(const TakenDump& taken, const std::string& directory, bool force, C
         removeCut(earlier);
     }
     // Earlier files of a run that was killed between its moves are superseded, too.
-    files::forEachLeftover(directory, [](const std::string& staging) {
-        removeCut(earlierIn(staging));
-        Staging::remove(staging);
-    });
+    removeLeftovers(directory, true);
     result.outcome = Outcome::Cut;
 }
 
@@ -322,8 +314,7 @@ void cutToFolder(const TakenDump& taken, std::span<const files::FileIdentity> re
 
 void checkDirectory(const std::string& directory) {
     std::error_code error;
-    const bool isFolder = fs::is_directory(directory, error);
-    if (error || !isFolder) {
+    if (!fs::is_directory(directory, error)) {
         throw text::Refused(directory, error ? error.message() : "is not a directory");
     }
     if (access(directory.c_str(), W_OK | X_OK) != 0) {
@@ -341,9 +332,12 @@ std::string earlierCutIn(const std::string& folder) {
     return "; an earlier cut is still in " + text::escapePath(folder);
 }
 
-void removeLeftovers(const std::string& directory) {
-    files::forEachLeftover(directory, [](const std::string& leftover) {
+void removeLeftovers(const std::string& directory, bool superseded) {
+    files::forEachLeftover(directory, [superseded](const std::string& leftover) {
         (void)unlink(leftover.c_str());
+        if (superseded) {
+            removeCut(leftover + earlierFolder);
+        }
         Staging::remove(leftover);
         if (files::identityOf(leftover)) {
             text::printWarning(leftover,

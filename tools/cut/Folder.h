@@ -34,7 +34,8 @@ bool holdsAnyCut(const std::string& directory);
 /// What a refusal goes on with when an earlier cut stays where it is.
 std::string earlierCutIn(const std::string& folder);
 
-/// Removes what dead runs left under the directory of a batch.
-void removeLeftovers(const std::string& directory);
+/// Removes what dead runs left in a directory. Earlier cuts among it stay, with a warning, unless a
+/// newer one has superseded them.
+void removeLeftovers(const std::string& directory, bool superseded);
 
 }  // namespace calcut::cut
