@@ -166,7 +166,9 @@ Finding wrongMagic(files::ByteView file, const Layout& layout) {
           std::tuple{4, "swapped-words", "bytes are swapped in 32-bit words"}}) {
         if (classify(swappedStart(file, static_cast<std::size_t>(group))) != Layout::Unknown) {
             return {name, what, wanted, seen,
-                    fmt::format("--swap {} reads it, or read the part in byte order", group)};
+                    fmt::format("turn the bytes around: objcopy -I binary -O binary "
+                                "--reverse-bytes={} FILE DUMP",
+                                group)};
         }
     }
     if (looksLikeLensFile(file)) {
@@ -187,12 +189,13 @@ Finding wrongMagic(files::ByteView file, const Layout& layout) {
                     "the image's header is damaged or of another layout: read the part again",
                     damaged};
         }
-        return {"bytes-before-image",
-                "the image does not begin with the file",
-                quoted(known) + " at byte 0",
-                fmt::format("it at byte {}", offset),
-                fmt::format("--skip {} leaves out the bytes in front of it", offset),
-                offset};
+        return {
+            "bytes-before-image",
+            "the image does not begin with the file",
+            quoted(known) + " at byte 0",
+            fmt::format("it at byte {}", offset),
+            fmt::format("leave out the bytes in front of it: tail -c +{} FILE > DUMP", offset + 1),
+            offset};
     }
     return unknown
                ? Finding{"unknown-magic",
