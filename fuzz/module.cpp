@@ -71,10 +71,12 @@ void compare(const Diagnosis& about) {
 }
 
 void exportAll(const Diagnosis& about) {
-    calcut::exporting::ExportOptions options;
-    for (const auto format : calcut::exporting::exportFormats) {
-        options.format = format;
-        for (const auto& file : calcut::exporting::filesOf(about, options)) {
+    if (!about.wasRead(RX_BLOCK_LENS_PARAMETERS)) {
+        return;
+    }
+    const std::string source = "dump";
+    for (const auto& format : calcut::exporting::formats) {
+        for (const auto& file : calcut::exporting::filesOf(format, {about, source})) {
             require(!file.name.empty(), "every file has a name");
             static_cast<void>(file.text());
         }

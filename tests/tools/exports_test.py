@@ -47,7 +47,16 @@ class Exports(unittest.TestCase):
             names += [f"frequency_{f['index']}_pixel_table" for f in record["frequencies"]]
             names += [f"custom_{c['id']}" for c in record["custom"]]
             names += ["psf"] if record["straylight"] else []
-            self.assertEqual(sorted(arrays), sorted(names))
+            lists = self.lists_of(record)
+            self.assertEqual(sorted(arrays), sorted(names + list(lists)))
+            for name, values in lists.items():
+                array = arrays.pop(name)
+                self.assertEqual(array.dtype, numpy.uint32 if name.endswith("second") else numpy.float32)
+                numpy.testing.assert_array_equal(array, numpy.array(values, array.dtype), name)
+            packed = numpy.load(self.export(module, "npz")[0] / "module.npz")
+            self.assertEqual(sorted(packed), sorted(names + list(lists)))
+            for name, array in arrays.items():
+                numpy.testing.assert_array_equal(packed[name], array)
             self.assertEqual(numpy.count_nonzero(arrays["mask"] == 0), record["maskedPixels"])
             for field in record["custom"]:
                 self.assertEqual(arrays[f"custom_{field['id']}"].tobytes().hex(), field["hex"])
@@ -67,13 +76,29 @@ class Exports(unittest.TestCase):
                     self.assertEqual(arrays[name].max(), numpy.float32(block["range"]["max"]))
             self.check_texts(module, arrays)
 
+    def lists_of(self, record):
+        """What is no table and no bytes, as inspect tells it."""
+        lists = {}
+        for frequency in record["frequencies"]:
+            start = f"frequency_{frequency['index']}_"
+            lists |= {start + "values_a": frequency["valuesA"], start + "values_b": frequency["valuesB"],
+                      start + "scalar": [frequency["scalar"]]}
+            lists = {name: values for name, values in lists.items() if values not in (None, [None])}
+            for letter in "AB":
+                for part in ("first", "second", "third"):
+                    lists[f"{start}wiggling_{letter.lower()}_{part}"] = frequency["wiggling" + letter][part]
+        return lists
+
     def check_texts(self, module, arrays):
         """CSV gives the same bits, PGM the values that its comment promises."""
-        csv, _ = self.export(module, "csv")
+        csv, record = self.export(module, "csv")
         pgm, _ = self.export(module, "pgm")
         planes = {name: array for name, array in arrays.items() if name != "rays"}
         planes |= {f"rays_{c}": arrays["rays"][:, :, i] for i, c in enumerate("xyz")}
-        self.assertEqual(sorted(p.stem for p in csv.iterdir()), sorted(planes))
+        lists = self.lists_of(record)
+        self.assertEqual(sorted(p.stem for p in csv.iterdir()), sorted([*planes, *lists]))
+        for name, values in lists.items():
+            self.assertEqual((csv / f"{name}.csv").read_text().count(","), len(values) - 1)
         self.assertEqual(sorted(p.stem for p in pgm.iterdir()), sorted(planes))
         for name, plane in planes.items():
             plane = numpy.atleast_2d(plane)
@@ -82,8 +107,10 @@ class Exports(unittest.TestCase):
             picture = cv2.imread(str(pgm / f"{name}.pgm"), cv2.IMREAD_UNCHANGED)
             self.assertEqual(picture.dtype, numpy.uint16)
             comment = (pgm / f"{name}.pgm").read_bytes().split(b"\n")[1].decode()
-            low, step = comment.split("value = ")[1].removesuffix(" * sample").split(" + ")
-            numpy.testing.assert_allclose(float(low) + float(step) * picture, plane,
+            low, step = comment.split(" = ")[1].removesuffix(" * sample").split(" + ")
+            self.assertEqual("log10" in comment, name == "psf")
+            shown = numpy.log10(plane) if name == "psf" else plane
+            numpy.testing.assert_allclose(float(low) + float(step) * picture, shown,
                                           atol=0.51 * float(step) + 1e-12, err_msg=name)
 
     def test_lens(self):
@@ -136,6 +163,14 @@ class Exports(unittest.TestCase):
         self.run_calcut(*words, "--force")
         self.assertEqual(numpy.load(folder / "psf.npy").ndim, 2)
         self.assertEqual(sorted(folder.iterdir()), before)
+        # Many dumps: one that does not read stops nothing; no two share a folder.
+        (self.folder / "other").mkdir()
+        (self.folder / "other" / "v7.bin").write_bytes((self.folder / "v7.bin").read_bytes())
+        (self.folder / "bad.bin").write_bytes(b"nothing")
+        said = self.run_calcut("export", "bad.bin", "v7.bin", "other", "bare.spc", "--out", "many",
+                               "--as", "json", status=1)
+        self.assertIn("same name as v7.bin", said)
+        self.assertEqual(sorted(path.name for path in (self.folder / "many").iterdir()), ["bare", "v7"])
         # A dump under the name of an export, and directories that cannot be had.
         dump = (self.folder / "v7.bin").read_bytes()
         (folder / "mask.npy").write_bytes(dump)

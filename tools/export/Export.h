@@ -1,11 +1,11 @@
 // calcut export: a module's tables and lens as files that other tools read.
 #pragma once
 
-#include <array>
-#include <cstdint>
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tools/files/Dump.h"
@@ -14,29 +14,67 @@
 
 namespace calcut::exporting {
 
+/// A file to be; its text is made when its turn comes, for a large module's files together would
+/// take much memory.
+struct File {
+    std::string name;
+    std::function<std::string()> text;
+};
+
+/// A module with a record and a lens, and the path it came from. Both outlive the files.
+struct Subject {
+    const module::Diagnosis& module;
+    const std::string& source;
+};
+
+std::vector<File> npyFiles(const Subject& subject);
+std::vector<File> npzFiles(const Subject& subject);
+std::vector<File> csvFiles(const Subject& subject);
+std::vector<File> pgmFiles(const Subject& subject);
+std::vector<File> opencvFiles(const Subject& subject);
+std::vector<File> rosFiles(const Subject& subject);
+std::vector<File> jsonFiles(const Subject& subject);
+
+struct Format {
+    const char* word;  ///< as --as takes it
+    const char* help;
+    std::vector<File> (*files)(const Subject& subject);
+    /// What a comment about damage comes behind; null where the format has no comments.
+    const char* beforeComments;
+};
+
 /// Of every table, then of the lens.
-enum class ExportFormat : std::uint8_t { Npy, Csv, Pgm, OpencvYaml, RosYaml, Json };
-inline constexpr std::array exportFormats = {ExportFormat::Npy,     ExportFormat::Csv,
-                                             ExportFormat::Pgm,     ExportFormat::OpencvYaml,
-                                             ExportFormat::RosYaml, ExportFormat::Json};
+inline constexpr Format formats[] = {
+    {"npy", "NumPy arrays (rows, columns), rays (rows, columns, 3), lists and custom fields (n,)",
+     npyFiles, nullptr},
+    {"npz", "the same arrays in one file, module.npz", npzFiles, nullptr},
+    {"csv", "a line for each row of the image; rays as three files, _x, _y and _z", csvFiles, ""},
+    {"pgm",
+     "grey pictures of 16 bits, that of the PSF logarithmic; a comment says which values "
+     "they mean",
+     pgmFiles, "P5\n"},
+    {"opencv-yaml",
+     "the lens for cv::FileStorage: camera_matrix and distortion_coefficients k1 k2 "
+     "p1 p2 k3, lengths in pixels",
+     opencvFiles, "%YAML:1.0\n---\n"},
+    {"ros-yaml", "the lens as camera_info.yaml of ROS, model plumb_bob", rosFiles, ""},
+    {"json", "the lens as lens.json, with the names of calcut inspect --json", jsonFiles, nullptr},
+};
+
+/// The files of a module, with a comment about the first fault in those that have comments.
+std::vector<File> filesOf(const Format& format, const Subject& subject);
 
 struct ExportOptions {
-    std::string input;      ///< dump or bare calibration, "-" for standard input
-    std::string directory;  ///< made when only its last step is not there
-    ExportFormat format = ExportFormat::Npy;
+    /// A dump or bare calibration ("-" for standard input) and a directory, which is made when only
+    /// its last step is not there; with out dumps and folders of them.
+    std::vector<std::string> paths;
+    std::string out;  ///< a directory for each dump comes under this one
+    const Format* format = nullptr;
     std::optional<module::Layout> layout;  ///< by its first bytes when not set
     std::uint64_t maxSize = files::defaultMaxSize;
     bool force = false;    ///< replace files that exist
     bool damaged = false;  ///< write what reads of a dump with faults
 };
-
-struct ExportFile {
-    std::string name;
-    std::function<std::string()> text;  ///< its content; the module and the options must live
-};
-
-/// The files that an export of a module with a record writes.
-std::vector<ExportFile> filesOf(const module::Diagnosis& module, const ExportOptions& options);
 
 /// Writes the files. Returns the exit status.
 int runExport(const ExportOptions& options);

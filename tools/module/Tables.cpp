@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <iterator>
+#include <tuple>
 
 #include <fmt/format.h>
 
@@ -53,6 +54,45 @@ const Table* tableNamed(const std::vector<Table>& tables, const std::string& nam
     const auto found = std::find_if(tables.begin(), tables.end(),
                                     [&name](const Table& table) { return table.name == name; });
     return found == tables.end() ? nullptr : &*found;
+}
+
+std::vector<Table> listsOf(const Diagnosis& about) {
+    std::vector<Table> lists;
+    for (unsigned k = 0; about.record && k < VANTRIC_FREQUENCIES; ++k) {
+        const VantricFrequencyRecord& record = about.record->frequencies[k];
+        const auto add = [&](const char* name, std::span<const float> floats,
+                             std::span<const std::uint32_t> words = {}) {
+            Table& list = lists.emplace_back();
+            list.name = fmt::format("frequency_{}_{}", k, name);
+            list.title = fmt::format("frequency {}: {}", k, name);
+            list.floats = floats;
+            list.words = words;
+            list.columns = static_cast<std::uint32_t>(list.size());
+            list.rows = 1;
+            list.isImage = false;
+        };
+        if (about.wasRead(frequencyBlock(k, RX_FREQUENCY_VALUES_A))) {
+            add("values_a", {record.valuesA, record.countA});
+        }
+        if (about.wasRead(frequencyBlock(k, RX_FREQUENCY_VALUES_B))) {
+            add("values_b", {record.valuesB, record.countB});
+        }
+        if (about.wasRead(frequencyBlock(k, RX_FREQUENCY_SCALAR))) {
+            add("scalar", {&record.scalar, 1});
+        }
+        for (const auto& [block, letter, table] :
+             {std::tuple(RX_FREQUENCY_WIGGLING_A, 'a', &record.wigglingA),
+              std::tuple(RX_FREQUENCY_WIGGLING_B, 'b', &record.wigglingB)}) {
+            if (about.wasRead(frequencyBlock(k, block))) {
+                const std::size_t size =
+                    std::min<std::size_t>(table->capacity, VANTRIC_WIGGLING_ENTRIES);
+                add(fmt::format("wiggling_{}_first", letter).c_str(), {table->first, size});
+                add(fmt::format("wiggling_{}_second", letter).c_str(), {}, {table->second, size});
+                add(fmt::format("wiggling_{}_third", letter).c_str(), {table->third, size});
+            }
+        }
+    }
+    return lists;
 }
 
 std::vector<Table> customTablesOf(const Diagnosis& about) {

@@ -11,8 +11,8 @@
 
 namespace calcut::module {
 
-/// Points into the record it comes from. Either bytes or floats are set; elements lie row by row,
-/// the channels of one beside each other.
+/// Points into the record it comes from. One of bytes, floats and words is set; elements lie row by
+/// row, the channels of one beside each other.
 struct Table {
     std::string name;   ///< "pixel_values"; unique in its record, fit for a file name
     std::string title;  ///< "pixel values"
@@ -21,9 +21,11 @@ struct Table {
     unsigned channels = 1;  ///< 3 for rays: x, y, z
     std::span<const std::uint8_t> bytes{};
     std::span<const float> floats{};
-    bool isImage = true;  ///< else one row of plain bytes, without a shape
+    std::span<const std::uint32_t> words{};
+    bool isImage = true;  ///< else one row of plain bytes or numbers, without a shape
 
-    [[nodiscard]] std::size_t size() const { return bytes.empty() ? floats.size() : bytes.size(); }
+    [[nodiscard]] std::size_t size() const { return bytes.size() + floats.size() + words.size(); }
+    /// Of bytes or floats.
     [[nodiscard]] float operator[](std::size_t at) const {
         return bytes.empty() ? floats[at] : static_cast<float>(bytes[at]);
     }
@@ -38,6 +40,9 @@ std::vector<Table> tablesOf(const Diagnosis& about);
 
 /// The table of that name, or null.
 const Table* tableNamed(const std::vector<Table>& tables, const std::string& name);
+
+/// Values A and B, scalar and wiggling tables of each frequency, as far as the record has them.
+std::vector<Table> listsOf(const Diagnosis& about);
 
 /// The custom fields as rows of bytes.
 std::vector<Table> customTablesOf(const Diagnosis& about);

@@ -189,16 +189,32 @@ int compare(const compare::CompareOptions& options) {
 }
 
 void addExportOptions(CLI::App& command, exporting::ExportOptions& options) {
-    addValue(command, "DUMP", options.input, "FILE", moduleText)->required();
-    addValue(command, "DIR", options.directory, "DIR", "Directory to write into")->required();
-    const auto set = [&options](std::size_t at) { options.format = exporting::ExportFormat(at); };
-    addChoice(command, "--as", {"npy", "csv", "pgm", "opencv-yaml", "ros-yaml", "json"}, set,
-              "FORMAT", "What to write")
+    addValue(command, "DUMP", options.paths, "",
+             "A dump and the directory to write into, or dumps and folders of them with --out")
         ->required();
+    addValue(command, "--out", options.out, "DIR",
+             "Directory for many dumps, made when it is not there");
+    std::vector<std::string> words;
+    std::string list;
+    for (const exporting::Format& format : exporting::formats) {
+        words.emplace_back(format.word);
+        list += (list.empty() ? "" : "; ") + words.back() + ": " + format.help;
+    }
+    const auto set = [&options](std::size_t at) { options.format = &exporting::formats[at]; };
+    const std::string text = "What to write; " + list;
+    addChoice(command, "--as", words, set, "FORMAT", text.c_str())->required();
     command.add_flag("--force", options.force, "Replace files that exist");
     command.add_flag("--damaged", options.damaged,
                      "Write what reads of a dump with faults, each file marked where it can be");
     addReading(command, options);
+}
+
+void checkExport(const exporting::ExportOptions& options) {
+    if (options.out.empty() && options.paths.size() != 2) {
+        throw CLI::ValidationError(
+            "export", options.paths.size() < 2 ? "needs a DUMP and a DIR"
+                                               : "many dumps go into a directory that --out names");
+    }
 }
 
 // ------------------------------------------------------------------------------------- make --
@@ -322,7 +338,7 @@ int runCommandLine(int argc, char** argv) {
     addSubcommand(app, request, inspectHelp, addInspectOptions, inspect::runInspect);
     addSubcommand(app, request, plotHelp, addPlotOptions, plot::runPlot);
     addSubcommand(app, request, compareHelp, addCompareOptions, compare, checkCompare);
-    addSubcommand(app, request, exportHelp, addExportOptions, exporting::runExport);
+    addSubcommand(app, request, exportHelp, addExportOptions, exporting::runExport, checkExport);
     addSubcommand(app, request, makeHelp, addMakeOptions, make::runMake, checkMake);
     addTerminalOptions(app, request.terminal);
     app.add_subcommand("help", "Show this help, or that of a subcommand");

@@ -103,25 +103,22 @@ Examples:
   calcut compare golden.bin module.bin --tolerance 1e-4 -o differences.png
   calcut compare golden.bin module.bin --json | jq '.tables[] | select(.differs)')"};
 
-inline constexpr Help exportHelp = {"export", "Write a module's tables or lens for other tools",
-                                    "[OPTIONS] DUMP DIR --as FORMAT",
-                                    R"(DIR is made when it is not there.
+inline constexpr Help exportHelp = {
+    "export", "Write a module's tables or lens for other tools",
+    "[OPTIONS] DUMP DIR --as FORMAT\n"
+    "[OPTIONS] DUMP... --out DIR --as FORMAT",
+    R"(DIR is made when it is not there. Many dumps go into directories of their own under DIR, named
+after them without the extension. A dump with a fault is refused, unless --damaged is given.
 
-Tables (mask, pixel_values, frequency_N_pixel_table, rays, psf, custom_ID):
-  npy          NumPy arrays (rows, columns), rays (rows, columns, 3), custom fields of bytes
-  csv          a line for each row of the image; rays as three files, _x, _y and _z
-  pgm          grey pictures of 16 bits; a comment in them says which values they mean
-The lens:
-  opencv-yaml  opencv_camera.yaml for cv::FileStorage: camera_matrix and
-               distortion_coefficients k1 k2 p1 p2 k3, lengths in pixels
-  ros-yaml     camera_info.yaml of ROS, model plumb_bob
-  json         lens.json, with the names of calcut inspect --json
+The tables are mask, pixel_values, frequency_N_pixel_table, rays and psf; lists of numbers are
+frequency_N_values_a, _values_b, _scalar, _wiggling_a_first, ...; bytes are custom_ID.
 
 Exit status: 0 all files were written, 1 one was not, 2 usage.
 
 Examples:
   calcut export module.bin tables --as npy
-  calcut export module.bin . --as opencv-yaml --force)"};
+  calcut export module.bin . --as opencv-yaml --force
+  calcut export line --out arrays --as npz)"};
 
 inline constexpr Help makeHelp = {"make", "Make a dump with a plausible calibration",
                                   "[OPTIONS] -o FILE",
