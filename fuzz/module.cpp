@@ -6,7 +6,7 @@
 #include "calcut/cutter.h"
 #include "Scratch.h"
 #include "targets.h"
-#include "tools/compare/CompareTree.h"
+#include "tools/compare/Comparison.h"
 #include "tools/export/Export.h"
 #include "tools/inspect/Text.h"
 #include "tools/module/Diagnosis.h"
@@ -51,7 +51,7 @@ void show(const Diagnosis& about) {
     const calcut::text::Json tree = calcut::module::inspectTree(about, "dump");
     require(!calcut::text::jsonText(tree).empty(), "every dump has its JSON");
     for (const std::size_t width : {0U, 20U, 80U, 200U}) {
-        require(!calcut::inspect::textOf(tree, {width, nullptr}).empty(), "and its text");
+        require(!calcut::inspect::textOf(about, "module", {width, nullptr}).empty(), "and its text");
     }
     for (const calcut::module::Finding& fault : about.faults) {
         require(fault.name != "unexplained", "every fault has a cause");
@@ -64,7 +64,7 @@ void compare(const Diagnosis& about) {
     static const Diagnosis other =
         calcut::module::diagnose(seed, Layout::Packed, vantric::Wanted::everything);
     const auto equal = [](const Diagnosis& a, const Diagnosis& b) {
-        return calcut::compare::compareTree({"a", a}, {"b", b}, std::nullopt)["equal"].get<bool>();
+        return calcut::compare::Comparison(a, b, {}).equal;
     };
     require(equal(about, about), "a module is equal to itself");
     require(equal(about, other) == equal(other, about), "whichever comes first");

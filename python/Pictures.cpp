@@ -5,7 +5,7 @@
 
 #include "calibration/owners.h"
 #include "python/Calibration.h"
-#include "tools/compare/CompareTree.h"
+#include "tools/compare/Rendering.h"
 #include "tools/module/Tree.h"
 
 namespace calcut::python {
@@ -25,7 +25,11 @@ std::string compareJson(const Calibration& a, const Calibration& b,
     if (!a.about().record || !b.about().record) {
         throw py::value_error("one of them holds no calibration that reads");
     }
-    return text::jsonText(compare::compareTree({"", a.about()}, {"", b.about()}, tolerance));
+    compare::Compared what;
+    if (tolerance) {
+        what.tolerances.absolute[""] = *tolerance;
+    }
+    return text::jsonText(compare::treeOf({a.about(), b.about(), what.tolerances}, what));
 }
 
 Floats interpolate(const Floats& x, const Floats& y, const Floats& at) {

@@ -9,7 +9,7 @@
 
 #include "fixtures.h"
 #include "tools/compare/Compare.h"
-#include "tools/compare/CompareTree.h"
+#include "tools/compare/Rendering.h"
 #include "tools/module/Layout.h"
 #include "tools/module/Tables.h"
 
@@ -25,8 +25,15 @@ module::Diagnosis diagnosisOf(const Bytes& file) {
     return module::diagnose(file, module::classify(file), vantric::Wanted::everything);
 }
 
-text::Json compared(const Bytes& a, const Bytes& b, std::optional<double> tolerance = {}) {
-    return compare::compareTree({"a", diagnosisOf(a)}, {"b", diagnosisOf(b)}, tolerance);
+text::Json compared(const Bytes& a, const Bytes& b, const compare::Tolerances& tolerances = {}) {
+    const module::Diagnosis ofA = diagnosisOf(a), ofB = diagnosisOf(b);
+    return compare::treeOf({ofA, ofB, tolerances}, {{"a", "b"}, tolerances});
+}
+
+std::string textOf(const Bytes& a, const Bytes& b, std::size_t width = 0,
+                   const compare::Tolerances& tolerances = {}) {
+    const module::Diagnosis ofA = diagnosisOf(a), ofB = diagnosisOf(b);
+    return compare::textOf({ofA, ofB, tolerances}, {{"a", "b"}, tolerances}, {width, nullptr});
 }
 
 Bytes packed(const Change& change, unsigned valueBits = 0) {
@@ -60,10 +67,9 @@ TEST(Compare, EveryBitThatStillReadsIsADifference) {
         const Bytes changed = flipped(original, bit);
         if (const module::Diagnosis other = diagnosisOf(changed); other.status == VANTRIC_OK) {
             ++seen;
-            const text::Json tree = bit % 2 == 0
-                                        ? compare::compareTree({"a", about}, {"b", other}, {})
-                                        : compare::compareTree({"a", other}, {"b", about}, {});
-            EXPECT_FALSE(tree["equal"].get<bool>()) << "bit " << bit;
+            const compare::Comparison comparison(bit % 2 == 0 ? about : other,
+                                                 bit % 2 == 0 ? other : about, {});
+            EXPECT_FALSE(comparison.equal) << "bit " << bit;
         }
     }
     EXPECT_GT(seen, 1000U);
@@ -122,12 +128,13 @@ TEST(Compare, AHundredPixelValues) {
     };
     const text::Json tree = compared(wide(false), wide(true));
     EXPECT_EQ(tableOf(tree, "pixel_values")["differing"], 100);
-    EXPECT_NE(compare::compareText(tree, {}).find("100 of 1200"), std::string::npos);
+    EXPECT_NE(textOf(wide(false), wide(true)).find("100 of 1200"), std::string::npos);
     // Other sizes are told, not compared.
     const text::Json sizes = compared(packed(unchanged), wide(false));
     EXPECT_FALSE(sizes["equal"].get<bool>());
     EXPECT_TRUE(tableOf(sizes, "mask")["differing"].is_null());
-    EXPECT_NE(compare::compareText(sizes, {}).find("A: 8 x 4, B: 40 x 30"), std::string::npos);
+    EXPECT_NE(textOf(packed(unchanged), wide(false), 80).find("A: 8 x 4, B: 40 x 30"),
+              std::string::npos);
 }
 
 TEST(Compare, ToleranceAppliesToValuesNotToHowTheyAreStored) {
@@ -136,14 +143,65 @@ TEST(Compare, ToleranceAppliesToValuesNotToHowTheyAreStored) {
     const Bytes coarse = packed(unchanged, 12);
     const Bytes text = packed([](Calibration& c) { c.text2 = "another"; });
     const Bytes fewer = packed([](Calibration& c) { c.frequencies.pop_back(); });
-    using Case = std::tuple<Bytes, std::optional<double>, bool>;
-    for (const auto& [other, tolerance, equal] :
-         {Case{shifted, {}, false}, Case{shifted, 0.2, false}, Case{shifted, 0.25, true},
-          Case{coarse, {}, false}, Case{coarse, 0.01, true}, Case{text, 1e9, false},
-          Case{fewer, 1e9, false}, Case{original, 0.0, true}}) {
-        const text::Json tree = compared(original, other, tolerance);
-        EXPECT_EQ(tree["equal"], equal) << tree;
+    const Bytes lens = packed([](Calibration& c) { c.lens[0] *= 1.01F; });
+    using Words = std::vector<const char*>;
+    using Case = std::tuple<Bytes, Words, Words, bool>;
+    for (const auto& [other, tolerances, relative, equal] :
+         {Case{shifted, {}, {}, false},
+          {shifted, {"0.2"}, {}, false},
+          {shifted, {"0.25"}, {}, true},
+          {shifted, {"pixel_values=0.25"}, {}, true},
+          {shifted, {"1e9", "pixel_values=0.2"}, {}, false},
+          {shifted, {"frequency_0_pixel_table=1"}, {}, false},
+          {coarse, {}, {}, false},
+          {coarse, {"0.01"}, {}, true},
+          {text, {"1e9"}, {"1e9"}, false},
+          {fewer, {"1e9"}, {}, false},
+          {original, {"0"}, {}, true},
+          {lens, {"rays=1"}, {"0.009"}, false},
+          {lens, {"rays=1"}, {"0.011"}, true},
+          {lens, {"rays=1"}, {"lens=0.011"}, true},
+          {lens, {"rays=1"}, {"0.02", "lens=0.009"}, false}}) {
+        compare::Tolerances given;
+        for (const char* word : tolerances) {
+            ASSERT_FALSE(compare::addTolerance(given.absolute, word).has_value()) << word;
+        }
+        for (const char* word : relative) {
+            ASSERT_FALSE(compare::addTolerance(given.relative, word).has_value()) << word;
+        }
+        EXPECT_EQ(compared(original, other, given)["equal"], equal)
+            << textOf(original, other, 0, given);
     }
+    for (const char* word : {"", "-1", "nan", "inf", "1x", "psf=", "mask=1", "psfs=1", "=1"}) {
+        compare::Tolerances given;
+        EXPECT_TRUE(compare::addTolerance(given.absolute, word).has_value()) << word;
+    }
+}
+
+// Long texts of modules that differ in everything, and one that can only be compared in part.
+TEST(Compare, TextBeginsWithTheVerdictAndFits) {
+    const Bytes original = packed(unchanged);
+    const Bytes other = packed([](Calibration& c) {
+        c.columns = 4;
+        c.rows = 8;
+        c.text1 = std::string(63, 'x');
+        c.custom = {Bytes(255, 7)};
+        c.lens[0] *= -1e-7F;
+    });
+    for (const std::size_t width : {64U, 80U, 120U}) {
+        const std::string text = textOf(original, other, width);
+        EXPECT_TRUE(text.starts_with("  verdict            different\n  A ")) << text;
+        EXPECT_TRUE(firstMatch(text, "\n  tables +[1-9] of [1-9]+ differ\n")) << text;
+        std::istringstream lines(text);
+        for (std::string line; std::getline(lines, line);) {
+            EXPECT_LE(line.size(), width) << line;
+        }
+    }
+    // What matters most stays.
+    const Bytes shifted = packed([](Calibration& c) { c.pixelValues[3] += 0.25F; });
+    const std::string narrow = textOf(original, shifted, 64);
+    EXPECT_TRUE(firstMatch(narrow, "pixel values +1 of 32 .* 0\\.0441[0-9]+ +\\+0\\.25\n"))
+        << narrow;
 }
 
 TEST(Compare, WhatIsNotFinite) {
@@ -154,11 +212,12 @@ TEST(Compare, WhatIsNotFinite) {
     const auto table = [](const std::vector<float>& values) {
         return module::Table{"t", "t", 6, 1, 1, {}, values};
     };
-    const module::TableDifference difference = module::differenceOf(table(a), table(b), 1.0);
+    const module::TableDifference difference =
+        module::differenceOf(table(a), table(b), {.absolute = 1.0});
     // The root of the mean square is that of the four that can be measured.
     EXPECT_EQ(std::tuple(difference.differing, difference.unmeasured, difference.max,
-                         difference.maxAt, difference.rms),
-              std::tuple(3, 2, 2.0, 4, 1.0));
+                         difference.maxAt, difference.rms, difference.mean),
+              std::tuple(3, 2, 2.0, 4, 1.0, 0.5));
 }
 
 TEST(Compare, ExitStatuses) {
@@ -176,8 +235,7 @@ TEST(Compare, ExitStatuses) {
           Case{"broken", "a.png", "", 2}, Case{"b", "a.png", "a.png", 2},
           Case{"b", "a.png", "no/x.png", 2}, Case{"b", "a.png", "x.png", 2}}) {
         compare::CompareOptions options;
-        options.a = dir / a;
-        options.b = dir / b;
+        options.paths = {dir / a, dir / b};
         options.output = *output == '\0' ? "" : dir / output;
         testing::internal::CaptureStdout();
         testing::internal::CaptureStderr();
@@ -186,4 +244,67 @@ TEST(Compare, ExitStatuses) {
         EXPECT_EQ(testing::internal::GetCapturedStderr().empty(), status != 2);
     }
     EXPECT_EQ(readBytes(dir / "a.png"), smallPacked());
+}
+
+TEST(Compare, ManyWithOne) {
+    const TempDir dir;
+    const auto golden = packed(unchanged);
+    writeBytes(dir / "golden", golden);
+    std::filesystem::create_directory(dir / "line");
+    writeBytes(dir / "line/=a,b", golden);
+    writeBytes(dir / "line/c", packed([](Calibration& c) {
+                   c.pixelValues[3] += 0.25F;
+                   c.lens[1] += 2.0F;
+               }));
+    writeBytes(dir / "line/d", prefix(golden, 100));
+    compare::CompareOptions options;
+    options.to = dir / "golden";
+    options.paths = {dir / "line", dir / "missing"};
+    options.report = dir / "report.csv";
+    const auto run = [&options] {
+        testing::internal::CaptureStdout();
+        testing::internal::CaptureStderr();
+        const int status = compare::runCompare(options, nullptr);
+        return std::tuple(status, testing::internal::GetCapturedStdout(),
+                          testing::internal::GetCapturedStderr());
+    };
+    const auto [status, out, err] = run();
+    EXPECT_EQ(status, compare::exitNotCompared);
+    EXPECT_TRUE(firstMatch(out, "line/c +different +1 +2 +0 ")) << out;
+    EXPECT_NE(out.find("4 dumps: 1 equal, 1 different, 2 not compared"), std::string::npos) << out;
+    EXPECT_NE(err.find("line/d: block 3 (pixel values) is cut short"), std::string::npos) << err;
+    const Bytes bytes = readBytes(options.report);
+    std::istringstream lines(std::string(bytes.begin(), bytes.end()));
+    std::vector<std::string> rows;
+    for (std::string line; std::getline(lines, line);) {
+        rows.push_back(line);
+    }
+    ASSERT_EQ(rows.size(), 5U);
+    EXPECT_TRUE(rows[0].starts_with("file,result,reason,fx,fy,cx,cy,k1,k2,p1,p2,k3,lens mean,"))
+        << rows[0];
+    EXPECT_NE(rows[0].find(",pixel_values mean,pixel_values rms,pixel_values max,"),
+              std::string::npos);
+    EXPECT_TRUE(rows[1].starts_with("\"" + dir.path() + "/line/=a,b\",equal,,0,0,0,")) << rows[1];
+    EXPECT_TRUE(
+        firstMatch(rows[2], "/line/c,different,,0,2,0,0,0,0,0,0,0,0.2222222[0-9]*,0.6666667,2,"))
+        << rows[2];
+    EXPECT_NE(rows[2].find(",0.0078124995,0.044194173,0.24999999,"), std::string::npos) << rows[2];
+    const auto fields = [](const std::string& row) {
+        return std::count(row.begin(), row.end(), ',');
+    };
+    EXPECT_EQ(fields(rows[2]), fields(rows[0]));
+    EXPECT_TRUE(firstMatch(rows[3], "/line/d,not compared,\"block 3 .*\"\r$")) << rows[3];
+    // Its own report is replaced, no other file, and none that is read.
+    EXPECT_EQ(std::get<0>(run()), compare::exitNotCompared);
+    writeBytes(dir / "other.csv", golden);
+    for (const std::string& taken : {dir / "other.csv", dir / "golden"}) {
+        options.report = taken;
+        EXPECT_EQ(std::get<1>(run()), "");
+        EXPECT_EQ(readBytes(taken), golden);
+    }
+    options.paths = {dir / "line/=a,b"};
+    options.report = dir / "other.csv";
+    options.force = true;
+    EXPECT_EQ(std::get<0>(run()), 0);
+    EXPECT_NE(readBytes(options.report), golden);
 }

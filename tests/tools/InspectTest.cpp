@@ -27,11 +27,12 @@ TEST(Inspect, ShowsEachValueUnderItsName) {
     const auto made = smallCalibration();
     const Bytes packed = packCalibration(made);
     const Bytes dump = korvelineImage(bytes(packed, signatureArea(3)), signedType);
-    const text::Json tree = module::inspectTree(
-        module::diagnose(dump, korvelineLayout, Wanted::everything), "a\n\xC3\xA9");
+    const module::Diagnosis about = module::diagnose(dump, korvelineLayout, Wanted::everything);
+    const std::string path = "a\n\xC3\xA9";
+    const text::Json tree = module::inspectTree(about, path);
     const text::Json& record = tree["record"];
     const std::array lens = {"fx", "fy", "cx", "cy", "k1", "k2", "p1", "p2", "k3"};
-    const std::string text = inspect::textOf(tree, {});
+    const std::string text = inspect::textOf(about, path, {});
     for (std::size_t i = 0; i < lens.size(); ++i) {
         EXPECT_EQ(record["lens"][lens[i]].get<float>(), made.lens.at(i)) << lens[i];
         const std::size_t line = text.find(std::string("\n  ") + lens[i] + " ");
@@ -56,6 +57,25 @@ TEST(Inspect, ShowsEachValueUnderItsName) {
         EXPECT_EQ(shown["wigglingA"]["third"], text::Json(frequency.wigglingA.third));
         EXPECT_EQ(shown["wigglingB"]["first"], text::Json(frequency.wigglingB.first));
     }
+    // Each key spelt as docs/inspect-json.md has it.
+    const auto keysOf = [](const text::Json& object) {
+        std::string keys;
+        for (const auto& [key, value] : object.items()) {
+            keys += (keys.empty() ? "" : " ") + key;
+        }
+        return keys;
+    };
+    EXPECT_EQ(keysOf(record),
+              "columns rows auxFlag lens text0 text1 text2 idBytes idCodes maskedPixels "
+              "zeroMaskCount frequencies straylight custom customStatus");
+    EXPECT_EQ(keysOf(record["lens"]), "fx fy cx cy k1 k2 p1 p2 k3");
+    EXPECT_EQ(keysOf(record["frequencies"][0]),
+              "index id scalar valuesA valuesB wigglingA wigglingB");
+    for (const char* table : {"wigglingA", "wigglingB"}) {
+        EXPECT_EQ(keysOf(record["frequencies"][0][table]), "header first second third");
+    }
+    EXPECT_EQ(keysOf(record["straylight"]),
+              "scale exponent offset centre psfWidth psfHeight radius value");
     const text::Json& straylight = record["straylight"];
     EXPECT_EQ(straylight["scale"].get<float>(), made.straylight->scale);
     EXPECT_EQ(straylight["centre"].get<float>(), made.straylight->centre);
@@ -117,9 +137,7 @@ TEST(Inspect, ExplainsWhatItShows) {
                                 }};
     for (const auto& [dump, lines] : cases) {
         const std::string text = inspect::textOf(
-            module::inspectTree(module::diagnose(dump, module::classify(dump), Wanted::everything),
-                                ""),
-            style);
+            module::diagnose(dump, module::classify(dump), Wanted::everything), "", style);
         for (const char* line : lines) {
             EXPECT_TRUE(firstMatch(text, std::string("\n *") + line + "\n")) << line << "\n"
                                                                              << text;
@@ -129,12 +147,11 @@ TEST(Inspect, ExplainsWhatItShows) {
 
 TEST(Inspect, FitsTheTerminal) {
     const Bytes dump = korvelineImage(bytes(smallPacked(), signatureArea(127)), signedType);
-    const text::Json tree =
-        module::inspectTree(module::diagnose(dump, korvelineLayout, Wanted::everything), "dump");
-    const std::string wide = inspect::textOf(tree, {});
+    const module::Diagnosis about = module::diagnose(dump, korvelineLayout, Wanted::everything);
+    const std::string wide = inspect::textOf(about, "dump", {});
     EXPECT_NE(wide.find("payload at"), std::string::npos);
     for (const std::size_t width : {64U, 80U, 100U, 132U}) {
-        std::istringstream lines(inspect::textOf(tree, {width, nullptr}));
+        std::istringstream lines(inspect::textOf(about, "dump", {width, nullptr}));
         for (std::string line; std::getline(lines, line);) {
             EXPECT_LE(line.size(), width) << line;
             EXPECT_FALSE(line.ends_with(' ')) << line;

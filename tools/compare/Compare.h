@@ -1,4 +1,4 @@
-// calcut compare: how two modules differ.
+// calcut compare: how two modules differ, or how many differ from one.
 #pragma once
 
 #include <cstdint>
@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/compare/Comparison.h"
 #include "tools/module/Diagnosis.h"
 #include "tools/module/Layout.h"
 
@@ -15,21 +16,31 @@ namespace calcut::compare {
 inline constexpr int exitNotCompared = 2;
 
 struct CompareOptions {
-    std::string a;  ///< dumps or bare calibrations; one of them may be "-"
-    std::string b;
+    /// Dumps or bare calibrations, "-" for standard input: A and B, or with `to` any number of B,
+    /// folders too.
+    std::vector<std::string> paths;
+    std::string to;                        ///< A of many comparisons; empty for one
+    std::string report;                    ///< CSV with a row for each of them; empty for none
+    bool force = false;                    ///< replace a file that is no such report
     std::string output;                    ///< *.png, *.svg or *.pdf; empty for none
-    std::optional<module::Layout> layout;  ///< of both; by their first bytes when not set
+    std::optional<module::Layout> layout;  ///< of all; by their first bytes when not set
     std::uint64_t maxSize = files::defaultMaxSize;
-    std::optional<double> tolerance;
+    Tolerances tolerances;
     bool json = false;
 };
+
+/// What is wrong with a combination of options, or nothing.
+std::optional<std::string> usageFault(const CompareOptions& options);
 
 /// Makes the picture for options.output. Throws Refused when it cannot.
 using DrawDifferences = std::vector<std::uint8_t> (*)(const module::Diagnosis& a,
                                                       const module::Diagnosis& b,
                                                       const CompareOptions& options);
 
-/// Prints how two modules differ, and draws it where an output is named. Returns the exit status.
+/// Prints how modules differ, and draws it where an output is named. Returns the exit status.
 int runCompare(const CompareOptions& options, DrawDifferences draw);
+
+/// The same for options.to.
+int compareMany(const CompareOptions& options);
 
 }  // namespace calcut::compare

@@ -9,10 +9,10 @@ namespace calcut::files {
 
 /// Where inputs are named.
 struct InputSources {
-    std::vector<std::string> paths;    ///< files and folders; "-" is standard input
-    std::string filesFrom;             ///< a file that lists more of them; empty: none
-    std::string glob = "*";            ///< of folders, take only files of such a name
-    std::vector<std::string> leftOut;  ///< what is written, and therefore not found in folders
+    std::vector<std::string> paths;      ///< files and folders; "-" is standard input
+    std::string filesFrom{};             ///< a file that lists more of them; empty: none
+    std::string glob = "*";              ///< of folders, take only files of such a name
+    std::vector<std::string> leftOut{};  ///< what is written, and therefore not found in folders
 };
 
 struct Input {

@@ -1,49 +1,70 @@
 #include "tools/inspect/Inspect.h"
 
+#include <memory>
+
 #include "tools/commands.h"
+#include "tools/files/Inputs.h"
 #include "tools/inspect/Text.h"
 #include "tools/module/Module.h"
 #include "tools/module/Tree.h"
 
 namespace calcut::inspect {
 
+namespace {
+
+std::unique_ptr<module::Module> look(const files::Input& input, const InspectOptions& options) {
+    if (input.refusal) {
+        throw text::Refused(input.path, *input.refusal);
+    }
+    auto module =
+        std::make_unique<module::Module>(files::loadDump(input.path, options.maxSize).bytes,
+                                         options.layout, vantric::Wanted::everything);
+    module->lookAtTables();
+    return module;
+}
+
+}  // namespace
+
 int runInspect(const InspectOptions& options) {
-    const bool several = options.paths.size() > 1;
+    const std::vector<files::Input> inputs = files::gatherInputs({.paths = options.paths});
+    // A folder gives a list, however many dumps it holds.
+    const bool single = options.paths.size() == 1 && inputs[0].path == options.paths[0];
+    const bool quiet = text::terminal().verbosity == text::Verbosity::Quiet;
     bool good = true;
     text::Json all = text::Json::array();
-    for (const std::string& path : options.paths) {
-        std::unique_ptr<module::Module> module;
+    const auto tell = [&](text::Json tree) {
+        if (options.jsonl) {
+            text::writeStdout(text::jsonText(tree) + "\n");
+        } else if (options.json) {
+            all.push_back(std::move(tree));
+        }
+    };
+    for (const files::Input& input : inputs) {
+        std::unique_ptr<module::Module> file;
         try {
-            module = std::make_unique<module::Module>(files::loadDump(path, options.maxSize).bytes,
-                                                      options.layout, vantric::Wanted::everything);
+            file = look(input, options);
         } catch (const text::Refused& refused) {
-            text::printError(path, refused.what());
-            all.push_back(
-                {{"schema", module::inspectSchema}, {"file", path}, {"error", refused.what()}});
+            text::printError(input.path, refused.what());
+            tell({{"schema", module::inspectSchema},
+                  {"file", input.path},
+                  {"error", refused.what()}});
             good = false;
             continue;
         }
-        module->lookAtTables();
-        const module::Diagnosis& diagnosis = module->diagnosis;
-        good = good && diagnosis.intact() && !(options.strict && !diagnosis.warnings.empty());
-        if (!options.json && text::terminal().verbosity == text::Verbosity::Quiet) {
-            if (!diagnosis.intact()) {
-                text::printError(path, module::describe(diagnosis.faults.front()));
-            }
-            continue;
-        }
-        text::Json tree = module::inspectTree(diagnosis, path);
-        if (!options.json) {
-            text::writeStdout(&path == options.paths.data() ? "" : "\n");
-            text::writeStdout(textOf(tree, text::styleOfStdout()));
-        } else if (several) {
-            all.push_back(std::move(tree));
-        } else {
-            text::writeStdout(text::jsonText(tree, 2) + "\n");
+        const module::Diagnosis& about = file->diagnosis;
+        good = good && about.intact() && !(options.strict && !about.warnings.empty());
+        if (options.json || options.jsonl) {
+            tell(module::inspectTree(about, input.path));
+        } else if (!quiet) {
+            text::writeStdout(&input == inputs.data() ? "" : "\n");
+            text::writeStdout(textOf(about, input.path, text::styleOfStdout()));
+        } else if (!about.intact()) {
+            text::printError(input.path, module::describe(about.faults.front()));
         }
     }
-    if (options.json && several) {
-        text::writeStdout(text::jsonText(all, 2) + "\n");
+    // A single file that could not be loaded is no object.
+    if (options.json && !(single && all[0].contains("error"))) {
+        text::writeStdout(text::jsonText(single ? all[0] : all, 2) + "\n");
     }
     return good ? exitOk : exitFailed;
 }

@@ -1,149 +1,169 @@
 #include "tools/inspect/Text.h"
 
-#include <algorithm>
-#include <bit>
-
 #include <fmt/format.h>
 
+#include "calibration/packed/Block.h"
 #include "tools/module/Layout.h"
 #include "tools/module/Names.h"
+#include "tools/module/RecordFields.h"
+#include "tools/module/Stored.h"
+#include "tools/module/Tables.h"
 #include "tools/text/Escape.h"
 
 namespace calcut::inspect {
 
 namespace {
 
-std::uint64_t pixelsOf(const text::Json& size) {
-    return size["columns"].get<std::uint64_t>() * size["rows"].get<std::uint64_t>();
-}
+using module::Diagnosis;
 
-void writeImage(text::Lines& out, const text::Json& image) {
+void writeImage(text::Lines& out, const Diagnosis& about) {
     out.heading("Image header");
-    out.table({{"offset", "{offset}", true}, {"field", "{name}"}, {"value", "{text}"}},
-              image["fields"]);
-    const text::Json& payload = image["payload"];
-    const bool cutShort = !payload.is_null() && !payload["inside"];
-    const bool matches = image["computedCrc"] == image["storedCrc"];
-    out.items(image,
-              {{"payload", std::string("{payload/bytes} bytes at byte {payload/offset}") +
-                               (cutShort ? ", not all inside the file" : "")},
-               {"stored CRC-32", "{storedCrc:#010x}"},
-               {"computed CRC-32",
-                std::string("{computedCrc:#010x}  ") + (matches ? "matches" : "does not match"),
-                matches ? text::Colour::Green : text::Colour::Red},
-               {"signature", "{signature/bytes} bytes"}});
-    if (const text::Json& signature = image["signature"]; !signature.is_null()) {
-        out.hexItem("", text::valueText(signature["hex"]));
+    std::vector<text::Row> rows;
+    for (const module::ImageField& field : module::imageFieldsOf(about)) {
+        rows.push_back({{fmt::to_string(field.is.offset), field.is.name, field.text}});
+    }
+    out.table({{"offset", true}, {"field"}, {"value"}}, std::move(rows));
+    const image::Record& image = about.image;
+    if (image.hasHeader) {
+        const bool inside = about.payload.size() == image.payloadLength;
+        out.item("payload",
+                 fmt::format("{} bytes at byte {}{}", image.payloadLength, image.payloadOffset,
+                             inside ? "" : ", not all inside the file"));
+        out.item("stored CRC-32", fmt::format("{:#010x}", image.storedCrc));
+    }
+    if (image.computedCrc) {
+        const bool matches = image.computedCrc == image.storedCrc;
+        out.item(
+            "computed CRC-32",
+            fmt::format("{:#010x}  {}", *image.computedCrc, matches ? "matches" : "does not match"),
+            matches ? text::Colour::Green : text::Colour::Red);
+    }
+    if (const auto signature = module::signatureOf(about)) {
+        out.item("signature", fmt::format("{} bytes", *about.signatureLength));
+        out.hexItem("", text::hexText(*signature));
     }
 }
 
 // ---------------------------------------------------------------------------------- calibration --
 
-std::string rangeText(const text::Json& range) {
-    if (range.is_null()) {
+/// A text as it is stored, else the smallest and the largest value.
+std::string valuesText(const Diagnosis& about, const vantric::BlockSighting& block,
+                       const std::optional<module::Range>& range) {
+    const bool isText = block.header.id == RX_BLOCK_TEXT1 || block.header.id == RX_BLOCK_TEXT2;
+    if (!range) {
         return {};
     }
-    std::string line =
-        text::filled(range["min"] == range["max"] ? "{min}" : "{min} to {max}", range);
-    if (range["infinite"] != 0) {
-        line += (line.empty() ? "" : ", ") + text::filled("{infinite} not finite", range);
+    if (isText && block.header.kind == RX_KIND_RAW) {
+        constexpr std::size_t shown = 28;
+        const auto bytes = about.file.subspan(block.payloadOffset, block.payloadSize);
+        const bool fits = bytes.size() <= shown;
+        return module::quotedBytes(bytes.first(fits ? bytes.size() : shown)) + (fits ? "" : "...");
     }
-    return line;
+    const std::string low = module::textOf(range->min);
+    const std::string high = module::textOf(range->max);
+    std::string text = low == high ? low : fmt::format("{} to {}", low, high);
+    if (range->infinite != 0) {
+        text += fmt::format("{}{} not finite", text.empty() ? "" : ", ", range->infinite);
+    }
+    return text;
 }
 
-void writeBlocks(text::Lines& out, const text::Json& calibration) {
+void writeBlocks(text::Lines& out, const Diagnosis& about) {
     out.heading("Blocks");
-    text::Json rows = calibration["blocks"];
     bool ignored = false;
-    for (text::Json& row : rows) {
-        ignored = ignored || row["outcome"] == module::outcomeName(vantric::BlockOutcome::unknown);
-        row["range"] = rangeText(row["range"]);
+    std::vector<text::Row> rows;
+    const auto ranges = module::rangesOf(about);
+    for (std::size_t i = 0; i < ranges.size(); ++i) {
+        const vantric::BlockSighting& block = about.blocks[i];
+        const RXBlockHeader& header = block.header;
+        const bool fixedPoint = header.kind == RX_KIND_PACKED_FLOAT;
+        ignored = ignored || block.outcome == vantric::BlockOutcome::unknown;
+        rows.push_back(
+            {{fmt::to_string(block.offset), fmt::to_string(header.id), module::blockName(header.id),
+              module::kindName(header.kind), fmt::to_string(header.count),
+              vantric::isPacked(header.kind) ? fmt::to_string(header.bits) : "",
+              fixedPoint ? fmt::format("{}, {}", header.scale, header.offset) : "",
+              fmt::to_string(block.payloadOffset), fmt::to_string(block.payloadSize),
+              valuesText(about, block, ranges[i]), module::outcomeName(block.outcome)}});
     }
-    if (const text::Json& end = calibration["endMarker"]; !end.is_null()) {
-        rows.push_back({{"offset", end},
-                        {"id", VANTRIC_RX_END_MARKER},
-                        {"name", module::blockName(VANTRIC_RX_END_MARKER)}});
+    if (about.endMarker) {
+        rows.push_back({{fmt::to_string(*about.endMarker), fmt::to_string(VANTRIC_RX_END_MARKER),
+                         module::blockName(VANTRIC_RX_END_MARKER)}});
     }
-    out.table({{"offset", "{offset}", true, 7},
-               {"id", "{id}", true},
-               {"what", "{name}"},
-               {"kind", "{kind}", false, 5},
-               {"count", "{count}", true, 6},
-               {"bits", "{bits}", true, 4},
-               {"scale, offset", "{scale}, {valueOffset}", false, 2},
-               {"payload at", "{payloadOffset}", true, 1},
-               {"bytes", "{payloadBytes}", true, 3},
-               {"values", "{range}", false, 8},
-               {"read", "{outcome}"}},
-              rows);
+    out.table({{"offset", true, 7},
+               {"id", true},
+               {"what"},
+               {"kind", false, 5},
+               {"count", true, 6},
+               {"bits", true, 4},
+               {"scale, offset", false, 2},
+               {"payload at", true, 1},
+               {"bytes", true, 3},
+               {"values", false, 8},
+               {"read"}},
+              std::move(rows));
     if (ignored) {
         out.item("ignored",
                  "an id below 128 that the reader does not know. It takes the next block header "
                  "right behind that block's header; the payload is not skipped.");
     }
-    if (const auto trailing = calibration["trailingBytes"].get<std::uint64_t>(); trailing != 0) {
+    if (const std::uint64_t trailing = about.trailingBytes(); trailing != 0) {
         out.item(text::byteCount(trailing) + " behind the end marker", "");
     }
 }
 
-void writeCalibration(text::Lines& out, const text::Json& calibration) {
+void writeCalibration(text::Lines& out, const Diagnosis& about) {
     out.heading("Packed calibration");
-    out.items(calibration, {{"at", "byte {offset}, {bytes} bytes"}});
-    if (const text::Json& header = calibration["header"]; !header.is_null()) {
-        out.items(header, {{"version", "{version}"},
-                           {"sensor", fmt::format("{{columns}} columns x {{rows}} rows, {} pixels",
-                                                  pixelsOf(header))}});
-        writeBlocks(out, calibration);
+    out.item("at", fmt::format("byte {}, {} bytes", about.payloadOffset,
+                               about.payload.size() - about.signatureAreaSize));
+    if (about.header) {
+        const auto [version, columns, rows] = *about.header;
+        out.item("version", fmt::to_string(version));
+        out.item("sensor", fmt::format("{} columns x {} rows, {} pixels", columns, rows,
+                                       std::uint64_t{columns} * rows));
+        writeBlocks(out, about);
     }
 }
 
 // --------------------------------------------------------------------------------------- record --
 
-void writeWiggling(text::Lines& out, const char* name, const text::Json& table) {
-    if (!table.is_null()) {
-        const auto header = std::bit_cast<float>(table["header"].get<std::uint32_t>());
-        out.items(table, {{name, fmt::format("header {{header:#010x}} ({}), entries: {}", header,
-                                             table["first"].size())},
-                          {"    first", "{first}"},
-                          {"    second", "{second}"},
-                          {"    third", "{third}"}});
+/// Each label with the values behind it. What the dump does not have, and empty lists, are left
+/// out.
+void writeFields(text::Lines& out, std::span<const module::Field> fields, const Diagnosis& about,
+                 std::optional<unsigned> frequency = {}) {
+    for (std::size_t i = 0; i < fields.size();) {
+        const module::Field& first = fields[i];
+        std::string line;
+        bool isHex = false;
+        do {
+            const module::Field& field = fields[i++];
+            const module::Value value =
+                field.label == nullptr ? module::Value() : valueOf(field, about, frequency);
+            const std::string text = module::textOf(value);
+            isHex = isHex || std::holds_alternative<files::ByteView>(value);
+            line += text.empty() && !std::holds_alternative<std::string>(value)
+                        ? ""
+                        : field.lead + text + field.unit;
+        } while (i < fields.size() && fields[i].label != nullptr && *fields[i].label == '\0');
+        if (!line.empty()) {
+            const std::string label = fmt::format(fmt::runtime(first.label), frequency.value_or(0));
+            isHex ? out.hexItem(label, line) : out.item(label, line);
+        }
     }
 }
 
-void writeRecord(text::Lines& out, const text::Json& record) {
-    out.items(record, {{"image area", "{columns} x {rows} pixels"}, {"aux flag", "{auxFlag}"}});
-    for (const auto& [key, value] : record["lens"].items()) {
-        const bool inPixels = key[0] == 'f' || key[0] == 'c';
-        out.item(key, text::valueText(value) + (inPixels ? " pixels" : ""));
+void writeRecord(text::Lines& out, const Diagnosis& about) {
+    out.heading(about.status == VANTRIC_OK ? "Record" : "Record, as far as it was read");
+    writeFields(out, module::recordFields, about);
+    for (const unsigned k : module::frequenciesOf(about)) {
+        writeFields(out, module::frequencyFields, about, k);
     }
-    out.items(record,
-              {{"text 0", "\"{text0}\""}, {"text 1", "\"{text1}\""}, {"text 2", "\"{text2}\""}});
-    if (const std::string idBytes = text::valueText(record["idBytes"]); !idBytes.empty()) {
-        out.hexItem("id bytes", idBytes);
+    writeFields(out, module::straylightFields, about);
+    for (const module::Table& custom : module::customTablesOf(about)) {
+        out.hexItem(custom.title, text::hexText(custom.bytes));
     }
-    const bool cutCountsAll = record["maskedPixels"] == record["zeroMaskCount"];
-    out.items(record, {{"id codes", "{idCodes:#06x}"},
-                       {"masked pixels", fmt::format("{{maskedPixels}} of {}", pixelsOf(record))},
-                       {"  as cut reports", cutCountsAll ? "" : "{zeroMaskCount}"}});
-    for (const text::Json& frequency : record["frequencies"]) {
-        out.items(frequency, {{"frequency {index}", "id {id}"},
-                              {"  scalar", "{scalar}"},
-                              {"  values A", "{valuesA}"},
-                              {"  values B", "{valuesB}"}});
-        writeWiggling(out, "  wiggling A", frequency["wigglingA"]);
-        writeWiggling(out, "  wiggling B", frequency["wigglingB"]);
-    }
-    out.items(record, {{"straylight",
-                        "scale {straylight/scale}, exponent {straylight/exponent}, offset "
-                        "{straylight/offset}, centre {straylight/centre}"},
-                       {"  PSF", "{straylight/psfWidth} x {straylight/psfHeight} elements"},
-                       {"  radius", "{straylight/radius}"},
-                       {"  value", "{straylight/value}"}});
-    for (const text::Json& custom : record["custom"]) {
-        out.hexItem(text::filled("custom {id}", custom), text::valueText(custom["hex"]));
-    }
-    const std::string status = text::valueText(record["customStatus"]);
-    if (status != module::statusName(VANTRIC_OK)) {
+    if (about.customStatus != VANTRIC_OK) {
+        const std::string status = module::statusName(about.customStatus);
         out.item("custom fields",
                  fmt::format("not readable: {} ({})", status, module::statusText(status)));
     }
@@ -151,56 +171,53 @@ void writeRecord(text::Lines& out, const text::Json& record) {
 
 // --------------------------------------------------------------------------------------- result --
 
-void writeResult(text::Lines& out, const text::Json& tree) {
+void writeResult(text::Lines& out, const Diagnosis& about) {
     out.heading("Result");
-    if (const text::Json& read = tree["read"]; !read.is_null()) {
-        const text::Json& failed = read["failedBlock"];
-        out.items(read, {{"read", fmt::format("{{status}} ({{code:#010x}}: {})",
-                                              module::statusText(text::valueText(read["status"])))},
-                         {"failing block",
-                          failed.is_null()
-                              ? ""
-                              : fmt::format("{{failedBlock}} ({})",
-                                            module::blockName(failed.get<std::uint32_t>()))}});
+    if (about.status) {
+        const std::string status = module::statusName(*about.status);
+        out.item("read", fmt::format("{} ({:#010x}: {})", status, *about.status,
+                                     module::statusText(status)));
+        if (about.failedBlockId) {
+            out.item("failing block", fmt::format("{} ({})", *about.failedBlockId,
+                                                  module::blockName(*about.failedBlockId)));
+        }
     } else {
         out.item("read", "not attempted");
     }
-    out.items(tree["faults"], {{"fault", "{text}", text::Colour::Red}});
-    out.items(tree["warnings"], {{"warning", "{text}", text::Colour::Yellow}});
-    if (tree["intact"]) {
+    for (const module::Finding& fault : about.faults) {
+        out.item("fault", describe(fault), text::Colour::Red);
+    }
+    for (const module::Finding& warning : about.warnings) {
+        out.item("warning", describe(warning), text::Colour::Yellow);
+    }
+    if (about.intact()) {
         out.item("verdict", "reads", text::Colour::Green);
     }
 }
 
-std::string titleOf(const text::Json& layout) {
-    if (layout == module::Layout::Unknown.name) {
-        return "neither image nor calibration";
-    }
-    return layout == module::Layout::Packed.name
-               ? "packed calibration"
-               : text::valueText(layout) + " image";
+std::string titleOf(const module::Layout& layout) {
+    return layout == module::Layout::Unknown  ? "neither image nor calibration"
+           : layout == module::Layout::Packed ? "packed calibration"
+                                              : std::string(layout.name) + " image";
 }
 
 }  // namespace
 
-std::string textOf(const text::Json& tree, const text::TextStyle& style) {
+std::string textOf(const Diagnosis& about, std::string_view path, const text::TextStyle& style) {
     text::Lines out(style);
-    out.line(fmt::format(
-        "{}: {}, {} bytes",
-        out.painted(text::Colour::Bold, text::escapePath(text::valueText(tree["file"]))),
-        titleOf(tree["layout"]), text::valueText(tree["bytes"])));
-    if (!tree["image"].is_null()) {
-        writeImage(out, tree["image"]);
+    out.line(fmt::format("{}: {}, {} bytes",
+                         out.painted(text::Colour::Bold, text::escapePath(path)),
+                         titleOf(about.layout), about.file.size()));
+    if (about.layout.image != nullptr) {
+        writeImage(out, about);
     }
-    if (!tree["calibration"].is_null()) {
-        writeCalibration(out, tree["calibration"]);
+    if (about.payload.size() > about.signatureAreaSize) {
+        writeCalibration(out, about);
     }
-    if (!tree["record"].is_null()) {
-        const bool complete = tree["read"]["code"] == VANTRIC_OK;
-        out.heading(complete ? "Record" : "Record, as far as it was read");
-        writeRecord(out, tree["record"]);
+    if (about.record) {
+        writeRecord(out, about);
     }
-    writeResult(out, tree);
+    writeResult(out, about);
     return out.take();
 }
 

@@ -2,12 +2,16 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
+#include "tools/module/Diagnosis.h"
 #include "tools/text/Lines.h"
 
 namespace calcut::inspect {
 
-/// The tree of a file as lines of text, the last one ended, too.
-std::string textOf(const text::Json& tree, const text::TextStyle& style);
+/// Lines of text, the last one ended, too. The diagnosis must have been made with everything
+/// wanted.
+std::string textOf(const module::Diagnosis& about, std::string_view path,
+                   const text::TextStyle& style);
 
 }  // namespace calcut::inspect

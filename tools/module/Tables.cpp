@@ -9,6 +9,10 @@
 
 namespace calcut::module {
 
+std::string pixelTableName(unsigned frequency) {
+    return fmt::format("frequency_{}_pixel_table", frequency);
+}
+
 const char* channelName(const Table& table, unsigned channel) {
     constexpr const char* names[] = {"x", "y", "z"};
     return table.channels == std::size(names) ? names[channel] : "";
@@ -36,8 +40,7 @@ std::vector<Table> tablesOf(const Diagnosis& about) {
     }
     for (unsigned k = 0; k < VANTRIC_FREQUENCIES; ++k) {
         if (about.wasRead(frequencyBlock(k, RX_FREQUENCY_PIXEL_TABLE))) {
-            add(fmt::format("frequency_{}_pixel_table", k),
-                fmt::format("frequency {}: pixel table", k), columns, rows,
+            add(pixelTableName(k), fmt::format("frequency {}: pixel table", k), columns, rows,
                 record.frequencies[k].pixelTable);
         }
     }
@@ -115,31 +118,34 @@ std::vector<Table> customTablesOf(const Diagnosis& about) {
     return tables;
 }
 
-bool differs(float a, float b, double tolerance) {
+bool differs(float a, float b, const Tolerance& tolerance) {
     if (a == b || (std::isnan(a) && std::isnan(b))) {
         return false;
     }
     // Not finite on one side: beyond every tolerance.
-    return !(std::abs(double{b} - double{a}) <= tolerance);
+    const double allowed = tolerance.absolute + tolerance.relative * std::abs(double{a});
+    return !std::isfinite(a) || !(std::abs(double{b} - double{a}) <= allowed);
 }
 
-TableDifference differenceOf(const Table& a, const Table& b, double tolerance) {
+TableDifference differenceOf(const Table& a, const Table& b, const Tolerance& tolerance) {
     TableDifference result;
     result.elements = a.size() / a.channels;
-    const double allowed = a.bytes.empty() ? tolerance : 0.0;
+    const Tolerance allowed = a.bytes.empty() ? tolerance : Tolerance{};
+    double sum = 0.0;
     double squares = 0.0;
     std::uint64_t measured = 0;
     for (std::size_t element = 0; element < result.elements; ++element) {
         bool any = false;
         bool anyUnmeasured = false;
         for (std::size_t at = element * a.channels; at < (element + 1) * a.channels; ++at) {
-            const bool equal = !differs(a[at], b[at], 0.0);
+            const bool equal = !differs(a[at], b[at]);
             const double difference = equal ? 0.0 : double{b[at]} - double{a[at]};
             any = any || (!equal && differs(a[at], b[at], allowed));
             if (!std::isfinite(difference)) {
                 anyUnmeasured = true;
                 continue;
             }
+            sum += difference;
             squares += difference * difference;
             ++measured;
             if (std::abs(difference) > std::abs(result.max)) {
@@ -150,7 +156,10 @@ TableDifference differenceOf(const Table& a, const Table& b, double tolerance) {
         result.differing += any ? 1 : 0;
         result.unmeasured += anyUnmeasured ? 1 : 0;
     }
-    result.rms = measured == 0 ? 0.0 : std::sqrt(squares / static_cast<double>(measured));
+    if (measured != 0) {
+        result.mean = sum / static_cast<double>(measured);
+        result.rms = std::sqrt(squares / static_cast<double>(measured));
+    }
     return result;
 }
 

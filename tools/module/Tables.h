@@ -31,6 +31,9 @@ struct Table {
     }
 };
 
+/// "frequency_0_pixel_table"
+std::string pixelTableName(unsigned frequency);
+
 /// "x", "y", "z" of a table with channels; empty for one without.
 const char* channelName(const Table& table, unsigned channel);
 
@@ -53,16 +56,23 @@ struct TableDifference {
     std::uint64_t elements = 0;    ///< pixels, whatever their channels
     std::uint64_t differing = 0;   ///< with any channel beyond the tolerance
     std::uint64_t unmeasured = 0;  ///< of those: not finite on one side, so in neither of the below
-    double rms = 0.0;              ///< over all values whose difference is finite
+    double mean = 0.0;             ///< over all values whose difference is finite
+    double rms = 0.0;              ///< likewise
     double max = 0.0;              ///< the difference of largest magnitude, with its sign
     std::uint64_t maxAt = 0;       ///< its index among the values
 };
 
+/// How far apart values may be that count as equal.
+struct Tolerance {
+    double absolute = 0.0;
+    double relative = 0.0;  ///< of the magnitude of the first value; added to the other
+};
+
 /// Whether two values are further apart than the tolerance.
-bool differs(float a, float b, double tolerance);
+bool differs(float a, float b, const Tolerance& tolerance = {});
 
 /// For tables of equal shape. Bytes take no tolerance.
-TableDifference differenceOf(const Table& a, const Table& b, double tolerance);
+TableDifference differenceOf(const Table& a, const Table& b, const Tolerance& tolerance = {});
 
 /// Whether they can be compared element by element.
 bool sameShape(const Table& a, const Table& b);

@@ -1,4 +1,4 @@
-// What a file holds, as one tree: the text and the JSON of calcut inspect are renderings of it.
+// What a file holds, as the JSON of calcut inspect.
 // docs/inspect-json.md describes every key.
 #pragma once
 
@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "tools/module/Diagnosis.h"
+#include "tools/module/RecordFields.h"
 #include "tools/text/Json.h"
 
 namespace calcut::module {
@@ -35,7 +36,8 @@ text::Json orNull(const std::optional<Value>& value) {
     return orNull(value.has_value(), value.value_or(Value{}));
 }
 
-/// A float as JSON has it: "inf" and "-inf"; a NaN stays one, and is null once it is written.
-text::Json jsonFloat(float value);
+/// A value as JSON has it. Infinities are "inf" and "-inf"; a NaN stays one, and is null once it is
+/// written.
+text::Json jsonOf(const Value& value);
 
 }  // namespace calcut::module

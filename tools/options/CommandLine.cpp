@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
+#include <map>
 #include <memory>
 #include <numeric>
 #include <string_view>
@@ -130,9 +131,12 @@ void checkCut(const cut::CutOptions& options) {
 
 void addInspectOptions(CLI::App& command, inspect::InspectOptions& options) {
     addValue(command, "FILE", options.paths, "",
-             "Dumps, packed calibrations, or - for standard input")
+             "Dumps, packed calibrations, folders of them, or - for standard input")
         ->required();
-    command.add_flag("--json", options.json, "Print JSON (keys: docs/inspect-json.md)");
+    CLI::Option* json =
+        command.add_flag("--json", options.json, "Print JSON (keys: docs/inspect-json.md)");
+    command.add_flag("--jsonl", options.jsonl, "Print JSON, one object on each line")
+        ->excludes(json);
     addReading(command, options);
     command.add_flag("--strict", options.strict, strictText);
 }
@@ -157,30 +161,54 @@ void addPlotOptions(CLI::App& command, plot::PlotOptions& options) {
                      "Draw also what reads of a dump with faults, which are told in red");
 }
 
-std::string toleranceFault(const std::string& text) {
-    double value = 0.0;
-    const bool good = CLI::detail::lexical_cast(text, value) && std::isfinite(value) && value >= 0;
-    return good ? "" : "give a number from 0 on, not " + text;
+/// An option that is given once for everything and once for each name.
+void addTolerance(CLI::App& command, const char* option, std::map<std::string, double>& to,
+                  const char* text) {
+    const auto take = [&to](const std::vector<std::string>& given) {
+        for (const std::string& tolerance : given) {
+            if (const auto fault = compare::addTolerance(to, tolerance)) {
+                throw CLI::ValidationError("compare", *fault);
+            }
+        }
+    };
+    command.add_option_function<std::vector<std::string>>(option, take, text)
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->type_name("[NAME=]T");
 }
 
 void addCompareOptions(CLI::App& command, compare::CompareOptions& options) {
-    addValue(command, "A", options.a, "FILE", moduleText)->required();
-    addValue(command, "B", options.b, "FILE", "The one to compare it with, likewise")->required();
+    addValue(command, "FILE", options.paths, "",
+             "Two files, A and B: dumps, packed calibrations, or - for standard input; with --to, "
+             "all that are compared with it, folders too")
+        ->required();
     command.add_flag("--json", options.json, "Print JSON (keys: docs/compare-json.md)");
-    addValue(
-        command, "--tolerance", options.tolerance, "T",
+    addTolerance(
+        command, "--tolerance", options.tolerances.absolute,
         "Largest absolute difference that counts as equal, for every value stored as a float "
-        "(lens, tables, rays, PSF, ...); mask, integers, texts and custom fields must be equal")
-        ->check(toleranceFault);
+        "(lens, tables, rays, PSF, ...), or for one table, lens or values: psf=1e-7; mask, "
+        "integers, texts and custom fields must be equal");
+    addTolerance(command, "--rtol", options.tolerances.relative,
+                 "The same as a fraction of the magnitude in A; added to --tolerance");
     addValue(command, "-o,--output", options.output, "FILE",
              "Draw the differences of the tables: NAME.png, NAME.svg or NAME.pdf")
         ->check([](const std::string& name) { return pictureFault(name == "-" ? "" : name); });
     addReading(command, options);
+    CLI::Option* to = addValue(command, "--to", options.to, "FILE",
+                               "Compare each FILE with this one, A, a golden unit for instance");
+    to->group("Many modules");
+    addValue(command, "--report", options.report, "FILE",
+             "Write a CSV: for each FILE, mean, RMS and largest difference of each table and lens")
+        ->needs(to)
+        ->group("Many modules");
+    command.add_flag("--force", options.force, "Replace a file that is no such report")
+        ->needs(to)
+        ->group("Many modules");
 }
 
 void checkCompare(const compare::CompareOptions& options) {
-    if (options.a == "-" && options.b == "-") {
-        throw CLI::ValidationError("compare", "only one of the two can be standard input");
+    if (const auto fault = compare::usageFault(options)) {
+        throw CLI::ValidationError("compare", *fault);
     }
 }
 

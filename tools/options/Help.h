@@ -71,7 +71,8 @@ inline constexpr Help inspectHelp = {
 
 Examples:
   calcut inspect module.bin
-  calcut inspect module.bin --json | jq .record.lens)"};
+  calcut inspect module.bin --json | jq .record.lens
+  calcut inspect line --jsonl | jq -r 'select(.intact | not) | .file')"};
 
 inline constexpr Help plotHelp = {
     "plot", "Draw calibrations, each on one sheet", "[OPTIONS] FILE... -o PICTURE",
@@ -88,12 +89,14 @@ Examples:
   calcut plot line/*.bin -o 'sheets/{stem}.png')"};
 
 inline constexpr Help compareHelp = {
-    "compare", "Show how two modules differ", "[OPTIONS] A B",
+    "compare", "Show how modules differ", "[OPTIONS] A B | --to A B...",
     R"(Differences are B - A. NaN equals NaN. Where the sensors have different sizes, their tables
 are told to differ and are not compared further. Only the calibration counts, not the image
 around it: a dump equals the packed calibration that was cut from it.
 
-Without --tolerance the blocks must be stored alike, too: the same kinds, bits and bytes.
+Values are equal when |B - A| is at most --tolerance + --rtol x |A|. Both are given for
+everything (1e-4), for one table (psf=1e-7), for lens=, or for values=, which is the rest.
+Without either, the blocks must be stored alike, too: the same kinds, bits and bytes.
 
 Exit status: 0 equal, 1 different, 2 a file is not readable, or usage.
 
@@ -101,6 +104,8 @@ Examples:
   calcut compare golden.bin module.bin
   calcut compare golden.bin module.bin -q && echo equal
   calcut compare golden.bin module.bin --tolerance 1e-4 -o differences.png
+  calcut compare golden.bin module.bin --rtol 1e-3 --tolerance psf=1e-7
+  calcut compare --to golden.bin line --report compare.csv
   calcut compare golden.bin module.bin --json | jq '.tables[] | select(.differs)')"};
 
 inline constexpr Help exportHelp = {

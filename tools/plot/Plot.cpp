@@ -166,11 +166,11 @@ std::vector<std::uint8_t> drawDifferences(const module::Diagnosis& a, const modu
     const SharedFile picture;
     Words words = program();
     addReading(words, options);
-    if (options.tolerance) {
-        words.insert(words.end(), {"--tolerance", fmt::format("{}", *options.tolerance)});
+    for (const auto& [name, tolerance] : options.tolerances.absolute) {
+        words.insert(words.end(), {"--tolerance", fmt::format("{}", tolerance)});
     }
-    words.insert(words.end(), {"--differences", "--", kindOf(options.output).substr(1), options.a,
-                               ofA.path(), options.b, ofB.path()});
+    words.insert(words.end(), {"--differences", "--", kindOf(options.output).substr(1),
+                               options.paths[0], ofA.path(), options.paths[1], ofB.path()});
     const int status = runInto(picture, std::move(words));
     const off_t size = lseek(picture.descriptor(), 0, SEEK_END);
     std::vector<std::uint8_t> bytes(status == 0 && size > 0 ? static_cast<std::size_t>(size) : 0);

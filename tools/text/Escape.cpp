@@ -77,6 +77,18 @@ std::string escapeFormula(std::string text) {
     return text;
 }
 
+std::string csvField(std::string_view text) {
+    const std::string field = escapeFormula(escapePath(text));
+    if (field.find_first_of(",\"") == std::string::npos) {
+        return field;
+    }
+    std::string quoted = "\"";
+    for (const char c : field) {
+        quoted.append(c == '"' ? 2 : 1, c);
+    }
+    return quoted + '"';
+}
+
 std::string hexText(std::span<const std::uint8_t> bytes) {
     return fmt::format("{:02x}", fmt::join(bytes, ""));
 }

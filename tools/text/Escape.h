@@ -18,6 +18,9 @@ std::string escapePath(std::string_view path);
 /// A text that no spreadsheet takes for a formula: a leading =, +, - or @ becomes \xNN.
 std::string escapeFormula(std::string text);
 
+/// A text as a field of a CSV, quoted where it must be: a path without formulas.
+std::string csvField(std::string_view text);
+
 /// Lower case hexadecimal, two digits a byte.
 std::string hexText(std::span<const std::uint8_t> bytes);
 

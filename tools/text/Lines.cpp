@@ -1,10 +1,9 @@
+#include "tools/text/Lines.h"
+
 #include <algorithm>
-#include <numeric>
 #include <utility>
 
 #include <fmt/format.h>
-
-#include "tools/text/Lines.h"
 
 namespace calcut::text {
 
@@ -15,102 +14,84 @@ constexpr std::size_t itemStart = 2 + nameWidth + 1;
 constexpr std::size_t gap = 2;         // in front of each column
 constexpr std::size_t narrowest = 20;  // what a wrapped text has at least
 
-/// A column with its cells, the heading first.
-struct Column {
-    TableColumn is;
-    std::vector<std::string> cells;
-    std::size_t width = 0;
-};
+bool continuesCharacter(char byte) {
+    return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
+}
 
-std::vector<Column> columnsOf(const std::vector<TableColumn>& columns, const Json& rows,
-                              const char* missing) {
-    std::vector<Column> list;
-    for (const TableColumn& is : columns) {
-        Column& column = list.emplace_back(Column{is, {std::string(is.heading)}});
-        for (const Json& row : rows) {
-            column.cells.push_back(filled(is.pattern, row, missing));
-        }
-        for (const std::string& cell : column.cells) {
-            column.width = std::max(column.width, cell.size());
-        }
+/// Of UTF-8, in characters.
+std::size_t widthOf(std::string_view text) {
+    return text.size() -
+           static_cast<std::size_t>(std::count_if(text.begin(), text.end(), continuesCharacter));
+}
+
+/// The end of a path says more than its beginning.
+void shorten(std::string& text, std::size_t width) {
+    constexpr std::string_view dots = "...";
+    std::size_t over = widthOf(text);
+    if (over <= width) {
+        return;
     }
-    return list;
+    std::size_t from = 0;
+    for (over += dots.size() - width; over > 0 || continuesCharacter(text[from]); ++from) {
+        over -= continuesCharacter(text[from]) ? 0 : 1;
+    }
+    text.replace(0, from, dots);
 }
 
 /// Takes out the columns that a terminal of that width has no place for; their headings.
-std::string dropColumns(std::vector<Column>& columns, std::size_t width) {
-    const auto total = [&columns] {
-        return std::accumulate(
-            columns.begin(), columns.end(), std::size_t{0},
-            [](std::size_t sum, const Column& column) { return sum + gap + column.width; });
+std::string dropColumns(std::vector<Column>& columns, std::vector<Row>& rows,
+                        std::vector<std::size_t>& widths, std::size_t room) {
+    const auto total = [&] {
+        std::size_t sum = 0;
+        for (std::size_t i = 0; i < columns.size(); ++i) {
+            sum +=
+                gap + (columns[i].least == 0 ? widths[i] : std::min(widths[i], columns[i].least));
+        }
+        return sum;
     };
     std::string dropped;
-    while (total() > width) {
+    while (total() > room) {
         const auto first =
             std::min_element(columns.begin(), columns.end(), [](const Column& a, const Column& b) {
-                return a.is.sacrifice - 1 < b.is.sacrifice - 1;  // 0 comes last
+                return a.sacrifice - 1 < b.sacrifice - 1;  // 0 comes last
             });
-        if (first->is.sacrifice == 0) {
+        if (first->sacrifice == 0) {
             break;
         }
-        dropped += fmt::format("{}{}", dropped.empty() ? "" : "; ", first->is.heading);
+        dropped += (dropped.empty() ? "" : "; ") + first->heading;
+        const auto at = first - columns.begin();
+        for (Row& row : rows) {
+            if (at < std::ssize(row.cells)) {
+                row.cells.erase(row.cells.begin() + at);
+            }
+        }
+        widths.erase(widths.begin() + at);
         columns.erase(first);
+    }
+    // What is left of the room goes to the columns that can be shortened.
+    for (std::size_t i = 0; i < columns.size(); ++i) {
+        if (columns[i].least != 0) {
+            const std::size_t others = total() - std::min(widths[i], columns[i].least);
+            widths[i] =
+                std::min(widths[i], std::max(columns[i].least, room - std::min(room, others)));
+            columns[i].least = widths[i];
+        }
     }
     return dropped;
 }
 
 }  // namespace
 
-std::string valueText(const Json& value, std::string_view format) {
-    if (value.is_string()) {
-        return value.get<std::string>();
-    }
-    if (value.is_array()) {
-        std::string list;
-        for (const Json& element : value) {
-            list += (list.empty() ? "" : "  ") + valueText(element, format);
-        }
-        return list;
-    }
-    const auto formatted = [&format](auto number) {
-        return fmt::format(fmt::runtime(fmt::format("{{{}}}", format)), number);
-    };
-    return value.is_null()           ? std::string()
-           : value.is_number_float() ? formatted(value.get<float>())
-                                     : formatted(value.get<std::int64_t>());
-}
-
-std::string filled(std::string_view pattern, const Json& tree, const char* missing) {
-    std::string line;
-    for (std::size_t open = pattern.find('{'); open != std::string_view::npos;
-         open = pattern.find('{')) {
-        const std::size_t close = pattern.find('}');
-        const std::string_view place = pattern.substr(open + 1, close - open - 1);
-        const std::string_view key = place.substr(0, place.find(':'));
-        const Json value = tree.value(Json::json_pointer("/" + std::string(key)), Json(nullptr));
-        if (value.is_null() && missing == nullptr) {
-            return {};
-        }
-        line.append(pattern.substr(0, open));
-        line += value.is_null() ? missing : valueText(value, place.substr(key.size()));
-        pattern.remove_prefix(close + 1);
-    }
-    return line.append(pattern);
-}
-
 void Lines::wrapped(std::size_t start, std::string_view text, std::optional<Colour> colour) {
-    const auto put = [&](std::string_view part) {
-        line(colour ? painted(*colour, part) : std::string(part));
-    };
     const std::size_t room = std::max(narrowest, style_.width - std::min(style_.width, start));
     while (style_.width != 0 && text.size() > room) {
         const std::size_t space = text.find_last_of(' ', room);
         const std::size_t end = space == std::string_view::npos || space == 0 ? room : space;
-        put(text.substr(0, text.find_last_not_of(' ', end - 1) + 1));
+        line(painted(colour, text.substr(0, text.find_last_not_of(' ', end - 1) + 1)));
         text.remove_prefix(std::min(text.find_first_not_of(' ', end), text.size()));
         out_.append(start, ' ');
     }
-    put(text);
+    line(painted(colour, text));
 }
 
 void Lines::item(std::string_view name, std::string_view value, std::optional<Colour> colour) {
@@ -120,20 +101,6 @@ void Lines::item(std::string_view name, std::string_view value, std::optional<Co
     }
     out_ += fmt::format("  {:<{}} ", name, nameWidth);
     wrapped(itemStart, value, colour);
-}
-
-void Lines::items(const Json& tree, const std::vector<Item>& items) {
-    if (tree.is_array()) {
-        for (const Json& element : tree) {
-            this->items(element, items);
-        }
-        return;
-    }
-    for (const auto& [name, value, colour] : items) {
-        if (const std::string shown = filled(value, tree); !shown.empty()) {
-            item(filled(name, tree), shown, colour);
-        }
-    }
 }
 
 void Lines::hexItem(std::string_view name, std::string_view hex) {
@@ -147,24 +114,61 @@ void Lines::hexItem(std::string_view name, std::string_view hex) {
     } while (!hex.empty());
 }
 
-void Lines::table(const std::vector<TableColumn>& columns, const Json& rows, const char* missing) {
-    std::vector<Column> shown = columnsOf(columns, rows, missing);
+void Lines::table(std::vector<Column> columns, std::vector<Row> rows) {
+    Row headings;
+    for (const Column& column : columns) {
+        headings.cells.emplace_back(column.heading, Colour::Dim);
+    }
+    rows.insert(rows.begin(), std::move(headings));
+    std::vector<std::size_t> widths(columns.size());
+    for (const Row& row : rows) {
+        for (std::size_t i = 0; i < row.cells.size(); ++i) {
+            widths.at(i) = std::max(widths[i], widthOf(row.cells[i].text));
+        }
+    }
     const std::string dropped =
-        style_.width == 0 ? std::string() : dropColumns(shown, style_.width);
-    const Column last = std::move(shown.back());
-    shown.pop_back();
-    for (std::size_t at = 0; at <= rows.size(); ++at) {
-        std::string start;
-        for (const Column& column : shown) {
-            start += column.is.right ? fmt::format("  {:>{}}", column.cells[at], column.width)
-                                     : fmt::format("  {:<{}}", column.cells[at], column.width);
+        style_.width == 0 ? std::string() : dropColumns(columns, rows, widths, style_.width);
+    for (Row& row : rows) {
+        std::size_t at = 0;      // where the line has come to
+        std::size_t spaces = 0;  // that it owes, unless it ends here
+        const auto pay = [&] {
+            out_.append(spaces, ' ');
+            at += std::exchange(spaces, 0);
+        };
+        for (std::size_t i = 0; i < row.cells.size(); ++i) {
+            auto& [text, colour] = row.cells[i];
+            spaces += gap;
+            if (text.empty()) {
+                spaces += widths[i];
+                continue;
+            }
+            if (columns[i].least != 0) {
+                shorten(text, widths[i]);
+            }
+            if (i + 1 == columns.size()) {
+                break;
+            }
+            const std::size_t padding = widths[i] - widthOf(text);
+            spaces += columns[i].right ? padding : 0;
+            pay();
+            out_ += painted(colour, text);
+            at += widthOf(text);
+            spaces = columns[i].right ? 0 : padding;
         }
-        start.append(gap, ' ');
-        if (last.cells[at].empty()) {
-            start.erase(start.find_last_not_of(' ') + 1);
+        const bool full = row.cells.size() == columns.size();
+        const Cell last = full ? row.cells.back() : Cell(row.note);
+        spaces += full ? 0 : gap;
+        if (last.text.empty()) {
+            line("");
+            continue;
         }
-        out_ += at == 0 ? painted(Colour::Dim, start) : start;
-        wrapped(start.size(), last.cells[at], at == 0 ? std::optional(Colour::Dim) : std::nullopt);
+        if (!full && style_.width != 0 && at + spaces + widthOf(last.text) > style_.width) {
+            line("");
+            at = 0;
+            spaces = 2 * gap;
+        }
+        pay();
+        wrapped(at, last.text, last.colour);
     }
     if (!dropped.empty()) {
         item("", fmt::format("(no room for: {})", dropped));

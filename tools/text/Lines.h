@@ -1,13 +1,14 @@
-// Trees as text for people: lines, items and tables that fit the width of a terminal.
+// Text for people: lines, items and tables that fit the width of a terminal.
 #pragma once
 
+#include <concepts>
 #include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
-#include "tools/text/Json.h"
 #include "tools/text/Terminal.h"
 
 namespace calcut::text {
@@ -23,29 +24,31 @@ inline TextStyle styleOfStdout() {
             [](Colour colour, std::string_view text) { return paint(stdout, colour, text); }};
 }
 
-/// A value as people read it: a list with gaps, null as nothing. format, for instance ":#06x", is
-/// for numbers.
-std::string valueText(const Json& value, std::string_view format = "");
+/// A column of a table. Of a table that is too wide, columns go in the order of their sacrifice,
+/// 1 first; 0 stays.
+struct Column {
+    std::string heading;
+    bool right = false;  ///< aligned to the right
+    unsigned sacrifice = 0;
+    std::size_t least = 0;  ///< cells may lose their beginning down to this width; 0: never
+};
 
-/// The pattern with the values of an object in place of their keys in braces ("{columns} pixels",
-/// "{read/code:#010x}"). Where one of them is null or not there, missing stands for it; without
-/// missing the whole line is empty.
-std::string filled(std::string_view pattern, const Json& tree, const char* missing = nullptr);
+struct Cell {
+    Cell() = default;
+    template <class Text>
+    requires std::constructible_from<std::string, Text> Cell(Text&& is,
+                                                             std::optional<Colour> of = {})
+        : text(std::forward<Text>(is)), colour(of) {}
 
-/// A name and its value, as patterns.
-struct Item {
-    std::string name;
-    std::string value;
+    std::string text{};
     std::optional<Colour> colour{};
 };
 
-/// A column of a table. Of a table that is too wide, columns go in the order of their sacrifice,
-/// 1 first; 0 stays.
-struct TableColumn {
-    std::string_view heading;
-    std::string_view pattern;  ///< of its cells
-    bool right = false;        ///< aligned to the right
-    unsigned sacrifice = 0;
+/// Cells in the order of the columns; those behind the last one are empty. The note follows them,
+/// on lines of its own where it does not fit.
+struct Row {
+    std::vector<Cell> cells;
+    std::string note{};
 };
 
 class Lines {
@@ -62,19 +65,14 @@ class Lines {
     /// Name and value; a value that is too long goes on below itself.
     void item(std::string_view name, std::string_view value, std::optional<Colour> colour = {});
 
-    /// Items of a tree, or of each tree of a list. What is null or empty was not there and is left
-    /// out.
-    void items(const Json& tree, const std::vector<Item>& items);
-
     /// Bytes in hexadecimal, 32 bytes a line or as many as fit.
     void hexItem(std::string_view name, std::string_view hex);
 
     /// Rows in aligned columns, with a heading. The last column goes on below itself, too.
-    void table(const std::vector<TableColumn>& columns, const Json& rows,
-               const char* missing = nullptr);
+    void table(std::vector<Column> columns, std::vector<Row> rows);
 
-    [[nodiscard]] std::string painted(Colour colour, std::string_view text) const {
-        return style_.paint == nullptr ? std::string(text) : style_.paint(colour, text);
+    [[nodiscard]] std::string painted(std::optional<Colour> colour, std::string_view text) const {
+        return style_.paint == nullptr || !colour ? std::string(text) : style_.paint(*colour, text);
     }
 
     [[nodiscard]] std::string take() { return std::move(out_); }

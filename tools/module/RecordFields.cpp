@@ -1,0 +1,271 @@
+#include "tools/module/RecordFields.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+#include <iterator>
+#include <type_traits>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "calcut/cutter.h"
+#include "tools/module/Names.h"
+#include "tools/text/Escape.h"
+
+namespace calcut::module {
+
+namespace {
+
+using Record = VantricCalibration;
+using Frequency = VantricFrequencyRecord;
+
+template <class Member>
+Value single(Member member) {
+    if constexpr (std::is_same_v<Member, float>) {
+        return member;
+    } else if constexpr (std::is_same_v<Member, char*>) {
+        // A text without terminator ends with its buffer.
+        return text::escapeBytes({member, strnlen(member, VANTRIC_TEXT_BYTES)});
+    } else {
+        return static_cast<std::int64_t>(member);
+    }
+}
+
+template <auto Member>
+Value ofRecord(const Diagnosis& about, unsigned /*frequency*/) {
+    return single((*about.record).*Member);
+}
+
+template <auto Member>
+Value ofArea(const Diagnosis& about, unsigned /*frequency*/) {
+    return single(about.record->imagerArea.*Member);
+}
+
+template <std::size_t Index>
+Value lens(const Diagnosis& about, unsigned /*frequency*/) {
+    const float* lens = about.record->lensParameters;
+    return lens == nullptr ? Value() : Value(lens[Index]);
+}
+
+Value idBytes(const Diagnosis& about, unsigned /*frequency*/) {
+    const std::size_t size = std::min<std::size_t>(about.record->idBytesSize, VANTRIC_ID_BYTES);
+    return files::ByteView(about.record->idBytes,
+                           about.wasRead(RX_BLOCK_ID_BYTES) ? size : std::size_t{0});
+}
+
+Value idCodes(const Diagnosis& about, unsigned /*frequency*/) {
+    return Codes{about.record->idCode0, about.record->idCode1};
+}
+
+// ----------------------------------------------------------------------------------------- mask --
+
+/// Pixels whose mask a cut counts.
+constexpr std::uint64_t cutMaskPixels = std::uint64_t{CALCUT_SENSOR_COLUMNS} * CALCUT_SENSOR_ROWS;
+
+std::uint64_t pixels(const Diagnosis& about) {
+    return std::uint64_t{about.record->imagerArea.columns} * about.record->imagerArea.rows;
+}
+
+std::int64_t zerosUpTo(const Diagnosis& about, std::uint64_t end) {
+    const std::uint8_t* mask = about.record->pixelMask;
+    // There may be no memory for a mask.
+    return mask == nullptr ? 0
+                           : std::int64_t{std::count(mask, mask + std::min(pixels(about), end), 0)};
+}
+
+Value allPixels(const Diagnosis& about, unsigned /*frequency*/) {
+    return single(pixels(about));
+}
+
+Value masked(const Diagnosis& about, unsigned /*frequency*/) {
+    return zerosUpTo(about, pixels(about));
+}
+
+Value maskedOfCut(const Diagnosis& about, unsigned /*frequency*/) {
+    return zerosUpTo(about, cutMaskPixels);
+}
+
+Value maskedOfCutIfOther(const Diagnosis& about, unsigned /*frequency*/) {
+    const std::int64_t ofCut = zerosUpTo(about, cutMaskPixels);
+    const bool same = pixels(about) <= cutMaskPixels || ofCut == zerosUpTo(about, pixels(about));
+    return same ? Value() : Value(ofCut);
+}
+
+// ---------------------------------------------------------------------------------- frequencies --
+
+template <auto Member>
+Value ofFrequency(const Diagnosis& about, unsigned frequency) {
+    return single(about.record->frequencies[frequency].*Member);
+}
+
+template <auto Data, auto Count>
+Value values(const Diagnosis& about, unsigned frequency) {
+    const Frequency& of = about.record->frequencies[frequency];
+    return std::span<const float>(of.*Data,
+                                  std::min<std::size_t>(of.*Count, VANTRIC_FREQUENCY_VALUES));
+}
+
+std::size_t entriesOf(const VantricWigglingTable& table) {
+    return std::min<std::size_t>(table.capacity, VANTRIC_WIGGLING_ENTRIES);
+}
+
+template <auto Table>
+Value header(const Diagnosis& about, unsigned frequency) {
+    return FloatBits{(about.record->frequencies[frequency].*Table).header};
+}
+
+template <auto Table>
+Value entries(const Diagnosis& about, unsigned frequency) {
+    return single(entriesOf(about.record->frequencies[frequency].*Table));
+}
+
+template <auto Table, auto Part>
+Value part(const Diagnosis& about, unsigned frequency) {
+    const VantricWigglingTable& table = about.record->frequencies[frequency].*Table;
+    return std::span(std::as_const(table.*Part), entriesOf(table));
+}
+
+// ----------------------------------------------------------------------------------- straylight --
+
+template <auto Points>
+Value profile(const Diagnosis& about, unsigned /*frequency*/) {
+    // Making the PSF puts an origin point in front of the profile; shown are the file's.
+    const Record& record = *about.record;
+    const std::size_t points =
+        std::min<std::size_t>(record.straylightPointCount, VANTRIC_STRAYLIGHT_POINTS + 1);
+    return std::span<const float>(record.*Points, points)
+        .subspan(record.psf != nullptr && points > 0 ? 1 : 0);
+}
+
+// ------------------------------------------------------------------------------------ the lists --
+
+constexpr std::uint32_t LENS = RX_BLOCK_LENS_PARAMETERS, LIGHT = RX_BLOCK_STRAYLIGHT,
+                        WIGGLING_A = RX_FREQUENCY_WIGGLING_A, WIGGLING_B = RX_FREQUENCY_WIGGLING_B;
+
+template <std::size_t Index>
+constexpr Field lensField(const char* unit) {
+    return {LENS, "lens", lensNames[Index], lensNames[Index], "", unit, lens<Index>};
+}
+
+// clang-format off
+constexpr Field ofTheRecord[] = {
+    {noBlock, "", "columns", "image area", "", "", ofArea<&VantricImagerArea::columns>},
+    {noBlock, "", "rows", "", " x ", " pixels", ofArea<&VantricImagerArea::rows>},
+    {RX_BLOCK_AUX_FLAG, "", "auxFlag", "aux flag", "", "", ofRecord<&Record::auxFlag>},
+    lensField<0>(" pixels"), lensField<1>(" pixels"), lensField<2>(" pixels"),
+    lensField<3>(" pixels"), lensField<4>(""), lensField<5>(""), lensField<6>(""),
+    lensField<7>(""), lensField<8>(""),
+    {RX_BLOCK_DATE, "", "text0", "text 0", "\"", "\"", ofRecord<&Record::text0>},
+    {RX_BLOCK_TEXT1, "", "text1", "text 1", "\"", "\"", ofRecord<&Record::text1>},
+    {RX_BLOCK_TEXT2, "", "text2", "text 2", "\"", "\"", ofRecord<&Record::text2>},
+    {noBlock, "", "idBytes", "id bytes", "", "", idBytes},
+    {RX_BLOCK_ID_CODES, "", "idCodes", "id codes", "", "", idCodes},
+    {RX_BLOCK_MASK, "", "maskedPixels", "masked pixels", "", "", masked},
+    {RX_BLOCK_MASK, "", "", "", " of ", "", allPixels},
+    {RX_BLOCK_MASK, "", "", "  as cut reports", "", "", maskedOfCutIfOther},
+    {RX_BLOCK_MASK, "", "zeroMaskCount", nullptr, "", "", maskedOfCut},
+};
+
+constexpr Field ofAFrequency[] = {
+    {RX_FREQUENCY_ID, "", "id", "frequency {}", "id ", "", ofFrequency<&Frequency::frequencyId>},
+    {RX_FREQUENCY_SCALAR, "", "scalar", "  scalar", "", "", ofFrequency<&Frequency::scalar>},
+    {RX_FREQUENCY_VALUES_A, "", "valuesA", "  values A", "", "",
+     values<&Frequency::valuesA, &Frequency::countA>},
+    {RX_FREQUENCY_VALUES_B, "", "valuesB", "  values B", "", "",
+     values<&Frequency::valuesB, &Frequency::countB>},
+    {WIGGLING_A, "wigglingA", "header", "  wiggling A", "header ", "", header<&Frequency::wigglingA>},
+    {WIGGLING_A, "", "", "", ", entries: ", "", entries<&Frequency::wigglingA>},
+    {WIGGLING_A, "wigglingA", "first", "    first", "", "",
+     part<&Frequency::wigglingA, &VantricWigglingTable::first>},
+    {WIGGLING_A, "wigglingA", "second", "    second", "", "",
+     part<&Frequency::wigglingA, &VantricWigglingTable::second>},
+    {WIGGLING_A, "wigglingA", "third", "    third", "", "",
+     part<&Frequency::wigglingA, &VantricWigglingTable::third>},
+    {WIGGLING_B, "wigglingB", "header", "  wiggling B", "header ", "", header<&Frequency::wigglingB>},
+    {WIGGLING_B, "", "", "", ", entries: ", "", entries<&Frequency::wigglingB>},
+    {WIGGLING_B, "wigglingB", "first", "    first", "", "",
+     part<&Frequency::wigglingB, &VantricWigglingTable::first>},
+    {WIGGLING_B, "wigglingB", "second", "    second", "", "",
+     part<&Frequency::wigglingB, &VantricWigglingTable::second>},
+    {WIGGLING_B, "wigglingB", "third", "    third", "", "",
+     part<&Frequency::wigglingB, &VantricWigglingTable::third>},
+};
+
+constexpr Field ofStraylight[] = {
+    {LIGHT, "straylight", "scale", "straylight", "scale ", "", ofRecord<&Record::straylightScale>},
+    {LIGHT, "straylight", "exponent", "", ", exponent ", "", ofRecord<&Record::straylightExponent>},
+    {LIGHT, "straylight", "offset", "", ", offset ", "", ofRecord<&Record::straylightOffset>},
+    {LIGHT, "straylight", "centre", "", ", centre ", "", ofRecord<&Record::straylightCentre>},
+    {LIGHT, "straylight", "psfWidth", "  PSF", "", "", ofRecord<&Record::psfWidth>},
+    {LIGHT, "straylight", "psfHeight", "", " x ", " elements", ofRecord<&Record::psfHeight>},
+    {LIGHT, "straylight", "radius", "  radius", "", "", profile<&Record::straylightRadius>},
+    {LIGHT, "straylight", "value", "  value", "", "", profile<&Record::straylightValue>},
+};
+// clang-format on
+
+template <class Held>
+constexpr bool isListOf =
+    std::is_same_v<Held, Codes> || std::is_same_v<Held, std::span<const float>> ||
+    std::is_same_v<Held, std::span<const std::uint32_t>>;
+
+}  // namespace
+
+const std::span<const Field> recordFields = ofTheRecord;
+const std::span<const Field> frequencyFields = ofAFrequency;
+const std::span<const Field> straylightFields = ofStraylight;
+
+std::vector<unsigned> frequenciesOf(const Diagnosis& about) {
+    std::vector<unsigned> list;
+    for (unsigned k = 0; k < VANTRIC_FREQUENCIES; ++k) {
+        if (about.wasRead(frequencyBlock(k, RX_FREQUENCY_ID))) {
+            list.push_back(k);
+        }
+    }
+    return list;
+}
+
+Value valueOf(const Field& field, const Diagnosis& about, std::optional<unsigned> frequency) {
+    const std::uint32_t block = frequency ? frequencyBlock(*frequency, field.block) : field.block;
+    const bool isThere = field.block == noBlock || about.wasRead(block);
+    return isThere ? field.get(about, frequency.value_or(0)) : Value();
+}
+
+bool isList(const Value& value) {
+    return std::visit([]<class Held>(const Held&) { return isListOf<Held>; }, value);
+}
+
+std::vector<Value> elementsOf(const Value& value) {
+    const auto elements = []<class Held>(const Held& held) -> std::vector<Value> {
+        if constexpr (isListOf<Held>) {
+            std::vector<Value> list;
+            std::transform(held.begin(), held.end(), std::back_inserter(list),
+                           [](auto element) { return single(element); });
+            return list;
+        } else {
+            return {held};
+        }
+    };
+    return std::visit(elements, value);
+}
+
+std::string textOf(const Value& value) {
+    const auto text = []<class Held>(const Held& held) -> std::string {
+        if constexpr (std::is_same_v<Held, std::monostate>) {
+            return {};
+        } else if constexpr (std::is_same_v<Held, FloatBits>) {
+            return fmt::format("{:#010x} ({})", held.bits, std::bit_cast<float>(held.bits));
+        } else if constexpr (std::is_same_v<Held, files::ByteView>) {
+            return text::hexText(held);
+        } else if constexpr (std::is_same_v<Held, Codes>) {
+            return fmt::format("{:#06x}", fmt::join(held, "  "));
+        } else if constexpr (isListOf<Held>) {
+            return fmt::format("{}", fmt::join(held, "  "));
+        } else {
+            return fmt::format("{}", held);
+        }
+    };
+    return std::visit(text, value);
+}
+
+}  // namespace calcut::module
