@@ -24,7 +24,7 @@ namespace {
 /// The lens as a table, for the same three numbers.
 module::Table lensTableOf(const module::Diagnosis& about) {
     const std::span<const float> values(about.record->lensParameters, VANTRIC_LENS_PARAMETERS);
-    return {"lens", "lens", VANTRIC_LENS_PARAMETERS, 1, 1, {}, values, false};
+    return {"lens", "lens", VANTRIC_LENS_PARAMETERS, 1, 1, {}, values};
 }
 
 /// Mean, RMS and largest difference in the columns of a report; empty where there are none.
