@@ -13,6 +13,8 @@ namespace {
 bool allocateCustomData(VantricCustomField* fields, std::uint32_t count) {
     bool complete = true;
     for (std::uint32_t k = 0; k < count; ++k) {
+        // A copy for which memory was short can hold data behind a first field that has none.
+        std::free(fields[k].data);
         fields[k].data = allocateZeroed<std::uint8_t>(fields[k].size);
         complete = complete && fields[k].data != nullptr;
     }

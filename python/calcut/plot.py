@@ -18,7 +18,7 @@ import calcut
 from . import _calcut
 from ._maps import OFFSETS, centred, draw_map, draw_mask, draw_psf, draw_rays, draw_rest, draw_table
 from ._panel import (CURVE, DIVERGING, DPI, FAULT, HEIGHT, INK, MOST_RINGS, PIXELS, QUIET, SEQUENTIAL, STYLE, WIDTH, Array,
-                     Box, Cell, Figure, around, matplotlib, statistics)
+                     Box, Cell, Figure, around, matplotlib, statistics, wrapped)
 
 Panel = Callable[[Cell], None]
 
@@ -107,7 +107,9 @@ def _summary(cell: Cell, module: Any, tree: Dict[str, Any], name: str) -> None:
     kind = "packed calibration" if module.layout == "packed" else f"{module.layout} image"
     lines: List[Tuple[str, str, str]] = [(f"{kind}, {tree['bytes']} bytes", "", INK)]
     found = [*module.faults, *module.warnings]
-    lines += [(f"{each.what} at byte {each.offset}", "", FAULT) for each in found[:6]]
+    for each in found[:6]:
+        place = f"{each.what} at byte {each.offset}"
+        lines += [(line, "", FAULT) for line in wrapped(place, cell.width - 24, 13, True)]
     lines += [(f"and {len(found) - 6} more (calcut inspect)", "", FAULT)] if len(found) > 6 else []
     lines += [(f"{module.columns} x {module.rows} pixels", "", INK)] if module.rows is not None else []
     lines += [(_texts(module), "", INK), ("", "", INK)]

@@ -38,7 +38,7 @@ def arrays(module):
         for name in ("wiggling_a", "wiggling_b"):
             table = getattr(frequency, name)
             for part in ("first", "second", "third"):
-                found[f"{name}.{part}{frequency.index}"] = getattr(table, part)
+                found[f"{name}.{part}{frequency.index}"] = getattr(table, part, None)
     return {name: array for name, array in found.items() if array is not None}
 
 
@@ -183,7 +183,8 @@ def test_a_damaged_dump_on_request(small):
     data = small.read_bytes()
     cut_off, no_dump, flipped = data[: len(data) // 3], b"hello", data[:-9] + bytes([data[-9] ^ 1]) + data[-8:]
     seen = [calcut.read(each, strict=False) for each in (cut_off, no_dump, flipped)]
-    assert seen[0].lens == calcut.read(data).lens and seen[0].psf is None and seen[0].frequencies == []
+    assert seen[0].lens == calcut.read(data).lens and seen[0].psf is None
+    assert len(seen[0].frequencies) < len(calcut.read(data).frequencies)
     assert seen[1].columns is None and not arrays(seen[1]) and seen[1].custom == {}
     assert arrays(seen[2]).keys() == arrays(calcut.read(data)).keys() and seen[2].faults[0].name == "checksum"
     for damaged in damages(data):
