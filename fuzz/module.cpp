@@ -51,7 +51,8 @@ void show(const Diagnosis& about) {
     const calcut::text::Json tree = calcut::module::inspectTree(about, "dump");
     require(!calcut::text::jsonText(tree).empty(), "every dump has its JSON");
     for (const std::size_t width : {0U, 20U, 80U, 200U}) {
-        require(!calcut::inspect::textOf(about, "module", {width, nullptr}).empty(), "and its text");
+        require(!calcut::inspect::textOf(about, "module", {width, nullptr}).empty(),
+                "and its text");
     }
     for (const calcut::module::Finding& fault : about.faults) {
         require(fault.name != "unexplained", "every fault has a cause");

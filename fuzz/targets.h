@@ -40,15 +40,11 @@ struct Target {
     void (*run)(const std::uint8_t* data, std::size_t size);
 };
 inline constexpr std::array targets = {
-    Target{"calibration", calibration},
-    Target{"images", images},
-    Target{"structured", structured},
-    Target{"roundtrip", roundtrip},
-    Target{"sequences", sequences},
-    Target{"exhaustion", exhaustion},
+    Target{"calibration", calibration}, Target{"images", images},
+    Target{"structured", structured},   Target{"roundtrip", roundtrip},
+    Target{"sequences", sequences},     Target{"exhaustion", exhaustion},
 #ifdef CALCUT_FUZZ_TOOLS
-    Target{"module", module},
-    Target{"note", note},
+    Target{"module", module},           Target{"note", note},
 #endif
 };
 

@@ -238,9 +238,9 @@ py::object reprOf(const Held& of) {
 
 py::tuple reduce(const Held& of) {
     const auto* bytes = reinterpret_cast<const char*>(of->bytes().data());
-    return py::make_tuple(py::module_::import("calcut").attr("_unpickle"),
-                          py::make_tuple(py::bytes(bytes, of->bytes().size()),
-                                         of->about().layout.name));
+    return py::make_tuple(
+        py::module_::import("calcut").attr("_unpickle"),
+        py::make_tuple(py::bytes(bytes, of->bytes().size()), of->about().layout.name));
 }
 
 }  // namespace
