@@ -204,6 +204,11 @@ def test_pictures_are_the_same_each_time(plain, tmp_path, kind):
     assert calcut_command("plot", plain, "-o", tmp_path / f"x.{kind}").returncode == 0
     picture = (tmp_path / f"x.{kind}").read_bytes()
     assert picture == encoded(plot.sheet(plain), kind) and len(picture) > 10_000
+    for words in (["plot", plain], ["compare", plain, plain, "-q"]):  # never replaced unasked
+        done = calcut_command(*words, "-o", tmp_path / f"x.{kind}")
+        assert done.returncode in (1, 2) and "exists; --force replaces it" in done.stderr
+    assert (tmp_path / f"x.{kind}").read_bytes() == picture
+    assert kind != "png" or calcut_command("plot", plain, "--force", "-o", tmp_path / "x.png").returncode == 0
 
 
 def test_several_dumps(tmp_path):

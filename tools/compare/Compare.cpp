@@ -26,7 +26,7 @@ std::unique_ptr<module::Module> load(const std::string& path, const CompareOptio
 int compareTwo(const CompareOptions& options, DrawDifferences draw) {
     const bool drawn = !options.output.empty();
     if (drawn) {
-        files::checkWritable(options.output, options.paths, true);
+        files::checkWritable(options.output, options.paths, options.force);
     }
     // Both are tried, so that one run tells about both.
     const auto a = load(options.paths[0], options);

@@ -21,7 +21,7 @@ struct CompareOptions {
     std::vector<std::string> paths;
     std::string to;                        ///< A of many comparisons; empty for one
     std::string report;                    ///< CSV with a row for each of them; empty for none
-    bool force = false;                    ///< replace a file that is no such report
+    bool force = false;                    ///< replace a file that is no earlier report
     std::string output;                    ///< *.png, *.svg or *.pdf; empty for none
     std::optional<module::Layout> layout;  ///< of all; by their first bytes when not set
     std::uint64_t maxSize = files::defaultMaxSize;

@@ -155,6 +155,7 @@ void addPlotOptions(CLI::App& command, plot::PlotOptions& options) {
         ->required()
         ->check(pictureFault);
     addReading(command, options);
+    command.add_flag("--force", options.force, "Replace a picture that exists");
     command.add_flag("--shared-scale", options.sharedScale,
                      "One colour scale for the tables of all frequencies");
     command.add_flag("--damaged", options.damaged,
@@ -201,7 +202,8 @@ void addCompareOptions(CLI::App& command, compare::CompareOptions& options) {
              "Write a CSV: for each FILE, mean, RMS and largest difference of each table and lens")
         ->needs(to)
         ->group("Many modules");
-    command.add_flag("--force", options.force, "Replace a file that is no such report")
+    command
+        .add_flag("--force", options.force, "Replace a file that exists and is no earlier report")
         ->needs(to)
         ->group("Many modules");
 }

@@ -14,6 +14,7 @@
 #include <fmt/format.h>
 
 #include "tools/commands.h"
+#include "tools/files/Inputs.h"
 #include "tools/files/OutputFile.h"
 #include "tools/text/Escape.h"
 #include "tools/text/Terminal.h"
@@ -136,7 +137,14 @@ std::vector<std::string> pictureNames(const PlotOptions& options) {
     return names;
 }
 
-int runPlot(const PlotOptions& options) {
+int runPlot(const PlotOptions& given) {
+    PlotOptions options = given;
+    files::InputSources sources;
+    sources.paths = std::exchange(options.inputs, {});
+    for (const files::Input& input : files::gatherInputs(sources)) {
+        // What holds nothing is told by who draws, with the others.
+        options.inputs.push_back(input.path);
+    }
     Words words = program();
     addReading(words, options);
     const std::pair<bool, const char*> flags[] = {
@@ -151,7 +159,7 @@ int runPlot(const PlotOptions& options) {
     words.emplace_back("--");
     const std::vector<std::string> names = pictureNames(options);
     for (std::size_t i = 0; i < names.size(); ++i) {
-        files::checkWritable(names[i], options.inputs, true);
+        files::checkWritable(names[i], options.inputs, options.force);
         words.insert(words.end(), {names[i], options.inputs[i]});
     }
     text::finishStdout();

@@ -14,7 +14,7 @@
 namespace calcut::plot {
 
 struct PlotOptions {
-    std::vector<std::string> inputs;  ///< dumps or bare calibrations, "-" for standard input
+    std::vector<std::string> inputs;  ///< dumps or bare calibrations, folders of them, "-"
     /// *.png, *.svg or *.pdf, with "{stem}" for the name of each dump without its extension; "-"
     /// for a PNG on standard output. Several dumps may share a PDF.
     std::string output;
@@ -22,6 +22,7 @@ struct PlotOptions {
     std::uint64_t maxSize = files::defaultMaxSize;
     bool sharedScale = false;  ///< one colour scale for the tables of all frequencies
     bool damaged = false;      ///< draw what reads of a dump with faults
+    bool force = false;        ///< replace a file that exists
 };
 
 /// Whether a picture can have this name.
