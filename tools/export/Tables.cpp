@@ -99,8 +99,8 @@ std::string pgmText(const module::Table& table, unsigned channel) {
 /// The lowest bytes of a number, the lowest first.
 std::string littleEndian(std::uint64_t number, std::size_t bytes) {
     std::string text;
-    for (std::size_t at = 0; at < bytes; ++at) {
-        text += static_cast<char>(number >> (8 * at) & 0xFF);
+    for (; text.size() < bytes; number >>= 8) {
+        text += static_cast<char>(number & 0xFF);
     }
     return text;
 }
