@@ -1,6 +1,7 @@
 #include "tools/files/Temporary.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -54,11 +55,17 @@ FolderLock::FolderLock(const std::string& folder) {
         if (folder_.get() < 0) {
             throw text::Refused(folder, text::errnoText(errno));
         }
-        if (flock(folder_.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
-            text::printWarning(folder, "another command writes there; waiting for its end");
-            if (flock(folder_.get(), LOCK_EX) != 0 && errno == EINTR) {
+        // Asked again and again: a signal just before a call that waits would go unnoticed.
+        constexpr int pause = 20;  // milliseconds
+        for (bool told = false; flock(folder_.get(), LOCK_EX | LOCK_NB) != 0 &&
+                                (errno == EWOULDBLOCK || errno == EINTR);) {
+            if (text::InterruptGuard::interrupted()) {
                 throw text::Refused(folder, "interrupted");
             }
+            if (!std::exchange(told, true)) {
+                text::printWarning(folder, "another command writes there; waiting for its end");
+            }
+            (void)poll(nullptr, 0, pause);
         }
         // Meanwhile another folder may have taken the name.
         const struct stat status = statusOf(folder_);
