@@ -4,6 +4,7 @@
 #include <cctype>
 #include <cmath>
 #include <cstring>
+#include <string_view>
 
 #include <fmt/format.h>
 
@@ -94,8 +95,7 @@ constexpr std::array forms = {
          }},
 };
 
-// ----------------------------------------------------------------------------------------- magic
-// --
+// --------------------------------------------------------------------------------------- magic --
 
 std::string quoted(const Layout& layout) {
     return fmt::format("\"{}\"", layout.magic);
@@ -103,9 +103,8 @@ std::string quoted(const Layout& layout) {
 
 /// Where the magic of a layout stands; the file's size when it does not.
 std::uint64_t offsetOf(const Layout& layout, files::ByteView file) {
-    const auto found = std::ranges::search(file, layout.magic, {}, {},
-                                           [](char c) { return static_cast<std::uint8_t>(c); });
-    return static_cast<std::uint64_t>(found.begin() - file.begin());
+    const std::string_view text(reinterpret_cast<const char*>(file.data()), file.size());
+    return std::min(text.find(layout.magic), text.size());
 }
 
 /// The byte where the file leaves the magic that it comes nearest to; 0 when it has less than half

@@ -1,7 +1,6 @@
 // Text for people: lines, items and tables that fit the width of a terminal.
 #pragma once
 
-#include <concepts>
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -35,10 +34,10 @@ struct Column {
 
 struct Cell {
     Cell() = default;
-    template <class Text>
-    requires std::constructible_from<std::string, Text> Cell(Text&& is,
-                                                             std::optional<Colour> of = {})
-        : text(std::forward<Text>(is)), colour(of) {}
+    // Not explicit: rows are written as lists of texts.
+    Cell(std::string is, std::optional<Colour> of = {}) : text(std::move(is)), colour(of) {}
+    Cell(std::string_view is, std::optional<Colour> of = {}) : text(is), colour(of) {}
+    Cell(const char* is, std::optional<Colour> of = {}) : text(is), colour(of) {}
 
     std::string text{};
     std::optional<Colour> colour{};
