@@ -127,8 +127,8 @@ class Moves {
     /// The files of a cut that are in one folder, into another.
     void move(const std::string& from, const std::string& to) {
         for (const std::string name : stackFiles) {
-            std::string source = from + "/" + name;
-            std::string target = to + "/" + name;
+            std::string source = fmt::format("{}/{}", from, name);
+            std::string target = fmt::format("{}/{}", to, name);
             done_.reserve(done_.size() + 1);
             if (typeOf(source) == fs::file_type::not_found) {
                 continue;

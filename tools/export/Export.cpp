@@ -1,5 +1,6 @@
 #include "tools/export/Export.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <map>
 #include <system_error>
@@ -43,7 +44,7 @@ bool exportOne(const std::string& input, const std::string& directory,
     for (const File& file : files) {
         files::checkWritable(directory + "/" + file.name, {input}, options.force);
     }
-    for (const File& file : files) {
+    return std::ranges::all_of(files, [&](const File& file) {
         const std::string path = directory + "/" + file.name;
         const std::string text = file.text();
         if (text::InterruptGuard::interrupted()) {
@@ -51,8 +52,8 @@ bool exportOne(const std::string& input, const std::string& directory,
         }
         files::writeOutput(path, text);
         text::print(fmt::format("wrote {}  {} bytes\n", text::escapePath(path), text.size()));
-    }
-    return true;
+        return true;
+    });
 }
 
 /// Each dump goes into a directory of its name without the extension; none may share it.
