@@ -38,10 +38,11 @@ TEST(CutSafety, ASecondCommandWaits) {
         const TempDir dir;
         makePair(dir);
         fs::create_directory(dir / "out");
-        const int lock = open((dir / "out").c_str(), O_RDONLY | O_DIRECTORY);
+        const int lock = open((dir / "out").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
         ASSERT_EQ(flock(lock, LOCK_EX), 0);
         EXPECT_EQ(runAndSignal(dir, words, dir / ".err", SIGINT).status, -SIGINT);
         EXPECT_TRUE(fs::is_empty(dir / "out"));
+        fs::remove(dir / ".err");
         Outcome result;
         std::thread second([&] { result = run(dir, words); });
         while (text(dir / ".err").find("waiting") == std::string::npos) {

@@ -113,22 +113,25 @@ std::string npzText(const std::vector<File>& arrays) {
         const std::string content = array.text();
         constexpr unsigned stored = 20;                // version that extracts it
         constexpr unsigned firstOfJanuary1980 = 0x21;  // the same bytes whenever it is written
+        const std::uint32_t crc =
+            crc32Of(reinterpret_cast<const std::uint8_t*>(content.data()), content.size());
+        const std::string size = littleEndian(content.size(), 4);
         const std::string common =
-            littleEndian(stored, 2) + littleEndian(0, 6) + littleEndian(firstOfJanuary1980, 2) +
-            littleEndian(
-                crc32Of(reinterpret_cast<const std::uint8_t*>(content.data()), content.size()), 4) +
-            littleEndian(content.size(), 4) + littleEndian(content.size(), 4) +
-            littleEndian(array.name.size(), 2) + littleEndian(0, 2);
+            fmt::format("{}{}{}{}{}{}{}{}", littleEndian(stored, 2), littleEndian(0, 6),
+                        littleEndian(firstOfJanuary1980, 2), littleEndian(crc, 4), size, size,
+                        littleEndian(array.name.size(), 2), littleEndian(0, 2));
         if (archive.size() + content.size() > std::numeric_limits<std::uint32_t>::max()) {
             throw text::Refused("", "too large for an .npz file; --as npy has no such limit");
         }
-        directory += "PK\1\2" + littleEndian(stored, 2) + common + littleEndian(0, 10) +
-                     littleEndian(archive.size(), 4) + array.name;
-        archive += "PK\3\4" + common + array.name + content;
+        directory += fmt::format("PK\1\2{}{}{}{}{}", littleEndian(stored, 2), common,
+                                 littleEndian(0, 10), littleEndian(archive.size(), 4), array.name);
+        archive += fmt::format("PK\3\4{}{}", common, array.name);
+        archive += content;
     }
     const std::string entries = littleEndian(arrays.size(), 2);
-    return archive + directory + "PK\5\6" + littleEndian(0, 4) + entries + entries +
-           littleEndian(directory.size(), 4) + littleEndian(archive.size(), 4) + littleEndian(0, 2);
+    return fmt::format("{}{}PK\5\6{}{}{}{}{}{}", archive, directory, littleEndian(0, 4), entries,
+                       entries, littleEndian(directory.size(), 4), littleEndian(archive.size(), 4),
+                       littleEndian(0, 2));
 }
 
 std::vector<module::Table> allTablesOf(const module::Diagnosis& module) {
