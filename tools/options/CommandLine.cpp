@@ -32,7 +32,6 @@ struct Request {
     std::function<int()> work;  ///< of the subcommand; returns the exit status
 };
 
-constexpr const char* moduleText = "Dump, packed calibration, or - for standard input";
 constexpr const char* strictText = "Exit with 1 when there are warnings, too";
 
 template <class Target>

@@ -78,7 +78,7 @@ std::string escapeFormula(std::string text) {
 }
 
 std::string csvField(std::string_view text) {
-    const std::string field = escapeFormula(escapePath(text));
+    std::string field = escapeFormula(escapePath(text));
     if (field.find_first_of(",\"") == std::string::npos) {
         return field;
     }
