@@ -103,18 +103,8 @@ std::string fieldOf(const text::Json& value) {
 }
 
 std::string csvField(const text::Json& value) {
-    std::string field = fieldOf(value);
-    if (value.is_string()) {
-        field = text::escapeFormula(text::escapePath(field));
-    }
-    if (field.find_first_of(",\"") == std::string::npos) {
-        return field;
-    }
-    std::string text = "\"";
-    for (const char c : field) {
-        text.append(c == '"' ? 2 : 1, c);
-    }
-    return text + '"';
+    const std::string field = fieldOf(value);
+    return value.is_string() ? text::csvField(field) : text::csvQuoted(field);
 }
 
 }  // namespace

@@ -77,8 +77,7 @@ std::string escapeFormula(std::string text) {
     return text;
 }
 
-std::string csvField(std::string_view text) {
-    std::string field = escapeFormula(escapePath(text));
+std::string csvQuoted(std::string field) {
     if (field.find_first_of(",\"") == std::string::npos) {
         return field;
     }
@@ -87,6 +86,10 @@ std::string csvField(std::string_view text) {
         quoted.append(c == '"' ? 2 : 1, c);
     }
     return quoted + '"';
+}
+
+std::string csvField(std::string_view text) {
+    return csvQuoted(escapeFormula(escapePath(text)));
 }
 
 std::string hexText(std::span<const std::uint8_t> bytes) {

@@ -18,7 +18,10 @@ std::string escapePath(std::string_view path);
 /// A text that no spreadsheet takes for a formula: a leading =, +, - or @ becomes \xNN.
 std::string escapeFormula(std::string text);
 
-/// A text as a field of a CSV, quoted where it must be: a path without formulas.
+/// A field of a CSV, quoted where it must be (RFC 4180).
+std::string csvQuoted(std::string field);
+
+/// A text as a field of a CSV: a path, no formula, quoted where it must be.
 std::string csvField(std::string_view text);
 
 /// Lower case hexadecimal, two digits a byte.
