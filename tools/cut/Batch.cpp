@@ -117,7 +117,7 @@ class Batch {
         progress_.clear();
         report(results_.size());
         if (options_.report != "-") {
-            text::print(summary(results_, progress_.seconds(), text::terminalWidth(stdout)));
+            text::print(summary(results_, progress_.seconds()));
         }
         const bool written = report_.close();
         const auto failed = std::ranges::count(results_, false, &CutResult::good);

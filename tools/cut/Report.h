@@ -43,8 +43,8 @@ class Report {
     std::size_t rows_ = 0, good_ = 0, failedRows_ = 0;
 };
 
-/// A table for people (above 50 dumps only of those that failed) and the totals, fit to a terminal
-/// of that width (0: none).
-std::string summary(std::span<const CutResult> results, double seconds, std::size_t width);
+/// A table for people (above 50 dumps only of those that failed) and the totals, as standard output
+/// takes them.
+std::string summary(std::span<const CutResult> results, double seconds);
 
 }  // namespace calcut::cut
