@@ -223,8 +223,10 @@ def test_several_dumps(tmp_path):
     assert [f"{seed}.bin" in page.extract_text() for seed, page in enumerate(pages)] == [True] * 3
     assert calcut_command("plot", *dumps, "-o", tmp_path / "{stem}.svg").returncode == 0
     assert sorted(path.name for path in tmp_path.glob("*.svg")) == ["0.svg", "1.svg", "2.svg"]
+    (tmp_path / "other").mkdir()
+    namesake = make(tmp_path / "other" / "0.bin", *sizes)
     before = sorted(tmp_path.iterdir())
-    for words in ([*dumps, "-o", "x.png"], [dumps[0], dumps[0], "-o", "{stem}.png"], [dumps[0], "-o", tmp_path / "no" / "x.png"],
+    for words in ([*dumps, "-o", "x.png"], [dumps[0], namesake, "-o", "{stem}.png"], [dumps[0], "-o", tmp_path / "no" / "x.png"],
                   [dumps[0], "-o", dumps[0]], [tmp_path, "-o", "x.png"], [bad, "-o", "x.png"], [dumps[0], "-o", "x.gif"]):
         done = subprocess.run([COMMAND, "plot", *words], cwd=tmp_path, capture_output=True, text=True)
         assert done.returncode in (1, 2) and done.stderr.count("\n") == 1, done

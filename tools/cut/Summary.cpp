@@ -17,7 +17,7 @@ constexpr std::size_t listAll = 50;
 
 constexpr std::size_t leastName = 12;  // columns that a name keeps on a narrow terminal
 
-text::Row rowOf(const CutResult& result) {
+text::Row tableRow(const CutResult& result) {
     text::Row row{
         {text::escapePath(result.dump),
          result.layout.name,
@@ -41,7 +41,7 @@ std::string summary(std::span<const CutResult> results, double seconds) {
     for (const CutResult& result : results) {
         ++totals[static_cast<std::size_t>(result.outcome)];
         if (results.size() <= listAll || result.outcome == Outcome::Failed) {
-            rows.push_back(rowOf(result));
+            rows.push_back(tableRow(result));
         }
     }
     std::string counts;
