@@ -33,10 +33,13 @@ std::uint32_t sideBySide(std::uint32_t sum, const std::uint8_t* data, std::size_
     const std::size_t stretch = length / (stretches * bytesAtOnce) * bytesAtOnce;
     std::array<std::uint32_t, stretches> sums = {sum};
     for (std::size_t i = 0; i < stretch; i += bytesAtOnce) {
+#pragma GCC unroll 10
         for (std::size_t s = 0; s < stretches; ++s) {
             sums[s] ^= littleEndian32(data + s * stretch + i);
         }
+#pragma GCC unroll 4
         for (std::size_t byte = 0; byte < bytesAtOnce; ++byte) {
+#pragma GCC unroll 10
             for (std::uint32_t& each : sums) {
                 each = step(standardTable.data(), each, 0);
             }

@@ -42,6 +42,7 @@ std::size_t countZeros(const std::uint8_t* bytes, std::size_t size) {
         const std::size_t rows = std::min<std::size_t>(size / stride, UINT8_MAX);
         std::array<Bytes16, registers> counts = {};
         for (std::size_t row = 0; row < rows; ++row, bytes += stride) {
+#pragma GCC unroll 4
             for (std::size_t k = 0; k < registers; ++k) {
                 // A comparison that holds is -1.
                 counts[k] -= static_cast<Bytes16>(load(bytes + k * sizeof(Bytes16)) == 0);

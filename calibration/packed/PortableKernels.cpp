@@ -34,22 +34,25 @@ std::uint32_t valueAt(const std::uint32_t* words) {
     }
 }
 
-constexpr std::array<std::uint32_t, groupSize> singleBits = [] {
-    std::array<std::uint32_t, groupSize> bits{};
-    for (std::size_t i = 0; i < groupSize; ++i) {
-        bits[i] = 1U << i;
+// The bits of a word, a word each. Testing bits is vector code; shifting each by another amount is
+// not everywhere.
+void spreadSingleBits(std::uint32_t word, std::uint32_t* values) {
+    using Words = std::uint32_t __attribute__((vector_size(16)));
+    constexpr Words firstBits = {1, 2, 4, 8};
+    constexpr std::size_t lanes = sizeof(Words) / sizeof word;
+#pragma GCC unroll 8
+    for (std::size_t i = 0; i < groupSize; i += lanes) {
+        const Words bits = firstBits << static_cast<std::uint32_t>(i);
+        const auto set = reinterpret_cast<Words>((word & bits) == bits);
+        const Words ones = set & 1;
+        std::memcpy(values + i, &ones, sizeof ones);
     }
-    return bits;
-}();
+}
 
 template <unsigned Bits>
 void unpackGroup(const std::uint32_t* words, std::uint32_t* values) {
     if constexpr (Bits == 1) {
-        // Testing bits is vector code; shifting each by another amount is not everywhere.
-        const std::uint32_t word = *words;
-        for (std::size_t i = 0; i < groupSize; ++i) {
-            values[i] = (word & singleBits[i]) != 0 ? 1 : 0;
-        }
+        spreadSingleBits(*words, values);
     } else {
         [&]<unsigned... I>(std::integer_sequence<unsigned, I...>) {
             ((values[I] = valueAt<Bits, I>(words)), ...);
