@@ -79,9 +79,8 @@ class Walk {
     }
 
     Refusal readKnownBlock(const RXTableEntry& entry) {
-        const bool isFrequency = table_.isFrequencyBlock(&blocks_.block()) != 0;
         const Refusal refusal = filler_.fill(entry, blocks_);
-        if (!refusal.refused() && isFrequency) {
+        if (!refusal.refused() && table_.isFrequencyBlock(&blocks_.block()) != 0) {
             ++frequencyBlockCount_;
         }
         return refusal;

@@ -28,8 +28,9 @@ extern "C" {
 /** What a cut writes into its output directory. */
 #define CALCUT_CALIBRATION_FILE "qov.spc" /**< the packed calibration, as vantric.h reads it */
 #define CALCUT_LENS_FILE "lensdata.dat"   /**< nine floats, as readLensParameters reads them */
-#define CALCUT_SIGNATURE_FILE \
-    "signature.bin" /**< 1 to 127 bytes, of some Korveline dumps; none after a 1 */
+#define CALCUT_SIGNATURE_FILE                                                                    \
+    "signature.bin" /**< of some Korveline dumps, 1 to 127 bytes; empty when a cut returns 1 for \
+                       it */
 
 /** The sensor that the stack serves, in pixels; dumps of other sizes are cut as well. */
 #define CALCUT_SENSOR_COLUMNS 224

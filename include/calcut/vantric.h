@@ -321,10 +321,11 @@ CALCUT_EXPORT uint32_t vantric_dispatchGetCalibrationType(const uint8_t* data, s
  * | part                       | what a second read does                                          |
  * | -------------------------- | ---------------------------------------------------------------- |
  * | room for pixels            | that of the smallest image so far, also of one with 0 pixels     |
- * | room of a counted array    | the count of the last block for it, even of a refused one        |
+ * | room of a counted array    | the count of the last block for it, even of a refused one; for   |
+ * |                            | the wiggling tables of the last one read                         |
  * | more than there is room    | VANTRIC_ERR_BUFFER_TOO_SMALL                                     |
  * | text0 (the date)           | the new date is appended                                         |
- * | custom data                | dropped                                                          |
+ * | custom data                | dropped when the read succeeds                                   |
  * | directions                 | dropped when columns or rows change                              |
  * | psf                        | dropped when a straylight block comes or the PSF's size changes  |
  * | what the data do not bring | kept                                                             |

@@ -377,9 +377,12 @@ CALCUT_EXPORT uint32_t vantric_readRXCustomFields(const uint8_t* data, size_t si
  *         | ------------------------ | ---------------------------------------------------------- |
  *         | VANTRIC_OK               | directions, and with a straylight model the PSF, are there |
  *         | ..._ERR_ALREADY_SET      | numPixels is not that of the image, or above 1,431,655,765,|
- *         |                          | whose floats cannot be counted in 32 bits; there is a PSF  |
+ *         |                          | whose floats cannot be counted in 32 bits; areaX or areaY  |
+ *         |                          | outside the image; there is a PSF                          |
  *         | ..._ERR_INVALID_ARGUMENT | a straylight model without points                          |
  *         | ..._ERR_BUFFER_TOO_SMALL | no memory, no lens parameters, too many points or elements |
+ *
+ * Aborts as vantric_allocateAndCalculatePsf.
  */
 CALCUT_EXPORT uint32_t vantric_calcRXPsfAndDirections(VantricCalibration* calibration,
                                                       uint32_t numPixels);
