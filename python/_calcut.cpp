@@ -41,7 +41,7 @@ py::object cut(const py::object& dump, const py::object& directory, const std::s
                bool force) {
     cut::CutOptions options;
     options.paths = {pathOrRaise(dump), pathOrRaise(directory)};
-    options.layout = layoutOf(layout);
+    options.reading.layout = layoutOf(layout);
     cut::CutResult result;
     cut::TakenDump taken;
     try {

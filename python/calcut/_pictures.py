@@ -18,6 +18,7 @@ from itertools import groupby
 from typing import Any, Iterator, List, Optional, Tuple
 
 import matplotlib
+import numpy as np
 
 import calcut
 from calcut import plot
@@ -35,11 +36,15 @@ def encoded(figure: Any, kind: str) -> bytes:
     return file.getvalue()
 
 
-def _load(path: str, limit: int) -> bytes:
+def _load(path: str, options: argparse.Namespace) -> bytes:
     with open(0 if path == "-" else path, "rb") as file:
-        data = file.read(limit + 1)
-    if len(data) > limit:
-        raise OSError(f"is larger than {limit} bytes, the limit for a dump (--max-size)")
+        data = file.read(options.max_size + 1)
+    if len(data) > options.max_size:
+        raise OSError(f"is larger than {options.max_size} bytes, the limit for a dump (--max-size)")
+    if not options.differences:  # their files are arranged already
+        data, group = data[options.skip:], options.swap
+        whole = len(data) // group * group
+        data = np.frombuffer(data[:whole], np.uint8).reshape(-1, group)[:, ::-1].tobytes() + data[whole:]
     return data
 
 
@@ -57,7 +62,7 @@ def _draw(job: Job, options: argparse.Namespace) -> Drawn:
     output, path, data = job
     name = "standard input" if path == "-" else _escaped(os.path.basename(path))
     try:
-        data = _load(path, options.max_size) if data is None else data
+        data = _load(path, options) if data is None else data
         module = calcut.read(data, options.layout, strict=not options.damaged)
         told = module.faults[0].text if module.faults else ""
         return encoded(plot.sheet(module, name, shared_scale=options.shared_scale), _kind(output)), told
@@ -114,7 +119,7 @@ def write(path: str, data: bytes) -> None:
 
 def _sheets(words: List[str], options: argparse.Namespace) -> int:
     """Words: a picture and a dump in turn; dumps that share a picture are its pages."""
-    jobs = [(output, path, _load(path, options.max_size) if path == "-" else None)
+    jobs = [(output, path, _load(path, options) if path == "-" else None)
             for output, path in zip(words[::2], words[1::2])]
     if len(jobs) > 1 and any(_kind(output) == "pdf" for output in words[::2]):
         import pypdf  # noqa: F401  before anything is drawn
@@ -146,7 +151,7 @@ def _sheets(words: List[str], options: argparse.Namespace) -> int:
 
 def _differences(words: List[str], options: argparse.Namespace) -> int:
     """Words: png, svg or pdf, name and file of A, name and file of B. The picture goes to standard output."""
-    a, b = (calcut.read(_load(path, options.max_size), options.layout, strict=False) for path in (words[2], words[4]))
+    a, b = (calcut.read(_load(path, options), options.layout, strict=False) for path in (words[2], words[4]))
     names = ["standard input" if name == "-" else _escaped(os.path.basename(name)) for name in (words[1], words[3])]
     write("-", encoded(plot.comparison(a, b, names, tolerance=options.tolerance), words[0]))
     return 0
@@ -160,6 +165,8 @@ def main(arguments: Optional[List[str]] = None) -> int:
     parser.add_argument("--differences", action="store_true")
     parser.add_argument("--layout", default="auto")
     parser.add_argument("--max-size", type=int, default=1 << 28)
+    parser.add_argument("--skip", type=int, default=0)
+    parser.add_argument("--swap", type=int, default=1)
     parser.add_argument("--tolerance", type=float)
     for flag in ("--shared-scale", "--damaged", "--quiet"):
         parser.add_argument(flag, action="store_true")

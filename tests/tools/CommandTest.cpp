@@ -107,6 +107,48 @@ TEST(Command, HelpFitsATerminalAndCompletes) {
     }
 }
 
+TEST(Command, ReadsWhatItsAdviceNames) {
+    const TempDir dir;
+    make(dir, "--size 16x12 --seed 3 -o good");
+    const Bytes good = readBytes(dir / "good");
+    Bytes pairs = good;
+    Bytes fours = good;
+    for (const auto& [bytes, group] : {std::tuple(&pairs, 2), std::tuple(&fours, 4)}) {
+        for (auto at = bytes->begin(); bytes->end() - at >= group; at += group) {
+            std::reverse(at, at + group);
+        }
+    }
+    fs::create_directories(dir / "odd");
+    writeBytes(dir / "odd/behind", bytes(Bytes(7, 0x20), good));
+    writeBytes(dir / "odd/pairs", pairs);
+    writeBytes(dir / "odd/words", fours);
+    fs::create_directory(dir / "empty");
+    // One object on each line, whatever is read.
+    const Outcome odd = run(dir, "inspect odd missing empty good --jsonl");
+    EXPECT_EQ(odd.status, 1);
+    std::istringstream lines(odd.out);
+    std::vector<nlohmann::json> found;
+    for (std::string line; std::getline(lines, line);) {
+        found.push_back(nlohmann::json::parse(line));
+    }
+    ASSERT_EQ(found.size(), 6U) << odd.out;
+    EXPECT_TRUE(found[5].at("intact").get<bool>());
+    EXPECT_EQ(found[3].at("error"), "No such file or directory");
+    EXPECT_EQ(found[4].at("error"), "holds no files");
+    for (std::size_t i = 0; i < 3; ++i) {
+        const std::string file = found[i].at("file");
+        const auto option =
+            firstMatch(found[i].at("faults").at(0).at("advice"), "(--(skip|swap) [0-9])");
+        ASSERT_TRUE(option) << found[i];
+        fs::create_directory(dir / "out");
+        EXPECT_EQ(run(dir, "cut " + file + " out " + *option).status, 0) << file;
+        EXPECT_EQ(run(dir, "compare good out/qov.spc").status, 0) << file;
+        fs::remove_all(dir / "out");
+    }
+    EXPECT_EQ(run(dir, "inspect good --skip 999999999").err,
+              "calcut: good: has no bytes behind those of --skip\n");
+}
+
 TEST(Command, CutsWhatItMakes) {
     const TempDir dir;
     for (const std::string& words : std::vector<std::string>{

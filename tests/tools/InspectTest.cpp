@@ -183,7 +183,7 @@ TEST(Dump, IsLoadedOnceWithinTheLimitAndNeverWaitedFor) {
     for (const auto& [path, limit, error] : cases) {
         std::string refusal;
         try {
-            EXPECT_FALSE(files::loadDump(path, limit).bytes.empty()) << path;
+            EXPECT_FALSE(files::loadDump(path, {.maxSize = limit}).bytes.empty()) << path;
         } catch (const text::Refused& refused) {
             refusal = refused.what();
         }

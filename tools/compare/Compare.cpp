@@ -15,8 +15,7 @@ namespace {
 std::unique_ptr<module::Module> load(const std::string& path, const CompareOptions& options) {
     std::unique_ptr<module::Module> module;
     const auto work = [&] {
-        module = module::loadModule(path, options.layout, options.maxSize,
-                                    module::Faults::toleratedInImage);
+        module = module::loadModule(path, options.reading, module::Faults::toleratedInImage);
         return exitOk;
     };
     (void)text::guarded(work, exitNotCompared);

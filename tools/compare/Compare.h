@@ -19,12 +19,11 @@ struct CompareOptions {
     /// Dumps or bare calibrations, "-" for standard input: A and B, or with `to` any number of B,
     /// folders too.
     std::vector<std::string> paths;
-    std::string to;                        ///< A of many comparisons; empty for one
-    std::string report;                    ///< CSV with a row for each of them; empty for none
-    bool force = false;                    ///< replace a file that is no earlier report
-    std::string output;                    ///< *.png, *.svg or *.pdf; empty for none
-    std::optional<module::Layout> layout;  ///< of all; by their first bytes when not set
-    std::uint64_t maxSize = files::defaultMaxSize;
+    std::string to;      ///< A of many comparisons; empty for one
+    std::string report;  ///< CSV with a row for each of them; empty for none
+    bool force = false;  ///< replace a file that is no earlier report
+    std::string output;  ///< *.png, *.svg or *.pdf; empty for none
+    module::Reading reading;
     Tolerances tolerances;
     bool json = false;
 };

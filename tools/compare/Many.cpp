@@ -98,8 +98,8 @@ int compareMany(const CompareOptions& options) {
         // An earlier report must not be taken for this one's.
         files::writeOutput(options.report, options.report == "-" ? "" : headings({}));
     }
-    const auto golden = module::loadModule(options.to, options.layout, options.maxSize,
-                                           module::Faults::toleratedInImage);
+    const auto golden =
+        module::loadModule(options.to, options.reading, module::Faults::toleratedInImage);
     const std::vector<files::Input> inputs =
         files::gatherInputs({.paths = options.paths, .leftOut = {options.report}});
     std::string report = headings(module::tablesOf(golden->diagnosis));
@@ -115,8 +115,8 @@ int compareMany(const CompareOptions& options) {
             if (input.refusal) {
                 throw text::Refused(input.path, *input.refusal);
             }
-            const auto module = module::loadModule(input.path, options.layout, options.maxSize,
-                                                   module::Faults::toleratedInImage);
+            const auto module =
+                module::loadModule(input.path, options.reading, module::Faults::toleratedInImage);
             const Comparison comparison(golden->diagnosis, module->diagnosis, options.tolerances);
             report += reportRow(input.path, comparison);
             rows.push_back(tableRow(input.path, comparison));

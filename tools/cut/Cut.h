@@ -15,8 +15,7 @@ struct CutOptions {
     /// Dumps, and folders of them with out; without out one dump ("-" for standard input) and its
     /// directory.
     std::vector<std::string> paths;
-    std::optional<module::Layout> layout;  ///< by their first bytes when not set
-    std::uint64_t maxSize = files::defaultMaxSize;
+    module::Reading reading;
     bool force = false;   ///< also over what belongs to another dump
     bool strict = false;  ///< warnings make the exit status 1, too
 

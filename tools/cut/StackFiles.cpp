@@ -21,8 +21,7 @@ namespace {
 namespace fs = std::filesystem;
 
 std::string differenceOf(files::ByteView wanted, const std::string& path) try {
-    const files::Dump found =
-        files::loadDump(path, files::defaultMaxSize, files::Kinds::OnlyRegular);
+    const files::Dump found = files::loadDump(path, {}, files::Kinds::OnlyRegular);
     if (std::ranges::equal(wanted, found.bytes)) {
         return {};
     }
@@ -81,12 +80,12 @@ std::string crcText(std::uint32_t crc) {
 
 TakenDump takeDump(const std::string& path, const CutOptions& options, CutResult& result) {
     result.dump = path;
-    TakenDump taken{files::loadDump(path, options.maxSize), {}, {}};
+    TakenDump taken{files::loadDump(path, options.reading.intake), {}, {}};
     const std::vector<std::uint8_t>& bytes = taken.dump.bytes;
     result.size = bytes.size();
     result.crc = crc32Of(bytes.data(), bytes.size());
     requireRoom();
-    result.layout = options.layout.value_or(module::classify(bytes));
+    result.layout = options.reading.layout.value_or(module::classify(bytes));
     taken.diagnosis = module::diagnose(bytes, result.layout, vantric::Wanted::cut);
     result.warnings = taken.diagnosis.warnings;
     result.fault = module::whyNotCut(taken.diagnosis);

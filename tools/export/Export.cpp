@@ -34,7 +34,7 @@ void makeDirectory(const std::string& path) {
 bool exportOne(const std::string& input, const std::string& directory,
                const ExportOptions& options) {
     const auto module =
-        module::loadModule(input, options.layout, options.maxSize,
+        module::loadModule(input, options.reading,
                            options.damaged ? module::Faults::tolerated : module::Faults::refused);
     if (!module->diagnosis.wasRead(RX_BLOCK_LENS_PARAMETERS)) {
         throw text::Refused(input, "has no lens parameters that read");

@@ -70,8 +70,7 @@ struct ExportOptions {
     std::vector<std::string> paths;
     std::string out;  ///< a directory for each dump comes under this one
     const Format* format = nullptr;
-    std::optional<module::Layout> layout;  ///< by its first bytes when not set
-    std::uint64_t maxSize = files::defaultMaxSize;
+    module::Reading reading;
     bool force = false;    ///< replace files that exist
     bool damaged = false;  ///< write what reads of a dump with faults
 };

@@ -76,9 +76,18 @@ bool readAll(int descriptor, std::uint64_t expected, std::uint64_t limit,
     }
 }
 
+void arrange(std::vector<std::uint8_t>& bytes, const Intake& intake) {
+    const std::uint64_t skipped = std::min<std::uint64_t>(intake.skip, bytes.size());
+    bytes.erase(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(skipped));
+    const auto group = static_cast<std::ptrdiff_t>(intake.swap);
+    for (auto at = bytes.begin(); group > 1 && bytes.end() - at >= group; at += group) {
+        std::reverse(at, at + group);
+    }
+}
+
 }  // namespace
 
-Dump loadDump(const std::string& path, std::uint64_t maxSize, Kinds kinds) {
+Dump loadDump(const std::string& path, const Intake& intake, Kinds kinds) {
     const bool standardInput = path == "-";
     const FileDescriptor file(
         standardInput ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
@@ -94,7 +103,7 @@ Dump loadDump(const std::string& path, std::uint64_t maxSize, Kinds kinds) {
     }
     // Room for one byte more stays countable.
     const std::uint64_t limit = std::min<std::uint64_t>(
-        maxSize, static_cast<std::uint64_t>(std::numeric_limits<std::ptrdiff_t>::max()) / 4);
+        intake.maxSize, static_cast<std::uint64_t>(std::numeric_limits<std::ptrdiff_t>::max()) / 4);
     const std::uint64_t expected =
         S_ISREG(status.st_mode) ? static_cast<std::uint64_t>(status.st_size) : 0;
     Dump dump;
@@ -110,6 +119,10 @@ Dump loadDump(const std::string& path, std::uint64_t maxSize, Kinds kinds) {
     if (dump.bytes.empty()) {
         const bool idlePipe = S_ISFIFO(status.st_mode) && !standardInput;
         throw text::Refused(path, idlePipe ? "is a pipe that nobody writes to" : "is empty");
+    }
+    arrange(dump.bytes, intake);
+    if (dump.bytes.empty()) {
+        throw text::Refused(path, "has no bytes behind those of --skip");
     }
     return dump;
 }

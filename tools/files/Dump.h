@@ -11,8 +11,12 @@ namespace calcut::files {
 
 using ByteView = std::span<const std::uint8_t>;
 
-/// What can be a dump, unless --max-size says otherwise.
-inline constexpr std::uint64_t defaultMaxSize = std::uint64_t{256} << 20;
+/// What is taken of a file.
+struct Intake {
+    std::uint64_t maxSize = std::uint64_t{256} << 20;  ///< larger files are refused
+    std::uint64_t skip = 0;                            ///< so many bytes at the start are left out
+    std::size_t swap = 1;  ///< then the bytes of each group of so many are turned around
+};
 
 /// Identity of a file on this machine, through links too.
 struct FileIdentity {
@@ -27,12 +31,12 @@ struct Dump {
     std::optional<FileIdentity> identity{};  ///< none for standard input
 };
 
-/// Reads a file, or standard input for "-". At most maxSize + 1 bytes are ever read, whatever kind
-/// of file it is. Nothing is opened that could block for its writer: a FIFO that nobody writes to
-/// and a socket are refused. Throws Refused with the path: "No such file or directory", "is a
-/// directory", "is empty", "is larger than 256 MiB, the limit for a dump (--max-size)", ...
+/// Reads a file, or standard input for "-". At most intake.maxSize + 1 bytes are ever read,
+/// whatever kind of file it is. Bytes behind the last whole group stay as they are. Nothing is
+/// opened that could block for its writer: a FIFO that nobody writes to and a socket are refused.
+/// Throws Refused with the path: "No such file or directory", "is a directory", "is empty", "is
+/// larger than 256 MiB, the limit for a dump (--max-size)", ...
 enum class Kinds : std::uint8_t { Any, OnlyRegular };
-Dump loadDump(const std::string& path, std::uint64_t maxSize = defaultMaxSize,
-              Kinds kinds = Kinds::Any);
+Dump loadDump(const std::string& path, const Intake& intake = {}, Kinds kinds = Kinds::Any);
 
 }  // namespace calcut::files

@@ -17,8 +17,8 @@ std::unique_ptr<module::Module> look(const files::Input& input, const InspectOpt
         throw text::Refused(input.path, *input.refusal);
     }
     auto module =
-        std::make_unique<module::Module>(files::loadDump(input.path, options.maxSize).bytes,
-                                         options.layout, vantric::Wanted::everything);
+        std::make_unique<module::Module>(files::loadDump(input.path, options.reading.intake).bytes,
+                                         options.reading.layout, vantric::Wanted::everything);
     module->lookAtTables();
     return module;
 }

@@ -12,9 +12,8 @@
 namespace calcut::inspect {
 
 struct InspectOptions {
-    std::vector<std::string> paths;        ///< files and folders, "-" for standard input
-    std::optional<module::Layout> layout;  ///< by their first bytes when not set
-    std::uint64_t maxSize = files::defaultMaxSize;
+    std::vector<std::string> paths;  ///< files and folders, "-" for standard input
+    module::Reading reading;
     bool json = false;    ///< an object, or a list of them
     bool jsonl = false;   ///< one object on each line
     bool strict = false;  ///< warnings make the exit status 1, too

@@ -27,6 +27,12 @@ inline constexpr Layout Layout::Packed{"packed",
                                        {vantric::packedMagic.data(), vantric::packedMagic.size()}};
 inline constexpr Layout Layout::Unknown{"unknown", {}};
 
+/// How files become modules.
+struct Reading {
+    std::optional<Layout> layout{};  ///< by their first bytes when not set
+    files::Intake intake{};
+};
+
 /// The images in the order of the library's layouts, then Packed.
 std::span<const Layout> knownLayouts();
 

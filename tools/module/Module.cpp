@@ -5,11 +5,10 @@
 
 namespace calcut::module {
 
-std::unique_ptr<Module> loadModule(const std::string& path, const std::optional<Layout>& layout,
-                                   std::uint64_t maxSize, Faults faults) {
+std::unique_ptr<Module> loadModule(const std::string& path, const Reading& reading, Faults faults) {
     text::printNote(path, "reading");
-    auto module = std::make_unique<Module>(files::loadDump(path, maxSize).bytes, layout,
-                                           vantric::Wanted::everything);
+    auto module = std::make_unique<Module>(files::loadDump(path, reading.intake).bytes,
+                                           reading.layout, vantric::Wanted::everything);
     const Diagnosis& diagnosis = module->diagnosis;
     const bool letThrough = faults == Faults::tolerated ||
                             (faults == Faults::toleratedInImage && diagnosis.status == VANTRIC_OK);

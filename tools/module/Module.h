@@ -45,7 +45,6 @@ enum class Faults : std::uint8_t {
 
 /// Loads a file and reads everything in it. Throws Refused when it has faults that are refused, or
 /// no record.
-std::unique_ptr<Module> loadModule(const std::string& path, const std::optional<Layout>& layout,
-                                   std::uint64_t maxSize, Faults faults);
+std::unique_ptr<Module> loadModule(const std::string& path, const Reading& reading, Faults faults);
 
 }  // namespace calcut::module

@@ -164,10 +164,7 @@ Finding wrongMagic(files::ByteView file, const Layout& layout) {
          {std::tuple{2, "swapped-pairs", "bytes are swapped in pairs"},
           std::tuple{4, "swapped-words", "bytes are swapped in 32-bit words"}}) {
         if (classify(swappedStart(file, static_cast<std::size_t>(group))) != Layout::Unknown) {
-            return {name, what, wanted, seen,
-                    fmt::format("turn the bytes around: objcopy -I binary -O binary "
-                                "--reverse-bytes={} FILE DUMP",
-                                group)};
+            return {name, what, wanted, seen, fmt::format("read it with --swap {}", group)};
         }
     }
     if (looksLikeLensFile(file)) {
@@ -188,13 +185,12 @@ Finding wrongMagic(files::ByteView file, const Layout& layout) {
                     "the image's header is damaged or of another layout: read the part again",
                     damaged};
         }
-        return {
-            "bytes-before-image",
-            "the image does not begin with the file",
-            quoted(known) + " at byte 0",
-            fmt::format("it at byte {}", offset),
-            fmt::format("leave out the bytes in front of it: tail -c +{} FILE > DUMP", offset + 1),
-            offset};
+        return {"bytes-before-image",
+                "the image does not begin with the file",
+                quoted(known) + " at byte 0",
+                fmt::format("it at byte {}", offset),
+                fmt::format("read it with --skip {}", offset),
+                offset};
     }
     return unknown
                ? Finding{"unknown-magic",

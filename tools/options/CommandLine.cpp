@@ -74,13 +74,24 @@ CLI::Option* addLayout(CLI::App& command, std::optional<module::Layout>& layout,
     return addChoice(command, "--layout", words, set, "LAYOUT", text);
 }
 
+// Negative numbers would come out as huge ones.
+std::string wholeNumberFault(const std::string& text) {
+    const bool isWhole = text.find_first_not_of("0123456789") == std::string::npos;
+    return isWhole ? "" : "give a whole number from 0 on, not " + text;
+}
+
 /// What every subcommand has that reads dumps.
-template <class Options>
-void addReading(CLI::App& command, Options& options) {
-    addLayout(command, options.layout, "Layout of what is read; auto goes by the first bytes");
-    addValue(command, "--max-size", options.maxSize, "SIZE",
+void addReading(CLI::App& command, module::Reading& reading) {
+    addLayout(command, reading.layout, "Layout of what is read; auto goes by the first bytes");
+    addValue(command, "--max-size", reading.intake.maxSize, "SIZE",
              "Refuse files above this many bytes (K, M, G mean KiB, MiB, GiB) [256M]")
         ->transform(CLI::AsSizeValue(false).description(""));
+    addValue(command, "--skip", reading.intake.skip, "BYTES",
+             "Leave out so many bytes at the start of each file; offsets count from there")
+        ->check(wholeNumberFault);
+    const auto swap = [&reading](std::size_t at) { reading.intake.swap = at == 0 ? 2 : 4; };
+    addChoice(command, "--swap", {"2", "4"}, swap, "BYTES",
+              "Turn the bytes of each pair, or of each four, around");
 }
 
 // -------------------------------------------------------------------------------------- cut --
@@ -89,7 +100,7 @@ void addCutOptions(CLI::App& command, cut::CutOptions& options) {
     addValue(command, "DUMP", options.paths, "",
              "Dumps or folders of them, or one dump (- for standard input) and the output "
              "directory");
-    addReading(command, options);
+    addReading(command, options.reading);
     command.add_flag("--force", options.force,
                      "Replace also what is a dump or belongs to another one");
     command.add_flag("--strict", options.strict, strictText);
@@ -136,7 +147,7 @@ void addInspectOptions(CLI::App& command, inspect::InspectOptions& options) {
         command.add_flag("--json", options.json, "Print JSON (keys: docs/inspect-json.md)");
     command.add_flag("--jsonl", options.jsonl, "Print JSON, one object on each line")
         ->excludes(json);
-    addReading(command, options);
+    addReading(command, options.reading);
     command.add_flag("--strict", options.strict, strictText);
 }
 
@@ -153,7 +164,7 @@ void addPlotOptions(CLI::App& command, plot::PlotOptions& options) {
              "without extension; - writes a PNG to standard output")
         ->required()
         ->check(pictureFault);
-    addReading(command, options);
+    addReading(command, options.reading);
     command.add_flag("--force", options.force, "Replace a picture that exists");
     command.add_flag("--shared-scale", options.sharedScale,
                      "One colour scale for the tables of all frequencies");
@@ -193,7 +204,7 @@ void addCompareOptions(CLI::App& command, compare::CompareOptions& options) {
     addValue(command, "-o,--output", options.output, "FILE",
              "Draw the differences of the tables: NAME.png, NAME.svg or NAME.pdf")
         ->check([](const std::string& name) { return pictureFault(name == "-" ? "" : name); });
-    addReading(command, options);
+    addReading(command, options.reading);
     CLI::Option* to = addValue(command, "--to", options.to, "FILE",
                                "Compare each FILE with this one, A, a golden unit for instance");
     to->group("Many modules");
@@ -235,7 +246,7 @@ void addExportOptions(CLI::App& command, exporting::ExportOptions& options) {
     command.add_flag("--force", options.force, "Replace files that exist");
     command.add_flag("--damaged", options.damaged,
                      "Write what reads of a dump with faults, each file marked where it can be");
-    addReading(command, options);
+    addReading(command, options.reading);
 }
 
 void checkExport(const exporting::ExportOptions& options) {
@@ -247,12 +258,6 @@ void checkExport(const exporting::ExportOptions& options) {
 }
 
 // ------------------------------------------------------------------------------------- make --
-
-// Negative numbers would come out as huge ones.
-std::string seedFault(const std::string& text) {
-    const bool isWhole = text.find_first_not_of("0123456789") == std::string::npos;
-    return isWhole ? "" : "give a whole number from 0 on, not " + text;
-}
 
 void addMakeOptions(CLI::App& command, make::MakeOptions& options) {
     writer::CalibrationOptions& content = options.content;
@@ -281,7 +286,7 @@ void addMakeOptions(CLI::App& command, make::MakeOptions& options) {
         ->check(CLI::PositiveNumber);
     addValue(command, "--seed", content.seed, "N",
              "Seed of everything that varies between modules [1]")
-        ->check(seedFault);
+        ->check(wholeNumberFault);
     const auto bare = [&options] { options.layout = module::Layout::Packed; };
     command.add_flag_callback("--bare", bare, "The same as --layout packed")->excludes(layout);
     addValue(command, "-o,--output", options.output, "FILE", "File to write, - for standard output")

@@ -59,10 +59,11 @@ std::vector<char*> argumentsOf(Words& words) {
     return arguments;
 }
 
-template <class Options>
-void addReading(Words& words, const Options& options) {
-    words.insert(words.end(), {"--layout", options.layout ? options.layout->name : "auto",
-                               "--max-size", fmt::format("{}", options.maxSize), "--error",
+void addReading(Words& words, const module::Reading& reading) {
+    const auto& [maxSize, skip, swap] = reading.intake;
+    words.insert(words.end(), {"--layout", reading.layout ? reading.layout->name : "auto",
+                               "--max-size", fmt::to_string(maxSize), "--skip",
+                               fmt::to_string(skip), "--swap", fmt::to_string(swap), "--error",
                                text::paint(stderr, text::Colour::Red, "calcut:")});
 }
 
@@ -146,7 +147,7 @@ int runPlot(const PlotOptions& given) {
         options.inputs.push_back(input.path);
     }
     Words words = program();
-    addReading(words, options);
+    addReading(words, options.reading);
     const std::pair<bool, const char*> flags[] = {
         {options.sharedScale, "--shared-scale"},
         {options.damaged, "--damaged"},
@@ -173,7 +174,7 @@ std::vector<std::uint8_t> drawDifferences(const module::Diagnosis& a, const modu
     const SharedFile ofB(b.file);
     const SharedFile picture;
     Words words = program();
-    addReading(words, options);
+    addReading(words, options.reading);
     for (const auto& [name, tolerance] : options.tolerances.absolute) {
         words.insert(words.end(), {"--tolerance", fmt::format("{}", tolerance)});
     }

@@ -18,8 +18,7 @@ struct PlotOptions {
     /// *.png, *.svg or *.pdf, with "{stem}" for the name of each dump without its extension; "-"
     /// for a PNG on standard output. Several dumps may share a PDF.
     std::string output;
-    std::optional<module::Layout> layout;  ///< by its first bytes when not set
-    std::uint64_t maxSize = files::defaultMaxSize;
+    module::Reading reading;
     bool sharedScale = false;  ///< one colour scale for the tables of all frequencies
     bool damaged = false;      ///< draw what reads of a dump with faults
     bool force = false;        ///< replace a file that exists
