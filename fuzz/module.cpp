@@ -1,4 +1,6 @@
-// Arbitrary bytes as people see them: diagnosis, text, JSON, comparison and exports.
+// Arbitrary bytes as people see them: diagnosis, text, JSON, comparison and exports. The first byte
+// chooses the layout, and whether length and checksum of the image are put right.
+#include <algorithm>
 #include <array>
 #include <optional>
 #include <string>
@@ -26,15 +28,23 @@ Layout layoutFor(unsigned choice, const Bytes& dump) {
     return choice < known.size() ? known[choice] : calcut::module::classify(dump);
 }
 
-/// Stores the checksum that a dump should have.
+/// Stores the payload length and the checksum that a dump should have.
 void repair(const Layout& layout, Bytes& dump) {
     namespace image = calcut::image;
-    const image::Record record = layout.image->locate(dump, 0);
-    if (record.refusal && record.refusal->cause == image::Cause::checksum) {
-        for (std::size_t i = 0; i < 4; ++i) {
-            dump[record.refusal->offset + i] =
-                static_cast<std::uint8_t>(*record.computedCrc >> (8 * i));
+    const auto put = [&dump](const image::Field& field, std::uint64_t value) {
+        for (std::size_t i = 0; i < field.size; ++i) {
+            dump[field.offset + i] = static_cast<std::uint8_t>(value >> (8 * i));
         }
+    };
+    const auto& fields = layout.image->fields;
+    image::Record record = layout.image->locate(dump, 0);
+    if (record.refusal && record.refusal->cause == image::Cause::payloadOutside) {
+        put(fields[layout.image->lengthField], record.payloadPresent);
+        record = layout.image->locate(dump, 0);
+    }
+    if (record.refusal && record.refusal->cause == image::Cause::checksum) {
+        put(*std::ranges::find(fields, record.refusal->offset, &image::Field::offset),
+            *record.computedCrc);
     }
 }
 
@@ -45,6 +55,16 @@ bool cuts(const Bytes& dump, const Layout& layout) {
     EEPROMMetaInformation meta;
     return cutEEPROMContent(layout.image->number, scratch.dump().c_str(), scratch.out().c_str(),
                             &meta) == 0;
+}
+
+std::string told(const Diagnosis& about) {
+    std::string text;
+    for (const auto* findings : {&about.faults, &about.warnings}) {
+        for (const calcut::module::Finding& finding : *findings) {
+            text += describe(finding) + "\n";
+        }
+    }
+    return text;
 }
 
 void show(const Diagnosis& about) {
@@ -101,6 +121,7 @@ void module(const std::uint8_t* data, std::size_t size) {
     require(whyNotCut(asCut).has_value() != asCut.cuttable(), "or there is a reason");
 
     const Diagnosis about = calcut::module::diagnose(dump, layout, vantric::Wanted::everything);
+    require(told(asCut) == told(about), "a look at less finds the same");
     static_cast<void>(calcut::module::tableWarnings(about));
     show(about);
     if (about.intact()) {

@@ -52,6 +52,28 @@ std::vector<Bytes> imagesWithMode() {
     return seeds;
 }
 
+// For the target module: one image with everything, and small ones of each kind, so that every
+// truncation and flipped bit is tried, with length and checksum put right or as they are.
+std::vector<Bytes> modules() {
+    constexpr unsigned v7 = 0, korveline = 1, bare = 2, repaired = 4;
+    const std::vector<Bytes> all = calibrations();
+    const Bytes& calibration = all.front();
+    writer::KorvelineOptions signedRecord;
+    signedRecord.signature = Bytes(64, 0x5A);
+    std::vector<Bytes> seeds;
+    for (const auto& [mode, image] :
+         {std::pair(v7, writer::makeV7Image(all[2])),
+          std::pair(v7, writer::makeV7Image(calibration)),
+          std::pair(v7 | repaired, writer::makeV7Image(calibration)),
+          std::pair(korveline | repaired, writer::makeKorvelineImage(calibration)),
+          std::pair(korveline | repaired, writer::makeKorvelineImage(calibration, signedRecord)),
+          std::pair(bare, calibration)}) {
+        seeds.push_back({static_cast<std::uint8_t>(mode)});
+        seeds.back().insert(seeds.back().end(), image.begin(), image.end());
+    }
+    return seeds;
+}
+
 // Bytes that count up, with a stride for each seed: enough for every choice that a target draws.
 std::vector<Bytes> ramps(std::size_t size) {
     std::vector<Bytes> seeds;
@@ -73,8 +95,11 @@ std::vector<Bytes> seeds(std::string_view target) {
     if (target == "calibration") {
         return calibrations();
     }
-    if (target == "images" || target == "module") {
+    if (target == "images") {
         return imagesWithMode();
+    }
+    if (target == "module") {
+        return modules();
     }
     if (target == "note") {
         const std::string note =
