@@ -58,7 +58,7 @@ py::object cut(const py::object& dump, const py::object& directory, const std::s
     for (const cut::StackFile& file : taken.files) {
         files[file.name] = file.bytes.size();
     }
-    return typeNamed("Cut")(result.layout.name, files, *result.maskedPixels,
+    return typeNamed("Cut")(result.layout.name, files, result.maskedPixels,
                             toPython(result.warnings));
 }
 

@@ -19,6 +19,9 @@ TEST(CutBatch, AFolderWithoutDumpsIsARow) {
     EXPECT_EQ(reportIn(dir)["dumps"][0]["reason"], "holds no file named *.\\x1b[2J");
     EXPECT_EQ((glob.out + glob.err).find('\x1b'), std::string::npos);
     EXPECT_TRUE(matches(run(dir, "cut --files-from wide --out out").err, "wide: is UTF-16"));
+    // Nor does it take a name that a dump could have.
+    EXPECT_EQ(shell(dir, "mkdir m; $C cut m l2 --out own --report r.json").status, 1);
+    EXPECT_EQ(rowsOf(reportIn(dir), "folder"), "own/m");
 }
 
 TEST(CutBatch, ResumeComparesContent) {
@@ -26,6 +29,7 @@ TEST(CutBatch, ResumeComparesContent) {
     makePair(dir);
     ASSERT_EQ(run(dir, "cut l1 l2 --out out").status, 0);
     const auto whole = tree(dir / "out");
+    const json masked = json::parse(text(dir / "out/l2-m/cut.json"))["maskedPixels"];
     const auto sum = json::parse(text(dir / "out/l2-m/cut.json"))["files"]["signature.bin"];
     EXPECT_EQ(sum["bytes"], 9);
     EXPECT_TRUE(matches(sum["crc32"].get<std::string>(), "^0x[0-9a-f]{8}$"));
@@ -42,8 +46,10 @@ TEST(CutBatch, ResumeComparesContent) {
     };
     for (const auto& [name, damaged] : damages) {
         writeBytes(dir / ("out/l2-m/" + name), damaged);
-        EXPECT_EQ(run(dir, "cut --verify l1 l2 --out out --report r.json").status, 1);
+        const Outcome verified = run(dir, "cut --verify l1 l2 --out out --report r.json");
+        EXPECT_EQ(verified.err, "calcut: 1 of 2 dumps was not equal to its cut\n");
         EXPECT_EQ(rowsOf(reportIn(dir), "result"), "equal failed") << name;
+        EXPECT_FALSE(reportIn(dir)["dumps"][1]["earlierCut"].get<bool>());
         EXPECT_TRUE(matches(reportIn(dir)["dumps"][1]["reason"], name)) << reportIn(dir);
         const Outcome repaired = run(dir, "cut l1 l2 --out out --resume --report r.json");
         EXPECT_EQ(rowsOf(reportIn(dir), "result"), "kept repaired") << name;
@@ -57,6 +63,12 @@ TEST(CutBatch, ResumeComparesContent) {
         EXPECT_EQ(run(dir, "cut l1 l2 --out out --resume --name '{path}'").status, 0);
         EXPECT_EQ(tree(dir / "out"), whole);
     }
+    // What a note says of the mask is not believed.
+    ASSERT_EQ(
+        shell(dir, "sed -i 's/\\(maskedPixels\": \\).*,/\\166000,/' out/l2-m/cut.json").status, 0);
+    EXPECT_EQ(run(dir, "cut l2 --out out --resume --report r.json").status, 0);
+    EXPECT_EQ(reportIn(dir)["dumps"][0]["maskedPixels"], masked);
+    EXPECT_EQ(run(dir, "cut l2 --out out").status, 0);
     const Outcome equal = run(dir, "cut --verify --out out l1 l2");
     EXPECT_TRUE(matches(equal.out, "2 equal, 0 failed")) << equal.out;
     EXPECT_EQ(tree(dir / "out"), whole);
@@ -74,6 +86,11 @@ TEST(CutBatch, FoldersTakeNamesFromTemplates) {
         EXPECT_EQ(run(dir, "cut l1/m.bin --out out --name '" + pattern + "'").status, 0);
         EXPECT_TRUE(fs::exists(dir / ("out/" + name + "/cut.json"))) << pattern;
     }
+    // A folder that would be --out itself.
+    EXPECT_EQ(run(dir, "cut l1 --out out --name ' ' --report r.json").status, 1);
+    EXPECT_EQ(rowsOf(reportIn(dir), "reason"), "--name leaves its folder without a name");
+    EXPECT_EQ(shell(dir, "cp l1/m.bin ..bin; $C cut ..bin --out out").status, 0);
+    EXPECT_TRUE(fs::exists(dir / "out/_/cut.json"));
     // Of two that come to one name, neither is cut, and each names the other.
     EXPECT_EQ(run(dir, "cut l1 l2 --out two --name '{stem}' --report r.json").status, 1);
     EXPECT_EQ(rowsOf(reportIn(dir), "reason"),
@@ -97,6 +114,9 @@ TEST(CutBatch, AReportReplacesOnlyAnEarlierOne) {
         EXPECT_EQ(text(dir / name).find("m.bin"), std::string::npos);
         EXPECT_EQ(run(dir, "cut l1" + to).status, 0);
         EXPECT_EQ(text(dir / name), earlier);
+        const Outcome second = shell(dir, "flock " + name + " $C cut l2" + to);
+        EXPECT_TRUE(matches(second.err, name + ": another command writes it")) << second.err;
+        EXPECT_EQ(text(dir / name), earlier);
         writeBytes(dir / name, bytes("mine, all mine"));
         const Outcome refused = run(dir, "cut l1" + to);
         EXPECT_TRUE(matches(refused.err, name + ": exists; --force replaces it")) << refused.err;
@@ -113,7 +133,7 @@ TEST(CutBatch, AReportReplacesOnlyAnEarlierOne) {
         EXPECT_TRUE(matches(result.err, "in the folder of a module")) << result.err;
         EXPECT_EQ(tree(dir / "out"), before);
     }
-    const Outcome table = run(dir, "cut l1 l2 --out out --report -");
+    const Outcome table = shell(dir, "cd out/m; $C cut ../../l1 ../../l2 --out .. --report -");
     EXPECT_EQ(lines(table.out), 3U);
     EXPECT_TRUE(matches(table.out, "^file,layout,result,")) << table.out;
 }

@@ -11,7 +11,7 @@ TEST(CutCommand, NeverWritesToWhatItReads) {
                     "cp dump link/real; ln -s real link/lensdata.dat; "
                     "cp dump hard/real; ln hard/real hard/signature.bin; cp dump own/qov.spc; "
                     "cp dump r.csv; cp dump x.png; ln -s x.png y.png; cp dump all/x/qov.spc; "
-                    "echo dump >list.json")
+                    "echo dump >list.json; $C cut dump --out many; cp dump many/dump/qov.spc")
                   .status,
               0);
     const auto before = tree(dir.path());
@@ -24,6 +24,7 @@ TEST(CutCommand, NeverWritesToWhatItReads) {
         "cut dump r.csv --out all --report r.csv",
         "cut --files-from list.json --out all --report list.json",
         "cut all/x/qov.spc all/x --force",
+        "cut dump --out many",
         "plot x.png -o y.png",
         "make -o dump"};
     for (const std::string& words : lines) {

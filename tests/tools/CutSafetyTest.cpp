@@ -131,6 +131,13 @@ TEST(CutSafety, AFailedMoveLosesNothing) {
             EXPECT_EQ(left, before) << words << renames << result.err;
         }
     }
+    // Another module's cut comes at the last moment, and cannot go back.
+    ASSERT_EQ(shell(dir, "rm -rf out; $C cut l1 --out out; $C cut l2 --out other").status, 0);
+    const auto foreign = cutIn(dir / "other/m");
+    const Outcome result = shell(dir, "FOREIGN=other/m " + preload + "9 $C cut l1 --out out");
+    const auto place = firstMatch(result.out, "the earlier cut is in (out/[^ ]*/earlier)");
+    ASSERT_TRUE(place) << result.out;
+    EXPECT_EQ(cutIn(dir / *place), foreign);
 }
 
 TEST(CutSafety, WantOfMemoryIsARow) {
@@ -144,7 +151,8 @@ TEST(CutSafety, WantOfMemoryIsARow) {
     ASSERT_EQ(shell(dir, "mkdir in; for i in $(seq 24); do cp dump in/$i; done").status, 0);
     for (int kib = 100'000; kib <= 400'000; kib += 25'000) {
         const Outcome result = shell(dir, "(ulimit -v " + std::to_string(kib) +
-                                              "; $C cut in --out out -j 16 --report r.json)");
+                                              "; $C cut in --out out -j 16 --report r.json" +
+                                              (kib % 50'000 != 0 ? " --name '{id}-{stem}')" : ")"));
         EXPECT_TRUE(result.status == 0 || result.status == 1) << kib << result.err;
         EXPECT_EQ(reportIn(dir)["dumps"].size(), 24U) << kib << result.err;
         EXPECT_FALSE(matches(rowsOf(reportIn(dir), "result"), "not reached")) << kib;

@@ -1,8 +1,5 @@
 // Many modules compared with one.
 #include <algorithm>
-#include <filesystem>
-#include <memory>
-#include <system_error>
 
 #include <fmt/format.h>
 
@@ -46,18 +43,6 @@ std::string headings(const std::vector<module::Table>& tables) {
     return line + "\r\n";
 }
 
-/// Whether an earlier run wrote it: it may be replaced unasked.
-bool isReport(const std::string& path) {
-    std::error_code ignored;
-    if (!std::filesystem::is_regular_file(path, ignored) ||
-        std::filesystem::is_empty(path, ignored)) {
-        return false;
-    }
-    const std::string all = headings({});
-    const std::vector<std::uint8_t> bytes = files::loadDump(path).bytes;
-    return std::string(bytes.begin(), bytes.end()).starts_with(all.substr(0, all.find('\r')));
-}
-
 /// One row of the report: lens parameters as differences, then the tables that A has.
 std::string reportRow(const std::string& path, const Comparison& comparison) {
     std::string line =
@@ -94,7 +79,9 @@ int compareMany(const CompareOptions& options) {
     if (reported) {
         std::vector<std::string> inputs = options.paths;
         inputs.push_back(options.to);
-        files::checkWritable(options.report, inputs, options.force || isReport(options.report));
+        const bool free =
+            files::isFreeForReport(options.report, {headings({}).substr(0, 40) + "*"});
+        files::checkWritable(options.report, inputs, options.force || free);
         // An earlier report must not be taken for this one's.
         files::writeOutput(options.report, options.report == "-" ? "" : headings({}));
     }

@@ -69,7 +69,10 @@ void refuseReportAmongModules(const CutOptions& options) {
 /// could have written it, unless something else must be replaced that could be an input.
 std::vector<CutResult> gatherAndReport(const CutOptions& options, Report& report) {
     const std::string& path = options.report;
-    if (path.empty()) {
+    if (path == "-") {
+        report.open(path);
+    }
+    if (path.empty() || path == "-") {
         return gather(options, "");
     }
     refuseReportAmongModules(options);
@@ -128,7 +131,9 @@ class Batch {
             text::printError(
                 "", fmt::format("{} of {} dumps {} not {}{}", failed, results_.size(),
                                 failed == 1 ? "was" : "were",
-                                options_.verify ? "equal to their cuts" : "cut",
+                                !options_.verify ? "cut"
+                                : failed == 1    ? "equal to its cut"
+                                                 : "equal to their cuts",
                                 text::InterruptGuard::interrupted() ? " (interrupted)" : ""));
         }
         const bool good = failed == 0 && written && !(warned && options_.strict);
@@ -160,46 +165,37 @@ class Batch {
         work();
     }
 
-    /// Runs an attempt; whatever it throws is the reason why the dump failed.
-    template <class Attempt>
-    static void attempt(CutResult& result, const Attempt& attempt) {
+    /// Runs a step; whatever it throws is the reason why the dump failed.
+    template <class Step>
+    void attempt(CutResult& result, const Step& step) const try {
+        step();
+    } catch (const std::exception& error) {
+        result.outcome = Outcome::Failed;
+        // What is longer than the room that was reserved may find no memory, either.
         try {
-            try {
-                attempt();
-            } catch (const text::Refused& refused) {
-                result.outcome = Outcome::Failed;
-                result.earlierCut = !result.folder.empty() && isCutOf(result.folder, result.source);
-                result.reason =
-                    refused.what() + (result.earlierCut ? earlierCutIn(result.folder) : "");
-            }
-        } catch (const std::exception& error) {
-            result.outcome = Outcome::Failed;
-            // What is longer than the room that was reserved may find no memory, either.
-            try {
-                result.reason = text::reasonOf(error);
-            } catch (const std::bad_alloc& again) {
-                result.reason = text::reasonOf(again);
-            }
+            result.reason = text::reasonOf(error);
+            result.earlierCut =
+                !options_.verify && !result.folder.empty() && isCutOf(result.folder, result.source);
+            result.reason += result.earlierCut ? earlierCutIn(result.folder) : "";
+        } catch (const std::exception& again) {
+            result.reason = text::reasonOf(again);
+        }
+        // An interrupted wait for a pipe's next bytes says nothing of the dump.
+        if (!result.crc && text::InterruptGuard::interrupted()) {
+            result.outcome = Outcome::NotReached;
+            result.reason = "interrupted";
         }
     }
 
     void nameByTemplate(CutResult& result) const {
-        CutResult looked;
-        looked.dump = result.dump;
         if (result.outcome == Outcome::Failed) {
             return;
         }
-        if (needsDump(options_.name)) {
-            try {
-                (void)takeDump(result.dump, options_, looked);
-            } catch (const std::exception&) {
-                // The next look at it tells.
-                return;
-            }
-        }
         attempt(result, [&] {
-            const std::string name = nameFrom(options_.name, looked);
-            result.folder = options_.out + "/" + name;
+            if (needsDump(options_.name)) {
+                (void)takeDump(result.dump, options_, result);
+            }
+            result.folder = options_.out + "/" + nameFrom(options_.name, result);
         });
     }
 
@@ -222,14 +218,10 @@ class Batch {
     void work(CutResult& result) {
         if (result.outcome == Outcome::NotReached) {
             attempt(result, [&] { cutOrVerify(result); });
-            // An interrupted wait for a pipe's next bytes says nothing of the dump.
-            if (!result.crc && text::InterruptGuard::interrupted()) {
-                result.outcome = Outcome::NotReached;
-                result.reason = "interrupted";
-                return;
-            }
         }
-        done(result);
+        if (result.outcome != Outcome::NotReached) {
+            done(result);
+        }
     }
 
     void cutOrVerify(CutResult& result) const {

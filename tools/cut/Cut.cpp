@@ -37,7 +37,7 @@ void printResult(const TakenDump& taken, const CutResult& result) {
         text += fmt::format("wrote {}/{:<{}}  {:>7} bytes\n", text::escapePath(result.folder),
                             file.name, taken.files.size() == 3 ? 13 : 12, file.bytes.size());
     }
-    text += fmt::format("masked pixels: {}\nlens parameters:\n", *result.maskedPixels);
+    text += fmt::format("masked pixels: {}\nlens parameters:\n", result.maskedPixels);
     for (std::size_t i = 0; i < module::lensNames.size(); ++i) {
         text += fmt::format("  {}  {}\n", module::lensNames[i], result.lens[i]);
     }

@@ -81,10 +81,11 @@ class Staging {
 
 // ---------------------------------------------------------------------------------- single cut --
 
-bool isDump(const std::string& path) try {
-    return module::classify(files::loadDump(path).bytes).image != nullptr;
-} catch (const text::Refused&) {
-    return false;
+bool isDump(const std::string& path) {
+    constexpr std::size_t magics = 64;
+    const std::string start = files::startOf(path, magics).value_or("");
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(start.data());
+    return module::classify({bytes, start.size()}).image != nullptr;
 }
 
 /// None of the files in a folder, which belong to the directory, may be the dump, anything but a
@@ -183,6 +184,10 @@ void checkReplaceable(const std::string& place, const CutResult& result,
             throw text::Refused(result.dump, "{} holds {}, which {}; it is left alone", folder,
                                 text::escapePath(name), own ? "is also an input" : "no cut makes");
         }
+        if (!force && isDump(entry.path().string())) {
+            throw text::Refused(result.dump, "{} holds {}, which is a dump; --force replaces it",
+                                folder, name);
+        }
     }
     const text::Json found = noteIn(place);
     if (!force && !empty && !agree(found, note, {"source"}) &&
@@ -202,9 +207,14 @@ int exchange(const std::string& one, const std::string& other) {
 template <class Check>
 void takeName(const Staging& staging, const CutResult& result, const Check& check) {
     const std::string fresh = staging.fresh();
+    const std::string aside = staging.earlier();
     const auto refuse = [&result](int error) {
         throw text::Refused(result.dump, "cannot replace {}: {}", text::escapePath(result.folder),
                             text::errnoText(error));
+    };
+    const auto refuseWithCopy = [&](const std::exception& error) {
+        throw text::Refused(result.dump, "{}; the earlier cut is in {}", text::reasonOf(error),
+                            text::escapePath(aside));
     };
     const int taken = files::moveWithoutReplacing(fresh, result.folder);
     if (taken == 0) {
@@ -216,14 +226,16 @@ void takeName(const Staging& staging, const CutResult& result, const Check& chec
     if (exchange(fresh, result.folder) == 0) {
         try {
             check(fresh);
-        } catch (const std::exception&) {
-            (void)exchange(fresh, result.folder);
+        } catch (const std::exception& error) {
+            if (exchange(fresh, result.folder) != 0) {
+                (void)files::moveWithoutReplacing(fresh, aside);
+                refuseWithCopy(error);
+            }
             throw;
         }
         return;
     }
     // A file system that cannot exchange two names.
-    const std::string aside = staging.earlier();
     if (const int error = files::moveWithoutReplacing(result.folder, aside)) {
         refuse(error);
     }
@@ -232,10 +244,9 @@ void takeName(const Staging& staging, const CutResult& result, const Check& chec
         if (const int error = files::moveWithoutReplacing(fresh, result.folder)) {
             refuse(error);
         }
-    } catch (const text::Refused& refused) {
+    } catch (const std::exception& error) {
         if (files::moveWithoutReplacing(aside, result.folder) != 0) {
-            throw text::Refused(result.dump, "{}; the earlier cut is in {}", refused.what(),
-                                text::escapePath(aside));
+            refuseWithCopy(error);
         }
         throw;
     }
@@ -286,14 +297,12 @@ void cutToFolder(const TakenDump& taken, std::span<const files::FileIdentity> re
     if (typeOf(result.folder) == fs::file_type::directory) {
         lock.emplace(result.folder);
     }
-    text::Json note = noteOf(taken, result);
+    const text::Json note = noteOf(taken, result);
     const text::Json found = noteIn(result.folder);
     const bool sameDump = agree(found, note, {"schema", "bytes", "crc32", "layout"});
-    const text::Json masked = found.value("maskedPixels", text::Json());
     if (options.resume && sameDump && agree(found, note, {"files"}) &&
-        masked.is_number_unsigned() && differences(taken.files, result.folder).empty()) {
+        differences(taken.files, result.folder).empty()) {
         result.outcome = Outcome::Kept;
-        result.maskedPixels = masked.get<std::uint16_t>();
         return;
     }
     const auto check = [&](const std::string& place) {
@@ -302,7 +311,6 @@ void cutToFolder(const TakenDump& taken, std::span<const files::FileIdentity> re
     check(result.folder);
     const Staging staging(result.dump, options.out);
     writeStackFiles(taken, staging.fresh(), result);
-    note["maskedPixels"] = *result.maskedPixels;
     const std::string text = text::jsonText(note, 2) + "\n";
     if (const int error =
             files::writeInto(staging.fresh() + "/" + noteFile, O_CREAT | O_EXCL, text)) {

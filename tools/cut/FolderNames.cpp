@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 
 #include "tools/cut/Note.h"
+#include "tools/files/Inputs.h"
 #include "tools/text/Escape.h"
 
 namespace calcut::cut {
@@ -21,8 +22,8 @@ namespace fs = std::filesystem;
 // What a dump's folder may be called, from the shortest name on: its stem; then, behind the names
 // of one more folder each time, its stem and its whole name. Empty when there is no more.
 std::string candidate(const fs::path& source, std::size_t level) {
-    const fs::path last = level % 2 == 0 && level > 0 ? source.filename() : source.stem();
-    std::string name = last.string();
+    const bool whole = level % 2 == 0 && level > 0;
+    std::string name = whole ? source.filename().string() : files::stemOf(source.string());
     fs::path folder = source.parent_path();
     for (std::size_t above = (level + 1) / 2; above > 0; --above) {
         if (!folder.has_relative_path()) {
@@ -56,7 +57,7 @@ std::string pathField(const CutResult& result) {
             name += part.string() + "-";
         }
     }
-    return name + fs::path(result.dump).stem().string();
+    return name + files::stemOf(result.dump);
 }
 
 struct Field {
@@ -66,7 +67,7 @@ struct Field {
 };
 
 constexpr std::array<Field, 7> nameFields = {{
-    {"{stem}", false, [](const CutResult& r) { return fs::path(r.dump).stem().string(); }},
+    {"{stem}", false, [](const CutResult& r) { return files::stemOf(r.dump); }},
     {"{path}", false, pathField},
     {"{serial}", true, [](const CutResult& r) { return r.texts[2]; }},
     {"{text0}", true, [](const CutResult& r) { return r.texts[0]; }},
@@ -128,13 +129,20 @@ std::string nameFrom(std::string pattern, const CutResult& result) {
             at = pattern.find(field.word, at + value.size());
         }
     }
-    return sanitised(pattern);
+    std::string name = sanitised(pattern);
+    if (name.empty()) {
+        throw text::Refused(result.dump, "--name leaves its folder without a name");
+    }
+    return name;
 }
 
 void nameFolders(std::vector<CutResult>& inputs, const std::string& out) {
     std::set<std::string> taken;
     std::vector<std::pair<CutResult*, std::size_t>> unnamed;  // with their levels
     for (CutResult& input : inputs) {
+        if (input.outcome == Outcome::Failed) {
+            continue;
+        }
         input.folder = earlierName(input.source, out);
         if (!input.folder.empty()) {
             taken.insert(input.folder);
@@ -167,7 +175,7 @@ void nameFolders(std::vector<CutResult>& inputs, const std::string& out) {
         }
     }
     for (CutResult& input : inputs) {
-        input.folder = out + "/" + input.folder;
+        input.folder = input.folder.empty() ? "" : out + "/" + input.folder;
     }
 }
 

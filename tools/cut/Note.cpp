@@ -35,7 +35,7 @@ text::Json noteOf(const TakenDump& taken, const CutResult& result) {
                        {"bytes", result.size},
                        {"crc32", crcText(*result.crc)},
                        {"layout", result.layout.name},
-                       {"maskedPixels", nullptr}};
+                       {"maskedPixels", result.maskedPixels}};
     for (const StackFile& file : taken.files) {
         note["files"][file.name] = {{"bytes", file.bytes.size()}, {"crc32", crcText(file.crc)}};
     }

@@ -15,7 +15,7 @@ inline constexpr int cutSchema = 3;
 
 inline constexpr const char* noteFile = "cut.json";
 
-/// The note of a cut; the masked pixels are put in when it has been made.
+/// The note of a cut.
 text::Json noteOf(const TakenDump& taken, const CutResult& result);
 
 /// The note in a file's bytes, with a source at least; an empty object for anything else.

@@ -1,6 +1,7 @@
 #include "tools/cut/Report.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -53,8 +54,7 @@ text::Json rowOf(const CutResult& result) {
         row[fmt::format("text{}", i)] = known(good, text::escapeBytes(result.texts[i]));
     }
     row["idBytes"] = known(good, text::hexText(result.idBytes));
-    row["maskedPixels"] =
-        good && result.maskedPixels ? text::Json(*result.maskedPixels) : text::Json();
+    row["maskedPixels"] = known(good, result.maskedPixels);
     for (std::size_t i = 0; i < module::lensNames.size(); ++i) {
         row[module::lensNames[i]] = known(good, result.lens[i]);
     }
@@ -130,17 +130,8 @@ bool Report::supports(const std::string& path) {
 }
 
 bool Report::isFree(const std::string& path) {
-    struct stat status {};
-    if (path == "-" || stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
-        return true;
-    }
-    const files::FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    std::string start(64, '\0');
-    start.resize(static_cast<std::size_t>(
-        std::max<ssize_t>(0, read(file.get(), start.data(), start.size()))));
-    const bool isTable = start.size() > sizeof("file,layout,") && csvHeading().starts_with(start);
-    return start.empty() || isTable ||
-           (start.starts_with("{\"schema\":") && start.find(",\"dumps\":[") < start.size());
+    return files::isFreeForReport(
+        path, {csvHeading().substr(0, 40) + "*", R"({"schema":*,"dumps":[[]*)"});
 }
 
 void Report::open(const std::string& path) {
@@ -149,10 +140,15 @@ void Report::open(const std::string& path) {
     constexpr mode_t everyone = 0666;
     file_ = files::FileDescriptor(
         path == "-" ? STDOUT_FILENO
-                    : ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NONBLOCK,
-                             everyone));
+                    : ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NONBLOCK, everyone));
+    struct stat status {};
+    const bool isFile = path != "-" && fstat(file_.get(), &status) == 0 && S_ISREG(status.st_mode);
+    // The rows of a run that goes on are not lost.
+    if (isFile && flock(file_.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+        throw text::Refused(path, "another command writes it");
+    }
     const int error =
-        file_.get() < 0
+        file_.get() < 0 || (isFile && ftruncate(file_.get(), 0) != 0)
             ? errno
             : put(json_ ? fmt::format("{{\"schema\":{},\"dumps\":[", cutSchema) : csvHeading());
     if (error != 0) {

@@ -24,7 +24,8 @@ class Report {
     /// an earlier report.
     static bool isFree(const std::string& path);
 
-    /// Starts the file; an earlier one is replaced. Throws Refused. Without it nothing is written.
+    /// Starts the file; an earlier one is replaced. Throws Refused, also while another command
+    /// writes it. Without it nothing is written.
     void open(const std::string& path);
     /// Appends rows with one write. The first failure is told, the rest are quiet.
     void add(std::span<const CutResult> results);

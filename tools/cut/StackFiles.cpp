@@ -11,7 +11,7 @@
 
 #include "cutter/CRC32.h"
 #include "cutter/cutDump.h"
-#include "tools/module/Layout.h"
+#include "tools/module/RecordFields.h"
 #include "tools/text/Escape.h"
 
 namespace calcut::cut {
@@ -80,6 +80,7 @@ std::string crcText(std::uint32_t crc) {
 
 TakenDump takeDump(const std::string& path, const CutOptions& options, CutResult& result) {
     result.dump = path;
+    result.crc.reset();
     TakenDump taken{files::loadDump(path, options.reading.intake), {}, {}};
     const std::vector<std::uint8_t>& bytes = taken.dump.bytes;
     result.size = bytes.size();
@@ -95,6 +96,7 @@ TakenDump takeDump(const std::string& path, const CutOptions& options, CutResult
     taken.files = filesOf(taken.diagnosis);
     const VantricCalibration& record = *taken.diagnosis.record;
     result.texts = {record.text0, record.text1, record.text2};
+    result.maskedPixels = module::maskedByCut(taken.diagnosis);
     const std::size_t idSize = std::min<std::size_t>(record.idBytesSize, VANTRIC_ID_BYTES);
     result.idBytes.assign(record.idBytes, record.idBytes + idSize);
     std::copy_n(record.lensParameters, result.lens.size(), result.lens.begin());
@@ -122,11 +124,11 @@ std::vector<text::Refused> differences(const std::vector<StackFile>& files,
     return all;
 }
 
-void writeStackFiles(const TakenDump& taken, const std::string& directory, CutResult& result) {
+void writeStackFiles(const TakenDump& taken, const std::string& directory,
+                     const CutResult& result) {
     EEPROMMetaInformation meta{};
     const bool written = writeBlock(*result.layout.image, directory, taken.diagnosis.image.blockId,
                                     taken.diagnosis.payload, meta);
-    result.maskedPixels = meta.zeroMaskCount;
     // The library does not report a disk that fills up; the files do.
     const std::vector<text::Refused> wrong = differences(taken.files, directory);
     if (!wrong.empty()) {

@@ -52,7 +52,7 @@ struct CutResult {
     std::array<std::string, 3> texts;
     std::vector<std::uint8_t> idBytes;
     std::array<float, VANTRIC_LENS_PARAMETERS> lens{};
-    std::optional<std::uint16_t> maskedPixels;
+    std::int64_t maskedPixels = 0;
 
     [[nodiscard]] bool good() const {
         return outcome != Outcome::NotReached && outcome != Outcome::Failed;
@@ -86,8 +86,7 @@ TakenDump takeDump(const std::string& path, const CutOptions& options, CutResult
 std::vector<text::Refused> differences(const std::vector<StackFile>& files,
                                        const std::string& directory);
 
-/// Writes the files into an empty directory and reads them back. result gets the number of masked
-/// pixels. Throws Refused.
-void writeStackFiles(const TakenDump& taken, const std::string& directory, CutResult& result);
+/// Writes the files into an empty directory and reads them back. Throws Refused.
+void writeStackFiles(const TakenDump& taken, const std::string& directory, const CutResult& result);
 
 }  // namespace calcut::cut

@@ -26,7 +26,7 @@ text::Row tableRow(const CutResult& result) {
         row.note = result.reason;
         return row;
     }
-    row.cells.emplace_back(result.maskedPixels ? fmt::to_string(*result.maskedPixels) : "");
+    row.cells.emplace_back(fmt::to_string(result.maskedPixels));
     for (const float value : std::span(result.lens).first<4>()) {
         row.cells.emplace_back(fmt::format("{}", value));
     }

@@ -131,4 +131,9 @@ std::vector<Input> gatherInputs(const InputSources& sources) {
     return gathering.take();
 }
 
+std::string stemOf(const std::string& path) {
+    const std::string stem = path == "-" ? "stdin" : fs::path(path).stem().string();
+    return stem.empty() || stem == "." || stem == ".." ? "_" : stem;
+}
+
 }  // namespace calcut::files

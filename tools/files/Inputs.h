@@ -27,4 +27,8 @@ struct Input {
 /// path on each line, or between zero bytes; Refused is thrown when it cannot be read.
 std::vector<Input> gatherInputs(const InputSources& sources);
 
+/// The name of a path without its extension, fit for a file or folder: "_" where that would be
+/// empty or lead elsewhere (".", ".."), "stdin" for "-".
+std::string stemOf(const std::string& path);
+
 }  // namespace calcut::files

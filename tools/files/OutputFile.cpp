@@ -1,6 +1,7 @@
 #include "tools/files/OutputFile.h"
 
 #include <fcntl.h>
+#include <fnmatch.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <system_error>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -33,7 +35,11 @@ void checkAccess(const std::string& path, const fs::path& accessed, int mode) {
 
 int replaceFile(const fs::path& path, std::string_view text) {
     const std::string folder = path.has_parent_path() ? path.parent_path().string() : ".";
-    forEachLeftover(folder, [](const std::string& leftover) { (void)unlink(leftover.c_str()); });
+    // Once for many files.
+    static std::string searched;
+    if (std::exchange(searched, folder) != folder) {
+        forEachLeftover(folder, [](const std::string& left) { (void)unlink(left.c_str()); });
+    }
     const Temporary partial(folder, Temporary::Kind::File);
     int error = writeAll(partial.descriptor(), text);
     // The lock must last until the file has its name, but some file systems tell only here that
@@ -85,6 +91,28 @@ void checkWritable(const std::string& path, const std::vector<std::string>& inpu
     }
     const fs::path folder = fs::path(path).parent_path();
     checkAccess(path, folder.empty() ? "." : folder, W_OK | X_OK);
+}
+
+std::optional<std::string> startOf(const std::string& path, std::size_t size) {
+    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    struct stat status {};
+    std::string start(size, '\0');
+    const bool isFile = fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode);
+    const ssize_t got = isFile ? read(file.get(), start.data(), size) : -1;
+    start.resize(static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+    return got < 0 ? std::nullopt : std::optional(start);
+}
+
+bool isFreeForReport(const std::string& path, const std::vector<std::string>& patterns) {
+    std::error_code ignored;
+    if (path == "-" || !fs::is_regular_file(path, ignored)) {
+        return true;
+    }
+    constexpr std::size_t size = 64;
+    const auto start = startOf(path, size);
+    return start && (start->empty() || std::ranges::any_of(patterns, [&](const std::string& like) {
+                         return fnmatch(like.c_str(), start->c_str(), FNM_NOESCAPE) == 0;
+                     }));
 }
 
 void writeOutput(const std::string& path, std::string_view text) {

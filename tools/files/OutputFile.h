@@ -21,9 +21,16 @@ std::optional<FileIdentity> identityOf(const std::string& path);
 /// be written, or (unless forced) a file that exists. Nothing is opened.
 void checkWritable(const std::string& path, const std::vector<std::string>& inputs, bool force);
 
+/// The first bytes of a regular file; nothing where none can be read.
+std::optional<std::string> startOf(const std::string& path, std::size_t size);
+
+/// Whether a report may take a path unasked: a file there is empty or begins like an earlier report
+/// (a pattern of fnmatch for its first 64 bytes). What is no regular file cannot be lost.
+bool isFreeForReport(const std::string& path, const std::vector<std::string>& patterns);
+
 /// Writes a file, or standard output for "-". A regular file gets its name only when it is
-/// complete; devices and links are written where they are, pipes and sockets never. Throws Refused
-/// when that fails.
+/// complete; links, devices and pipes that have a reader are written where they are. Throws Refused
+/// when that fails, as it does for a socket.
 void writeOutput(const std::string& path, std::string_view text);
 inline void writeOutput(const std::string& path, std::span<const std::uint8_t> bytes) {
     writeOutput(path, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});

@@ -225,6 +225,10 @@ std::vector<unsigned> frequenciesOf(const Diagnosis& about) {
     return list;
 }
 
+std::int64_t maskedByCut(const Diagnosis& about) {
+    return zerosUpTo(about, cutMaskPixels);
+}
+
 Value valueOf(const Field& field, const Diagnosis& about, std::optional<unsigned> frequency) {
     const std::uint32_t block = frequency ? frequencyBlock(*frequency, field.block) : field.block;
     const bool isThere = field.block == noBlock || about.wasRead(block);

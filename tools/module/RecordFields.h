@@ -46,6 +46,9 @@ extern const std::span<const Field> straylightFields;
 /// The frequencies of a record. It is filled by id, so a calibration that leaves one out has a gap.
 std::vector<unsigned> frequenciesOf(const Diagnosis& about);
 
+/// Zeros among the pixels of the mask that a cut counts.
+std::int64_t maskedByCut(const Diagnosis& about);
+
 /// The value of a field; the diagnosis has a record.
 Value valueOf(const Field& field, const Diagnosis& about, std::optional<unsigned> frequency = {});
 
