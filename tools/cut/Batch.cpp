@@ -13,7 +13,6 @@
 #include <map>
 #include <mutex>
 #include <optional>
-#include <system_error>
 #include <thread>
 
 #include <fmt/format.h>
@@ -38,6 +37,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr char noMemory[] = "not enough memory";
+
 std::vector<CutResult> gather(const CutOptions& options, const std::string& reportOrNone) {
     std::vector<CutResult> results;
     for (const files::Input& input : files::gatherInputs(
@@ -51,7 +52,7 @@ std::vector<CutResult> gather(const CutOptions& options, const std::string& repo
         result.source = input.source;
         result.outcome = input.refusal ? Outcome::Failed : Outcome::NotReached;
         // Room for the reason when there is no memory for it.
-        result.reason.reserve(sizeof("not enough memory"));
+        result.reason.reserve(sizeof noMemory);
         result.reason = input.refusal.value_or("interrupted");
     }
     return results;
@@ -177,8 +178,8 @@ class Batch {
             result.earlierCut =
                 !options_.verify && !result.folder.empty() && isCutOf(result.folder, result.source);
             result.reason += result.earlierCut ? earlierCutIn(result.folder) : "";
-        } catch (const std::exception& again) {
-            result.reason = text::reasonOf(again);
+        } catch (const std::exception&) {
+            result.reason = noMemory;
         }
         // An interrupted wait for a pipe's next bytes says nothing of the dump.
         if (!result.crc && text::InterruptGuard::interrupted()) {
@@ -231,9 +232,9 @@ class Batch {
             return;
         }
         std::string all;
-        for (const text::Refused& difference : differences(taken.files, result.folder)) {
-            all += fmt::format("{}{} {}", all.empty() ? "" : "; ",
-                               text::escapePath(difference.subject()), difference.what());
+        for (const auto& [name, what] : differences(taken.files, result.folder)) {
+            all += fmt::format("{}{}/{} {}", all.empty() ? "" : "; ",
+                               text::escapePath(result.folder), name, what);
         }
         if (!all.empty()) {
             throw text::Refused(result.dump, all);

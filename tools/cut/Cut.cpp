@@ -12,7 +12,6 @@
 #include "tools/cut/Report.h"
 #include "tools/cut/StackFiles.h"
 #include "tools/files/OutputFile.h"
-#include "tools/module/Layout.h"
 #include "tools/text/Escape.h"
 #include "tools/text/Terminal.h"
 
@@ -78,9 +77,9 @@ int verifyOne(const CutOptions& options) {
     }
     CutResult result;
     const TakenDump taken = takeDump(dump, options, result);
-    const std::vector<text::Refused> wrong = differences(taken.files, directory);
-    for (const text::Refused& difference : wrong) {
-        text::printError(difference.subject(), difference.what());
+    const std::vector<Difference> wrong = differences(taken.files, directory);
+    for (const auto& [name, what] : wrong) {
+        text::printError(directory + "/" + name, what);
     }
     if (!wrong.empty()) {
         return exitFailed;

@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "tools/files/Dump.h"
 #include "tools/module/Layout.h"
 
 namespace calcut::cut {

@@ -15,9 +15,7 @@
 #include <fmt/format.h>
 
 #include "tools/cut/Note.h"
-#include "tools/files/OutputFile.h"
 #include "tools/files/Temporary.h"
-#include "tools/module/Layout.h"
 #include "tools/text/Escape.h"
 #include "tools/text/Terminal.h"
 
@@ -114,9 +112,7 @@ void checkFiles(const std::string& folder, const std::string& directory, const s
 void syncFiles(const std::string& folder, const std::string& dump) {
     for (const char* name : stackFiles) {
         const int error = files::syncToDisk(folder + "/" + name);
-        if (error != 0 && error != ENOENT) {
-            throw text::Refused(dump, "cannot write {}: {}", name, text::errnoText(error));
-        }
+        text::check(error == ENOENT ? 0 : error, dump, "cannot write {}", name);
     }
 }
 
@@ -134,10 +130,8 @@ class Moves {
             if (typeOf(source) == fs::file_type::not_found) {
                 continue;
             }
-            if (const int error = files::moveWithoutReplacing(source, target)) {
-                throw text::Refused(dump_, "cannot move {}: {}", text::escapePath(source),
-                                    text::errnoText(error));
-            }
+            text::check(files::moveWithoutReplacing(source, target), dump_, "cannot move {}",
+                        text::escapePath(source));
             done_.emplace_back(std::move(source), std::move(target));
         }
     }
@@ -208,9 +202,8 @@ template <class Check>
 void takeName(const Staging& staging, const CutResult& result, const Check& check) {
     const std::string fresh = staging.fresh();
     const std::string aside = staging.earlier();
-    const auto refuse = [&result](int error) {
-        throw text::Refused(result.dump, "cannot replace {}: {}", text::escapePath(result.folder),
-                            text::errnoText(error));
+    const auto requireMoved = [&result](int error) {
+        text::check(error, result.dump, "cannot replace {}", text::escapePath(result.folder));
     };
     const auto refuseWithCopy = [&](const std::exception& error) {
         throw text::Refused(result.dump, "{}; the earlier cut is in {}", text::reasonOf(error),
@@ -220,9 +213,7 @@ void takeName(const Staging& staging, const CutResult& result, const Check& chec
     if (taken == 0) {
         return;
     }
-    if (taken != EEXIST) {
-        refuse(taken);
-    }
+    requireMoved(taken == EEXIST ? 0 : taken);
     if (exchange(fresh, result.folder) == 0) {
         try {
             check(fresh);
@@ -236,14 +227,10 @@ void takeName(const Staging& staging, const CutResult& result, const Check& chec
         return;
     }
     // A file system that cannot exchange two names.
-    if (const int error = files::moveWithoutReplacing(result.folder, aside)) {
-        refuse(error);
-    }
+    requireMoved(files::moveWithoutReplacing(result.folder, aside));
     try {
         check(aside);
-        if (const int error = files::moveWithoutReplacing(fresh, result.folder)) {
-            refuse(error);
-        }
+        requireMoved(files::moveWithoutReplacing(fresh, result.folder));
     } catch (const std::exception& error) {
         if (files::moveWithoutReplacing(aside, result.folder) != 0) {
             refuseWithCopy(error);
@@ -311,11 +298,9 @@ void cutToFolder(const TakenDump& taken, std::span<const files::FileIdentity> re
     check(result.folder);
     const Staging staging(result.dump, options.out);
     writeStackFiles(taken, staging.fresh(), result);
-    const std::string text = text::jsonText(note, 2) + "\n";
-    if (const int error =
-            files::writeInto(staging.fresh() + "/" + noteFile, O_CREAT | O_EXCL, text)) {
-        throw text::Refused(result.dump, "cannot write {}: {}", noteFile, text::errnoText(error));
-    }
+    text::check(files::writeInto(staging.fresh() + "/" + noteFile, O_CREAT | O_EXCL,
+                                 text::jsonText(note, 2) + "\n"),
+                result.dump, "cannot write {}", noteFile);
     takeName(staging, result, check);
     result.outcome = options.resume && sameDump ? Outcome::Repaired : Outcome::Cut;
 }

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "tools/cut/StackFiles.h"
-#include "tools/files/Dump.h"
+#include "tools/files/OutputFile.h"
 
 namespace calcut::cut {
 

@@ -7,7 +7,6 @@
 #include <fmt/format.h>
 
 #include "cutter/CRC32.h"
-#include "tools/module/Layout.h"
 #include "tools/text/Escape.h"
 #include "tools/text/Terminal.h"
 

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <iterator>
 #include <utility>
@@ -15,48 +16,45 @@
 
 #include "tools/cut/Note.h"
 #include "tools/files/OutputFile.h"
-#include "tools/module/Layout.h"
+#include "tools/module/Tree.h"
 #include "tools/text/Escape.h"
+#include "tools/text/Lines.h"
 #include "tools/text/Terminal.h"
 
 namespace calcut::cut {
 
 namespace {
 
-text::Json findingTree(const module::Finding& finding) {
-    return {
-        {"name", finding.name},
-        {"offset", finding.offset},
-        {"status", finding.status == VANTRIC_OK ? text::Json()
-                                                : text::Json(module::statusName(finding.status))},
-        {"text", module::describe(finding)}};
+text::Json shortTree(const module::Finding& finding) {
+    const text::Json whole = module::findingTree(finding);
+    text::Json tree;
+    for (const char* key : {"name", "offset", "status", "text"}) {
+        tree[key] = whole.at(key);
+    }
+    return tree;
 }
 
 text::Json rowOf(const CutResult& result) {
-    const auto known = [](bool isKnown, text::Json value) {
-        return isKnown ? std::move(value) : text::Json();
-    };
+    using module::orNull;
     const bool good = result.good();
     text::Json row = {{"file", result.dump},
                       {"folder", result.folder},
                       {"layout", result.layout.name},
-                      {"bytes", known(result.crc.has_value(), result.size)},
+                      {"bytes", orNull(result.crc.has_value(), result.size)},
                       {"crc32", result.crc ? text::Json(crcText(*result.crc)) : text::Json()},
                       {"result", outcomeName(result.outcome)},
-                      {"reason", known(!good, result.reason)},
-                      {"fault", result.fault ? findingTree(*result.fault) : text::Json()},
+                      {"reason", orNull(!good, result.reason)},
+                      {"fault", result.fault ? shortTree(*result.fault) : text::Json()},
                       {"earlierCut", result.earlierCut},
                       {"warnings", text::Json::array()}};
-    for (const module::Finding& warning : result.warnings) {
-        row["warnings"].push_back(findingTree(warning));
-    }
+    std::ranges::transform(result.warnings, std::back_inserter(row["warnings"]), shortTree);
     for (std::size_t i = 0; i < result.texts.size(); ++i) {
-        row[fmt::format("text{}", i)] = known(good, text::escapeBytes(result.texts[i]));
+        row[fmt::format("text{}", i)] = orNull(good, text::escapeBytes(result.texts[i]));
     }
-    row["idBytes"] = known(good, text::hexText(result.idBytes));
-    row["maskedPixels"] = known(good, result.maskedPixels);
+    row["idBytes"] = orNull(good, text::hexText(result.idBytes));
+    row["maskedPixels"] = orNull(good, result.maskedPixels);
     for (std::size_t i = 0; i < module::lensNames.size(); ++i) {
-        row[module::lensNames[i]] = known(good, result.lens[i]);
+        row[module::lensNames[i]] = orNull(good, result.lens[i]);
     }
     return row;
 }
@@ -107,6 +105,29 @@ std::string csvField(const text::Json& value) {
     return value.is_string() ? text::csvField(field) : text::csvQuoted(field);
 }
 
+// ------------------------------------------------------------------------------------- summary --
+
+// Above this many dumps only the failures are listed.
+constexpr std::size_t listAll = 50;
+
+constexpr std::size_t leastName = 12;  // columns that a name keeps on a narrow terminal
+
+text::Row tableRow(const CutResult& result) {
+    text::Row row{
+        {text::escapePath(result.dump),
+         result.layout.name,
+         {outcomeName(result.outcome), result.good() ? text::Colour::Green : text::Colour::Red}}};
+    if (!result.good()) {
+        row.note = result.reason;
+        return row;
+    }
+    row.cells.emplace_back(fmt::to_string(result.maskedPixels));
+    for (const float value : std::span(result.lens).first<4>()) {
+        row.cells.emplace_back(fmt::format("{}", value));
+    }
+    return row;
+}
+
 }  // namespace
 
 std::string jsonRow(const CutResult& result) {
@@ -115,14 +136,12 @@ std::string jsonRow(const CutResult& result) {
 
 std::string csvRow(const CutResult& result) {
     const text::Json row = rowOf(result);
-    std::string line;
+    std::vector<std::string> fields;
     for (const char* column : columns) {
         const text::Json::json_pointer key("/" + std::string(column));
-        line += row.contains(key) ? csvField(row[key]) : "";
-        line += ',';
+        fields.push_back(row.contains(key) ? csvField(row[key]) : "");
     }
-    line.pop_back();
-    return line + "\r\n";
+    return fmt::format("{}\r\n", fmt::join(fields, ","));
 }
 
 bool Report::supports(const std::string& path) {
@@ -199,6 +218,47 @@ bool Report::close() {
     const int descriptor = file_.release();
     tell(descriptor > STDERR_FILENO && ::close(descriptor) != 0 ? errno : 0);
     return !failed_;
+}
+
+std::string summary(std::span<const CutResult> results, double seconds) {
+    std::array<std::size_t, 6> totals{};
+    std::vector<text::Row> rows;
+    for (const CutResult& result : results) {
+        ++totals[static_cast<std::size_t>(result.outcome)];
+        if (results.size() <= listAll || result.outcome == Outcome::Failed) {
+            rows.push_back(tableRow(result));
+        }
+    }
+    const auto totalOf = [&totals](Outcome outcome) {
+        return totals[static_cast<std::size_t>(outcome)];
+    };
+    std::string counts;
+    for (const Outcome outcome : {Outcome::Cut, Outcome::Kept, Outcome::Repaired, Outcome::Equal,
+                                  Outcome::Failed, Outcome::NotReached}) {
+        const bool always =
+            outcome == Outcome::Failed || (outcome == Outcome::Cut && totalOf(Outcome::Equal) == 0);
+        if (always || totalOf(outcome) > 0) {
+            counts += fmt::format("{} {} {}", counts.empty() ? ":" : ",", totalOf(outcome),
+                                  outcomeName(outcome));
+        }
+    }
+    const std::size_t reached = results.size() - totalOf(Outcome::NotReached);
+    text::Lines lines(text::styleOfStdout());
+    if (!rows.empty()) {
+        lines.table({{"file", false, 0, leastName},
+                     {"layout"},
+                     {"result"},
+                     {"masked", true, 5},
+                     {"fx", true, 4},
+                     {"fy", true, 3},
+                     {"cx", true, 2},
+                     {"cy", true, 1}},
+                    std::move(rows));
+    }
+    lines.line(fmt::format("{} dump{}{}, in {:.2f} s ({:.1f} dumps/s)", results.size(),
+                           results.size() == 1 ? "" : "s", counts, seconds,
+                           seconds > 0 ? static_cast<double>(reached) / seconds : 0.0));
+    return lines.take();
 }
 
 }  // namespace calcut::cut

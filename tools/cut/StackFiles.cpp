@@ -68,12 +68,6 @@ void requireRoom() {
 
 }  // namespace
 
-const char* outcomeName(Outcome outcome) {
-    constexpr std::array<const char*, 6> names = {"not reached", "cut",   "kept",
-                                                  "repaired",    "equal", "failed"};
-    return names[static_cast<std::size_t>(outcome)];
-}
-
 std::string crcText(std::uint32_t crc) {
     return fmt::format("{:#010x}", crc);
 }
@@ -103,9 +97,9 @@ TakenDump takeDump(const std::string& path, const CutOptions& options, CutResult
     return taken;
 }
 
-std::vector<text::Refused> differences(const std::vector<StackFile>& files,
-                                       const std::string& directory) {
-    std::vector<text::Refused> all;
+std::vector<Difference> differences(const std::vector<StackFile>& files,
+                                    const std::string& directory) {
+    std::vector<Difference> all;
     for (const char* name : stackFiles) {
         const std::string path = directory + "/" + name;
         const auto wanted = std::ranges::find(files, std::string_view(name), &StackFile::name);
@@ -118,7 +112,7 @@ std::vector<text::Refused> differences(const std::vector<StackFile>& files,
             what = "is superfluous: the dump has no signature";
         }
         if (!what.empty()) {
-            all.emplace_back(path, what);
+            all.push_back({name, what});
         }
     }
     return all;
@@ -130,11 +124,9 @@ void writeStackFiles(const TakenDump& taken, const std::string& directory,
     const bool written = writeBlock(*result.layout.image, directory, taken.diagnosis.image.blockId,
                                     taken.diagnosis.payload, meta);
     // The library does not report a disk that fills up; the files do.
-    const std::vector<text::Refused> wrong = differences(taken.files, directory);
-    if (!wrong.empty()) {
+    if (const std::vector<Difference> wrong = differences(taken.files, directory); !wrong.empty()) {
         throw text::Refused(result.dump, "cannot write {} of {}: it {} (is the disk full?)",
-                            fs::path(wrong.front().subject()).filename().string(),
-                            text::escapePath(result.folder), wrong.front().what());
+                            wrong[0].name, text::escapePath(result.folder), wrong[0].what);
     }
     if (!written) {
         throw text::Refused(result.dump,

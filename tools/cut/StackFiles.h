@@ -9,9 +9,7 @@
 
 #include "calcut/cutter.h"
 #include "tools/cut/Cut.h"
-#include "tools/files/Dump.h"
 #include "tools/module/Diagnosis.h"
-#include "tools/module/Layout.h"
 #include "tools/module/Names.h"
 #include "tools/text/Terminal.h"
 
@@ -21,17 +19,20 @@ namespace calcut::cut {
 inline constexpr std::array<const char*, 3> stackFiles = {CALCUT_CALIBRATION_FILE, CALCUT_LENS_FILE,
                                                           CALCUT_SIGNATURE_FILE};
 
+/// In the order of the summary.
 enum class Outcome : std::uint8_t {
-    NotReached,
     Cut,
     Kept,      ///< its folder held a whole cut already
     Repaired,  ///< its folder held a cut whose files had changed
     Equal,     ///< its folder holds its cut, byte for byte
-    Failed
+    Failed,
+    NotReached
 };
-
-/// "not reached", "cut", "kept", "repaired", "equal", "failed"
-const char* outcomeName(Outcome outcome);
+inline constexpr std::array<const char*, 6> outcomeNames = {"cut",   "kept",   "repaired",
+                                                            "equal", "failed", "not reached"};
+inline const char* outcomeName(Outcome outcome) {
+    return outcomeNames[static_cast<std::size_t>(outcome)];
+}
 
 /// What came of one dump, for people and for the report.
 struct CutResult {
@@ -80,11 +81,16 @@ struct TakenDump {
 /// cannot be cut; result has the fault when there is one.
 TakenDump takeDump(const std::string& path, const CutOptions& options, CutResult& result);
 
-/// How a directory differs from what it should hold: paths, and "differs at byte 17 (0x11)", "is
-/// missing", ... Compares the files of a cut byte for byte; files that have nothing to do with a
-/// cut are not looked at. Opens nothing that could block.
-std::vector<text::Refused> differences(const std::vector<StackFile>& files,
-                                       const std::string& directory);
+/// A file that is not as it should be: "differs at byte 17 (0x11)", "is missing", ...
+struct Difference {
+    const char* name;
+    std::string what;
+};
+
+/// How a directory differs from what it should hold. Compares the files of a cut byte for byte;
+/// files that have nothing to do with a cut are not looked at. Opens nothing that could block.
+std::vector<Difference> differences(const std::vector<StackFile>& files,
+                                    const std::string& directory);
 
 /// Writes the files into an empty directory and reads them back. Throws Refused.
 void writeStackFiles(const TakenDump& taken, const std::string& directory, const CutResult& result);

@@ -4,10 +4,10 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <sstream>
 #include <system_error>
 #include <unordered_set>
-#include <utility>
 
 #include "tools/files/OutputFile.h"
 #include "tools/text/Escape.h"
@@ -19,79 +19,34 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class Gathering {
-  public:
-    explicit Gathering(const InputSources& sources) : sources_(sources) {
-        for (const std::string& path : sources.leftOut) {
-            if (const auto identity = identityOf(path)) {
-                leftOut_.push_back(*identity);
-            }
-        }
-    }
+std::string sourceOf(const std::string& path) {
+    return path == "-" ? path : fs::absolute(path).lexically_normal().string();
+}
 
-    void add(const std::string& path) {
+/// Adds the files below a folder.
+void list(const std::string& folder, const std::string& glob,
+          const std::vector<std::optional<FileIdentity>>& leftOut, std::vector<Input>& found) {
+    std::error_code error;
+    fs::directory_iterator entry(folder, error);
+    for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
+        const std::string path = entry->path().string();
+        const std::string name = entry->path().filename().string();
         std::error_code ignored;
-        if (path == "-" || !fs::is_directory(path, ignored)) {
-            addOnce({path, sourceOf(path)});
-            return;
+        if (name.front() == '.' ||
+            (!leftOut.empty() && std::ranges::count(leftOut, identityOf(path)) > 0)) {
+            continue;
         }
-        std::vector<Input> found;
-        list(path, found);
-        if (found.empty()) {
-            found.push_back({path, sourceOf(path),
-                             sources_.glob == "*"
-                                 ? "holds no files"
-                                 : "holds no file named " + text::escapePath(sources_.glob)});
-        }
-        std::ranges::sort(found, {}, &Input::path);
-        std::ranges::for_each(found, [this](Input& input) { addOnce(std::move(input)); });
-    }
-
-    std::vector<Input> take() { return std::move(inputs_); }
-
-  private:
-    static std::string sourceOf(const std::string& path) {
-        return path == "-" ? path : fs::absolute(path).lexically_normal().string();
-    }
-
-    void addOnce(Input input) {
-        if (seen_.insert(input.source).second) {
-            inputs_.push_back(std::move(input));
+        // Links to folders may lead in a circle.
+        if (entry->is_directory(ignored) && !entry->is_symlink(ignored)) {
+            list(path, glob, leftOut, found);
+        } else if (entry->is_regular_file(ignored) && fnmatch(glob.c_str(), name.c_str(), 0) == 0) {
+            found.push_back({path, sourceOf(path)});
         }
     }
-
-    [[nodiscard]] bool isLeftOut(const std::string& path) const {
-        return !leftOut_.empty() && std::ranges::count(leftOut_, identityOf(path)) > 0;
+    if (error) {
+        found.push_back({folder, sourceOf(folder), "cannot be listed: " + error.message()});
     }
-
-    void list(const std::string& folder, std::vector<Input>& found) const {
-        std::error_code error;
-        fs::directory_iterator entry(folder, error);
-        for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
-            const std::string path = entry->path().string();
-            const std::string name = entry->path().filename().string();
-            std::error_code ignored;
-            if (name.front() == '.' || isLeftOut(path)) {
-                continue;
-            }
-            // Links to folders may lead in a circle.
-            if (entry->is_directory(ignored) && !entry->is_symlink(ignored)) {
-                list(path, found);
-            } else if (entry->is_regular_file(ignored) &&
-                       fnmatch(sources_.glob.c_str(), name.c_str(), 0) == 0) {
-                found.push_back({path, sourceOf(path)});
-            }
-        }
-        if (error) {
-            found.push_back({folder, sourceOf(folder), "cannot be listed: " + error.message()});
-        }
-    }
-
-    const InputSources& sources_;
-    std::vector<std::optional<FileIdentity>> leftOut_;
-    std::unordered_set<std::string> seen_;
-    std::vector<Input> inputs_;
-};
+}
 
 std::vector<std::string> pathsIn(const std::string& listFile) {
     const std::vector<std::uint8_t> bytes = loadDump(listFile).bytes;
@@ -119,16 +74,38 @@ std::vector<std::string> pathsIn(const std::string& listFile) {
 }  // namespace
 
 std::vector<Input> gatherInputs(const InputSources& sources) {
-    Gathering gathering(sources);
-    for (const std::string& path : sources.paths) {
-        gathering.add(path);
-    }
-    if (!sources.filesFrom.empty()) {
-        for (const std::string& path : pathsIn(sources.filesFrom)) {
-            gathering.add(path);
+    std::vector<std::optional<FileIdentity>> leftOut;
+    for (const std::string& path : sources.leftOut) {
+        if (const auto identity = identityOf(path); identity && path != "-") {
+            leftOut.push_back(identity);
         }
     }
-    return gathering.take();
+    std::vector<Input> inputs;
+    std::unordered_set<std::string> seen;
+    const auto add = [&](const std::string& path) {
+        std::vector<Input> found;
+        std::error_code ignored;
+        if (path == "-" || !fs::is_directory(path, ignored)) {
+            found.push_back({path, sourceOf(path)});
+        } else {
+            list(path, sources.glob, leftOut, found);
+        }
+        if (found.empty()) {
+            found.push_back({path, sourceOf(path),
+                             sources.glob == "*"
+                                 ? "holds no files"
+                                 : "holds no file named " + text::escapePath(sources.glob)});
+        }
+        std::ranges::sort(found, {}, &Input::path);
+        std::ranges::copy_if(found, std::back_inserter(inputs), [&seen](const Input& input) {
+            return seen.insert(input.source).second;
+        });
+    };
+    std::ranges::for_each(sources.paths, add);
+    if (!sources.filesFrom.empty()) {
+        std::ranges::for_each(pathsIn(sources.filesFrom), add);
+    }
+    return inputs;
 }
 
 std::string stemOf(const std::string& path) {

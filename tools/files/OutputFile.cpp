@@ -148,20 +148,19 @@ int writeAll(int descriptor, std::string_view text) {
 
 int writeInto(const std::string& path, int flags, std::string_view text) {
     constexpr mode_t everyone = 0666;
-    const int descriptor = open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NONBLOCK | flags, everyone);
-    if (descriptor < 0) {
+    FileDescriptor file(open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NONBLOCK | flags, everyone));
+    if (file.get() < 0) {
         return errno;
     }
     // Only the opening must not wait.
-    (void)fcntl(descriptor, F_SETFL, 0);
-    const int error = writeAll(descriptor, text);
-    return close(descriptor) == 0 || error != 0 ? error : errno;
+    (void)fcntl(file.get(), F_SETFL, 0);
+    const int error = writeAll(file.get(), text);
+    return close(file.release()) == 0 || error != 0 ? error : errno;
 }
 
 int syncToDisk(const std::string& path) {
-    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    const int error = descriptor >= 0 && fsync(descriptor) == 0 ? 0 : errno;
-    (void)close(descriptor);
+    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    const int error = file.get() >= 0 && fsync(file.get()) == 0 ? 0 : errno;
     return error == EINVAL ? 0 : error;
 }
 

@@ -1,6 +1,8 @@
 #include "tools/module/Tree.h"
 
+#include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <span>
 #include <type_traits>
 #include <variant>
@@ -103,22 +105,23 @@ text::Json fieldsTree(std::span<const Field> fields, const Diagnosis& about,
 
 text::Json findingsTree(const std::vector<Finding>& findings) {
     text::Json list = text::Json::array();
-    for (const Finding& finding : findings) {
-        list.push_back(
-            {{"name", finding.name},
-             {"what", finding.what},
-             {"expected", orNull(!finding.expected.empty(), finding.expected)},
-             {"found", orNull(!finding.found.empty(), finding.found)},
-             {"advice", finding.advice},
-             {"offset", finding.offset},
-             {"status", orNull(finding.status != VANTRIC_OK, statusName(finding.status))},
-             {"block", orNull(finding.blockId)},
-             {"text", describe(finding)}});
-    }
+    std::ranges::transform(findings, std::back_inserter(list), findingTree);
     return list;
 }
 
 }  // namespace
+
+text::Json findingTree(const Finding& finding) {
+    return {{"name", finding.name},
+            {"what", finding.what},
+            {"expected", orNull(!finding.expected.empty(), finding.expected)},
+            {"found", orNull(!finding.found.empty(), finding.found)},
+            {"advice", finding.advice},
+            {"offset", finding.offset},
+            {"status", orNull(finding.status != VANTRIC_OK, statusName(finding.status))},
+            {"block", orNull(finding.blockId)},
+            {"text", describe(finding)}};
+}
 
 text::Json storageTree(const RXBlockHeader& header) {
     const bool fixedPoint = header.kind == RX_KIND_PACKED_FLOAT;

@@ -23,6 +23,9 @@ text::Json inspectTree(const Diagnosis& about, std::string_view path);
 /// Its part about the decoded record; null without one.
 text::Json recordTree(const Diagnosis& about);
 
+/// A fault or a warning.
+text::Json findingTree(const Finding& finding);
+
 /// How a block is stored: its kind, count and, where its kind has them, bits and fixed point.
 text::Json storageTree(const RXBlockHeader& header);
 

@@ -70,6 +70,16 @@ class Refused : public std::runtime_error {
 /// What errno says, in words: "No such file or directory".
 std::string errnoText(int error);
 
+/// Unless the error is 0, throws Refused with what was tried and what errno says.
+template <class... Args>
+void check(int error, const std::string& subject, fmt::format_string<Args...> tried,
+           Args&&... args) {
+    if (error != 0) {
+        throw Refused(subject, "{}: {}", fmt::format(tried, std::forward<Args>(args)...),
+                      errnoText(error));
+    }
+}
+
 /// The reason in any exception, for people.
 const char* reasonOf(const std::exception& error);
 
