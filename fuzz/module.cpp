@@ -10,7 +10,7 @@
 #include "targets.h"
 #include "tools/compare/Comparison.h"
 #include "tools/export/Export.h"
-#include "tools/inspect/Text.h"
+#include "tools/inspect/Inspect.h"
 #include "tools/module/Diagnosis.h"
 #include "tools/module/Layout.h"
 #include "tools/module/Tree.h"

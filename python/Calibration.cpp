@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "python/Input.h"
-#include "tools/inspect/Text.h"
+#include "tools/inspect/Inspect.h"
 #include "tools/module/Layout.h"
 #include "tools/module/Names.h"
 #include "tools/text/Escape.h"

@@ -5,8 +5,9 @@
 
 #include "calibration/owners.h"
 #include "python/Calibration.h"
-#include "tools/compare/Rendering.h"
+#include "tools/compare/Comparison.h"
 #include "tools/module/Tree.h"
+#include "tools/text/Terminal.h"
 
 namespace calcut::python {
 
@@ -15,6 +16,18 @@ namespace {
 namespace py = pybind11;
 
 using Floats = py::array_t<float, py::array::c_style | py::array::forcecast>;
+
+/// Takes "-" for standard input, as the command does.
+py::bytes load(const py::object& path, const files::Intake& intake) {
+    const auto name = py::module_::import("os").attr("fsencode")(path).cast<std::string>();
+    try {
+        const std::vector<std::uint8_t> bytes = files::loadDump(name, intake).bytes;
+        return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+    } catch (const text::Refused& refused) {
+        PyErr_SetString(PyExc_OSError, refused.what());
+        throw py::error_already_set();
+    }
+}
 
 std::string treeJson(const Calibration& of) {
     return text::jsonText(module::inspectTree(of.about(), ""));
@@ -48,6 +61,12 @@ Floats interpolate(const Floats& x, const Floats& y, const Floats& at) {
 }  // namespace
 
 void bindPictures(py::module_& module) {
+    module.def(
+        "load",
+        [](const py::object& path, std::uint64_t maxSize, std::uint64_t skip, std::size_t swap) {
+            return load(path, {maxSize, skip, swap});
+        },
+        py::arg("path"), py::arg("max_size"), py::arg("skip"), py::arg("swap"));
     module.def("tree_json", treeJson, py::arg("calibration"));
     module.def("compare_json", compareJson, py::arg("a"), py::arg("b"),
                py::arg("tolerance") = py::none());

@@ -5,7 +5,7 @@
 #include "python/Calibration.h"
 #include "python/Input.h"
 #include "tools/cut/Folder.h"
-#include "tools/module/Module.h"
+#include "tools/module/Diagnosis.h"
 #include "tools/module/TableMeasures.h"
 #include "tools/module/Tree.h"
 #include "tools/text/Terminal.h"

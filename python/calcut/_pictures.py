@@ -15,15 +15,16 @@ from concurrent.futures import ProcessPoolExecutor
 from concurrent.futures.process import BrokenProcessPool
 from functools import partial
 from itertools import groupby
-from typing import Any, Iterator, List, Optional, Tuple
+from typing import Any, Iterator, List, Optional, Tuple, Union
 
 import matplotlib
-import numpy as np
 
 import calcut
 from calcut import plot
+from calcut._calcut import load
 
-Job = Tuple[str, str, Optional[bytes]]  # picture, dump, its bytes where they were read already
+Data = Union[bytes, OSError]
+Job = Tuple[str, str, Optional[Data]]  # picture, dump, its bytes where they were read already
 Drawn = Tuple[Optional[bytes], str]  # picture, and what is wrong with the dump or why there is none
 
 
@@ -36,16 +37,11 @@ def encoded(figure: Any, kind: str) -> bytes:
     return file.getvalue()
 
 
-def _load(path: str, options: argparse.Namespace) -> bytes:
-    with open(0 if path == "-" else path, "rb") as file:
-        data = file.read(options.max_size + 1)
-    if len(data) > options.max_size:
-        raise OSError(f"is larger than {options.max_size} bytes, the limit for a dump (--max-size)")
-    if not options.differences:  # their files are arranged already
-        data, group = data[options.skip:], options.swap
-        whole = len(data) // group * group
-        data = np.frombuffer(data[:whole], np.uint8).reshape(-1, group)[:, ::-1].tobytes() + data[whole:]
-    return data
+def _load(path: str, options: argparse.Namespace) -> Data:
+    try:
+        return load(path, options.max_size, options.skip, options.swap)
+    except OSError as error:
+        return error
 
 
 def _escaped(path: str) -> str:
@@ -63,13 +59,15 @@ def _draw(job: Job, options: argparse.Namespace) -> Drawn:
     name = "standard input" if path == "-" else _escaped(os.path.basename(path))
     try:
         data = _load(path, options) if data is None else data
+        if isinstance(data, OSError):
+            raise data
         module = calcut.read(data, options.layout, strict=not options.damaged)
         told = module.faults[0].text if module.faults else ""
         return encoded(plot.sheet(module, name, shared_scale=options.shared_scale), _kind(output)), told
     except calcut.CalcutError as error:
         return None, error.finding.text
     except OSError as error:
-        return None, error.strerror or str(error)
+        return None, str(error)
     except MemoryError:
         return None, "not enough memory"
 
@@ -124,7 +122,7 @@ def _sheets(words: List[str], options: argparse.Namespace) -> int:
     if len(jobs) > 1 and any(_kind(output) == "pdf" for output in words[::2]):
         import pypdf  # noqa: F401  before anything is drawn
     told = len(jobs) > 1 and not options.quiet and sys.stderr.isatty()
-    drawn, failed = _in_order(jobs, options), 0
+    drawn, failed = _in_order(jobs, options), options.failed
 
     def page(number: int, path: str) -> List[bytes]:
         nonlocal failed
@@ -151,7 +149,7 @@ def _sheets(words: List[str], options: argparse.Namespace) -> int:
 
 def _differences(words: List[str], options: argparse.Namespace) -> int:
     """Words: png, svg or pdf, name and file of A, name and file of B. The picture goes to standard output."""
-    a, b = (calcut.read(_load(path, options), options.layout, strict=False) for path in (words[2], words[4]))
+    a, b = (calcut.read(path, options.layout, strict=False) for path in (words[2], words[4]))
     names = ["standard input" if name == "-" else _escaped(os.path.basename(name)) for name in (words[1], words[3])]
     write("-", encoded(plot.comparison(a, b, names, tolerance=options.tolerance), words[0]))
     return 0
@@ -167,6 +165,7 @@ def main(arguments: Optional[List[str]] = None) -> int:
     parser.add_argument("--max-size", type=int, default=1 << 28)
     parser.add_argument("--skip", type=int, default=0)
     parser.add_argument("--swap", type=int, default=1)
+    parser.add_argument("--failed", type=int, default=0, help="how many dumps were refused already")
     parser.add_argument("--tolerance", type=float)
     for flag in ("--shared-scale", "--damaged", "--quiet"):
         parser.add_argument(flag, action="store_true")

@@ -207,8 +207,9 @@ def test_pictures_are_the_same_each_time(plain, tmp_path, kind):
     for words in (["plot", plain], ["compare", plain, plain, "-q"]):  # never replaced unasked
         done = calcut_command(*words, "-o", tmp_path / f"x.{kind}")
         assert done.returncode in (1, 2) and "exists; --force replaces it" in done.stderr
-    assert (tmp_path / f"x.{kind}").read_bytes() == picture
-    assert kind != "png" or calcut_command("plot", plain, "--force", "-o", tmp_path / "x.png").returncode == 0
+        assert (tmp_path / f"x.{kind}").read_bytes() == picture
+        assert kind != "png" or calcut_command(*words, "--force", "-o", tmp_path / "x.png").returncode == 0
+        picture = (tmp_path / f"x.{kind}").read_bytes()
 
 
 def test_several_dumps(tmp_path):
@@ -231,6 +232,16 @@ def test_several_dumps(tmp_path):
         done = subprocess.run([COMMAND, "plot", *words], cwd=tmp_path, capture_output=True, text=True)
         assert done.returncode in (1, 2) and done.stderr.count("\n") == 1, done
     assert sorted(tmp_path.iterdir()) == before
+    # What cannot be read is told as by every other command; pictures beside the dumps are not drawn.
+    os.mkfifo(tmp_path / "pipe")
+    (tmp_path / "none").mkdir()
+    (tmp_path / "empty").touch()
+    done = calcut_command("plot", tmp_path / "pipe", tmp_path / "none", tmp_path / "empty", dumps[0], "-o", tmp_path / "{stem}{stem}.svg")
+    assert done.returncode == 1 and (tmp_path / "00.svg").exists()
+    why = [": holds no files", ": is a pipe that nobody writes to", ": is empty"]
+    assert [line.endswith(reason) for line, reason in zip(done.stderr.splitlines(), why)] == [True] * 3, done.stderr
+    for _ in range(2):
+        assert calcut_command("plot", tmp_path / "other", "--force", "-o", tmp_path / "other" / "{stem}.png").returncode == 0
     # On a terminal it tells how far it is.
     main, side = pty.openpty()
     done = subprocess.run([COMMAND, "plot", *dumps[:2], "-o", tmp_path / "{stem}.png"], stderr=side)

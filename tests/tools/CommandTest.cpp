@@ -17,7 +17,8 @@ TEST(Command, OneLineForEachMistake) {
     writeBytes(dir / "nothing", v7Image(bytes("no calibration in here")));
     ASSERT_EQ(shell(dir,
                     "truncate -s 10G huge; mkfifo pipe out/lensdata.dat; mkdir fifo; "
-                    "mv out/lensdata.dat fifo/qov.spc; printf 'x' >'esc\033[31m\n'")
+                    "mv out/lensdata.dat fifo/qov.spc; printf 'x' >'esc\033[31m\n'; "
+                    "mkdir odd; mkdir odd/'\033'; ln -s loop odd/'\033'/loop")
                   .status,
               0);
     // With the pattern of the one line on standard error.
@@ -65,6 +66,8 @@ TEST(Command, OneLineForEachMistake) {
         {"inspect missing", 1, "missing: No such file"},
         {"inspect \"$(printf 'e\\033[31m')\"", 1, "e.x1b.31m: No such file"},
         {"cut esc* out", 1, "esc.x1b.31m.x0a: "},
+        {"compare --to good good --report \"$(echo odd/*)/loop/x.csv\"", 2, "Too many levels"},
+        {"compare --to good good --report x.json", 2, "is a CSV"},
         {"frobnicate", 2, "frobnicate \\(calcut"},
         {"inspekt good", 2, "did you mean inspect"},
         {"", 2, "subcommand"},
@@ -73,6 +76,7 @@ TEST(Command, OneLineForEachMistake) {
         const Outcome result = run(dir, words);
         EXPECT_EQ(result.status, status) << words;
         EXPECT_EQ(lines(result.err), 1U) << words << "\n" << result.err;
+        EXPECT_FALSE(matches(result.err, "\033")) << words;
         EXPECT_TRUE(matches(result.err, pattern)) << words << "\n" << result.err;
         EXPECT_EQ(result.out, "") << words;
     }
@@ -123,6 +127,7 @@ TEST(Command, ReadsWhatItsAdviceNames) {
     writeBytes(dir / "odd/pairs", pairs);
     writeBytes(dir / "odd/words", fours);
     fs::create_directory(dir / "empty");
+    EXPECT_TRUE(inspect(dir, "empty", 1).is_array());
     // One object on each line, whatever is read.
     const Outcome odd = run(dir, "inspect odd missing empty good --jsonl");
     EXPECT_EQ(odd.status, 1);

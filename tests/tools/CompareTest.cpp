@@ -9,7 +9,6 @@
 
 #include "fixtures.h"
 #include "tools/compare/Compare.h"
-#include "tools/compare/Rendering.h"
 #include "tools/module/Layout.h"
 #include "tools/module/Tables.h"
 
@@ -302,9 +301,13 @@ TEST(Compare, ManyWithOne) {
         EXPECT_EQ(std::get<1>(run()), "");
         EXPECT_EQ(readBytes(taken), golden);
     }
+    options.force = true;
+    options.report = dir / "line/c";
+    const Bytes read = readBytes(options.report);
+    EXPECT_EQ(std::get<1>(run()), "");
+    EXPECT_EQ(readBytes(options.report), read);
     options.paths = {dir / "line/=a,b"};
     options.report = dir / "other.csv";
-    options.force = true;
     EXPECT_EQ(std::get<0>(run()), 0);
     EXPECT_NE(readBytes(options.report), golden);
 }

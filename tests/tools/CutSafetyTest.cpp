@@ -157,4 +157,8 @@ TEST(CutSafety, WantOfMemoryIsARow) {
         EXPECT_EQ(reportIn(dir)["dumps"].size(), 24U) << kib << result.err;
         EXPECT_FALSE(matches(rowsOf(reportIn(dir), "result"), "not reached")) << kib;
     }
+    const Outcome shown =
+        shell(dir, "truncate -s 250M huge; (ulimit -v 250000; $C inspect --jsonl huge dump)");
+    EXPECT_EQ(lines(shown.out), 2U) << shown.err;
+    EXPECT_EQ(shown.err, "calcut: huge: not enough memory\n");
 }

@@ -5,8 +5,7 @@
 #include "calcut/cutter.h"
 #include "cutter/CRC32.h"
 #include "tools/Dumps.h"
-#include "tools/module/Damage.h"
-#include "tools/module/Module.h"
+#include "tools/module/Diagnosis.h"
 
 using namespace dumps;
 using namespace calcut;

@@ -10,7 +10,7 @@
 #include <cstring>
 
 #include "tools/Dumps.h"
-#include "tools/inspect/Text.h"
+#include "tools/inspect/Inspect.h"
 #include "tools/module/Diagnosis.h"
 #include "tools/module/Layout.h"
 #include "tools/module/Tree.h"
@@ -157,6 +157,10 @@ TEST(Inspect, FitsTheTerminal) {
             EXPECT_FALSE(line.ends_with(' ')) << line;
         }
     }
+    // What is wrapped is measured and broken in characters.
+    text::Lines lines({64, nullptr});
+    lines.item("name", text::hexText(Bytes(21)) + "\xC3\xA9\xC3\xA9");
+    EXPECT_TRUE(lines.take().ends_with("0\xC3\xA9\n" + std::string(21, ' ') + "\xC3\xA9\n"));
 }
 
 TEST(Dump, IsLoadedOnceWithinTheLimitAndNeverWaitedFor) {
@@ -210,6 +214,7 @@ TEST(Escape, KeepsNamesAndStopsControls) {
         {"\xC2\x9B", "\\xc2\\x9b"},
         {"\xFF\xC3", "\\xff\\xc3"},
         {"\xE2\x80\xAE", "\\xe2\\x80\\xae"},
+        {"\xD8\x9C", "\\xd8\\x9c"},
         {"\xC0\xAF", "\\xc0\\xaf"},
         {"\xF0\x9F\x93\xB7", "\xF0\x9F\x93\xB7"},
         {"\xED\xA0\x80", "\\xed\\xa0\\x80"}};

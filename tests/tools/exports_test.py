@@ -167,10 +167,11 @@ class Exports(unittest.TestCase):
         (self.folder / "other").mkdir()
         (self.folder / "other" / "v7.bin").write_bytes((self.folder / "v7.bin").read_bytes())
         (self.folder / "bad.bin").write_bytes(b"nothing")
-        said = self.run_calcut("export", "bad.bin", "v7.bin", "other", "bare.spc", "--out", "many",
+        (self.folder / "...").write_bytes((self.folder / "v7.bin").read_bytes())
+        said = self.run_calcut("export", "...", "bad.bin", "v7.bin", "other", "bare.spc", "--out", "many",
                                "--as", "json", status=1)
         self.assertIn("same name as v7.bin", said)
-        self.assertEqual(sorted(path.name for path in (self.folder / "many").iterdir()), ["bare", "v7"])
+        self.assertEqual(sorted(path.name for path in (self.folder / "many").iterdir()), ["_", "bare", "v7"])
         # A dump under the name of an export, and directories that cannot be had.
         dump = (self.folder / "v7.bin").read_bytes()
         (folder / "mask.npy").write_bytes(dump)

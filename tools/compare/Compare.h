@@ -39,7 +39,4 @@ using DrawDifferences = std::vector<std::uint8_t> (*)(const module::Diagnosis& a
 /// Prints how modules differ, and draws it where an output is named. Returns the exit status.
 int runCompare(const CompareOptions& options, DrawDifferences draw);
 
-/// The same for options.to.
-int compareMany(const CompareOptions& options);
-
 }  // namespace calcut::compare

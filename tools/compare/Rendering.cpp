@@ -1,11 +1,11 @@
-#include "tools/compare/Rendering.h"
-
+// A comparison as text and as JSON.
 #include <algorithm>
 #include <utility>
 
 #include <fmt/format.h>
 
 #include "calibration/packed/Block.h"
+#include "tools/compare/Comparison.h"
 #include "tools/module/Layout.h"
 #include "tools/module/Names.h"
 #include "tools/module/Tree.h"

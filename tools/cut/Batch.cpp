@@ -17,7 +17,6 @@
 
 #include <fmt/format.h>
 
-#include "tools/commands.h"
 #include "tools/cut/Cut.h"
 #include "tools/cut/Folder.h"
 #include "tools/cut/FolderNames.h"

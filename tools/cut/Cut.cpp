@@ -6,7 +6,6 @@
 
 #include <fmt/format.h>
 
-#include "tools/commands.h"
 #include "tools/cut/Folder.h"
 #include "tools/cut/FolderNames.h"
 #include "tools/cut/Report.h"

@@ -1,16 +1,13 @@
 #include "tools/export/Export.h"
 
-#include <algorithm>
 #include <filesystem>
 #include <map>
 #include <system_error>
 
 #include <fmt/format.h>
 
-#include "tools/commands.h"
 #include "tools/files/Inputs.h"
 #include "tools/files/OutputFile.h"
-#include "tools/module/Module.h"
 #include "tools/text/Escape.h"
 #include "tools/text/Terminal.h"
 
@@ -30,61 +27,28 @@ void makeDirectory(const std::string& path) {
     }
 }
 
-/// False when it was interrupted.
-bool exportOne(const std::string& input, const std::string& directory,
+void exportOne(const files::Input& input, const std::string& directory,
                const ExportOptions& options) {
     const auto module =
         module::loadModule(input, options.reading,
                            options.damaged ? module::Faults::tolerated : module::Faults::refused);
     if (!module->diagnosis.wasRead(RX_BLOCK_LENS_PARAMETERS)) {
-        throw text::Refused(input, "has no lens parameters that read");
+        throw text::Refused(input.path, "has no lens parameters that read");
     }
     makeDirectory(directory);
-    const std::vector<File> files = filesOf(*options.format, {module->diagnosis, input});
+    const std::vector<File> files = filesOf(*options.format, {module->diagnosis, input.path});
     for (const File& file : files) {
-        files::checkWritable(directory + "/" + file.name, {input}, options.force);
+        files::checkWritable(directory + "/" + file.name, {input.path}, options.force);
     }
-    return std::ranges::all_of(files, [&](const File& file) {
+    for (const File& file : files) {
         const std::string path = directory + "/" + file.name;
         const std::string text = file.text();
         if (text::InterruptGuard::interrupted()) {
-            return false;
+            return;
         }
         files::writeOutput(path, text);
         text::print(fmt::format("wrote {}  {} bytes\n", text::escapePath(path), text.size()));
-        return true;
-    });
-}
-
-/// Each dump goes into a directory of its name without the extension; none may share it.
-int exportMany(const ExportOptions& options) {
-    makeDirectory(options.out);
-    std::map<std::string, std::string> taken;
-    bool good = true;
-    files::InputSources sources;
-    sources.paths = options.paths;
-    sources.leftOut = {options.out};
-    for (const files::Input& input : files::gatherInputs(sources)) {
-        try {
-            const std::string stem = std::filesystem::path(input.path).stem();
-            if (input.refusal) {
-                throw text::Refused(input.path, *input.refusal);
-            }
-            const auto [earlier, isNew] =
-                taken.emplace(input.path == "-" ? "stdin" : stem, input.path);
-            if (!isNew) {
-                throw text::Refused(input.path, "has the same name as {}; export it elsewhere",
-                                    text::escapePath(earlier->second));
-            }
-            if (!exportOne(input.path, options.out + "/" + earlier->first, options)) {
-                return exitFailed;
-            }
-        } catch (const text::Refused& refused) {
-            text::printError(refused.subject(), refused.what());
-            good = false;
-        }
     }
-    return good ? exitOk : exitFailed;
 }
 
 }  // namespace
@@ -104,12 +68,38 @@ std::vector<File> filesOf(const Format& format, const Subject& subject) {
     return files;
 }
 
+std::optional<std::string> usageFault(const ExportOptions& options) {
+    const bool isForm = !options.out.empty() || options.paths.size() == 2;
+    return isForm                     ? std::optional<std::string>()
+           : options.paths.size() < 2 ? "needs a DUMP and a DIR"
+                                      : "many dumps go into a directory that --out names";
+}
+
 int runExport(const ExportOptions& options) {
     const text::InterruptGuard guard;
-    if (!options.out.empty()) {
-        return exportMany(options);
+    const bool many = !options.out.empty();
+    if (many) {
+        makeDirectory(options.out);
     }
-    return exportOne(options.paths.at(0), options.paths.at(1), options) ? exitOk : exitFailed;
+    const std::vector<files::Input> inputs =
+        many ? files::gatherInputs({.paths = options.paths, .leftOut = {options.out}})
+             : std::vector<files::Input>{{options.paths.at(0)}};
+    std::map<std::string, std::string> inputOf;
+    const auto work = [&](const files::Input& input) {
+        std::string directory = options.paths.back();
+        if (many && !input.refusal) {
+            // Each dump goes into a directory of its name; none may share it.
+            directory = options.out + "/" + files::stemOf(input.path);
+            const auto [earlier, isNew] = inputOf.emplace(directory, input.path);
+            if (!isNew) {
+                throw text::Refused(input.path, "has the same name as {}; export it elsewhere",
+                                    text::escapePath(earlier->second));
+            }
+        }
+        exportOne(input, directory, options);
+    };
+    const bool good = files::forEachInput(inputs, work) == 0;
+    return good && !text::InterruptGuard::interrupted() ? exitOk : exitFailed;
 }
 
 }  // namespace calcut::exporting

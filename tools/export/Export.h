@@ -75,6 +75,9 @@ struct ExportOptions {
     bool damaged = false;  ///< write what reads of a dump with faults
 };
 
+/// What is wrong with a combination of options, or nothing.
+std::optional<std::string> usageFault(const ExportOptions& options);
+
 /// Writes the files. Returns the exit status.
 int runExport(const ExportOptions& options);
 

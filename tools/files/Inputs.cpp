@@ -113,4 +113,27 @@ std::string stemOf(const std::string& path) {
     return stem.empty() || stem == "." || stem == ".." ? "_" : stem;
 }
 
+std::size_t forEachInput(
+    const std::vector<Input>& inputs, const std::function<void(const Input& input)>& work,
+    const std::function<void(const Input& input, const std::string& reason)>& failed) {
+    std::size_t failures = 0;
+    for (const Input& input : inputs) {
+        if (text::InterruptGuard::interrupted()) {
+            break;
+        }
+        try {
+            work(input);
+        } catch (const std::exception& error) {
+            const auto* refused = dynamic_cast<const text::Refused*>(&error);
+            const bool isNamed = refused != nullptr && !refused->subject().empty();
+            text::printError(isNamed ? refused->subject() : input.path, text::reasonOf(error));
+            ++failures;
+            if (failed) {
+                failed(input, text::reasonOf(error));
+            }
+        }
+    }
+    return failures;
+}
+
 }  // namespace calcut::files

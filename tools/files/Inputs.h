@@ -1,6 +1,8 @@
 // Which files a subcommand reads: paths, folders and lists taken apart.
 #pragma once
 
+#include <cstddef>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -17,7 +19,7 @@ struct InputSources {
 
 struct Input {
     std::string path;                      ///< as given, or below a given folder
-    std::string source;                    ///< the absolute path; "-" for standard input
+    std::string source{};                  ///< the absolute path; "-" for standard input
     std::optional<std::string> refusal{};  ///< why there is nothing to read: an empty folder, ...
 };
 
@@ -30,5 +32,12 @@ std::vector<Input> gatherInputs(const InputSources& sources);
 /// The name of a path without its extension, fit for a file or folder: "_" where that would be
 /// empty or lead elsewhere (".", ".."), "stdin" for "-".
 std::string stemOf(const std::string& path);
+
+/// Calls work for each input until a signal that an InterruptGuard notes. What work throws is
+/// printed, with the input's path where it names none, and handed to failed. Returns how often
+/// that was.
+std::size_t forEachInput(
+    const std::vector<Input>& inputs, const std::function<void(const Input& input)>& work,
+    const std::function<void(const Input& input, const std::string& reason)>& failed = {});
 
 }  // namespace calcut::files

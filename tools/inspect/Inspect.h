@@ -4,10 +4,12 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
-#include "tools/files/Dump.h"
+#include "tools/module/Diagnosis.h"
 #include "tools/module/Layout.h"
+#include "tools/text/Lines.h"
 
 namespace calcut::inspect {
 
@@ -21,5 +23,10 @@ struct InspectOptions {
 
 /// Prints what the files hold. Returns the exit status.
 int runInspect(const InspectOptions& options);
+
+/// What a file holds, as lines of text, the last one ended, too. The diagnosis must have been made
+/// with everything wanted.
+std::string textOf(const module::Diagnosis& about, std::string_view path,
+                   const text::TextStyle& style);
 
 }  // namespace calcut::inspect

@@ -8,7 +8,6 @@
 
 #include <fmt/format.h>
 
-#include "tools/commands.h"
 #include "tools/files/OutputFile.h"
 #include "tools/module/Layout.h"
 #include "tools/text/Escape.h"
@@ -114,9 +113,12 @@ std::string describe(const MakeOptions& options, const writer::Calibration& cali
 
 }  // namespace
 
-bool takesSignature(const MakeOptions& options) {
+std::optional<std::string> usageFault(const MakeOptions& options) {
     const image::Layout* layout = layoutOf(options).image;
-    return layout != nullptr && layout->signatureArea != 0;
+    const bool takesSignature = layout != nullptr && layout->signatureArea != 0;
+    return options.signature && !takesSignature
+               ? std::optional<std::string>("only Korveline dumps carry a --signature")
+               : std::nullopt;
 }
 
 std::string parseSize(const std::string& text, writer::CalibrationOptions& content) {

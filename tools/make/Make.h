@@ -19,8 +19,8 @@ struct MakeOptions {
     bool force = false;
 };
 
-/// Whether a dump of that layout can have a signature.
-bool takesSignature(const MakeOptions& options);
+/// What is wrong with a combination of options, or nothing.
+std::optional<std::string> usageFault(const MakeOptions& options);
 
 /// Stores columns and rows, written as 224x172. Returns what is wrong with them; empty for nothing.
 std::string parseSize(const std::string& text, writer::CalibrationOptions& content);

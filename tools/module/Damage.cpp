@@ -1,5 +1,4 @@
-#include "tools/module/Damage.h"
-
+// What can have happened to an image whose checksum does not match.
 #include <algorithm>
 #include <bit>
 #include <limits>

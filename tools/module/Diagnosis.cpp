@@ -6,10 +6,10 @@
 #include <fmt/format.h>
 
 #include "cutter/CRC32.h"
-#include "tools/module/Damage.h"
 #include "tools/module/Layout.h"
 #include "tools/module/Names.h"
 #include "tools/text/Escape.h"
+#include "tools/text/Terminal.h"
 
 namespace calcut::module {
 
@@ -254,6 +254,31 @@ Diagnosis diagnose(files::ByteView file, const Layout& layout, vantric::Wanted w
     }
     addWarnings(about);
     return about;
+}
+
+std::unique_ptr<Module> loadModule(const files::Input& input, const Reading& reading,
+                                   Faults faults) {
+    if (input.refusal) {
+        throw text::Refused(input.path, *input.refusal);
+    }
+    text::printNote(input.path, "reading");
+    auto module = std::make_unique<Module>(files::loadDump(input.path, reading.intake).bytes,
+                                           reading.layout, vantric::Wanted::everything);
+    const Diagnosis& diagnosis = module->diagnosis;
+    if (faults == Faults::untold || diagnosis.intact()) {
+        return module;
+    }
+    const bool letThrough = faults == Faults::tolerated ||
+                            (faults == Faults::toleratedInImage && diagnosis.status == VANTRIC_OK);
+    if (!letThrough || !diagnosis.record) {
+        throw text::Refused(input.path, describe(diagnosis.faults.front()));
+    }
+    for (const Finding& fault : diagnosis.faults) {
+        // A tolerated fault may spoil every number, and is told even when quiet.
+        (faults == Faults::tolerated ? text::printError : text::printWarning)(input.path,
+                                                                              describe(fault));
+    }
+    return module;
 }
 
 }  // namespace calcut::module

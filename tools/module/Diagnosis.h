@@ -4,13 +4,16 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "calibration/owners.h"
 #include "calibration/packed/Handler.h"
 #include "cutter/imageRecord.h"
 #include "tools/files/Dump.h"
+#include "tools/files/Inputs.h"
 #include "tools/module/Findings.h"
 #include "tools/module/Layout.h"
 
@@ -65,5 +68,42 @@ std::optional<Finding> whyNotCut(const Diagnosis& diagnosis);
 /// Looks at a file. Views of the result point into it. wanted decides how much of the record is
 /// filled; faults and warnings are the same for either.
 Diagnosis diagnose(files::ByteView file, const Layout& layout, vantric::Wanted wanted);
+
+/// A file and what it holds; the diagnosis points into the bytes.
+struct Module {
+    /// Takes the layout that the first bytes name where none is given.
+    Module(std::vector<std::uint8_t> file, const std::optional<Layout>& layout,
+           vantric::Wanted wanted)
+        : bytes(std::move(file)),
+          diagnosis(diagnose(bytes, layout.value_or(classify(bytes)), wanted)) {}
+    Module(const Module&) = delete;
+    Module& operator=(const Module&) = delete;
+    ~Module() = default;
+
+    /// Adds the warnings about the per-pixel tables, where everything was wanted.
+    void lookAtTables() {
+        for (Finding& warning : tableWarnings(diagnosis)) {
+            diagnosis.warnings.push_back(std::move(warning));
+        }
+    }
+
+    const std::vector<std::uint8_t> bytes;
+    Diagnosis diagnosis;
+};
+
+/// What happens to a file with faults.
+enum class Faults : std::uint8_t {
+    refused,
+    /// A fault of the image alone (a wrong CRC-32, say) does not keep the calibration from sight;
+    /// it is told as a warning.
+    toleratedInImage,
+    tolerated,  ///< whatever reads is let through, as long as there is a record; each is told
+    untold      ///< every file is let through; the caller tells what is wrong with it
+};
+
+/// Loads a file and reads everything in it. Throws Refused when the input has a refusal, the file
+/// does not load, has faults that are refused, or no record.
+std::unique_ptr<Module> loadModule(const files::Input& input, const Reading& reading,
+                                   Faults faults);
 
 }  // namespace calcut::module

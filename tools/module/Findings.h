@@ -20,7 +20,7 @@ struct Finding {
     std::string what{};        ///< short, for people: "CRC-32 mismatch"
     std::string expected{};    ///< empty when nothing particular was expected
     std::string found{};       ///< empty when there is nothing to show
-    std::string advice{};      ///< what to do next; one text for each name
+    std::string advice{};      ///< what to do next; for each name the same but for numbers in it
     std::uint64_t offset = 0;  ///< in the file
     std::optional<std::uint32_t> blockId{};
     std::uint32_t status = VANTRIC_OK;  ///< of the calibration library, when that refused
@@ -53,6 +53,22 @@ void addWarnings(Diagnosis& dump);
 /// What is odd about the per-pixel tables of a diagnosis with everything wanted. Apart from the
 /// others because it takes about a millisecond, which a cut does not spend.
 std::vector<Finding> tableWarnings(const Diagnosis& dump);
+
+/// Flipped bits close to each other. Bit 0 of a byte is its lowest.
+struct FlippedBits {
+    std::uint64_t firstBit = 0;  ///< counted from the first byte of the data
+    unsigned width = 1;          ///< from the first flipped bit to the last one, 1 to 8
+    std::uint64_t oneIn = 0;  ///< by chance, data with other damage look like this once in so many
+};
+
+/// The narrowest burst of flipped bits in so many bytes that changes their CRC-32 by difference
+/// (exclusive or). Wide bursts are left out where more than one in 64 would be there by chance:
+/// above 64 KiB 8 bits, above 8 MiB even single bits. Takes about a millisecond for 64 KiB.
+std::optional<FlippedBits> findFlippedBits(std::uint32_t difference, std::uint64_t bytes);
+
+/// What would explain a checksum that does not match, as the end of a finding; empty for nothing.
+/// The blocks must have been looked at.
+std::string explainChecksum(const Diagnosis& about);
 
 /// Text of a magic, or what stands in its place, in quotes; what is not printable ASCII becomes
 /// \xNN.

@@ -11,7 +11,7 @@
 #include <CLI/CLI.hpp>
 
 #include "cutter/korvelineImage.h"
-#include "tools/commands.h"
+#include "tools/compare/Compare.h"
 #include "tools/cut/Cut.h"
 #include "tools/export/Export.h"
 #include "tools/inspect/Inspect.h"
@@ -102,7 +102,7 @@ void addCutOptions(CLI::App& command, cut::CutOptions& options) {
              "directory");
     addReading(command, options.reading);
     command.add_flag("--force", options.force,
-                     "Replace also what is a dump or belongs to another one");
+                     "Also replace a file that is a dump, and the folder of another dump");
     command.add_flag("--strict", options.strict, strictText);
     command.add_flag("--verify", options.verify,
                      "Write nothing; compare the files in the directory, or in those under --out, "
@@ -123,17 +123,11 @@ void addCutOptions(CLI::App& command, cut::CutOptions& options) {
                    "Dumps cut at once (one for each processor)")
               ->check(CLI::Range(1U, 1024U)),
           addValue(command, "--report", options.report, "FILE",
-                   "Write what came of each dump, by its extension as .csv or .json; - writes CSV "
-                   "to standard output instead of the summary"),
+                   "Write the result of each dump to FILE.csv or FILE.json; - writes CSV to "
+                   "standard output instead of the summary"),
           command.add_flag("--resume", options.resume,
                            "Leave out dumps whose folder holds their whole cut already")}) {
         option->needs(out)->group("Many dumps");
-    }
-}
-
-void checkCut(const cut::CutOptions& options) {
-    if (const auto fault = cut::usageFault(options)) {
-        throw CLI::ValidationError("cut", *fault);
     }
 }
 
@@ -157,7 +151,7 @@ std::string pictureFault(const std::string& name) {
 
 void addPlotOptions(CLI::App& command, plot::PlotOptions& options) {
     addValue(command, "FILE", options.inputs, "",
-             "Dumps, packed calibrations, or - for standard input")
+             "Dumps, packed calibrations, folders of them, or - for standard input")
         ->required();
     addValue(command, "-o,--output", options.output, "FILE",
              "Picture to write: NAME.png, NAME.svg or NAME.pdf; {stem} in it is the dump's name "
@@ -169,7 +163,8 @@ void addPlotOptions(CLI::App& command, plot::PlotOptions& options) {
     command.add_flag("--shared-scale", options.sharedScale,
                      "One colour scale for the tables of all frequencies");
     command.add_flag("--damaged", options.damaged,
-                     "Draw also what reads of a dump with faults, which are told in red");
+                     "Also draw a dump with faults, as far as it can be read; the faults are shown "
+                     "in red");
 }
 
 /// An option that is given once for everything and once for each name.
@@ -205,27 +200,31 @@ void addCompareOptions(CLI::App& command, compare::CompareOptions& options) {
              "Draw the differences of the tables: NAME.png, NAME.svg or NAME.pdf")
         ->check([](const std::string& name) { return pictureFault(name == "-" ? "" : name); });
     addReading(command, options.reading);
+    command.add_flag("--force", options.force, "Replace files that exist");
     CLI::Option* to = addValue(command, "--to", options.to, "FILE",
                                "Compare each FILE with this one, A, a golden unit for instance");
     to->group("Many modules");
-    addValue(command, "--report", options.report, "FILE",
-             "Write a CSV: for each FILE, mean, RMS and largest difference of each table and lens")
+    addValue(
+        command, "--report", options.report, "FILE",
+        "Write a CSV: for each FILE, mean, RMS and largest difference of each table and lens; - "
+        "writes it to standard output instead of the summary")
         ->needs(to)
         ->group("Many modules");
-    command
-        .add_flag("--force", options.force, "Replace a file that exists and is no earlier report")
-        ->needs(to)
-        ->group("Many modules");
-}
-
-void checkCompare(const compare::CompareOptions& options) {
-    if (const auto fault = compare::usageFault(options)) {
-        throw CLI::ValidationError("compare", *fault);
-    }
 }
 
 int compare(const compare::CompareOptions& options) {
-    return compare::runCompare(options, plot::drawDifferences);
+    const auto draw = [](const module::Diagnosis& a, const module::Diagnosis& b,
+                         const compare::CompareOptions& of) {
+        const auto all = of.tolerances.absolute.find("");
+        return plot::drawDifferences(
+            {a,
+             b,
+             {of.paths[0], of.paths[1]},
+             of.reading.layout,
+             all == of.tolerances.absolute.end() ? std::nullopt : std::optional(all->second),
+             of.output});
+    };
+    return compare::runCompare(options, draw);
 }
 
 void addExportOptions(CLI::App& command, exporting::ExportOptions& options) {
@@ -245,16 +244,9 @@ void addExportOptions(CLI::App& command, exporting::ExportOptions& options) {
     addChoice(command, "--as", words, set, "FORMAT", text.c_str())->required();
     command.add_flag("--force", options.force, "Replace files that exist");
     command.add_flag("--damaged", options.damaged,
-                     "Write what reads of a dump with faults, each file marked where it can be");
+                     "Also export a dump with faults, as far as it can be read; files whose format "
+                     "allows it are marked");
     addReading(command, options.reading);
-}
-
-void checkExport(const exporting::ExportOptions& options) {
-    if (options.out.empty() && options.paths.size() != 2) {
-        throw CLI::ValidationError(
-            "export", options.paths.size() < 2 ? "needs a DUMP and a DIR"
-                                               : "many dumps go into a directory that --out names");
-    }
 }
 
 // ------------------------------------------------------------------------------------- make --
@@ -294,26 +286,23 @@ void addMakeOptions(CLI::App& command, make::MakeOptions& options) {
     command.add_flag("--force", options.force, "Replace a file that exists");
 }
 
-void checkMake(const make::MakeOptions& options) {
-    if (options.signature && !make::takesSignature(options)) {
-        throw CLI::ValidationError("--signature", "only Korveline dumps carry a signature");
-    }
-}
-
 // ---------------------------------------------------------------------------------- all of it --
 
-/// check throws what is wrong with the options among themselves; run returns the exit status.
+/// run returns the exit status. A usageFault beside Options tells what is wrong among them.
 template <class Options>
-void addSubcommand(
-    CLI::App& app, Request& request, const Help& help, void (*addOptions)(CLI::App&, Options&),
-    int (*run)(const Options&), void (*check)(const Options&) = [](const Options&) {}) {
+void addSubcommand(CLI::App& app, Request& request, const Help& help,
+                   void (*addOptions)(CLI::App&, Options&), int (*run)(const Options&)) {
     CLI::App* command = app.add_subcommand(help.name, help.summary)->footer(help.footer);
     command->formatter(formatterFor(help));
     const auto options = std::make_shared<Options>();
     addOptions(*command, *options);
     addTerminalOptions(*command, request.terminal);
-    command->callback([&request, options, run, check] {
-        check(*options);
+    command->callback([&request, &help, options, run] {
+        if constexpr (requires { usageFault(*options); }) {
+            if (const auto fault = usageFault(*options)) {
+                throw CLI::ValidationError(help.name, *fault);
+            }
+        }
         request.work = [options, run] { return run(*options); };
     });
 }
@@ -368,12 +357,12 @@ int runCommandLine(int argc, char** argv) {
     CLI::App app(commandHelp.summary, commandHelp.name);
     app.set_version_flag("-V,--version", "calcut " CALCUT_VERSION, "Print the version and exit");
     app.footer(commandHelp.footer)->require_subcommand(1)->formatter(formatterFor(commandHelp));
-    addSubcommand(app, request, cutHelp, addCutOptions, cut::runCut, checkCut);
+    addSubcommand(app, request, cutHelp, addCutOptions, cut::runCut);
     addSubcommand(app, request, inspectHelp, addInspectOptions, inspect::runInspect);
     addSubcommand(app, request, plotHelp, addPlotOptions, plot::runPlot);
-    addSubcommand(app, request, compareHelp, addCompareOptions, compare, checkCompare);
-    addSubcommand(app, request, exportHelp, addExportOptions, exporting::runExport, checkExport);
-    addSubcommand(app, request, makeHelp, addMakeOptions, make::runMake, checkMake);
+    addSubcommand(app, request, compareHelp, addCompareOptions, compare);
+    addSubcommand(app, request, exportHelp, addExportOptions, exporting::runExport);
+    addSubcommand(app, request, makeHelp, addMakeOptions, make::runMake);
     addTerminalOptions(app, request.terminal);
     app.add_subcommand("help", "Show this help, or that of a subcommand");
     // No option takes one, and as a path it would be a riddle.

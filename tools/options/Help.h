@@ -25,7 +25,7 @@ inline constexpr Help commandHelp = {
     R"(Exit status: 0 everything was done, 1 a file was refused or could not be written,
 2 the command line is wrong (compare: 1 different, 2 not compared); an interrupted command
 ends by its signal (130, 143).
-Nothing that is also read is ever written to. calcut help SUBCOMMAND tells more.
+Inputs are never written to. For details, run calcut help SUBCOMMAND.
 
 Examples:
   calcut make -o module.bin                      make a v7 dump to try things with
@@ -50,10 +50,10 @@ Writes qov.spc (the packed calibration), lensdata.dat (the lens parameters) and,
 Korveline dump with a signature area, signature.bin. They are written aside, read back and
 then moved into place: a cut that fails or is interrupted leaves the earlier files whole.
 
-In the second form a directory is named after its dump without the extension (equal names:
-with the names of the folders they are in) and holds a cut.json that says whose it is; it is
-replaced by a new cut of the same dump only, unless --force says otherwise. A bad dump does
-not stop the others. The report grows as the batch goes.
+In the second form, each directory is named after its dump, without the extension; if two
+dumps have the same name, their folders' names are put in front. Its cut.json records which
+dump it belongs to. Without --force, only a new cut of that dump replaces it. A bad dump
+does not stop the others. The report is written while the batch runs.
 
 Exit status: 0 all were cut, 1 one was not (--verify: a file differs), 2 usage.
 
@@ -90,9 +90,9 @@ Examples:
 
 inline constexpr Help compareHelp = {
     "compare", "Show how modules differ", "[OPTIONS] A B | --to A B...",
-    R"(Differences are B - A. NaN equals NaN. Where the sensors have different sizes, their tables
-are told to differ and are not compared further. Only the calibration counts, not the image
-around it: a dump equals the packed calibration that was cut from it.
+    R"(Differences are B - A. NaN equals NaN. Tables of sensors of different sizes are reported as
+different and not compared further. Only the calibration is compared, not the image around
+it: a dump equals the packed calibration that was cut from it.
 
 Values are equal when |B - A| is at most --tolerance + --rtol x |A|. Both are given for
 everything (1e-4), for one table (psf=1e-7), for lens=, or for values=, which is the rest.

@@ -13,7 +13,6 @@
 
 #include <fmt/format.h>
 
-#include "tools/commands.h"
 #include "tools/files/Inputs.h"
 #include "tools/files/OutputFile.h"
 #include "tools/text/Escape.h"
@@ -52,18 +51,13 @@ Words program() {
 }
 
 std::vector<char*> argumentsOf(Words& words) {
-    std::vector<char*> arguments;
-    std::ranges::transform(words, std::back_inserter(arguments),
-                           [](std::string& word) { return word.data(); });
-    arguments.push_back(nullptr);
+    std::vector<char*> arguments(words.size() + 1);
+    std::ranges::transform(words, arguments.begin(), [](std::string& word) { return word.data(); });
     return arguments;
 }
 
-void addReading(Words& words, const module::Reading& reading) {
-    const auto& [maxSize, skip, swap] = reading.intake;
-    words.insert(words.end(), {"--layout", reading.layout ? reading.layout->name : "auto",
-                               "--max-size", fmt::to_string(maxSize), "--skip",
-                               fmt::to_string(skip), "--swap", fmt::to_string(swap), "--error",
+void addCommon(Words& words, const std::optional<module::Layout>& layout) {
+    words.insert(words.end(), {"--layout", layout ? layout->name : "auto", "--error",
                                text::paint(stderr, text::Colour::Red, "calcut:")});
 }
 
@@ -110,6 +104,36 @@ std::string kindOf(const std::string& name) {
     return name == "-" ? ".png" : fs::path(name).extension().string();
 }
 
+std::string pictureOf(const std::string& input, std::string name) {
+    constexpr std::string_view pattern = "{stem}";
+    const std::string stem = files::stemOf(input);
+    for (std::size_t at = 0; (at = name.find(pattern, at)) != std::string::npos;
+         at += stem.size()) {
+        name.replace(at, pattern.size(), stem);
+    }
+    return name;
+}
+
+bool isPicture(const std::string& path) {
+    constexpr std::size_t looked = 5;
+    const std::string start = files::startOf(path, looked).value_or("");
+    return start.starts_with("\x89PNG") || start == "<?xml" || start.starts_with("%PDF");
+}
+
+/// Pictures of an earlier run that lie in a folder of dumps are no inputs.
+std::vector<files::Input> inputsOf(const PlotOptions& options) {
+    files::InputSources sources{.paths = options.inputs};
+    std::string last = "-";
+    for (const files::Input& input : files::gatherInputs(sources)) {
+        const std::string picture = pictureOf(input.path, options.output);
+        if (picture != last && isPicture(picture)) {
+            sources.leftOut.push_back(picture);
+        }
+        last = picture;
+    }
+    return files::gatherInputs(sources);
+}
+
 }  // namespace
 
 bool isPictureName(const std::string& name) {
@@ -118,14 +142,10 @@ bool isPictureName(const std::string& name) {
 }
 
 std::vector<std::string> pictureNames(const PlotOptions& options) {
-    constexpr std::string_view stem = "{stem}";
     std::vector<std::string> names;
     std::map<std::string, std::string> inputOf;
     for (const std::string& input : options.inputs) {
-        std::string name = options.output;
-        if (const std::size_t at = name.find(stem); at != std::string::npos) {
-            name.replace(at, stem.size(), input == "-" ? "stdin" : fs::path(input).stem().string());
-        }
+        const std::string name = pictureOf(input, options.output);
         const auto [other, isNew] = inputOf.try_emplace(name, input);
         if (!isNew && kindOf(name) != ".pdf") {
             throw text::Refused(name,
@@ -140,23 +160,31 @@ std::vector<std::string> pictureNames(const PlotOptions& options) {
 
 int runPlot(const PlotOptions& given) {
     PlotOptions options = given;
-    files::InputSources sources;
-    sources.paths = std::exchange(options.inputs, {});
-    for (const files::Input& input : files::gatherInputs(sources)) {
-        // What holds nothing is told by who draws, with the others.
-        options.inputs.push_back(input.path);
-    }
-    Words words = program();
-    addReading(words, options.reading);
-    const std::pair<bool, const char*> flags[] = {
-        {options.sharedScale, "--shared-scale"},
-        {options.damaged, "--damaged"},
-        {text::terminal().verbosity == text::Verbosity::Quiet, "--quiet"}};
-    for (const auto& [isSet, flag] : flags) {
-        if (isSet) {
-            words.emplace_back(flag);
+    options.inputs.clear();
+    std::size_t refused = 0;
+    for (const files::Input& input : inputsOf(given)) {
+        if (input.refusal) {
+            text::printError(input.path, *input.refusal);
+            ++refused;
+        } else {
+            options.inputs.push_back(input.path);
         }
     }
+    if (options.inputs.empty()) {
+        return exitFailed;
+    }
+    Words words = program();
+    addCommon(words, options.reading.layout);
+    const auto& [maxSize, skip, swap] = options.reading.intake;
+    words.insert(words.end(),
+                 {"--max-size", fmt::to_string(maxSize), "--skip", fmt::to_string(skip), "--swap",
+                  fmt::to_string(swap), "--failed", fmt::to_string(refused)});
+    const auto addFlag = [&words](bool isSet, const char* flag) {
+        words.insert(words.end(), isSet ? 1 : 0, flag);
+    };
+    addFlag(options.sharedScale, "--shared-scale");
+    addFlag(options.damaged, "--damaged");
+    addFlag(text::terminal().verbosity == text::Verbosity::Quiet, "--quiet");
     words.emplace_back("--");
     const std::vector<std::string> names = pictureNames(options);
     for (std::size_t i = 0; i < names.size(); ++i) {
@@ -168,23 +196,22 @@ int runPlot(const PlotOptions& given) {
     refuseToRun(words, errno);
 }
 
-std::vector<std::uint8_t> drawDifferences(const module::Diagnosis& a, const module::Diagnosis& b,
-                                          const compare::CompareOptions& options) {
-    const SharedFile ofA(a.file);
-    const SharedFile ofB(b.file);
+std::vector<std::uint8_t> drawDifferences(const Differences& of) {
+    const SharedFile ofA(of.a.file);
+    const SharedFile ofB(of.b.file);
     const SharedFile picture;
     Words words = program();
-    addReading(words, options.reading);
-    for (const auto& [name, tolerance] : options.tolerances.absolute) {
-        words.insert(words.end(), {"--tolerance", fmt::format("{}", tolerance)});
+    addCommon(words, of.layout);
+    if (of.tolerance) {
+        words.insert(words.end(), {"--tolerance", fmt::format("{}", *of.tolerance)});
     }
-    words.insert(words.end(), {"--differences", "--", kindOf(options.output).substr(1),
-                               options.paths[0], ofA.path(), options.paths[1], ofB.path()});
+    words.insert(words.end(), {"--differences", "--", kindOf(of.output).substr(1), of.paths[0],
+                               ofA.path(), of.paths[1], ofB.path()});
     const int status = runInto(picture, std::move(words));
     const off_t size = lseek(picture.descriptor(), 0, SEEK_END);
     std::vector<std::uint8_t> bytes(status == 0 && size > 0 ? static_cast<std::size_t>(size) : 0);
     if (bytes.empty() || pread(picture.descriptor(), bytes.data(), bytes.size(), 0) != size) {
-        throw text::Refused(options.output,
+        throw text::Refused(of.output,
                             WIFSIGNALED(status)
                                 ? fmt::format("not drawn: ended by signal {}", WTERMSIG(status))
                                 : "not drawn");

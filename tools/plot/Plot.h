@@ -2,12 +2,12 @@
 // here its program calcut-plot is found and run.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "tools/compare/Compare.h"
 #include "tools/module/Diagnosis.h"
 #include "tools/module/Layout.h"
 
@@ -34,9 +34,16 @@ std::vector<std::string> pictureNames(const PlotOptions& options);
 /// Draws the sheets: becomes the program calcut-plot. Returns only by throwing Refused.
 int runPlot(const PlotOptions& options);
 
-/// The picture of a comparison, in the format that options.output names. Throws Refused when it
-/// cannot be made.
-std::vector<std::uint8_t> drawDifferences(const module::Diagnosis& a, const module::Diagnosis& b,
-                                          const compare::CompareOptions& options);
+/// A picture of how B differs from A.
+struct Differences {
+    const module::Diagnosis &a, &b;
+    std::array<std::string, 2> paths;  ///< of A and of B, "-" for standard input
+    std::optional<module::Layout> layout;
+    std::optional<double> tolerance;
+    std::string output;  ///< *.png, *.svg or *.pdf
+};
+
+/// Makes it, in the format that its output names. Throws Refused when it cannot.
+std::vector<std::uint8_t> drawDifferences(const Differences& differences);
 
 }  // namespace calcut::plot

@@ -14,7 +14,7 @@ bool printable(std::uint32_t point) {
     const auto within = [point](std::uint32_t first, std::uint32_t last) {
         return point >= first && point <= last;
     };
-    return point >= 0x20 && !within(0x7F, 0x9F) && !within(0x200E, 0x200F) &&
+    return point >= 0x20 && !within(0x7F, 0x9F) && point != 0x061C && !within(0x200E, 0x200F) &&
            !within(0x2028, 0x202E) && !within(0x2066, 0x2069) && !within(0xD800, 0xDFFF) &&
            (point & 0xFFFEU) != 0xFFFEU && point <= 0x10FFFF;
 }

@@ -24,18 +24,22 @@ std::size_t widthOf(std::string_view text) {
            static_cast<std::size_t>(std::count_if(text.begin(), text.end(), continuesCharacter));
 }
 
+/// Bytes of so many characters at the start of a text that has more.
+std::size_t sizeOf(std::string_view text, std::size_t characters) {
+    std::size_t size = 0;
+    while (continuesCharacter(text[size]) || characters > 0) {
+        characters -= continuesCharacter(text[size]) ? 0 : 1;
+        ++size;
+    }
+    return size;
+}
+
 /// The end of a path says more than its beginning.
 void shorten(std::string& text, std::size_t width) {
     constexpr std::string_view dots = "...";
-    std::size_t over = widthOf(text);
-    if (over <= width) {
-        return;
+    if (const std::size_t has = widthOf(text); has > width) {
+        text.replace(0, sizeOf(text, has + dots.size() - width), dots);
     }
-    std::size_t from = 0;
-    for (over += dots.size() - width; over > 0 || continuesCharacter(text[from]); ++from) {
-        over -= continuesCharacter(text[from]) ? 0 : 1;
-    }
-    text.replace(0, from, dots);
 }
 
 /// Takes out the columns that a terminal of that width has no place for; their headings.
@@ -84,9 +88,10 @@ std::string dropColumns(std::vector<Column>& columns, std::vector<Row>& rows,
 
 void Lines::wrapped(std::size_t start, std::string_view text, std::optional<Colour> colour) {
     const std::size_t room = std::max(narrowest, style_.width - std::min(style_.width, start));
-    while (style_.width != 0 && text.size() > room) {
-        const std::size_t space = text.find_last_of(' ', room);
-        const std::size_t end = space == std::string_view::npos || space == 0 ? room : space;
+    while (style_.width != 0 && widthOf(text) > room) {
+        const std::size_t full = sizeOf(text, room);
+        const std::size_t space = text.find_last_of(' ', full);
+        const std::size_t end = space == std::string_view::npos || space == 0 ? full : space;
         line(painted(colour, text.substr(0, text.find_last_not_of(' ', end - 1) + 1)));
         text.remove_prefix(std::min(text.find_first_not_of(' ', end), text.size()));
         out_.append(start, ' ');

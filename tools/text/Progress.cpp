@@ -1,23 +1,11 @@
 #include "tools/text/Progress.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <string>
 
 #include <fmt/format.h>
 
-#include "tools/text/Terminal.h"
-
 namespace calcut::text {
-
-namespace {
-
-void put(const std::string& text) {
-    (void)std::fwrite(text.data(), 1, text.size(), stderr);
-    (void)std::fflush(stderr);
-}
-
-}  // namespace
 
 Progress::Progress(std::size_t total)
     : total_(total),
@@ -34,7 +22,6 @@ void Progress::step() {
         return;
     }
     drawn_ = now;
-    visible_ = true;
     // At least the time between two drawings has passed.
     const double rate = static_cast<double>(done_) / seconds();
     const auto left = static_cast<std::uint64_t>(static_cast<double>(total_ - done_) / rate);
@@ -49,13 +36,7 @@ void Progress::step() {
         line = fmt::format("[{:.<{}}] {}", std::string(bar * done_ / total_, '#'), bar, line);
     }
     line.resize(std::min(line.size(), std::max<std::size_t>(width, 1) - 1));
-    put("\r" + line + "\x1b[K");
-}
-
-void Progress::clear() {
-    if (std::exchange(visible_, false)) {
-        put("\r\x1b[K");
-    }
+    showStatus(line);
 }
 
 }  // namespace calcut::text

@@ -4,9 +4,12 @@
 #include <chrono>
 #include <cstddef>
 
+#include "tools/text/Terminal.h"
+
 namespace calcut::text {
 
 /// One line on a terminal, drawn over and over and never wider than it, and nothing anywhere else.
+/// Errors and warnings take its place until the next step.
 class Progress {
   public:
     explicit Progress(std::size_t total);
@@ -16,7 +19,7 @@ class Progress {
 
     void step();
     /// Takes the line away until the next step, for other text to be printed.
-    void clear();
+    void clear() { showStatus(""); }
     /// Since this began.
     [[nodiscard]] double seconds() const;
 
@@ -26,7 +29,6 @@ class Progress {
     std::size_t total_;
     std::size_t done_ = 0;
     bool shown_;
-    bool visible_ = false;
     Clock::time_point start_ = Clock::now();
     Clock::time_point drawn_ = start_;
 };

@@ -9,12 +9,12 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <new>
 #include <system_error>
 
 #include <fmt/format.h>
 
-#include "tools/commands.h"
 #include "tools/text/Escape.h"
 
 namespace calcut::text {
@@ -40,11 +40,19 @@ bool wantsColour(std::FILE* stream) {
            isatty(fileno(stream)) != 0;
 }
 
+/// Whether the last line on standard error is a status.
+std::atomic<bool> statusShown = false;
+
+const char* eraseStatus() {
+    return statusShown.exchange(false) ? "\r\x1b[K" : "";
+}
+
 // One write, so that lines of several threads do not mix. There is no one left to tell when
 // standard error does not take it.
 void printLine(Colour colour, const char* head, std::string_view subject, std::string_view reason) {
-    const std::string line = fmt::format("{} {}{}{}\n", paint(stderr, colour, head),
-                                         escapePath(subject), subject.empty() ? "" : ": ", reason);
+    const std::string line =
+        fmt::format("{}{} {}{}{}\n", eraseStatus(), paint(stderr, colour, head),
+                    escapePath(subject), subject.empty() ? "" : ": ", escapePath(reason));
     (void)std::fwrite(line.data(), 1, line.size(), stderr);
 }
 
@@ -102,11 +110,22 @@ void printNote(std::string_view subject, std::string_view reason) {
     }
 }
 
+void showStatus(std::string_view line) {
+    const std::string text = fmt::format("{}{}", eraseStatus(), line);
+    statusShown = !line.empty();
+    (void)std::fwrite(text.data(), 1, text.size(), stderr);
+}
+
 std::string errnoText(int error) {
     return std::generic_category().message(error);
 }
 
 const char* reasonOf(const std::exception& error) {
+    if (const auto* system = dynamic_cast<const std::filesystem::filesystem_error*>(&error)) {
+        thread_local std::string message;
+        message = system->code().message();
+        return message.c_str();
+    }
     const bool memory = dynamic_cast<const std::bad_alloc*>(&error) != nullptr;
     return memory ? "not enough memory" : error.what();
 }

@@ -1,4 +1,9 @@
-// How the command talks to people: one-line errors and warnings, colours, standard output, signals.
+// How the command talks to people: one-line errors and warnings, colours, standard output, signals,
+// exit statuses.
+//
+// Each subcommand is a plain struct of options and a function that does the work and returns the
+// exit status; tools/options/ alone knows how a command line is written. runMain prints whatever
+// exception leaves the work, flushes standard output and tells when that fails.
 #pragma once
 
 #include <cstdint>
@@ -11,6 +16,15 @@
 #include <utility>
 
 #include <fmt/format.h>
+
+namespace calcut {
+
+/// Exit statuses of the command.
+inline constexpr int exitOk = 0;      ///< everything asked for was done
+inline constexpr int exitFailed = 1;  ///< a dump, calibration or file was refused or not written
+inline constexpr int exitUsage = 2;   ///< the command line itself is wrong
+
+}  // namespace calcut
 
 namespace calcut::text {
 
@@ -42,12 +56,16 @@ enum class Colour : std::uint8_t { Red, Green, Yellow, Bold, Dim };
 std::string paint(std::FILE* stream, Colour colour, std::string_view text);
 
 // One line on standard error each, "calcut: SUBJECT: REASON", whole even from several threads.
-// subject is a path as it was given (it is escaped here) or empty.
+// subject is a path as it was given, or empty. Both are escaped here.
 void printError(std::string_view subject, std::string_view reason);
 /// For something that is odd but no failure; nothing when quiet.
 void printWarning(std::string_view subject, std::string_view reason);
 /// What is being done; only when verbose.
 void printNote(std::string_view subject, std::string_view reason);
+
+/// A line on standard error that stays until the next line or status is printed; empty: none. For
+/// a terminal.
+void showStatus(std::string_view line);
 
 /// What ends the work where it is thrown; runMain prints it as printError does.
 class Refused : public std::runtime_error {
@@ -80,7 +98,9 @@ void check(int error, const std::string& subject, fmt::format_string<Args...> tr
     }
 }
 
-/// The reason in any exception, for people.
+/// The reason in any exception, for people, without the path that one of the file system carries.
+/// Points into the exception, or to a text that stays until the thread's next call; want of memory
+/// takes no memory to tell.
 const char* reasonOf(const std::exception& error);
 
 /// Text for people on standard output; nothing when quiet.
