@@ -1,13 +1,16 @@
 // The module calcut._calcut; calcut/__init__.py is what people import.
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
 
 #include "python/Calibration.h"
 #include "python/Input.h"
 #include "tools/cut/Folder.h"
 #include "tools/module/Diagnosis.h"
+#include "tools/module/Findings.h"
 #include "tools/module/TableMeasures.h"
 #include "tools/module/Tree.h"
+#include "tools/text/Escape.h"
 #include "tools/text/Terminal.h"
 
 namespace calcut::python {
@@ -76,6 +79,19 @@ py::tuple tableMeasures(const py::array_t<float, py::array::c_style | py::array:
     return py::make_tuple(found.regionPixels, found.farthest);
 }
 
+/// A path, or text with paths in it, as nothing that steers a terminal.
+std::string escapePath(const py::object& path) {
+    return text::escapePath(py::module_::import("os").attr("fsencode")(path).cast<std::string>());
+}
+
+py::tuple layoutNames() {
+    py::list names;
+    for (const module::Layout& layout : module::knownLayouts()) {
+        names.append(layout.name);
+    }
+    return names;
+}
+
 }  // namespace
 
 }  // namespace calcut::python
@@ -88,6 +104,9 @@ PYBIND11_MODULE(_calcut, module) {
     bindCalibration(module);
     bindPictures(module);
     module.attr("__version__") = CALCUT_VERSION;
+    module.attr("layout_names") = layoutNames();
+    module.attr("warning_names") = py::tuple(py::cast(calcut::module::warningNames));
+    module.def("escape_path", escapePath, py::arg("path"));
     module.def("read", calcut::python::read, py::arg("source"), py::arg("layout"),
                py::arg("strict"));
     module.def("inspect_json", inspectJson, py::arg("source"), py::arg("layout"));

@@ -11,22 +11,32 @@ from typing import Any, Iterable, Iterator, List, Optional, Sequence, Union
 
 Path = Union[str, "os.PathLike[str]"]
 
-#: What an earlier output of these programs has at its beginning or end.
-_OURS = (b"calcut.fleet", b"calcut.check", b"path,result,fault,", b"row,path,column,", b"path,verdict,")
+#: What an earlier output of these programs begins with, or what stands near its beginning or end.
+_HEADINGS = (b"path,result,fault,", b"row,path,column,", b"path,verdict,reasons")
+_MARKS = {".xml": b'<testsuites name="calcut.check"', ".pdf": b"/Creator (calcut.fleet)",
+          ".png": b"Software\0calcut.fleet", ".svg": b"<dc:title>calcut.fleet</dc:title>"}  # fmt: skip
 _LOOK = 1 << 16
 
 
 def dumps(paths: Union[Path, Iterable[Path]]) -> List[str]:
-    """The paths, with every file below a folder in its place; one path stands for itself."""
+    """The paths, with every file below a folder in its place; one path stands for itself.
+
+    Raises OSError for a folder that cannot be listed.
+    """
     words = [paths] if isinstance(paths, (str, bytes, os.PathLike)) else paths
     found: List[str] = []
     for word in map(os.fsdecode, words):
         if not os.path.isdir(word):
             found.append(word)
-        for folder, folders, names in os.walk(word):
+            continue
+        for folder, folders, names in os.walk(word, onerror=_raise):
             folders.sort()
             found += (os.path.join(folder, name) for name in sorted(names))
     return found
+
+
+def _raise(error: OSError) -> None:
+    raise error
 
 
 def listed(words: Sequence[str], list_file: Optional[str], outputs: Iterable[Optional[str]]) -> List[str]:
@@ -43,7 +53,8 @@ def _is_ours(path: str) -> bool:
     with open(path, "rb") as file:
         start = file.read(_LOOK)
         file.seek(max(0, os.path.getsize(path) - _LOOK))
-        return any(mark in start or mark in end for end in [file.read()] for mark in _OURS)
+        mark = _MARKS.get(os.path.splitext(path)[1])
+        return start.startswith(_HEADINGS) if mark is None else mark in start or mark in file.read()
 
 
 def why_not_written(path: str, endings: Sequence[str], force: bool) -> Optional[str]:
@@ -91,18 +102,25 @@ def _escaped(found: Any) -> str:
 class Progress:
     """Dumps done and the time that is left, on a terminal; nothing elsewhere."""
 
-    def __init__(self) -> None:
+    def __init__(self, what: str = "read", wanted: bool = True) -> None:
+        self.what, self.told = what, wanted and sys.stderr.isatty()
         self.start = time.monotonic()
         self.shown = 0.0
 
     def __call__(self, done: int, total: int) -> None:
         now = time.monotonic()
-        if not sys.stderr.isatty() or (now - self.shown < 0.2 and done < total):
+        if not self.told or (now - self.shown < 0.2 and done < total):
             return
         self.shown = now
         left = (now - self.start) * (total - done) / max(done, 1)
-        end = "\n" if done == total else ""
-        print(f"\r{done} of {total} dumps, {left:.0f} s left \x1b[K", end=end, file=sys.stderr, flush=True)
+        print(f"\r{done} of {total} {self.what}, {left:.0f} s left \x1b[K", end="", file=sys.stderr, flush=True)
+        if done == total:
+            self.clear()
+
+    def clear(self) -> None:
+        """Before anything else is printed."""
+        if self.told:
+            print("\r\x1b[K", end="", file=sys.stderr, flush=True)
 
 
 def add_arguments(parser: argparse.ArgumentParser) -> None:

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import os
 import re
 from functools import lru_cache
 from typing import Any, Dict, List, Optional, Tuple
@@ -126,7 +127,7 @@ def tables_of(module: calcut.Calibration) -> Dict[str, Array]:
 
 
 @lru_cache(maxsize=2)
-def _golden_unit(path: str) -> calcut.Calibration:
+def _golden_unit(path: str, _size: int, _changed: int) -> calcut.Calibration:
     return calcut.read(path)
 
 
@@ -164,9 +165,12 @@ def date_of(text: Optional[str]) -> np.datetime64:
     """The day that a number such as 20260110 in the text names, or NaT."""
     found = re.search(r"(?<!\d)(\d{4})(\d\d)(\d\d)(?!\d)", text or "")
     try:
-        return np.datetime64("-".join(found.groups()) if found else "NaT", "ns")
+        day = np.datetime64("-".join(found.groups()) if found else "NaT", "D")
     except ValueError:  # no such day
-        return np.datetime64("NaT", "ns")
+        day = np.datetime64("NaT", "D")
+    # A year that nanoseconds cannot count to is no day of a calibration.
+    held = np.datetime64("1678") <= day < np.datetime64("2262")
+    return np.datetime64(day if held else "NaT", "ns")
 
 
 def good_row(module: calcut.Calibration, golden: Optional[str] = None) -> Dict[str, Any]:
@@ -186,7 +190,8 @@ def good_row(module: calcut.Calibration, golden: Optional[str] = None) -> Dict[s
             measured.update(residuals(table, module.mask))
         row.update({f"{name}_{measure}": value for measure, value in measured.items()})
     if golden is not None:
-        row.update(differences(module, _golden_unit(golden)))
+        about = os.stat(golden)  # it may be replaced while a worker lives
+        row.update(differences(module, _golden_unit(golden, about.st_size, about.st_mtime_ns)))
     return row
 
 

@@ -3,25 +3,21 @@
 from __future__ import annotations
 
 import argparse
-import ctypes
 import io
-import multiprocessing
 import os
 import signal
 import sys
-import tempfile
 import warnings
-from concurrent.futures import ProcessPoolExecutor
-from concurrent.futures.process import BrokenProcessPool
+from collections import Counter
 from functools import partial
 from itertools import groupby
-from typing import Any, Iterator, List, Optional, Tuple, Union
+from typing import Any, Dict, Iterator, List, Optional, Tuple, Union
 
 import matplotlib
 
 import calcut
-from calcut import plot
-from calcut._calcut import load
+from calcut import _calcut, _files, _workers, plot
+from calcut._panel import uncollected
 
 Data = Union[bytes, OSError]
 Job = Tuple[str, str, Optional[Data]]  # picture, dump, its bytes where they were read already
@@ -32,31 +28,30 @@ def encoded(figure: Any, kind: str) -> bytes:
     """The same bytes for the same figure: no date, no random names."""
     file = io.BytesIO()
     without = {"png": ["Software"], "svg": ["Date"], "pdf": ["CreationDate"]}[kind]
-    with matplotlib.rc_context({"svg.hashsalt": "calcut", "pdf.compression": 6}):
-        figure.savefig(file, format=kind, dpi=100 if kind == "png" else 200, metadata=dict.fromkeys(without))
+    with matplotlib.rc_context({"svg.hashsalt": "calcut", "pdf.compression": 6}), uncollected():
+        figure.savefig(file, format=kind, dpi=100 if kind == "png" else 200, metadata=dict.fromkeys(without),
+                       **{"pil_kwargs": {"compress_level": 3}} if kind == "png" else {})
     return file.getvalue()
 
 
 def _load(path: str, options: argparse.Namespace) -> Data:
     try:
-        return load(path, options.max_size, options.skip, options.swap)
+        return _calcut.load(path, options.max_size, options.skip, options.swap)
     except OSError as error:
         return error
-
-
-def _escaped(path: str) -> str:
-    """Nothing of a file name steers a terminal."""
-    text = os.fsencode(path).decode("utf-8", "surrogateescape")
-    return "".join(each if each.isprintable() else "".join(f"\\x{byte:02x}" for byte in os.fsencode(each)) for each in text)
 
 
 def _kind(output: str) -> str:
     return "png" if output == "-" else os.path.splitext(output)[1][1:]
 
 
+def _name(path: str) -> str:
+    return "standard input" if path == "-" else _calcut.escape_path(os.path.basename(path))
+
+
 def _draw(job: Job, options: argparse.Namespace) -> Drawn:
     output, path, data = job
-    name = "standard input" if path == "-" else _escaped(os.path.basename(path))
+    name = _name(path)
     try:
         data = _load(path, options) if data is None else data
         if isinstance(data, OSError):
@@ -72,15 +67,23 @@ def _draw(job: Job, options: argparse.Namespace) -> Drawn:
         return None, "not enough memory"
 
 
+def _drawn(_start: int, jobs: List[Job], options: argparse.Namespace) -> List[Drawn]:
+    return [_draw(job, options) for job in jobs]
+
+
 def _in_order(jobs: List[Job], options: argparse.Namespace) -> Iterator[Drawn]:
-    processors = len(os.sched_getaffinity(0))
-    if len(jobs) == 1 or processors == 1:
+    processors = min(len(jobs), len(os.sched_getaffinity(0)))
+    if processors <= 1:
         yield from (_draw(job, options) for job in jobs)
         return
-    # Nobody would end them when this process is killed.
-    ends_with_parent = partial(ctypes.CDLL(None).prctl, 1, signal.SIGKILL)
-    with ProcessPoolExecutor(min(len(jobs), processors), multiprocessing.get_context("fork"), ends_with_parent) as pool:
-        yield from pool.map(partial(_draw, options=options), jobs)
+    early: Dict[int, Drawn] = {}
+    following = 0
+    items = [(place, [job]) for place, job in enumerate(jobs)]
+    for place, _, drawn in _workers.run(partial(_drawn, options=options), items, jobs=processors):
+        early[place] = drawn[0] if drawn else (None, "the process that drew it was ended (not enough memory?)")
+        while following in early:
+            yield early.pop(following)
+            following += 1
 
 
 def _joined(pages: List[bytes]) -> bytes:
@@ -102,36 +105,27 @@ def write(path: str, data: bytes) -> None:
         with open(1 if path == "-" else target, "wb", closefd=path != "-") as file:
             file.write(data)
         return
-    descriptor, aside = tempfile.mkstemp(".partial", ".calcut-", os.path.dirname(target))
-    try:
-        with open(descriptor, "wb") as file:
-            mask = os.umask(0)
-            os.umask(mask)
-            os.fchmod(descriptor, 0o666 & ~mask)
-            file.write(data)
-        os.replace(aside, target)
-    except BaseException:
-        os.unlink(aside)
-        raise
+    with _files.whole(target) as unfinished, open(unfinished, "wb") as file:
+        file.write(data)
 
 
 def _sheets(words: List[str], options: argparse.Namespace) -> int:
     """Words: a picture and a dump in turn; dumps that share a picture are its pages."""
     jobs = [(output, path, _load(path, options) if path == "-" else None)
             for output, path in zip(words[::2], words[1::2])]
-    if len(jobs) > 1 and any(_kind(output) == "pdf" for output in words[::2]):
+    if any(_kind(output) == "pdf" and pages > 1 for output, pages in Counter(words[::2]).items()):
         import pypdf  # noqa: F401  before anything is drawn
-    told = len(jobs) > 1 and not options.quiet and sys.stderr.isatty()
+    progress = _files.Progress("drawn", len(jobs) > 1 and not options.quiet)
     drawn, failed = _in_order(jobs, options), options.failed
 
     def page(number: int, path: str) -> List[bytes]:
         nonlocal failed
         picture, why = next(drawn)
-        if told:
-            print(f"\r\x1b[K{number + 1} of {len(jobs)} drawn", end="", file=sys.stderr, flush=True)
         failed += picture is None
         if why:
-            print(("\r\x1b[K" if told else "") + f"{options.error} {_escaped(path)}: {why}", file=sys.stderr)
+            progress.clear()
+            print(f"{options.error} {_calcut.escape_path(path)}: {why}", file=sys.stderr)
+        progress(number + 1, len(jobs))
         return [] if picture is None else [picture]
 
     for output, several in groupby(enumerate(jobs), lambda each: each[1][0]):
@@ -141,16 +135,15 @@ def _sheets(words: List[str], options: argparse.Namespace) -> int:
                 write(output, _joined(pages))
         except OSError as error:
             failed += 1
-            print(f"{options.error} {_escaped(output)}: {error.strerror}", file=sys.stderr)
-    if told:
-        print("\r\x1b[K", end="", file=sys.stderr)
+            progress.clear()
+            print(f"{options.error} {_calcut.escape_path(output)}: {error.strerror}", file=sys.stderr)
     return 1 if failed else 0
 
 
 def _differences(words: List[str], options: argparse.Namespace) -> int:
     """Words: png, svg or pdf, name and file of A, name and file of B. The picture goes to standard output."""
     a, b = (calcut.read(path, options.layout, strict=False) for path in (words[2], words[4]))
-    names = ["standard input" if name == "-" else _escaped(os.path.basename(name)) for name in (words[1], words[3])]
+    names = [_name(words[1]), _name(words[3])]
     write("-", encoded(plot.comparison(a, b, names, tolerance=options.tolerance), words[0]))
     return 0
 
@@ -176,6 +169,4 @@ def main(arguments: Optional[List[str]] = None) -> int:
         return (_differences if options.differences else _sheets)(options.words, options)
     except (OSError, MemoryError, calcut.CalcutError) as error:
         print(f"{options.error} {error or 'not enough memory'}", file=sys.stderr)
-    except BrokenProcessPool:
-        print(f"{options.error} a process that drew was ended (not enough memory?)", file=sys.stderr)
     return 1

@@ -69,7 +69,7 @@ def rest_and_valid(table, mask):
         fitted = fitted & (np.abs(rest) <= FAR * spread)
         count = np.count_nonzero(fitted)
         seen = values * fitted
-    return (inside if fitted is valid else rest * valid), valid
+    return rest * valid, valid
 
 
 def residual(table, mask):

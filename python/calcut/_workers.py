@@ -13,23 +13,26 @@ BATCH = 32  # dumps of one task: far more work than a scheduler's millisecond fo
 ATTEMPTS = 3
 AHEAD = 4  # tasks of a thread that a scheduler knows at a time
 
-Item = Tuple[int, List[str]]  # number of the first path, paths
-Work = Callable[[int, List[str]], List[Any]]  # one result a path
-Part = Tuple[int, List[str], Optional[List[Any]]]  # None: whoever did it ended, each time
+Item = Tuple[int, List[Any]]  # number of the first path, paths
+Work = Callable[[int, List[Any]], List[Any]]  # one result a path
+Part = Tuple[int, List[Any], Optional[List[Any]]]  # None: whoever did it ended, each time
 
+_PR_SET_PDEATHSIG = 1
 _M_TRIM_THRESHOLD, _M_MMAP_THRESHOLD, _KEPT = -1, -3, 1 << 26
 
 
 def _prepare() -> None:
     """In a process of our own: an interrupt is the parent's, and memory stays for the next dump.
 
-    By default glibc hands large arrays back to the system at once, and each page costs a fault again.
+    It ends with its parent, also when that is killed. By default glibc hands large arrays back to the
+    system at once, and each page costs a fault again.
     """
     signal.signal(signal.SIGINT, signal.SIG_IGN)
-    mallopt = getattr(ctypes.CDLL(None), "mallopt", None)
-    if mallopt is not None:
-        mallopt(_M_MMAP_THRESHOLD, _KEPT)
-        mallopt(_M_TRIM_THRESHOLD, _KEPT)
+    system = ctypes.CDLL(None)
+    for name, *words in (("prctl", _PR_SET_PDEATHSIG, signal.SIGKILL), ("mallopt", _M_MMAP_THRESHOLD, _KEPT),
+                         ("mallopt", _M_TRIM_THRESHOLD, _KEPT)):  # fmt: skip
+        if hasattr(system, name):
+            getattr(system, name)(*words)
 
 
 def _pool(jobs: int) -> ProcessPoolExecutor:

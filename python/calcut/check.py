@@ -17,11 +17,13 @@ from xml.etree import ElementTree
 import numpy as np
 import pandas as pd  # type: ignore[import]
 
-from calcut import _files, fleet
+from calcut import _calcut, _files, fleet
 
 #: The sections of a limits file and what each of their entries may say.
 NUMBERS = {"lower", "upper", "score", "unit"}
 MODULE = {"layouts", "sizes", "frequencies", "warnings", "serials"}
+#: What its lists may name.
+NAMES = {"layouts": _calcut.layout_names, "warnings": ("*", *_calcut.warning_names)}
 TEXTS = ["text0", "text1", "text2", "id_bytes"]
 SECTIONS = {"module", "texts", "measures", "golden"}
 #: What measures are in; a limit that names another unit is a mistake.
@@ -78,6 +80,9 @@ def load_limits(path: Any) -> Dict[str, Any]:
                     raise wrong(f"unknown key {key}; there are {', '.join(sorted(MODULE))}", section, key)
                 if key == "serials" and entry != "unique" or key != "serials" and not isinstance(entry, list):
                     raise wrong(f"{key} takes {'the word unique' if key == 'serials' else 'a list'}", section, key)
+                for each in entry if key in NAMES else []:
+                    if each not in NAMES[key]:
+                        raise wrong(f"{key}: there is no {each}; there are {', '.join(NAMES[key])}", section, key)
             elif section == "texts":
                 if key not in TEXTS:
                     raise wrong(f"unknown text {key}; there are {', '.join(TEXTS)}", section, key)
@@ -155,6 +160,7 @@ def check(
         raise LimitsError("limits from a golden unit need the dump of one (--golden)")
     if not isinstance(table, pd.DataFrame):
         table = fleet.summarise(table, client, golden=golden, jobs=jobs)
+    table = table.reset_index(drop=True)
     score = fleet.scores(table).to_dict("index")
     again = {serial: list(group["path"]) for serial, group in fleet.duplicates(table).groupby("text2")}
     reasons = ["\n".join(_reasons(row, limits, score[place], again)) for place, row in table.iterrows()]
@@ -236,7 +242,7 @@ def main(words: Optional[List[str]] = None) -> int:
         parser.error(str(error))
     if not paths:
         parser.error("no dumps")
-    table, interrupted = fleet.read_all(paths, options)
+    table, interrupted = fleet.read_all(parser, options, paths, targets)
     verdicts = check(table, limits, golden=options.golden)
     if options.output is not None:
         _files.write_csv(verdicts, options.output)
@@ -244,7 +250,7 @@ def main(words: Optional[List[str]] = None) -> int:
         junit(verdicts, options.junit)
     failed = verdicts[verdicts["verdict"] == "fail"]
     for row in failed.itertuples():
-        print(f"{row.path}: {'; '.join(row.reasons.splitlines())}".encode(errors="backslashreplace").decode())
+        print(_calcut.escape_path(f"{row.path}: {'; '.join(row.reasons.splitlines())}"))
     print(f"{len(verdicts)} modules: {len(verdicts) - len(failed)} pass, {len(failed)} fail")
     if interrupted:
         print(f"interrupted: {len(verdicts)} of {len(paths)} modules were looked at", file=sys.stderr)

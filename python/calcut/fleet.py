@@ -16,7 +16,7 @@ import numpy as np
 import pandas as pd  # type: ignore[import]
 
 import calcut
-from calcut import _files, _measures, _workers
+from calcut import _calcut, _files, _measures, _workers
 from calcut._measures import COLUMNS, EXTREMES, GOLDEN, LENS, MEASURES, columns, date_of, row
 
 __all__ = [
@@ -86,8 +86,10 @@ def load(path: _files.Path) -> pd.DataFrame:
     """A table that was written as CSV, with its types."""
     with open(path, encoding="utf-8") as file:
         names = pd.read_csv(file, nrows=0).columns
-    kinds = {name: kind for name, kind in columns("").items() if name in names and name != "date"}
-    return pd.read_csv(path, dtype=kinds, parse_dates=["date"], float_precision="round_trip")
+    # Texts such as "NA" are texts.
+    return pd.read_csv(path, dtype={name: kind for name, kind in columns("").items() if name != "date"}, na_values=[""],
+                       parse_dates=[name for name in names if name == "date"], keep_default_na=False,
+                       float_precision="round_trip")  # fmt: skip
 
 
 def _measured(table: pd.DataFrame) -> pd.DataFrame:
@@ -101,6 +103,7 @@ def scores(table: pd.DataFrame) -> pd.DataFrame:
     a normal distribution of deviation 1. Where more than half of a fleet have the same value, so
     that MAD is 0, the mean distance d from the median stands in for it: (x - median) / (1.2533 d),
     1.2533 being the square root of pi / 2, again for a normal distribution. Where all are equal, 0.
+    An infinite value has an infinite score.
 
     Few measures are spread evenly to both sides. A value's MAD is therefore that of its own side of
     the median where that is larger. The largest of many values has a longer tail upwards still (E. J.
@@ -110,7 +113,7 @@ def scores(table: pd.DataFrame) -> pd.DataFrame:
     measured = _measured(table)
     distance = measured - measured.median()
     size = distance.abs()
-    mad, mean = size.median(), np.sqrt(np.pi / 2) * size.mean()
+    mad, mean = size.median(), np.sqrt(np.pi / 2) * size.where(np.isfinite(size)).mean()
     regions = [name for name in MEASURES if name.endswith("_region")]
 
     def scale(side: pd.DataFrame) -> pd.Series:
@@ -120,7 +123,7 @@ def scores(table: pd.DataFrame) -> pd.DataFrame:
         return of_side.where(of_side > 0)
 
     score = (distance / scale(distance >= 0)).where(distance >= 0, distance / scale(distance <= 0))
-    score = score.mask(distance == 0, 0.0)
+    score = score.mask(distance == 0, 0.0).mask(np.isinf(distance), distance)
     extremes = score[EXTREMES]
     score[EXTREMES] = extremes.where(extremes < 0, extremes / 2)
     return score
@@ -140,6 +143,7 @@ def distances(table: pd.DataFrame) -> pd.Series:
     from sklearn.decomposition import PCA  # type: ignore[import]
 
     result = pd.Series(np.nan, index=table.index, name="distance")
+    table = table.reset_index(drop=True)
     score = scores(table)[table["result"] == "ok"].dropna(axis="columns", how="all")
     score = score.loc[:, score.abs().median() > 0].dropna().clip(-100, 100)
     if len(score) < 25 or score.shape[1] < 2:
@@ -154,7 +158,7 @@ def distances(table: pd.DataFrame) -> pd.Series:
     spread = 2 / (9 * places.shape[1])
     root = np.cbrt(square / places.shape[1])
     score_of_all = (root - np.median(root)) / np.sqrt(spread)
-    result[score.index] = score_of_all
+    result.iloc[score.index] = score_of_all
     return result
 
 
@@ -189,13 +193,14 @@ def duplicates(table: pd.DataFrame, by: str = "text2") -> pd.DataFrame:
 def control(table: pd.DataFrame, column: str, by: str = "date") -> pd.DataFrame:
     """Individuals control chart of a column: its points in the order of by, and which are out of control.
 
-    Columns row, path, by, value, centre, sigma and rule. sigma is the mean moving range / 1.128, the
+    Columns row, path, by, value (finite ones), centre, sigma and rule. sigma is the mean moving range / 1.128, the
     limits are centre +- 3 sigma. rule is the first of the Western Electric rules that a point
     completes, or 0: 1, beyond 3 sigma; 2, two of three beyond 2 sigma; 3, four of five beyond 1
     sigma; 4, eight in a row; each on one side (W. A. Shewhart, 1931; NIST/SEMATECH e-Handbook of
     Statistical Methods, 6.3.2).
     """
-    good = table[(table["result"] == "ok") & table[column].notna() & table[by].notna()]
+    table = table.reset_index(drop=True)
+    good = table[(table["result"] == "ok") & np.isfinite(table[column].astype(float)) & table[by].notna()]
     good = good.sort_values(by, kind="stable")
     value = good[column].astype(float)
     centre, sigma = value.mean(), value.diff().abs().mean() / 1.128
@@ -249,6 +254,9 @@ def _arguments() -> argparse.ArgumentParser:
 
 def check_options(parser: argparse.ArgumentParser, options: argparse.Namespace, targets: Any, modules: Any) -> None:
     """Ends the program where an output or a package would be missing at the end of the work."""
+    names = [os.path.realpath(target) for target, _ in targets if target]
+    if len(set(names)) < len(names):
+        parser.error("two outputs have the same name")
     for target, endings in targets:
         why = target and _files.why_not_written(target, endings, options.force)
         if why:
@@ -265,16 +273,25 @@ def check_options(parser: argparse.ArgumentParser, options: argparse.Namespace, 
         parser.error(f"the golden unit: {error}")
 
 
-def read_all(paths: List[str], options: argparse.Namespace) -> Tuple[pd.DataFrame, bool]:
-    """The table, and whether it was interrupted."""
-    client, table = None, Table(options.golden)
+def read_all(
+    parser: argparse.ArgumentParser, options: argparse.Namespace, paths: List[str], targets: Any
+) -> Tuple[pd.DataFrame, bool]:
+    """The table, and whether it was interrupted. Earlier outputs go away first: none may pass for this run's."""
+    client, table, progress = None, Table(options.golden), _files.Progress()
     if options.scheduler is not None:
         from distributed import Client
 
-        client = Client(options.scheduler)
+        try:
+            client = Client(options.scheduler)
+        except (OSError, ValueError) as error:
+            parser.error(f"the scheduler {options.scheduler}: {error}")
+    for target, _ in targets:
+        if target and os.path.exists(target):
+            os.remove(target)
     try:
-        _collect(table, paths, client, options.jobs, _files.Progress())
+        _collect(table, paths, client, options.jobs, progress)
     except KeyboardInterrupt:
+        progress.clear()
         return table.frame(), True
     finally:
         if client is not None:
@@ -289,7 +306,7 @@ def _summary(table: pd.DataFrame, far: pd.DataFrame) -> str:
     again = duplicates(table)
     lines = [f"{kinds}: {counts}; {far['path'].nunique()} far from their fleet"]
     for serial, group in list(again.groupby("text2"))[:10]:
-        lines.append(f"the serial {serial} is that of {', '.join(group['path'])}")
+        lines.append(f"the serial {serial} is that of {', '.join(map(_calcut.escape_path, group['path']))}")
     return "\n".join(lines)
 
 
@@ -298,8 +315,13 @@ def main(words: Optional[List[str]] = None) -> int:
     parser = _arguments()
     options = parser.parse_args(words)
     targets = [(options.output, [".csv"]), (options.outliers, [".csv"]), (options.plot, [".pdf", ".png", ".svg"])]
+    if not options.threshold > 0:
+        parser.error("--threshold takes a number above 0")
+    pages = (options.plot or "").endswith(".pdf")
     check_options(parser, options, targets, [
         (options.plot, "matplotlib", "python3-matplotlib"),
+        (pages, "xarray", "python3-xarray"),
+        (pages, "dask", "python3-dask"),
         (options.multivariate, "sklearn", "python3-sklearn"),
         (options.scheduler, "distributed", "python3-distributed"),
     ])  # fmt: skip
@@ -309,10 +331,10 @@ def main(words: Optional[List[str]] = None) -> int:
         parser.error(str(error))
     if not paths:
         parser.error("no dumps")
-    table, interrupted = read_all(paths, options)
+    table, interrupted = read_all(parser, options, paths, targets)
     _files.write_csv(table, options.output)
     if interrupted:
-        print(f"\ninterrupted: {options.output} has {len(table)} of {len(paths)} rows", file=sys.stderr)
+        print(f"interrupted: {options.output} has {len(table)} of {len(paths)} rows", file=sys.stderr)
         return 130
     far = outliers(table, options.threshold, multivariate=options.multivariate)
     if options.outliers is not None:

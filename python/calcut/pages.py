@@ -65,15 +65,16 @@ def scores_page(table: pd.DataFrame, threshold: float) -> Any:
     figure = Figure(figsize=(9, 2.5 + 0.17 * score.shape[1]), layout="constrained")
     axes = figure.subplots()
     axes.set_xscale("symlog", linthresh=threshold)
-    if score.size:
-        limit = max(2 * threshold, 2 * np.nanmax(score.abs().to_numpy()))
-        axes.set_xlim(-limit, limit)
+    size = score.abs().to_numpy()
+    limit = 2 * max(threshold, size[np.isfinite(size)].max(initial=0))
+    axes.set_xlim(-limit, limit)
+    score = score.clip(-limit, limit)  # infinite ones are drawn at the edge
     axes.set_ylim(score.shape[1] - 0.5, -0.5)
     figure.draw_without_rendering()  # so that places on paper are known
     for place, column in enumerate(score):
         usual, others = score[column][~far[column]], score[column][far[column]]
         axes.plot(usual, np.full(len(usual), place), ".", color=GREY, markersize=3)
-        axes.plot(others, np.full(len(others), place), "D", color=MARK, markersize=4)
+        axes.plot(others, np.full(len(others), place), "D", color=MARK, markersize=4, clip_on=False)
         others = others.loc[others.abs().sort_values(ascending=False).index]
         _label(axes, [(value, place) for value in others], [_name(table["path"][i]) for i in others.index], 4, 5)
     for value in (-threshold, threshold):
@@ -127,11 +128,12 @@ def _distributions(table: pd.DataFrame, threshold: float) -> Iterator[Any]:
         figure, panels = _page("Distributions: dotted is the median, dashed where values count as far", 3, 4)
         for axes, name in zip(panels, chosen[start : start + 12]):
             value, far = table[name].where(table["result"] == "ok"), score[name].abs() > threshold
-            usual = value[~far].dropna()
+            usual = value[~far & np.isfinite(value)]
             axes.hist(usual, bins=min(40, max(5, len(usual) // 8)), color=GREY)
             axes.axvline(value.median(), color="black", linestyle=":", linewidth=1)
-            for side in (score[name] > 0, score[name] < 0):
-                if side.any() and (value[side] != value.median()).any():
+            finite = score[name][np.isfinite(score[name])]
+            for side in (finite[finite > 0].index, finite[finite < 0].index):
+                if len(side) and (value[side] != value.median()).any():
                     at = score[name][side].abs().idxmax()
                     step = threshold * (value[at] - value.median()) / abs(score[name][at])
                     axes.axvline(value.median() + step, color=DARK, linestyle="--", linewidth=1)
@@ -292,7 +294,7 @@ def figures(table: pd.DataFrame, threshold: float) -> Iterator[Any]:
 
 def save(table: pd.DataFrame, target: _files.Path, threshold: float) -> None:
     """Pages into a .pdf, the page of scores into a .png or .svg. The same table gives the same bytes."""
-    ending = os.path.splitext(os.fsdecode(target))[1]
+    ending, table = os.path.splitext(os.fsdecode(target))[1], table.reset_index(drop=True)
     with _files.whole(target) as unfinished, matplotlib.rc_context({"svg.hashsalt": CREATOR}):
         if ending == ".pdf":
             with PdfPages(unfinished, metadata={"Creator": CREATOR, "CreationDate": None}) as pages:

@@ -18,7 +18,7 @@ import calcut
 from . import _calcut
 from ._maps import OFFSETS, centred, draw_map, draw_mask, draw_psf, draw_rays, draw_rest, draw_table
 from ._panel import (CURVE, DIVERGING, DPI, FAULT, HEIGHT, INK, MOST_RINGS, PIXELS, QUIET, SEQUENTIAL, STYLE, WIDTH, Array,
-                     Box, Cell, Figure, around, matplotlib, statistics, wrapped)
+                     Box, Cell, Figure, around, matplotlib, statistics, uncollected, wrapped)
 
 Panel = Callable[[Cell], None]
 
@@ -192,9 +192,9 @@ def sheet(module: Any, name: Optional[str] = None, *, shared_scale: bool = False
         rows += [[partial(draw_table, tree=tree, title=title, values=values, mask=mask, block=block, limits=limits)
                   for title, values, block, limits in several],
                  [partial(draw_rest, title=title.split(":")[0], values=values, mask=mask) for title, values, _, _ in several]]
-    if 2 * len(tables) <= columns:
+    if 0 < 2 * len(tables) <= columns:
         rows[1:] = [sum(rows[1:], [])]  # one row has room for both
-    with matplotlib.rc_context(STYLE):
+    with matplotlib.rc_context(STYLE), uncollected():
         return _page(rows + _in_rows(last, columns), columns)
 
 
@@ -292,7 +292,7 @@ def comparison(a: Any, b: Any, names: Sequence[Optional[str]] = (None, None), *,
     lines += [(f"other values that differ: {len(values)}", INK, False)] if values else []
     lines += [("     " + text, QUIET, False) for text in values[:5]] + [("     ...", QUIET, False)] * (len(values) > 5)
     top = 30 + 19 * max(len(lines), 11 if lens_differs else 0)
-    with matplotlib.rc_context(STYLE):
+    with matplotlib.rc_context(STYLE), uncollected():
         figure = _page(_in_rows(panels, columns), columns, top)
         head = Cell(figure, 0, 0, columns * WIDTH, top)
         right = columns * WIDTH - 450

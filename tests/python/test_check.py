@@ -72,6 +72,8 @@ def test_verdicts_with_every_reason(dumps, tmp_path, capsys):
     assert calcut.check(table, limits)["reasons"][0].split("\n") == [
         "warning centre", "warning trailing-bytes", "text1 'else' does not match 'depth module .*'"]  # fmt: skip
     assert check.main([str(dumps[0]), "--limits", str(limits)]) == 0
+    together = calcut.check(fleet.pd.concat([table, fleet.summarise(dumps[:1])]), limits)
+    assert together["reasons"].str.contains("given twice|also that of").tolist() == [True, False, True]
 
 
 def test_a_golden_unit(dumps, tmp_path):
@@ -88,6 +90,8 @@ def test_a_golden_unit(dumps, tmp_path):
         (2, "[module]\nlayout = ['v7']", "unknown key layout"),
         (2, "[module]\nserials = 'twice'", "unique"),
         (2, "[module]\nsizes = '32x24'", "list"),
+        (2, "[module]\nwarnings = ['centre', 'centr']", "no centr; there are .*, centre, "),
+        (3, "[module]\n\nlayouts = ['v8']", "no v8; there are v7, korveline, packed"),
         (1, "[modules]\nx = 1", "unknown section modules"),
         (1, "[measures]\n", None),
         (3, "[measures]\n# fx\nfz = {lower = 1}", "unknown measure fz"),
@@ -123,6 +127,7 @@ def test_suggested_limits_let_their_fleet_pass(dumps, tmp_path, capsys):
     damage.damage_lens(dumps[2])
     assert check.main([*map(str, dumps), "--limits", str(suggested)]) == 1
     assert "m02: fx" in capsys.readouterr().out
+    suggested.write_text("# of calcut.check\n" + suggested.read_text())
     with pytest.raises(SystemExit):  # the file may hold somebody's work by now
         check.main(["--suggest", str(output), "-o", str(suggested)])
 

@@ -1,8 +1,10 @@
 import os
+import select
 import shutil
 import signal
 import subprocess
 import sys
+from pathlib import Path
 
 import calcut
 import damage
@@ -113,6 +115,7 @@ def test_modules_that_are_odd_only_in_all_measures_together():
     table["cx"] = 112 + random.normal(size=300)
     table.loc[7, ["fx", "fy"]] = [161, 160]
     assert not len(fleet.outliers(table))
+    table.index %= 150  # as pd.concat leaves it
     found = fleet.outliers(table, multivariate=True)
     assert found[["row", "column"]].values.tolist()[0] == [7, "distance"] and len(found) < 6
     assert found["score"][0] > 40 and (found["score"][1:] < 6).all()
@@ -146,6 +149,7 @@ def test_outliers():
     table.loc[:1, "pixel_values_region"] = [10, 40]
     table.loc[3, "fx"] = 170
     table.loc[5, ["result", "fx"]] = ["refused", 900]
+    table.loc[8, ["k1", "psf_max"]] = [-np.inf, np.inf]
     good = table.drop(5)
     distance = good["fx"] - good["fx"].median()
     mad = max(distance.abs().median(), distance[distance >= 0].median())
@@ -157,9 +161,10 @@ def test_outliers():
     assert score["pixel_values_region"][:3].tolist() == [4, 19, 0]
     found = fleet.outliers(table)
     assert found[["row", "path", "column", "value"]].values.tolist() == [
+        [8, "m8", "k1", -np.inf], [8, "m8", "psf_max", np.inf],
         [7, "m7", "k1", 5.0], [1, "m1", "pixel_values_region", 40.0], [3, "m3", "fx", 170.0]]  # fmt: skip
-    assert found["score"][0] == pytest.approx(1 / (np.sqrt(np.pi / 2) / 100))
-    assert len(fleet.outliers(table, threshold=1000)) == 0
+    assert found["score"][2] == pytest.approx(1 / (np.sqrt(np.pi / 2) / 99))
+    assert len(fleet.outliers(table, threshold=1000)) == 2
 
 
 def test_differences_from_a_golden_unit(line, tmp_path):
@@ -180,10 +185,15 @@ def test_differences_from_a_golden_unit(line, tmp_path):
     assert 0.2 < table.loc[str(lens), "lens_golden_max"] < 0.45 and table.loc[str(lens), "psf_golden_max"] == 0
     with pytest.raises(FileNotFoundError):
         fleet.summarise([same], golden=tmp_path / "none")
+    apart = []
+    for unit in (golden, hot):  # under one name, as a worker that lives on sees it
+        apart.append(_measures.row(str(same), str(shutil.copy(unit, tmp_path / "unit")))["frequency1_golden_max"])
+    assert apart[0] == 0 < apart[1]
 
 
 def test_dates_serials_and_control_charts(fleet_of_dumps):
-    dates = {"20260110": "2026-01-10", " (20251231)": "2025-12-31", "20261301": None, "120260110": None, "": None, None: None}
+    dates = {"20260110": "2026-01-10", " (20251231)": "2025-12-31", "20261301": None, "120260110": None, "": None, None: None,
+             "99991231": None, "00010101": None, "22611231": "2261-12-31"}
     for text, day in dates.items():
         assert str(_measures.date_of(text))[:10] == str(day if day else "NaT")
     table = fleet.summarise(fleet_of_dumps[:20])
@@ -197,7 +207,9 @@ def test_dates_serials_and_control_charts(fleet_of_dumps):
     fx[[5, 20, 21, 22]] = [9, 5.5, 0.2, 5.5]
     fx[30:39] = 1.6
     table["fx"] = fx[::-1]
+    table = pd.concat([table, table[:1].assign(fx=np.inf), table[:0]])
     chart = fleet.control(table, "fx")
+    assert chart["row"].tolist() == list(range(39, -1, -1))
     assert chart["date"].is_monotonic_increasing and np.allclose(chart["value"], fx)
     assert chart["sigma"][0] == pytest.approx(np.abs(np.diff(fx)).mean() / 1.128)
     assert dict(chart["rule"][chart["rule"] > 0]) == {5: 1, 22: 2, 37: 4, 38: 4}
@@ -209,14 +221,16 @@ def run(*words):
 
 def test_command_line(fleet_of_dumps, tmp_path, capsys):
     folder, output = fleet_of_dumps[0].parent, tmp_path / "fleet.csv"
+    again = os.fsdecode(shutil.copy(fleet_of_dumps[0], os.fsencode(folder) + b"/\xff\33"))
     listed = tmp_path / "list"
     listed.write_text(f"{fleet_of_dumps[0]}\n{folder}/missing\n")
     words = run(folder, "--files-from", listed, "-o", output, "--outliers", tmp_path / "far.csv", "--jobs", 2)
     assert fleet.main(words) == 1
     expected = fleet.summarise([*sorted(folder.iterdir()), fleet_of_dumps[0], f"{folder}/missing"])
+    expected["path"] = expected["path"].replace(again, f"{folder}/\\xff\33")
     assert_frame_equal(fleet.load(output), expected.replace({"": pd.NA}))
     text = capsys.readouterr().out
-    assert "15 dumps and 5 bare calibrations" in text and "SN" in text  # one serial twice
+    assert "16 dumps and 5 bare calibrations" in text and "SN" in text and "\\xff\\x1b" in text  # one serial three times
     # Again, over its own files, and with them among the dumps.
     assert fleet.main(run(fleet_of_dumps[0], "-o", output)) == 0
     assert fleet.main(run(tmp_path, "-o", output, "--outliers", tmp_path / "far.csv")) == 1
@@ -226,8 +240,10 @@ def test_command_line(fleet_of_dumps, tmp_path, capsys):
 def test_outputs_are_checked_before_the_first_dump_is_read(fleet_of_dumps, tmp_path, monkeypatch, capsys):
     monkeypatch.setattr(fleet, "read_all", lambda *_: pytest.fail("a dump was read"))
     dump, output, foreign = fleet_of_dumps[1], tmp_path / "fleet.csv", tmp_path / "mine.csv"
-    foreign.write_text("a,b\n1,2\n")
+    foreign.write_text("a,b\n1,calcut.fleet path,result,fault,\n")
     cases = {
+        "two outputs": ["-o", output, "--outliers", tmp_path / "." / "fleet.csv"],
+        "--threshold": ["-o", output, "--threshold", 0],
         "must end in .csv": ["-o", dump],
         "no dumps": ["-o", output, "--files-from", "/dev/null"],
         "there is no folder": ["-o", tmp_path / "none" / "f.csv"],
@@ -241,38 +257,58 @@ def test_outputs_are_checked_before_the_first_dump_is_read(fleet_of_dumps, tmp_p
         with pytest.raises(SystemExit) as ended:
             fleet.main(run(*([] if text == "no dumps" else [dump]), *words))
         assert ended.value.code == 2 and text in capsys.readouterr().err, text
-    monkeypatch.setattr(fleet, "find_spec", lambda name: None)
+    for missing in ("matplotlib", "xarray", "dask"):
+        monkeypatch.setattr(fleet, "find_spec", lambda name: None if name == missing else name)
+        with pytest.raises(SystemExit):
+            fleet.main(run(dump, "-o", output, "--plot", tmp_path / "f.pdf"))
+        assert f"python3-{missing}" in capsys.readouterr().err
+    assert foreign.read_text().startswith("a,b") and not output.exists()
+
+    def closed(path):
+        raise PermissionError(13, "Permission denied", path)
+
+    monkeypatch.setattr(os, "scandir", closed)
     with pytest.raises(SystemExit):
-        fleet.main(run(dump, "-o", output, "--plot", tmp_path / "f.pdf"))
-    assert "python3-matplotlib" in capsys.readouterr().err
-    assert foreign.read_text() == "a,b\n1,2\n" and not output.exists()
+        fleet.main(run(dump.parent, "-o", output))
+    assert "Permission denied" in capsys.readouterr().err
 
 
-def test_an_interrupt_leaves_the_rows_read_so_far(fleet_of_dumps, tmp_path):
+@pytest.mark.parametrize("how", [signal.SIGINT, signal.SIGKILL])
+def test_a_run_that_is_ended(fleet_of_dumps, tmp_path, how):
+    """An interrupt leaves the rows read so far; neither leaves a process or an output of the run before."""
     os.mkfifo(tmp_path / "progress")
+    (tmp_path / "far.csv").write_text("row,path,column,value,median,score\n")
     script = f"""
 import os, sys
 from calcut import _files, fleet
-class Told:
+class Told(_files.Progress):
     def __call__(self, done, total):
         open({str(tmp_path / 'progress')!r}, "w").write(str(done))
         open({str(tmp_path / 'progress')!r}).read()
 _files.Progress = Told
-sys.exit(fleet.main({run(*fleet_of_dumps, '-o', tmp_path / 'fleet.csv', '--jobs', 1)!r}))
+sys.exit(fleet.main({run(*fleet_of_dumps, '-o', tmp_path / 'fleet.csv', '--outliers', tmp_path / 'far.csv', '--jobs', 1)!r}))
 """
     child = subprocess.Popen([sys.executable, "-c", script], stderr=subprocess.PIPE, text=True)
     done = int((tmp_path / "progress").read_text())
-    child.send_signal(signal.SIGINT)  # while it waits for the progress to be taken note of
-    assert "interrupted" in child.communicate()[1] and child.returncode == 130
-    assert len(fleet.load(tmp_path / "fleet.csv")) == done == 32
+    workers = [os.pidfd_open(int(pid)) for pid in Path(f"/proc/{child.pid}/task/{child.pid}/children").read_text().split()]
+    child.send_signal(how)  # while it waits for the progress to be taken note of
+    error = child.communicate()[1]
+    for worker in workers:
+        select.select([worker], [], [])  # until it has ended
+    assert workers and not (tmp_path / "far.csv").exists()
+    if how == signal.SIGINT:
+        assert "interrupted" in error and child.returncode == 130
+        assert len(fleet.load(tmp_path / "fleet.csv")) == done == 32
 
 
 def test_what_leaves_for_a_spreadsheet(tmp_path):
     table = fleet.summarise([]).reindex(range(3))
-    table["path"], table["text1"] = ["a", b"\xff\xfeb".decode(errors="surrogateescape"), "c"], ["=1+1", "-x", "plain"]
+    table["path"], table["text1"] = ["a", b"\xff\xfeb".decode(errors="surrogateescape"), "c"], ["=1+1", "-x", "NA"]
     fleet._files.write_csv(table, tmp_path / "t.csv")
     assert fleet.load(tmp_path / "t.csv")[["path", "text1"]].values.tolist() == [
-        ["a", r"\x3d1+1"], [r"\xff\xfeb", r"\x2dx"], ["c", "plain"]]  # fmt: skip
+        ["a", r"\x3d1+1"], [r"\xff\xfeb", r"\x2dx"], ["c", "NA"]]  # fmt: skip
+    table[["path", "fx"]][:1].to_csv(tmp_path / "few.csv", index=False)
+    assert fleet.load(tmp_path / "few.csv")["fx"].isna().all()
 
 
 def test_pages(line, line_table, fleet_of_dumps, tmp_path):
@@ -281,8 +317,10 @@ def test_pages(line, line_table, fleet_of_dumps, tmp_path):
     pytest.importorskip("xarray")
     odd = tmp_path / "$\\frac{$.eeprom"
     shutil.copy(next(iter(line[1])), odd)
-    table = pd.concat([line_table, fleet.summarise([odd, *fleet_of_dumps[:20]])], ignore_index=True)
+    table = line_table.copy()
     table.loc[3, "path"] = "a\udcff\u202eb$"
+    table.loc[4, ["k1", "cx", "psf_max"]] = [np.inf, -np.inf, np.inf]
+    table = pd.concat([table, fleet.summarise([odd, *fleet_of_dumps[:20]])])
     for name, start in (("a.pdf", b"%PDF"), ("b.png", b"\x89PNG"), ("c.svg", b"<?xml")):
         fleet.plot(table, tmp_path / name)
         assert (tmp_path / name).read_bytes().startswith(start)

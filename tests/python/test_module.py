@@ -187,14 +187,17 @@ def test_a_damaged_dump_on_request(small):
     assert len(seen[0].frequencies) < len(calcut.read(data).frequencies)
     assert seen[1].columns is None and not arrays(seen[1]) and seen[1].custom == {}
     assert arrays(seen[2]).keys() == arrays(calcut.read(data)).keys() and seen[2].faults[0].name == "checksum"
+    seen_names = set()
     for damaged in damages(data):
         if len(damaged) == len(data):  # the checksum does not keep the damage from the reader
             damaged = damaged[:8] + zlib.crc32(damaged[67:]).to_bytes(4, "little") + damaged[12:]
         module, again = (calcut.read(damaged, strict=False) for _ in range(2))
         assert module.faults == calcut.diagnose(damaged).faults
+        seen_names.update(warning.name for warning in module.warnings)
         mine, theirs = arrays(module), arrays(again)
         assert mine.keys() == theirs.keys() and repr(module) == repr(pickle.loads(pickle.dumps(module)))
         assert all(np.array_equal(mine[name], theirs[name], equal_nan=True) for name in mine)
+    assert {"centre", "constant-table", "half-masked"} <= seen_names <= set(calcut._calcut.warning_names)
 
 
 def test_what_is_wrong_with_a_file_is_a_finding_of_a_diagnosis(tmp_path):

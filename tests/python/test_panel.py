@@ -101,6 +101,7 @@ def test_residual_keeps_what_is_not_smooth(shape):
     assert rest.dtype == np.float32 and (np.isnan(rest) == (mask == 0)).all()
     assert np.nanmax(np.abs(rest), initial=0) < 1e-5
     assert np.isnan(residual(table, mask * 0)).all()
+    assert not residual(np.full(shape, -1 / 3, np.float32), mask)[mask != 0].any()
     if min(shape) > 100:
         table[80] += 0.01
         table[90, 100] = 1e6

@@ -127,7 +127,7 @@ def test_faults_are_told_in_red(plain, tmp_path):
         assert f"{module.faults[0].what} at byte {module.faults[0].offset}" in red
     with pytest.raises(ValueError):
         plot.comparison(module, plain)
-    assert len(figure.axes) == 0 < len(plot.sheet(calcut.read(damaged[0], strict=False)).axes)
+    assert figure.bbox.height == panel.HEIGHT and len(figure.axes) == 0 < len(plot.sheet(calcut.read(damaged[0], strict=False)).axes)
     assert "Verdict: different" in texts(plot.comparison(plain, calcut.read(damaged[0], strict=False)))
     (tmp_path / "bad").write_bytes(damaged[0])
     for words, status in (([], 1), (["--damaged"], 0)):
@@ -222,8 +222,9 @@ def test_several_dumps(tmp_path):
     assert done.returncode == 1 and done.stderr.count("\n") == 1 and "bad\\x1b.bin: unknown magic" in done.stderr
     pages = pypdf.PdfReader(tmp_path / "pages.pdf").pages
     assert [f"{seed}.bin" in page.extract_text() for seed, page in enumerate(pages)] == [True] * 3
-    assert calcut_command("plot", *dumps, "-o", tmp_path / "{stem}.svg").returncode == 0
-    assert sorted(path.name for path in tmp_path.glob("*.svg")) == ["0.svg", "1.svg", "2.svg"]
+    (tmp_path / "pypdf.py").write_text("raise ModuleNotFoundError('gone', name='pypdf')")
+    done = subprocess.run([COMMAND, "plot", *dumps, "-o", tmp_path / "{stem}.pdf"], env={**os.environ, "PYTHONPATH": tmp_path})
+    assert done.returncode == 0 and sorted(path.name for path in tmp_path.glob("?.pdf")) == ["0.pdf", "1.pdf", "2.pdf"]
     (tmp_path / "other").mkdir()
     namesake = make(tmp_path / "other" / "0.bin", *sizes)
     before = sorted(tmp_path.iterdir())
@@ -249,6 +250,16 @@ def test_several_dumps(tmp_path):
     assert done.returncode == 0 and b"2 of 2 drawn" in os.read(main, 4096)
 
 
+def test_a_process_that_ends_loses_no_other_picture(tmp_path, monkeypatch, capsys):
+    from calcut import _pictures
+
+    monkeypatch.setattr(os, "sched_getaffinity", lambda _: range(2))
+    monkeypatch.setattr(_pictures, "_draw", lambda job, _: os._exit(9) if job[1] == "b" else (job[1].encode(), ""))
+    words = [word for name in "abcde" for word in (str(tmp_path / f"{name}.png"), name)]
+    assert _pictures.main(words) == 1 and "b: the process that drew it was ended" in capsys.readouterr().err
+    assert [path.read_text() for path in sorted(tmp_path.iterdir())] == ["a", "c", "d", "e"]
+
+
 def test_standard_streams_links_and_devices(plain, tmp_path):
 
     link, target = tmp_path / "link.png", tmp_path / "target.png"
@@ -266,7 +277,7 @@ def test_standard_streams_links_and_devices(plain, tmp_path):
     (tmp_path / "full.png").symlink_to("/dev/full")
     full = calcut_command("plot", plain, "-o", tmp_path / "full.png")
     assert full.returncode == 1 and "No space left" in full.stderr
-    assert not [path for path in tmp_path.iterdir() if "partial" in path.name]
+    assert not [path for path in tmp_path.iterdir() if ".part" in path.name]
 
 
 @pytest.mark.parametrize("missing", ["numpy", "matplotlib", "python3"])

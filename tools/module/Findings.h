@@ -1,6 +1,7 @@
 // Faults and warnings: what is told about each, and who looks for it.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -25,6 +26,12 @@ struct Finding {
     std::optional<std::uint32_t> blockId{};
     std::uint32_t status = VANTRIC_OK;  ///< of the calibration library, when that refused
 };
+
+/// What the warnings of a file that reads can be called.
+inline constexpr std::array warningNames = {
+    "unknown-block", "custom-fields",  "trailing-bytes", "uncut-signature", "ends-in-signature",
+    "focal-length",  "focal-ratio",    "centre",         "folded",          "half-masked",
+    "all-masked",    "constant-table", "stuck-region",   "outlier"};
 
 /// One line: "CRC-32 mismatch at byte 8 (0x8): expected 0x1234abcd, found 0x00000000; read the part
 /// again".
