@@ -75,22 +75,24 @@ std::string crcText(std::uint32_t crc) {
 TakenDump takeDump(const std::string& path, const CutOptions& options, CutResult& result) {
     result.dump = path;
     result.crc.reset();
-    TakenDump taken{files::loadDump(path, options.reading.intake), {}, {}};
-    const std::vector<std::uint8_t>& bytes = taken.dump.bytes;
+    std::vector<std::uint8_t> bytes = files::loadDump(path, options.reading.intake).bytes;
     result.size = bytes.size();
     result.crc = crc32Of(bytes.data(), bytes.size());
     requireRoom();
     result.layout = options.reading.layout.value_or(module::classify(bytes));
-    taken.diagnosis = module::diagnose(bytes, result.layout, vantric::Wanted::cut);
-    result.warnings = taken.diagnosis.warnings;
-    result.fault = module::whyNotCut(taken.diagnosis);
+    TakenDump taken{
+        std::make_unique<module::Module>(std::move(bytes), result.layout, vantric::Wanted::cut),
+        {}};
+    const module::Diagnosis& about = taken.module->diagnosis;
+    result.warnings = about.warnings;
+    result.fault = module::whyNotCut(about);
     if (result.fault) {
         throw text::Refused(path, module::describe(*result.fault));
     }
-    taken.files = filesOf(taken.diagnosis);
-    const VantricCalibration& record = *taken.diagnosis.record;
+    taken.files = filesOf(about);
+    const VantricCalibration& record = *about.record;
     result.texts = {record.text0, record.text1, record.text2};
-    result.maskedPixels = module::maskedByCut(taken.diagnosis);
+    result.maskedPixels = module::maskedByCut(about);
     const std::size_t idSize = std::min<std::size_t>(record.idBytesSize, VANTRIC_ID_BYTES);
     result.idBytes.assign(record.idBytes, record.idBytes + idSize);
     std::copy_n(record.lensParameters, result.lens.size(), result.lens.begin());
@@ -121,8 +123,9 @@ std::vector<Difference> differences(const std::vector<StackFile>& files,
 void writeStackFiles(const TakenDump& taken, const std::string& directory,
                      const CutResult& result) {
     EEPROMMetaInformation meta{};
-    const bool written = writeBlock(*result.layout.image, directory, taken.diagnosis.image.blockId,
-                                    taken.diagnosis.payload, meta);
+    const module::Diagnosis& about = taken.module->diagnosis;
+    const bool written =
+        writeBlock(*result.layout.image, directory, about.image.blockId, about.payload, meta);
     // The library does not report a disk that fills up; the files do.
     if (const std::vector<Difference> wrong = differences(taken.files, directory); !wrong.empty()) {
         throw text::Refused(result.dump, "cannot write {} of {}: it {} (is the disk full?)",

@@ -3,13 +3,14 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "calcut/cutter.h"
 #include "tools/cut/Cut.h"
-#include "tools/module/Diagnosis.h"
+#include "tools/module/Module.h"
 #include "tools/module/Names.h"
 #include "tools/text/Terminal.h"
 
@@ -72,9 +73,8 @@ struct StackFile {
 
 /// A dump in memory that can be cut.
 struct TakenDump {
-    files::Dump dump;
-    module::Diagnosis diagnosis;   ///< its views point into dump
-    std::vector<StackFile> files;  ///< of dump or of the record
+    std::unique_ptr<module::Module> module;
+    std::vector<StackFile> files;  ///< views of the module
 };
 
 /// Loads a dump and looks at it, and stores what was found out in result. Throws Refused when it
