@@ -155,6 +155,7 @@ TEST(CutSafety, WantOfMemoryIsARow) {
                                               (kib % 50'000 != 0 ? " --name '{id}-{stem}')" : ")"));
         EXPECT_TRUE(result.status == 0 || result.status == 1) << kib << result.err;
         EXPECT_EQ(reportIn(dir)["dumps"].size(), 24U) << kib << result.err;
+        EXPECT_EQ(reportIn(dir)["total"], 24) << kib;
         EXPECT_FALSE(matches(rowsOf(reportIn(dir), "result"), "not reached")) << kib;
     }
     const Outcome shown =

@@ -19,8 +19,7 @@ constexpr std::uint64_t longestNote = std::uint64_t{64} << 10;
 
 std::vector<std::uint8_t> bytesOfNote(const std::string& folder) try {
     return files::loadDump(folder + "/" + noteFile, {.maxSize = longestNote},
-                           files::Kinds::OnlyRegular)
-        .bytes;
+                           files::Kinds::OnlyRegular);
 } catch (const text::Refused&) {
     return {};
 }

@@ -169,26 +169,27 @@ void Report::open(const std::string& path) {
     const int error =
         file_.get() < 0 || (isFile && ftruncate(file_.get(), 0) != 0)
             ? errno
-            : put(json_ ? fmt::format("{{\"schema\":{},\"dumps\":[", cutSchema) : csvHeading());
+            : put(json_ ? fmt::format("{{\"schema\":{},\"dumps\":[", cutSchema) : csvHeading(), {});
     if (error != 0) {
         throw text::Refused(path, text::errnoText(error));
     }
 }
 
-int Report::put(const std::string& text) {
+int Report::put(std::string text, const Totals& totals) {
+    // What closes the object goes along, and is where the next row will be.
+    const std::string tail = fmt::format("\n],\"total\":{},\"cut\":{},\"failed\":{}}}\n",
+                                         totals.rows, totals.good, totals.failed);
+    text += json_ ? tail : "";
+    // Nothing is counted before all is in memory.
+    totals_ = totals;
     if (path_ == "-") {
         // A reader that went away is told apart from a disk that is full.
         text::writeStdout(text);
         return 0;
     }
-    if (!json_) {
-        return files::writeAll(file_.get(), text);
-    }
-    // What closes the object goes along, and is where the next row will be.
-    const std::string tail =
-        fmt::format("\n],\"total\":{},\"cut\":{},\"failed\":{}}}\n", rows_, good_, failedRows_);
-    const int error = files::writeAll(file_.get(), text + tail);
-    return error == 0 && lseek(file_.get(), -std::ssize(tail), SEEK_CUR) < 0 ? errno : error;
+    const int error = files::writeAll(file_.get(), text);
+    return error == 0 && json_ && lseek(file_.get(), -std::ssize(tail), SEEK_CUR) < 0 ? errno
+                                                                                      : error;
 }
 
 void Report::tell(int error) {
@@ -198,19 +199,16 @@ void Report::tell(int error) {
 }
 
 void Report::add(std::span<const CutResult> results) {
-    // Nothing is counted before all is in memory.
+    Totals totals = totals_;
     std::string text;
     for (const CutResult& result : results) {
-        text +=
-            json_ ? (rows_ > 0 || !text.empty() ? ",\n" : "\n") + jsonRow(result) : csvRow(result);
-    }
-    rows_ += results.size();
-    for (const CutResult& result : results) {
-        good_ += result.good() ? 1 : 0;
-        failedRows_ += result.outcome == Outcome::Failed ? 1 : 0;
+        text += json_ ? (totals.rows > 0 ? ",\n" : "\n") + jsonRow(result) : csvRow(result);
+        ++totals.rows;
+        totals.good += result.good() ? 1 : 0;
+        totals.failed += result.outcome == Outcome::Failed ? 1 : 0;
     }
     if (file_.get() >= 0 && !failed_) {
-        tell(put(text));
+        tell(put(std::move(text), totals));
     }
 }
 
@@ -221,7 +219,7 @@ bool Report::close() {
 }
 
 std::string summary(std::span<const CutResult> results, double seconds) {
-    std::array<std::size_t, 6> totals{};
+    std::array<std::size_t, outcomeNames.size()> totals{};
     std::vector<text::Row> rows;
     for (const CutResult& result : results) {
         ++totals[static_cast<std::size_t>(result.outcome)];
@@ -233,13 +231,12 @@ std::string summary(std::span<const CutResult> results, double seconds) {
         return totals[static_cast<std::size_t>(outcome)];
     };
     std::string counts;
-    for (const Outcome outcome : {Outcome::Cut, Outcome::Kept, Outcome::Repaired, Outcome::Equal,
-                                  Outcome::Failed, Outcome::NotReached}) {
-        const bool always =
-            outcome == Outcome::Failed || (outcome == Outcome::Cut && totalOf(Outcome::Equal) == 0);
-        if (always || totalOf(outcome) > 0) {
-            counts += fmt::format("{} {} {}", counts.empty() ? ":" : ",", totalOf(outcome),
-                                  outcomeName(outcome));
+    for (std::size_t i = 0; i < totals.size(); ++i) {
+        const bool always = Outcome(i) == Outcome::Failed ||
+                            (Outcome(i) == Outcome::Cut && totalOf(Outcome::Equal) == 0);
+        if (always || totals[i] > 0) {
+            counts +=
+                fmt::format("{} {} {}", counts.empty() ? ":" : ",", totals[i], outcomeNames[i]);
         }
     }
     const std::size_t reached = results.size() - totalOf(Outcome::NotReached);

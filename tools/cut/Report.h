@@ -33,15 +33,19 @@ class Report {
     bool close();
 
   private:
-    /// Returns errno, or 0 for success.
-    int put(const std::string& text);
+    struct Totals {
+        std::size_t rows = 0, good = 0, failed = 0;
+    };
+
+    /// Writes the text of rows, which make these totals. Returns errno, or 0 for success.
+    int put(std::string text, const Totals& totals);
     void tell(int error);
 
     std::string path_;
     files::FileDescriptor file_;
     bool json_ = false;
     bool failed_ = false;
-    std::size_t rows_ = 0, good_ = 0, failedRows_ = 0;
+    Totals totals_;
 };
 
 /// A table for people (above 50 dumps only of those that failed) and the totals, as standard output

@@ -21,14 +21,14 @@ namespace {
 namespace fs = std::filesystem;
 
 std::string differenceOf(files::ByteView wanted, const std::string& path) try {
-    const files::Dump found = files::loadDump(path, {}, files::Kinds::OnlyRegular);
-    if (std::ranges::equal(wanted, found.bytes)) {
+    const std::vector<std::uint8_t> found = files::loadDump(path, {}, files::Kinds::OnlyRegular);
+    if (std::ranges::equal(wanted, found)) {
         return {};
     }
-    const auto at = std::ranges::mismatch(wanted, found.bytes).in1 - wanted.begin();
+    const auto at = std::ranges::mismatch(wanted, found).in1 - wanted.begin();
     std::string text = fmt::format("differs at byte {} ({:#x})", at, at);
-    if (wanted.size() != found.bytes.size()) {
-        text += fmt::format("; {} bytes instead of {}", found.bytes.size(), wanted.size());
+    if (wanted.size() != found.size()) {
+        text += fmt::format("; {} bytes instead of {}", found.size(), wanted.size());
     }
     return text;
 } catch (const text::Refused& refused) {
@@ -75,7 +75,7 @@ std::string crcText(std::uint32_t crc) {
 TakenDump takeDump(const std::string& path, const CutOptions& options, CutResult& result) {
     result.dump = path;
     result.crc.reset();
-    std::vector<std::uint8_t> bytes = files::loadDump(path, options.reading.intake).bytes;
+    std::vector<std::uint8_t> bytes = files::loadDump(path, options.reading.intake);
     result.size = bytes.size();
     result.crc = crc32Of(bytes.data(), bytes.size());
     requireRoom();

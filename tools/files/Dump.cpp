@@ -87,7 +87,7 @@ void arrange(std::vector<std::uint8_t>& bytes, const Intake& intake) {
 
 }  // namespace
 
-Dump loadDump(const std::string& path, const Intake& intake, Kinds kinds) {
+std::vector<std::uint8_t> loadDump(const std::string& path, const Intake& intake, Kinds kinds) {
     const bool standardInput = path == "-";
     const FileDescriptor file(
         standardInput ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
@@ -106,25 +106,22 @@ Dump loadDump(const std::string& path, const Intake& intake, Kinds kinds) {
         intake.maxSize, static_cast<std::uint64_t>(std::numeric_limits<std::ptrdiff_t>::max()) / 4);
     const std::uint64_t expected =
         S_ISREG(status.st_mode) ? static_cast<std::uint64_t>(status.st_size) : 0;
-    Dump dump;
-    if (!standardInput) {
-        dump.identity = FileIdentity{status.st_dev, status.st_ino};
-    }
-    if (expected <= limit && !readAll(file.get(), expected, limit, dump.bytes)) {
+    std::vector<std::uint8_t> bytes;
+    if (expected <= limit && !readAll(file.get(), expected, limit, bytes)) {
         throw text::Refused(path, text::errnoText(errno));
     }
-    if (std::max<std::uint64_t>(expected, dump.bytes.size()) > limit) {
+    if (std::max<std::uint64_t>(expected, bytes.size()) > limit) {
         throw text::Refused(path, tooLarge(limit));
     }
-    if (dump.bytes.empty()) {
+    if (bytes.empty()) {
         const bool idlePipe = S_ISFIFO(status.st_mode) && !standardInput;
         throw text::Refused(path, idlePipe ? "is a pipe that nobody writes to" : "is empty");
     }
-    arrange(dump.bytes, intake);
-    if (dump.bytes.empty()) {
+    arrange(bytes, intake);
+    if (bytes.empty()) {
         throw text::Refused(path, "has no bytes behind those of --skip");
     }
-    return dump;
+    return bytes;
 }
 
 }  // namespace calcut::files

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -18,25 +17,13 @@ struct Intake {
     std::size_t swap = 1;  ///< then the bytes of each group of so many are turned around
 };
 
-/// Identity of a file on this machine, through links too.
-struct FileIdentity {
-    std::uint64_t device = 0;
-    std::uint64_t inode = 0;
-    bool operator==(const FileIdentity&) const = default;
-};
-
-/// The content of a file.
-struct Dump {
-    std::vector<std::uint8_t> bytes;
-    std::optional<FileIdentity> identity{};  ///< none for standard input
-};
-
 /// Reads a file, or standard input for "-". At most intake.maxSize + 1 bytes are ever read,
 /// whatever kind of file it is. Bytes behind the last whole group stay as they are. Nothing is
 /// opened that could block for its writer: a FIFO that nobody writes to and a socket are refused.
 /// Throws Refused with the path: "No such file or directory", "is a directory", "is empty", "is
 /// larger than 256 MiB, the limit for a dump (--max-size)", ...
 enum class Kinds : std::uint8_t { Any, OnlyRegular };
-Dump loadDump(const std::string& path, const Intake& intake = {}, Kinds kinds = Kinds::Any);
+std::vector<std::uint8_t> loadDump(const std::string& path, const Intake& intake = {},
+                                   Kinds kinds = Kinds::Any);
 
 }  // namespace calcut::files

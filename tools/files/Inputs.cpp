@@ -9,6 +9,7 @@
 #include <system_error>
 #include <unordered_set>
 
+#include "tools/files/Dump.h"
 #include "tools/files/OutputFile.h"
 #include "tools/text/Escape.h"
 #include "tools/text/Terminal.h"
@@ -49,7 +50,7 @@ void list(const std::string& folder, const std::string& glob,
 }
 
 std::vector<std::string> pathsIn(const std::string& listFile) {
-    const std::vector<std::uint8_t> bytes = loadDump(listFile).bytes;
+    const std::vector<std::uint8_t> bytes = loadDump(listFile);
     std::string list(bytes.begin(), bytes.end());
     if (list.starts_with("\xFF\xFE") || list.starts_with("\xFE\xFF")) {
         throw text::Refused(listFile, "is UTF-16 text; save it as UTF-8");

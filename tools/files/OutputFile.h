@@ -8,9 +8,14 @@
 #include <string_view>
 #include <vector>
 
-#include "tools/files/Dump.h"
-
 namespace calcut::files {
+
+/// Identity of a file on this machine.
+struct FileIdentity {
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;
+    bool operator==(const FileIdentity&) const = default;
+};
 
 /// Which file an input's path leads to, through links, and what "-" reads; nothing when there is
 /// none.
