@@ -55,13 +55,13 @@ Input::Input(const py::object& source) : path_(pathOf(source)), name_(path_.valu
         throw py::error_already_set();
     }
     const std::string_view view = copy;
-    dump_.bytes.assign(view.begin(), view.end());
+    bytes_.assign(view.begin(), view.end());
 }
 
 void Input::load() {
     if (path_) {
         try {
-            dump_ = files::loadDump(*path_);
+            bytes_ = files::loadDump(*path_);
         } catch (const text::Refused& refused) {
             refusal_ = refused.what();
         }

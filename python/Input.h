@@ -36,12 +36,12 @@ class Input {
 
     /// The path as given, or "<bytes>".
     [[nodiscard]] const std::string& name() const { return name_; }
-    [[nodiscard]] std::vector<std::uint8_t>& bytes() { return dump_.bytes; }
+    [[nodiscard]] std::vector<std::uint8_t>& bytes() { return bytes_; }
 
   private:
     std::optional<std::string> path_;
     std::string name_;
-    files::Dump dump_;
+    std::vector<std::uint8_t> bytes_;
     std::optional<std::string> refusal_;  ///< why the file did not load
 };
 

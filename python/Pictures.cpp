@@ -21,7 +21,7 @@ using Floats = py::array_t<float, py::array::c_style | py::array::forcecast>;
 py::bytes load(const py::object& path, const files::Intake& intake) {
     const auto name = py::module_::import("os").attr("fsencode")(path).cast<std::string>();
     try {
-        const std::vector<std::uint8_t> bytes = files::loadDump(name, intake).bytes;
+        const std::vector<std::uint8_t> bytes = files::loadDump(name, intake);
         return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
     } catch (const text::Refused& refused) {
         PyErr_SetString(PyExc_OSError, refused.what());

@@ -187,7 +187,7 @@ TEST(Dump, IsLoadedOnceWithinTheLimitAndNeverWaitedFor) {
     for (const auto& [path, limit, error] : cases) {
         std::string refusal;
         try {
-            EXPECT_FALSE(files::loadDump(path, {.maxSize = limit}).bytes.empty()) << path;
+            EXPECT_FALSE(files::loadDump(path, {.maxSize = limit}).empty()) << path;
         } catch (const text::Refused& refused) {
             refusal = refused.what();
         }
@@ -203,7 +203,7 @@ TEST(Dump, IsLoadedOnceWithinTheLimitAndNeverWaitedFor) {
         _exit(0);
     }
     close(writer);
-    EXPECT_EQ(files::loadDump(dir / "pipe").bytes, bytes("abcdef"));
+    EXPECT_EQ(files::loadDump(dir / "pipe"), bytes("abcdef"));
 }
 
 TEST(Escape, KeepsNamesAndStopsControls) {

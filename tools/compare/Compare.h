@@ -8,7 +8,6 @@
 
 #include "tools/compare/Comparison.h"
 #include "tools/module/Diagnosis.h"
-#include "tools/module/Layout.h"
 
 namespace calcut::compare {
 

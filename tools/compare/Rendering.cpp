@@ -6,7 +6,6 @@
 
 #include "calibration/packed/Block.h"
 #include "tools/compare/Comparison.h"
-#include "tools/module/Layout.h"
 #include "tools/module/Names.h"
 #include "tools/module/Tree.h"
 #include "tools/text/Escape.h"

@@ -1,7 +1,6 @@
 // calcut cut: dumps into the files of the camera stack.
 #pragma once
 
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>

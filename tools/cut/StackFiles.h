@@ -10,7 +10,7 @@
 
 #include "calcut/cutter.h"
 #include "tools/cut/Cut.h"
-#include "tools/module/Module.h"
+#include "tools/module/Diagnosis.h"
 #include "tools/module/Names.h"
 #include "tools/text/Terminal.h"
 

@@ -3,14 +3,10 @@
 
 #include <functional>
 #include <optional>
-#include <span>
 #include <string>
-#include <string_view>
 #include <vector>
 
-#include "tools/files/Dump.h"
 #include "tools/module/Diagnosis.h"
-#include "tools/module/Layout.h"
 
 namespace calcut::exporting {
 

@@ -6,7 +6,6 @@
 
 #include "calibration/packed/Block.h"
 #include "tools/files/Inputs.h"
-#include "tools/module/Layout.h"
 #include "tools/module/Names.h"
 #include "tools/module/RecordFields.h"
 #include "tools/module/Stored.h"

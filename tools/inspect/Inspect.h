@@ -1,14 +1,11 @@
 // calcut inspect: what files hold, and what is wrong with them.
 #pragma once
 
-#include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "tools/module/Diagnosis.h"
-#include "tools/module/Layout.h"
 #include "tools/text/Lines.h"
 
 namespace calcut::inspect {

@@ -1,7 +1,6 @@
 #include "tools/make/Make.h"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <cstdio>
 #include <random>
@@ -9,7 +8,6 @@
 #include <fmt/format.h>
 
 #include "tools/files/OutputFile.h"
-#include "tools/module/Layout.h"
 #include "tools/text/Escape.h"
 #include "tools/text/Terminal.h"
 

@@ -4,7 +4,6 @@
 #include <optional>
 #include <string>
 
-#include "tools/files/Dump.h"
 #include "tools/module/Layout.h"
 #include "writer/writer.h"
 

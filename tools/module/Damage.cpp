@@ -6,7 +6,6 @@
 #include <fmt/format.h>
 
 #include "tools/module/Diagnosis.h"
-#include "tools/module/Layout.h"
 
 namespace calcut::module {
 

@@ -6,7 +6,6 @@
 #include <fmt/format.h>
 
 #include "cutter/CRC32.h"
-#include "tools/module/Layout.h"
 #include "tools/module/Names.h"
 #include "tools/text/Escape.h"
 #include "tools/text/Terminal.h"
@@ -262,7 +261,7 @@ std::unique_ptr<Module> loadModule(const files::Input& input, const Reading& rea
         throw text::Refused(input.path, *input.refusal);
     }
     text::printNote(input.path, "reading");
-    auto module = std::make_unique<Module>(files::loadDump(input.path, reading.intake).bytes,
+    auto module = std::make_unique<Module>(files::loadDump(input.path, reading.intake),
                                            reading.layout, vantric::Wanted::everything);
     const Diagnosis& diagnosis = module->diagnosis;
     if (faults == Faults::untold || diagnosis.intact()) {

@@ -12,10 +12,8 @@
 #include "calibration/owners.h"
 #include "calibration/packed/Handler.h"
 #include "cutter/imageRecord.h"
-#include "tools/files/Dump.h"
 #include "tools/files/Inputs.h"
 #include "tools/module/Findings.h"
-#include "tools/module/Layout.h"
 
 namespace calcut::module {
 

@@ -1,12 +1,10 @@
 #include "tools/module/Findings.h"
 
 #include <algorithm>
-#include <array>
 
 #include <fmt/format.h>
 
 #include "tools/module/Diagnosis.h"
-#include "tools/module/Layout.h"
 #include "tools/module/Names.h"
 #include "tools/text/Escape.h"
 

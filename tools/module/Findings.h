@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "calibration/packed/Refusal.h"
-#include "tools/files/Dump.h"
 #include "tools/module/Layout.h"
 
 namespace calcut::module {

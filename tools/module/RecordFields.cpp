@@ -5,7 +5,6 @@
 #include <cstring>
 #include <iterator>
 #include <type_traits>
-#include <utility>
 
 #include <fmt/format.h>
 

@@ -9,7 +9,6 @@
 #include <fmt/format.h>
 
 #include "calibration/packed/Block.h"
-#include "tools/module/Layout.h"
 
 namespace calcut::module {
 

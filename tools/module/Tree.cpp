@@ -8,7 +8,6 @@
 #include <variant>
 
 #include "calibration/packed/Block.h"
-#include "tools/module/Layout.h"
 #include "tools/module/Names.h"
 #include "tools/module/Stored.h"
 #include "tools/module/Tables.h"

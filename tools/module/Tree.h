@@ -2,11 +2,9 @@
 // docs/inspect-json.md describes every key.
 #pragma once
 
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "tools/module/Diagnosis.h"
 #include "tools/module/RecordFields.h"

@@ -7,7 +7,6 @@
 
 #include "calibration/packed/Block.h"
 #include "tools/module/Diagnosis.h"
-#include "tools/module/Layout.h"
 #include "tools/module/Names.h"
 #include "tools/module/TableMeasures.h"
 #include "tools/text/Escape.h"

@@ -9,7 +9,6 @@
 #include <fmt/format.h>
 
 #include "tools/module/Findings.h"
-#include "tools/module/Layout.h"
 #include "tools/text/Escape.h"
 
 namespace calcut::module {

@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "tools/module/Diagnosis.h"
-#include "tools/module/Layout.h"
 
 namespace calcut::plot {
 
