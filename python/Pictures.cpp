@@ -38,11 +38,11 @@ std::string compareJson(const Calibration& a, const Calibration& b,
     if (!a.about().record || !b.about().record) {
         throw py::value_error("one of them holds no calibration that reads");
     }
-    compare::Compared what;
+    compare::Tolerances tolerances;
     if (tolerance) {
-        what.tolerances.absolute[""] = *tolerance;
+        tolerances.absolute[""] = *tolerance;
     }
-    return text::jsonText(compare::treeOf({a.about(), b.about(), what.tolerances}, what));
+    return text::jsonText(compare::treeOf({a.about(), b.about(), tolerances}, {}));
 }
 
 Floats interpolate(const Floats& x, const Floats& y, const Floats& at) {

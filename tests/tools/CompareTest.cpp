@@ -26,13 +26,13 @@ module::Diagnosis diagnosisOf(const Bytes& file) {
 
 text::Json compared(const Bytes& a, const Bytes& b, const compare::Tolerances& tolerances = {}) {
     const module::Diagnosis ofA = diagnosisOf(a), ofB = diagnosisOf(b);
-    return compare::treeOf({ofA, ofB, tolerances}, {{"a", "b"}, tolerances});
+    return compare::treeOf({ofA, ofB, tolerances}, {"a", "b"});
 }
 
 std::string textOf(const Bytes& a, const Bytes& b, std::size_t width = 0,
                    const compare::Tolerances& tolerances = {}) {
     const module::Diagnosis ofA = diagnosisOf(a), ofB = diagnosisOf(b);
-    return compare::textOf({ofA, ofB, tolerances}, {{"a", "b"}, tolerances}, {width, nullptr});
+    return compare::textOf({ofA, ofB, tolerances}, {"a", "b"}, {width, nullptr});
 }
 
 Bytes packed(const Change& change, unsigned valueBits = 0) {

@@ -38,14 +38,14 @@ int compareTwo(const CompareOptions& options, DrawDifferences draw) {
     }
     const module::Diagnosis &a = modules[0]->diagnosis, &b = modules[1]->diagnosis;
     const Comparison comparison(a, b, options.tolerances);
-    const Compared what = {{options.paths[0], options.paths[1]}, options.tolerances};
+    const Pair<std::string> paths = {options.paths[0], options.paths[1]};
     if (drawn) {
         files::writeOutput(options.output, draw(a, b, options));
     }
     if (options.json) {
-        text::writeStdout(text::jsonText(treeOf(comparison, what), 2) + "\n");
+        text::writeStdout(text::jsonText(treeOf(comparison, paths), 2) + "\n");
     } else {
-        text::print(textOf(comparison, what, text::styleOfStdout()));
+        text::print(textOf(comparison, paths, text::styleOfStdout()));
     }
     text::finishStdout();
     return comparison.equal ? exitOk : exitFailed;

@@ -71,90 +71,72 @@ bool isOpaque(const vantric::BlockSighting& block) {
 
 // --------------------------------------------------------------------------------------- values --
 
-std::optional<double> numberOf(const module::Value& value) {
-    if (const auto* number = std::get_if<float>(&value)) {
-        return *number;
+/// Adds each single value of A and B. Integers, texts and what is missing must be equal.
+void addPairs(std::vector<ValuePair>& to, const std::string& name, const Pair<text::Json>& sides,
+              module::Shown shown, const module::Tolerance& tolerance) {
+    const auto& [a, b] = sides;
+    if (a.is_array() || b.is_array()) {
+        const auto at = [](const text::Json& list, std::size_t i) {
+            return list.is_array() && i < list.size() ? list[i] : text::Json();
+        };
+        for (std::size_t i = 0; i < std::max(a.size(), b.size()); ++i) {
+            addPairs(to, fmt::format("{}.{}", name, i), {at(a, i), at(b, i)}, module::Shown::plain,
+                     tolerance);
+        }
+        return;
     }
-    if (const auto* bits = std::get_if<module::FloatBits>(&value)) {
-        return bits->bits;
-    }
-    const auto* whole = std::get_if<std::int64_t>(&value);
-    return whole == nullptr ? std::nullopt : std::optional(static_cast<double>(*whole));
-}
-
-/// Integers, texts and what is missing must be equal.
-void judge(ValuePair& pair, const module::Tolerance& tolerance) {
-    const auto& [a, b] = pair.sides;
-    const auto numbers = std::pair(numberOf(a), numberOf(b));
-    if (numbers.first && numbers.second) {
-        const double difference = *numbers.second - *numbers.first;
+    ValuePair& pair = to.emplace_back(ValuePair{name, sides, shown});
+    if (a.is_number() && b.is_number()) {
+        const double difference = b.get<double>() - a.get<double>();
         pair.difference = std::isfinite(difference) ? std::optional(difference) : std::nullopt;
     }
-    const auto *one = std::get_if<float>(&a), *other = std::get_if<float>(&b);
-    pair.differs = one != nullptr && other != nullptr
-                       ? module::differs(*one, *other, tolerance)
-                       : a.index() != b.index() || textOf(a) != textOf(b);
+    pair.differs = a.is_number_float() && b.is_number_float()
+                       ? module::differs(a.get<float>(), b.get<float>(), tolerance)
+                       : a != b;
 }
 
-using NamedValue = std::pair<std::string, module::Value>;
-
-void addValues(std::vector<NamedValue>& to, std::span<const module::Field> fields,
-               const Diagnosis& about, bool ofLens, std::optional<unsigned> frequency = {}) {
-    for (const module::Field& field : fields) {
-        // What tables say already is left out.
-        const bool isLens = field.block == RX_BLOCK_LENS_PARAMETERS && !frequency;
-        const bool isMask = field.block == RX_BLOCK_MASK && !frequency;
-        if (*field.key == '\0' || isLens != ofLens || isMask) {
-            continue;
-        }
-        const std::string place = frequency ? fmt::format("frequencies.{}.", *frequency) : "";
-        const std::string group =
-            ofLens || *field.group == '\0' ? "" : std::string(field.group) + ".";
-        const std::string name = place + group + field.key;
-        const module::Value value = valueOf(field, about, frequency);
-        const std::vector<module::Value> elements = elementsOf(value);
-        for (std::size_t i = 0; i < elements.size(); ++i) {
-            to.emplace_back(isList(value) ? fmt::format("{}.{}", name, i) : name, elements[i]);
-        }
-    }
-}
-
-std::vector<NamedValue> lensOf(const Diagnosis& about) {
-    std::vector<NamedValue> values;
-    addValues(values, module::recordFields, about, true);
-    return values;
-}
-
-/// All other single values of a record by their path; frequencies go by their place in the format.
-std::vector<NamedValue> othersOf(const Diagnosis& about) {
-    std::vector<NamedValue> values;
-    addValues(values, module::recordFields, about, false);
-    for (const unsigned k : module::frequenciesOf(about)) {
-        addValues(values, module::frequencyFields, about, false, k);
-    }
-    addValues(values, module::straylightFields, about, false);
-    for (const module::Table& custom : module::customTablesOf(about)) {
-        values.emplace_back("custom." + custom.name.substr(custom.name.find('_') + 1),
-                            files::ByteView(custom.bytes));
-    }
-    return values;
-}
-
-std::vector<ValuePair> valuesOf(const std::vector<NamedValue>& a, const std::vector<NamedValue>& b,
-                                const module::Tolerance& tolerance) {
+/// The lens, or all other single values of both records by their path, but for what tables say
+/// already; frequencies go by their place in the format.
+std::vector<ValuePair> valuesOf(const Pair<const Diagnosis*>& sides, const std::string& kind,
+                                const Tolerances& tolerances) {
+    const bool ofLens = kind == "lens";
+    const module::Tolerance tolerance = tolerances.of(kind);
     std::vector<ValuePair> pairs;
-    std::map<std::string, std::size_t> places;
-    for (const std::size_t side : {0U, 1U}) {
-        for (const auto& [name, value] : side == 0 ? a : b) {
-            const auto [place, isNew] = places.try_emplace(name, pairs.size());
-            if (isNew) {
-                pairs.push_back({name});
+    const auto add = [&](std::span<const module::Field> fields, const std::string& place = "",
+                         std::optional<unsigned> frequency = {}) {
+        for (const module::Field& field : fields) {
+            const bool isLens = field.block == RX_BLOCK_LENS_PARAMETERS && !frequency;
+            const bool isMask = field.block == RX_BLOCK_MASK && !frequency;
+            if (*field.key != '\0' && isLens == ofLens && !isMask) {
+                const char* const dot = ofLens || *field.group == '\0' ? "" : ".";
+                addPairs(
+                    pairs,
+                    fmt::format("{}{}{}{}", place, *dot == '\0' ? "" : field.group, dot, field.key),
+                    {valueOf(field, *sides[0], frequency), valueOf(field, *sides[1], frequency)},
+                    field.shown, tolerance);
             }
-            pairs[place->second].sides.at(side) = value;
+        }
+    };
+    add(module::recordFields);
+    if (ofLens) {
+        return pairs;
+    }
+    for (unsigned k = 0; k < VANTRIC_FREQUENCIES; ++k) {
+        const std::uint32_t id = module::frequencyBlock(k, RX_FREQUENCY_ID);
+        if (sides[0]->wasRead(id) || sides[1]->wasRead(id)) {
+            add(module::frequencyFields, fmt::format("frequencies.{}.", k), k);
         }
     }
-    for (ValuePair& pair : pairs) {
-        judge(pair, tolerance);
+    add(module::straylightFields);
+    std::map<std::string, Pair<text::Json>> custom;
+    for (const std::size_t side : {0U, 1U}) {
+        for (const module::Table& table : module::customTablesOf(*sides.at(side))) {
+            custom[table.name].at(side) = text::hexText(table.bytes);
+        }
+    }
+    for (const auto& [name, fields] : custom) {
+        addPairs(pairs, "custom." + name.substr(name.find('_') + 1), fields, module::Shown::hex,
+                 tolerance);
     }
     return pairs;
 }
@@ -216,14 +198,15 @@ std::optional<std::string> addTolerance(std::map<std::string, double>& to,
     return std::nullopt;
 }
 
-Comparison::Comparison(const Diagnosis& a, const Diagnosis& b, const Tolerances& tolerances)
+Comparison::Comparison(const Diagnosis& a, const Diagnosis& b, Tolerances within)
     : sides{&a, &b},
+      tolerances(std::move(within)),
       tablesOf{module::tablesOf(a), module::tablesOf(b)},
       blocks(blocksOf(a, b)),
-      lens(valuesOf(lensOf(a), lensOf(b), tolerances.of("lens"))),
+      lens(valuesOf(sides, "lens", tolerances)),
       tables(pairsOf(tablesOf, tolerances)),
-      values(valuesOf(othersOf(a), othersOf(b), tolerances.of("values"))) {
-    const auto counts = [&tolerances](const BlockPair& block) {
+      values(valuesOf(sides, "values", tolerances)) {
+    const auto counts = [this](const BlockPair& block) {
         return block.differs && !(block.both() && tolerances.given() && !isOpaque(*block.sides[0]));
     };
     others = values.size();

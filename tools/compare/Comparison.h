@@ -43,7 +43,8 @@ struct BlockPair {
 
 struct ValuePair {
     std::string name;
-    Pair<module::Value> sides{};
+    Pair<text::Json> sides{};  ///< null where there is none
+    module::Shown shown = module::Shown::plain;
     std::optional<double> difference{};  ///< of numbers
     bool differs = false;
 };
@@ -62,6 +63,7 @@ struct TablePair {
 /// Points into both diagnoses, which have records.
 struct Comparison {
     Pair<const module::Diagnosis*> sides{};
+    Tolerances tolerances;
     Pair<std::vector<module::Table>> tablesOf;
     bool equal = false;
     std::vector<BlockPair> blocks;
@@ -70,8 +72,7 @@ struct Comparison {
     std::vector<ValuePair> values;  ///< of the others, those that differ
     std::size_t others = 0;
 
-    Comparison(const module::Diagnosis& a, const module::Diagnosis& b,
-               const Tolerances& tolerances);
+    Comparison(const module::Diagnosis& a, const module::Diagnosis& b, Tolerances tolerances);
     Comparison(const Comparison&) = delete;
     Comparison& operator=(const Comparison&) = delete;
     ~Comparison() = default;
@@ -80,16 +81,10 @@ struct Comparison {
 /// Rises when a key goes or changes its meaning; new keys do not count.
 inline constexpr int compareSchema = 1;
 
-/// What was compared: the paths of A and B as given, and the tolerances.
-struct Compared {
-    Pair<std::string> paths{};
-    Tolerances tolerances{};
-};
-
-text::Json treeOf(const Comparison& comparison, const Compared& what);
-
+// With the paths of A and B as given.
+text::Json treeOf(const Comparison& comparison, const Pair<std::string>& paths);
 /// Lines of text, the last one ended, too.
-std::string textOf(const Comparison& comparison, const Compared& what,
+std::string textOf(const Comparison& comparison, const Pair<std::string>& paths,
                    const text::TextStyle& style);
 
 }  // namespace calcut::compare

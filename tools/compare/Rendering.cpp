@@ -22,6 +22,19 @@ std::string numberText(double number) {
     return fmt::format("{:+.6g}", static_cast<float>(number));
 }
 
+/// Where the largest difference of a table is.
+struct Place {
+    std::uint64_t column, row;
+    std::string channel;  ///< empty for a table without
+};
+
+Place placeOf(const TablePair& pair) {
+    const module::Table& table = pair.known();
+    const std::uint64_t at = pair.difference.maxAt;
+    return {at / table.channels % table.columns, at / table.channels / table.columns,
+            module::channelName(table, static_cast<unsigned>(at % table.channels))};
+}
+
 // ----------------------------------------------------------------------------------------- JSON --
 
 text::Json moduleTree(const std::string& path, const module::Diagnosis& about) {
@@ -49,22 +62,21 @@ text::Json blockTree(const BlockPair& block) {
 }
 
 text::Json valueTree(const ValuePair& pair) {
-    return {{"a", module::jsonOf(pair.sides[0])},
-            {"b", module::jsonOf(pair.sides[1])},
+    return {{"a", pair.sides[0]},
+            {"b", pair.sides[1]},
             {"difference",
              orNull(pair.difference.has_value(), static_cast<float>(pair.difference.value_or(0)))}};
 }
 
 text::Json maxTree(const TablePair& pair) {
-    const module::Table &a = *pair.sides[0], &b = *pair.sides[1];
     const std::uint64_t at = pair.difference.maxAt;
-    const std::string channel = module::channelName(a, static_cast<unsigned>(at % a.channels));
+    const auto [column, row, channel] = placeOf(pair);
     return {{"difference", static_cast<float>(pair.difference.max)},
-            {"column", at / a.channels % a.columns},
-            {"row", at / a.channels / a.columns},
+            {"column", column},
+            {"row", row},
             {"channel", orNull(!channel.empty(), channel)},
-            {"a", a[at]},
-            {"b", b[at]}};
+            {"a", (*pair.sides[0])[at]},
+            {"b", (*pair.sides[1])[at]}};
 }
 
 text::Json tableTree(const TablePair& pair) {
@@ -106,7 +118,8 @@ std::string listed(const std::map<std::string, double>& tolerances) {
     return text;
 }
 
-std::string verdictOf(const Comparison& comparison, const Tolerances& tolerances) {
+std::string verdictOf(const Comparison& comparison) {
+    const Tolerances& tolerances = comparison.tolerances;
     std::string text = comparison.equal ? "equal" : "different";
     const char* lead = comparison.equal ? ", within " : ", not within ";
     if (!tolerances.absolute.empty()) {
@@ -127,19 +140,16 @@ void writeValues(text::Lines& out, const char* heading, const char* what,
     }
     out.heading(heading);
     const auto isText = [](const ValuePair& pair) {
-        return std::ranges::any_of(pair.sides, [](const module::Value& side) {
-            return std::holds_alternative<std::string>(side) ||
-                   std::holds_alternative<files::ByteView>(side);
-        });
+        return pair.sides[0].is_string() || pair.sides[1].is_string();
     };
-    const auto shown = [](const module::Value& side) {
-        const std::string text = module::textOf(side);
+    const auto shown = [](const ValuePair& pair, std::size_t side) {
+        const std::string text = module::textOf(pair.sides.at(side), pair.shown);
         return text.empty() ? missing : text;
     };
     std::vector<text::Row> rows;
     for (const ValuePair& pair : pairs) {
         if (!isText(pair)) {
-            rows.push_back({{pair.name, shown(pair.sides[0]), shown(pair.sides[1]),
+            rows.push_back({{pair.name, shown(pair, 0), shown(pair, 1),
                              pair.difference ? numberText(*pair.difference) : missing}});
         }
     }
@@ -150,8 +160,8 @@ void writeValues(text::Lines& out, const char* heading, const char* what,
     }
     for (const ValuePair& pair : pairs) {
         if (isText(pair)) {
-            out.item(pair.name, "A: " + shown(pair.sides[0]));
-            out.item("", "B: " + shown(pair.sides[1]));
+            out.item(pair.name, "A: " + shown(pair, 0));
+            out.item("", "B: " + shown(pair, 1));
         }
     }
 }
@@ -170,16 +180,13 @@ void writeTables(text::Lines& out, const std::vector<TablePair>& tables) {
             continue;
         }
         const module::TableDifference& of = pair.difference;
-        const std::uint64_t element = of.maxAt / table.channels;
-        const std::string channel =
-            module::channelName(table, static_cast<unsigned>(of.maxAt % table.channels));
+        const auto [column, row, channel] = placeOf(pair);
         const bool any = of.max != 0.0;
         rows.push_back(
             {{table.title, fmt::format("{} of {}", of.differing, of.elements),
               any ? fmt::format("{:+.4g}", static_cast<float>(of.mean)) : "0",
               fmt::format("{:.4g}", static_cast<float>(of.rms)), any ? numberText(of.max) : "0",
-              any ? fmt::format("column {}, row {}{}", element % table.columns,
-                                element / table.columns,
+              any ? fmt::format("column {}, row {}{}", column, row,
                                 channel.empty() ? "" : " (" + channel + ")")
                   : ""}});
         if (of.unmeasured != 0) {
@@ -226,13 +233,13 @@ void writeBlocks(text::Lines& out, const std::vector<BlockPair>& blocks) {
 
 }  // namespace
 
-text::Json treeOf(const Comparison& comparison, const Compared& what) {
-    const auto& [absolute, relative] = what.tolerances;
+text::Json treeOf(const Comparison& comparison, const Pair<std::string>& paths) {
+    const auto& [absolute, relative] = comparison.tolerances;
     const auto all = absolute.find("");
     text::Json tree = {
         {"schema", compareSchema},
-        {"a", moduleTree(what.paths[0], *comparison.sides[0])},
-        {"b", moduleTree(what.paths[1], *comparison.sides[1])},
+        {"a", moduleTree(paths[0], *comparison.sides[0])},
+        {"b", moduleTree(paths[1], *comparison.sides[1])},
         {"tolerance", all == absolute.end() ? text::Json() : text::Json(float(all->second))},
         {"tolerances", toleranceTree(absolute)},
         {"rtol", toleranceTree(relative)},
@@ -258,16 +265,16 @@ text::Json treeOf(const Comparison& comparison, const Compared& what) {
     return tree;
 }
 
-std::string textOf(const Comparison& comparison, const Compared& what,
+std::string textOf(const Comparison& comparison, const Pair<std::string>& paths,
                    const text::TextStyle& style) {
     text::Lines out(style);
-    const auto& [sides, tablesOf, equal, blocks, lens, tables, values, others] = comparison;
-    out.item("verdict", verdictOf(comparison, what.tolerances),
-             equal ? text::Colour::Green : text::Colour::Yellow);
+    const auto& [sides, tolerances, tablesOf, equal, blocks, lens, tables, values, others] =
+        comparison;
+    out.item("verdict", verdictOf(comparison), equal ? text::Colour::Green : text::Colour::Yellow);
     for (const std::size_t side : {0U, 1U}) {
         const module::Diagnosis& about = *sides.at(side);
         out.item(side == 0 ? "A" : "B",
-                 fmt::format("{} ({}, {} x {} pixels)", text::escapePath(what.paths.at(side)),
+                 fmt::format("{} ({}, {} x {} pixels)", text::escapePath(paths.at(side)),
                              about.layout.name, about.record->imagerArea.columns,
                              about.record->imagerArea.rows));
     }

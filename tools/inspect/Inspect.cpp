@@ -141,13 +141,12 @@ void writeFields(text::Lines& out, std::span<const module::Field> fields, const 
         bool isHex = false;
         do {
             const module::Field& field = fields[i++];
-            const module::Value value =
-                field.label == nullptr ? module::Value() : valueOf(field, about, frequency);
-            const std::string text = module::textOf(value);
-            isHex = isHex || std::holds_alternative<files::ByteView>(value);
-            line += text.empty() && !std::holds_alternative<std::string>(value)
-                        ? ""
-                        : field.lead + text + field.unit;
+            const text::Json value =
+                field.label == nullptr ? text::Json() : valueOf(field, about, frequency);
+            const std::string text = module::textOf(value, field.shown);
+            isHex = isHex || field.shown == module::Shown::hex;
+            line +=
+                text.empty() && (isHex || !value.is_string()) ? "" : field.lead + text + field.unit;
         } while (i < fields.size() && fields[i].label != nullptr && *fields[i].label == '\0');
         if (!line.empty()) {
             const std::string label = fmt::format(fmt::runtime(first.label), frequency.value_or(0));

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
-#include <iterator>
 #include <type_traits>
 
 #include <fmt/format.h>
@@ -20,41 +19,39 @@ using Record = VantricCalibration;
 using Frequency = VantricFrequencyRecord;
 
 template <class Member>
-Value single(Member member) {
-    if constexpr (std::is_same_v<Member, float>) {
-        return member;
-    } else if constexpr (std::is_same_v<Member, char*>) {
+text::Json single(Member member) {
+    if constexpr (std::is_same_v<Member, char*>) {
         // A text without terminator ends with its buffer.
         return text::escapeBytes({member, strnlen(member, VANTRIC_TEXT_BYTES)});
     } else {
-        return static_cast<std::int64_t>(member);
+        return member;
     }
 }
 
 template <auto Member>
-Value ofRecord(const Diagnosis& about, unsigned /*frequency*/) {
+text::Json ofRecord(const Diagnosis& about, unsigned /*frequency*/) {
     return single((*about.record).*Member);
 }
 
 template <auto Member>
-Value ofArea(const Diagnosis& about, unsigned /*frequency*/) {
+text::Json ofArea(const Diagnosis& about, unsigned /*frequency*/) {
     return single(about.record->imagerArea.*Member);
 }
 
 template <std::size_t Index>
-Value lens(const Diagnosis& about, unsigned /*frequency*/) {
+text::Json lens(const Diagnosis& about, unsigned /*frequency*/) {
     const float* lens = about.record->lensParameters;
-    return lens == nullptr ? Value() : Value(lens[Index]);
+    return lens == nullptr ? text::Json() : text::Json(lens[Index]);
 }
 
-Value idBytes(const Diagnosis& about, unsigned /*frequency*/) {
+text::Json idBytes(const Diagnosis& about, unsigned /*frequency*/) {
     const std::size_t size = std::min<std::size_t>(about.record->idBytesSize, VANTRIC_ID_BYTES);
-    return files::ByteView(about.record->idBytes,
-                           about.wasRead(RX_BLOCK_ID_BYTES) ? size : std::size_t{0});
+    return text::hexText(
+        {about.record->idBytes, about.wasRead(RX_BLOCK_ID_BYTES) ? size : std::size_t{0}});
 }
 
-Value idCodes(const Diagnosis& about, unsigned /*frequency*/) {
-    return Codes{about.record->idCode0, about.record->idCode1};
+text::Json idCodes(const Diagnosis& about, unsigned /*frequency*/) {
+    return {about.record->idCode0, about.record->idCode1};
 }
 
 // ----------------------------------------------------------------------------------------- mask --
@@ -73,36 +70,35 @@ std::int64_t zerosUpTo(const Diagnosis& about, std::uint64_t end) {
                            : std::int64_t{std::count(mask, mask + std::min(pixels(about), end), 0)};
 }
 
-Value allPixels(const Diagnosis& about, unsigned /*frequency*/) {
+text::Json allPixels(const Diagnosis& about, unsigned /*frequency*/) {
     return single(pixels(about));
 }
 
-Value masked(const Diagnosis& about, unsigned /*frequency*/) {
+text::Json masked(const Diagnosis& about, unsigned /*frequency*/) {
     return zerosUpTo(about, pixels(about));
 }
 
-Value maskedOfCut(const Diagnosis& about, unsigned /*frequency*/) {
+text::Json maskedOfCut(const Diagnosis& about, unsigned /*frequency*/) {
     return zerosUpTo(about, cutMaskPixels);
 }
 
-Value maskedOfCutIfOther(const Diagnosis& about, unsigned /*frequency*/) {
+text::Json maskedOfCutIfOther(const Diagnosis& about, unsigned /*frequency*/) {
     const std::int64_t ofCut = zerosUpTo(about, cutMaskPixels);
     const bool same = pixels(about) <= cutMaskPixels || ofCut == zerosUpTo(about, pixels(about));
-    return same ? Value() : Value(ofCut);
+    return same ? text::Json() : text::Json(ofCut);
 }
 
 // ---------------------------------------------------------------------------------- frequencies --
 
 template <auto Member>
-Value ofFrequency(const Diagnosis& about, unsigned frequency) {
+text::Json ofFrequency(const Diagnosis& about, unsigned frequency) {
     return single(about.record->frequencies[frequency].*Member);
 }
 
 template <auto Data, auto Count>
-Value values(const Diagnosis& about, unsigned frequency) {
+text::Json values(const Diagnosis& about, unsigned frequency) {
     const Frequency& of = about.record->frequencies[frequency];
-    return std::span<const float>(of.*Data,
-                                  std::min<std::size_t>(of.*Count, VANTRIC_FREQUENCY_VALUES));
+    return std::span(of.*Data, std::min<std::size_t>(of.*Count, VANTRIC_FREQUENCY_VALUES));
 }
 
 std::size_t entriesOf(const VantricWigglingTable& table) {
@@ -110,25 +106,25 @@ std::size_t entriesOf(const VantricWigglingTable& table) {
 }
 
 template <auto Table>
-Value header(const Diagnosis& about, unsigned frequency) {
-    return FloatBits{(about.record->frequencies[frequency].*Table).header};
+text::Json header(const Diagnosis& about, unsigned frequency) {
+    return (about.record->frequencies[frequency].*Table).header;
 }
 
 template <auto Table>
-Value entries(const Diagnosis& about, unsigned frequency) {
+text::Json entries(const Diagnosis& about, unsigned frequency) {
     return single(entriesOf(about.record->frequencies[frequency].*Table));
 }
 
 template <auto Table, auto Part>
-Value part(const Diagnosis& about, unsigned frequency) {
+text::Json part(const Diagnosis& about, unsigned frequency) {
     const VantricWigglingTable& table = about.record->frequencies[frequency].*Table;
-    return std::span(std::as_const(table.*Part), entriesOf(table));
+    return std::span(table.*Part, entriesOf(table));
 }
 
 // ----------------------------------------------------------------------------------- straylight --
 
 template <auto Points>
-Value profile(const Diagnosis& about, unsigned /*frequency*/) {
+text::Json profile(const Diagnosis& about, unsigned /*frequency*/) {
     // Making the PSF puts an origin point in front of the profile; shown are the file's.
     const Record& record = *about.record;
     const std::size_t points =
@@ -158,8 +154,8 @@ constexpr Field ofTheRecord[] = {
     {RX_BLOCK_DATE, "", "text0", "text 0", "\"", "\"", ofRecord<&Record::text0>},
     {RX_BLOCK_TEXT1, "", "text1", "text 1", "\"", "\"", ofRecord<&Record::text1>},
     {RX_BLOCK_TEXT2, "", "text2", "text 2", "\"", "\"", ofRecord<&Record::text2>},
-    {noBlock, "", "idBytes", "id bytes", "", "", idBytes},
-    {RX_BLOCK_ID_CODES, "", "idCodes", "id codes", "", "", idCodes},
+    {noBlock, "", "idBytes", "id bytes", "", "", idBytes, Shown::hex},
+    {RX_BLOCK_ID_CODES, "", "idCodes", "id codes", "", "", idCodes, Shown::codes},
     {RX_BLOCK_MASK, "", "maskedPixels", "masked pixels", "", "", masked},
     {RX_BLOCK_MASK, "", "", "", " of ", "", allPixels},
     {RX_BLOCK_MASK, "", "", "  as cut reports", "", "", maskedOfCutIfOther},
@@ -173,7 +169,8 @@ constexpr Field ofAFrequency[] = {
      values<&Frequency::valuesA, &Frequency::countA>},
     {RX_FREQUENCY_VALUES_B, "", "valuesB", "  values B", "", "",
      values<&Frequency::valuesB, &Frequency::countB>},
-    {WIGGLING_A, "wigglingA", "header", "  wiggling A", "header ", "", header<&Frequency::wigglingA>},
+    {WIGGLING_A, "wigglingA", "header", "  wiggling A", "header ", "",
+     header<&Frequency::wigglingA>, Shown::bits},
     {WIGGLING_A, "", "", "", ", entries: ", "", entries<&Frequency::wigglingA>},
     {WIGGLING_A, "wigglingA", "first", "    first", "", "",
      part<&Frequency::wigglingA, &VantricWigglingTable::first>},
@@ -181,7 +178,8 @@ constexpr Field ofAFrequency[] = {
      part<&Frequency::wigglingA, &VantricWigglingTable::second>},
     {WIGGLING_A, "wigglingA", "third", "    third", "", "",
      part<&Frequency::wigglingA, &VantricWigglingTable::third>},
-    {WIGGLING_B, "wigglingB", "header", "  wiggling B", "header ", "", header<&Frequency::wigglingB>},
+    {WIGGLING_B, "wigglingB", "header", "  wiggling B", "header ", "",
+     header<&Frequency::wigglingB>, Shown::bits},
     {WIGGLING_B, "", "", "", ", entries: ", "", entries<&Frequency::wigglingB>},
     {WIGGLING_B, "wigglingB", "first", "    first", "", "",
      part<&Frequency::wigglingB, &VantricWigglingTable::first>},
@@ -203,11 +201,6 @@ constexpr Field ofStraylight[] = {
 };
 // clang-format on
 
-template <class Held>
-constexpr bool isListOf =
-    std::is_same_v<Held, Codes> || std::is_same_v<Held, std::span<const float>> ||
-    std::is_same_v<Held, std::span<const std::uint32_t>>;
-
 }  // namespace
 
 const std::span<const Field> recordFields = ofTheRecord;
@@ -228,47 +221,34 @@ std::int64_t maskedByCut(const Diagnosis& about) {
     return zerosUpTo(about, cutMaskPixels);
 }
 
-Value valueOf(const Field& field, const Diagnosis& about, std::optional<unsigned> frequency) {
+text::Json valueOf(const Field& field, const Diagnosis& about, std::optional<unsigned> frequency) {
     const std::uint32_t block = frequency ? frequencyBlock(*frequency, field.block) : field.block;
     const bool isThere = field.block == noBlock || about.wasRead(block);
-    return isThere ? field.get(about, frequency.value_or(0)) : Value();
+    return isThere ? field.get(about, frequency.value_or(0)) : text::Json();
 }
 
-bool isList(const Value& value) {
-    return std::visit([]<class Held>(const Held&) { return isListOf<Held>; }, value);
-}
-
-std::vector<Value> elementsOf(const Value& value) {
-    const auto elements = []<class Held>(const Held& held) -> std::vector<Value> {
-        if constexpr (isListOf<Held>) {
-            std::vector<Value> list;
-            std::transform(held.begin(), held.end(), std::back_inserter(list),
-                           [](auto element) { return single(element); });
-            return list;
-        } else {
-            return {held};
+std::string textOf(const text::Json& value, Shown shown) {
+    std::string text;
+    if (value.is_null()) {
+        return text;
+    }
+    if (value.is_array()) {
+        for (const text::Json& element : value) {
+            text += (text.empty() ? "" : "  ") + textOf(element, shown);
         }
-    };
-    return std::visit(elements, value);
-}
-
-std::string textOf(const Value& value) {
-    const auto text = []<class Held>(const Held& held) -> std::string {
-        if constexpr (std::is_same_v<Held, std::monostate>) {
-            return {};
-        } else if constexpr (std::is_same_v<Held, FloatBits>) {
-            return fmt::format("{:#010x} ({})", held.bits, std::bit_cast<float>(held.bits));
-        } else if constexpr (std::is_same_v<Held, files::ByteView>) {
-            return text::hexText(held);
-        } else if constexpr (std::is_same_v<Held, Codes>) {
-            return fmt::format("{:#06x}", fmt::join(held, "  "));
-        } else if constexpr (isListOf<Held>) {
-            return fmt::format("{}", fmt::join(held, "  "));
-        } else {
-            return fmt::format("{}", held);
-        }
-    };
-    return std::visit(text, value);
+    } else if (value.is_string()) {
+        text = value.get<std::string>();
+    } else if (value.is_number_float()) {
+        text = fmt::format("{}", value.get<float>());
+    } else if (shown == Shown::codes) {
+        text = fmt::format("{:#06x}", value.get<std::uint16_t>());
+    } else if (shown == Shown::bits) {
+        const auto bits = value.get<std::uint32_t>();
+        text = fmt::format("{:#010x} ({})", bits, std::bit_cast<float>(bits));
+    } else {
+        text = value.dump();
+    }
+    return text;
 }
 
 }  // namespace calcut::module

@@ -1,28 +1,25 @@
-// What a decoded record holds, as one list: the JSON and the text of inspect, compare and the
-// Python package go through it, so that a field is added, named and left out in one place.
+// What a decoded record holds, as one list: the JSON and the text of inspect, and compare go through
+// it, so that a field is added, named and left out in one place.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
-#include <variant>
 #include <vector>
 
 #include "tools/module/Diagnosis.h"
+#include "tools/text/Json.h"
 
 namespace calcut::module {
 
-/// Bits of a float, shown in hexadecimal.
-struct FloatBits {
-    std::uint32_t bits;
+/// How people read a value.
+enum class Shown : std::uint8_t {
+    plain,  ///< numbers in decimal, a text as it is
+    hex,    ///< bytes, which are in hexadecimal already
+    codes,  ///< numbers of 16 bits in hexadecimal
+    bits    ///< the bits of a float in hexadecimal, and what they mean
 };
-using Codes = std::array<std::uint16_t, 2>;  ///< shown in hexadecimal, too
-
-/// What a field holds; spans point into the record, text is escaped. Not there: monostate.
-using Value = std::variant<std::monostate, std::int64_t, float, FloatBits, Codes, std::string,
-                           files::ByteView, std::span<const float>, std::span<const std::uint32_t>>;
 
 /// Stands for a field that has no block of its own.
 inline constexpr std::uint32_t noBlock = 0xFFFFFFFF;
@@ -34,7 +31,9 @@ struct Field {
     const char* label;  ///< begins a line of text; empty: goes on in the one before; null: no text
     const char* lead;   ///< what a line has in front of the value
     const char* unit;   ///< and behind it
-    Value (*get)(const Diagnosis& about, unsigned frequency);  ///< of a record with that block
+    /// Of a record with that block: a leaf or a list of numbers; null: not there.
+    text::Json (*get)(const Diagnosis& about, unsigned frequency);
+    Shown shown = Shown::plain;
 };
 
 // In the order of text and JSON.
@@ -49,13 +48,10 @@ std::vector<unsigned> frequenciesOf(const Diagnosis& about);
 std::int64_t maskedByCut(const Diagnosis& about);
 
 /// The value of a field; the diagnosis has a record.
-Value valueOf(const Field& field, const Diagnosis& about, std::optional<unsigned> frequency = {});
-
-bool isList(const Value& value);
-/// The single values of a list, or the value alone.
-std::vector<Value> elementsOf(const Value& value);
+text::Json valueOf(const Field& field, const Diagnosis& about,
+                   std::optional<unsigned> frequency = {});
 
 /// As people read it: a list with gaps, what is not there as nothing.
-std::string textOf(const Value& value);
+std::string textOf(const text::Json& value, Shown shown = Shown::plain);
 
 }  // namespace calcut::module

@@ -67,7 +67,7 @@ std::int32_t ordered(std::int32_t bits) {
 template <class Number>
 Range rangeOf(std::span<const Number> values) {
     const auto [low, high] = std::minmax_element(values.begin(), values.end());
-    return {std::int64_t{*low}, std::int64_t{*high}};
+    return {*low, *high};
 }
 
 Range rangeOf(std::span<const float> values) {

@@ -27,7 +27,7 @@ std::optional<files::ByteView> signatureOf(const Diagnosis& about);
 
 /// Of a block's decoded values.
 struct Range {
-    Value min, max;  ///< of those that are finite
+    text::Json min, max;  ///< of those that are finite; null without any
     std::uint64_t infinite = 0;
 };
 

@@ -1,11 +1,8 @@
 #include "tools/module/Tree.h"
 
 #include <algorithm>
-#include <cmath>
 #include <iterator>
 #include <span>
-#include <type_traits>
-#include <variant>
 
 #include "calibration/packed/Block.h"
 #include "tools/module/Names.h"
@@ -50,9 +47,7 @@ text::Json blockTree(const vantric::BlockSighting& block, const std::optional<Ra
     tree["payloadBytes"] = block.payloadSize;
     tree["range"] = nullptr;
     if (range) {
-        tree["range"] = {{"min", jsonOf(range->min)},
-                         {"max", jsonOf(range->max)},
-                         {"infinite", range->infinite}};
+        tree["range"] = {{"min", range->min}, {"max", range->max}, {"infinite", range->infinite}};
     }
     tree["outcome"] = outcomeName(block.outcome);
     return tree;
@@ -91,7 +86,7 @@ text::Json fieldsTree(std::span<const Field> fields, const Diagnosis& about,
         if (*field.key == '\0') {
             continue;
         }
-        const text::Json value = jsonOf(valueOf(field, about, frequency));
+        const text::Json value = valueOf(field, about, frequency);
         text::Json& place = *field.group == '\0' ? tree : tree[field.group];
         if (*field.group == '\0' || !value.is_null()) {
             place[field.key] = value;
@@ -127,8 +122,8 @@ text::Json storageTree(const RXBlockHeader& header) {
     return {{"kind", kindName(header.kind)},
             {"count", header.count},
             {"bits", orNull(vantric::isPacked(header.kind), header.bits)},
-            {"scale", orNull(fixedPoint, jsonOf(header.scale))},
-            {"valueOffset", orNull(fixedPoint, jsonOf(header.offset))}};
+            {"scale", orNull(fixedPoint, header.scale)},
+            {"valueOffset", orNull(fixedPoint, header.offset)}};
 }
 
 text::Json inspectTree(const Diagnosis& about, std::string_view path) {
@@ -166,30 +161,6 @@ text::Json recordTree(const Diagnosis& about) {
     }
     tree["customStatus"] = statusName(about.customStatus);
     return tree;
-}
-
-text::Json jsonOf(const Value& value) {
-    const auto json = []<class Held>(const Held& held) -> text::Json {
-        if constexpr (std::is_same_v<Held, std::monostate>) {
-            return nullptr;
-        } else if constexpr (std::is_same_v<Held, float>) {
-            return std::isinf(held) ? text::Json(held < 0 ? "-inf" : "inf") : text::Json(held);
-        } else if constexpr (std::is_same_v<Held, FloatBits>) {
-            return held.bits;
-        } else if constexpr (std::is_same_v<Held, files::ByteView>) {
-            return text::hexText(held);
-        } else {
-            return held;
-        }
-    };
-    if (!isList(value)) {
-        return std::visit(json, value);
-    }
-    text::Json list = text::Json::array();
-    for (const Value& element : elementsOf(value)) {
-        list.push_back(std::visit(json, element));
-    }
-    return list;
 }
 
 }  // namespace calcut::module

@@ -37,8 +37,4 @@ text::Json orNull(const std::optional<Value>& value) {
     return orNull(value.has_value(), value.value_or(Value{}));
 }
 
-/// A value as JSON has it. Infinities are "inf" and "-inf"; a NaN stays one, and is null once it is
-/// written.
-text::Json jsonOf(const Value& value);
-
 }  // namespace calcut::module

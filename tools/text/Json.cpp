@@ -1,18 +1,22 @@
 #include "tools/text/Json.h"
 
+#include <cmath>
+
 #include "tools/text/Escape.h"
 
 namespace calcut::text {
 
 namespace {
 
-void escapeStrings(Json& tree) {
+void makePrintable(Json& tree) {
     if (tree.is_string()) {
         auto& text = tree.get_ref<std::string&>();
         text = escapePath(text);
+    } else if (tree.is_number_float() && std::isinf(tree.get<float>())) {
+        tree = tree.get<float>() < 0 ? "-inf" : "inf";
     } else if (tree.is_structured()) {
         for (Json& element : tree) {
-            escapeStrings(element);
+            makePrintable(element);
         }
     }
 }
@@ -20,7 +24,7 @@ void escapeStrings(Json& tree) {
 }  // namespace
 
 std::string jsonText(Json tree, int indent) {
-    escapeStrings(tree);
+    makePrintable(tree);
     return tree.dump(indent, ' ', false, Json::error_handler_t::replace);
 }
 

@@ -15,7 +15,7 @@ using Json = nlohmann::basic_json<nlohmann::ordered_map, std::vector, std::strin
                                   std::int64_t, std::uint64_t, float>;
 
 /// A tree as it is printed, on one line without an indent below 0. Its strings are escaped as paths
-/// are.
+/// are; infinities become "inf" and "-inf", a NaN null.
 std::string jsonText(Json tree, int indent = -1);
 
 }  // namespace calcut::text
