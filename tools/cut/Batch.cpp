@@ -1,10 +1,4 @@
 // Many dumps at once.
-#include <sys/stat.h>
-
-#ifdef __GLIBC__
-#include <malloc.h>
-#endif
-
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
@@ -14,6 +8,10 @@
 #include <mutex>
 #include <optional>
 #include <thread>
+
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 
 #include <fmt/format.h>
 
@@ -295,10 +293,9 @@ void keepMemory() {
 }  // namespace
 
 int cutMany(const CutOptions& options) {
-    // Only the last step of the path: a mistyped parent is still an error.
-    constexpr mode_t everyone = 0777;
     if (!options.verify) {
-        (void)mkdir(options.out.c_str(), everyone);
+        // What keeps it from being made is told once the report has begun.
+        (void)files::makeDirectory(options.out);
     }
     Report report;
     std::vector<CutResult> inputs = gatherAndReport(options, report);

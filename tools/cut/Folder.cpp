@@ -1,7 +1,6 @@
 #include "tools/cut/Folder.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -50,9 +49,8 @@ class Staging {
   public:
     Staging(const std::string& dump, const std::string& parent) try
         : temporary_(parent, files::Temporary::Kind::Folder) {
-        constexpr mode_t everyone = 0777;
-        if (mkdir(fresh().c_str(), everyone) != 0) {
-            throw text::Refused(dump, text::errnoText(errno));
+        if (const int error = files::makeDirectory(fresh())) {
+            throw text::Refused(dump, text::errnoText(error));
         }
     } catch (const text::Refused& refused) {
         throw text::Refused(dump, "cannot write into {}: {}", text::escapePath(parent),
@@ -257,7 +255,8 @@ void cutInto(const TakenDump& taken, const std::string& directory, bool force, C
         }
         Moves moves(result.dump);
         try {
-            fs::create_directory(earlier);
+            text::check(files::makeDirectory(earlier), result.dump, "cannot write into {}",
+                        text::escapePath(directory));
             moves.move(directory, earlier);
             checkFiles(earlier, directory, result.dump, force);
             moves.move(staging.fresh(), directory);

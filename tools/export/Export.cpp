@@ -1,8 +1,6 @@
 #include "tools/export/Export.h"
 
-#include <filesystem>
 #include <map>
-#include <system_error>
 
 #include <fmt/format.h>
 
@@ -16,14 +14,8 @@ namespace calcut::exporting {
 namespace {
 
 void makeDirectory(const std::string& path) {
-    std::error_code error;
-    if (!std::filesystem::exists(path, error)) {
-        std::filesystem::create_directory(path, error);
-    } else if (!std::filesystem::is_directory(path, error)) {
-        error = std::make_error_code(std::errc::not_a_directory);
-    }
-    if (error) {
-        throw text::Refused(path, error.message());
+    if (const int error = files::makeDirectory(path)) {
+        throw text::Refused(path, text::errnoText(error));
     }
 }
 

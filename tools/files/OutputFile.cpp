@@ -135,6 +135,13 @@ void writeOutput(const std::string& path, std::string_view text) {
     }
 }
 
+int makeDirectory(const std::string& path) {
+    constexpr mode_t everyone = 0777;
+    const int error = mkdir(path.c_str(), everyone) == 0 ? 0 : errno;
+    std::error_code ignored;
+    return error != EEXIST ? error : fs::is_directory(path, ignored) ? 0 : ENOTDIR;
+}
+
 int writeAll(int descriptor, std::string_view text) {
     while (!text.empty()) {
         const ssize_t put = write(descriptor, text.data(), text.size());

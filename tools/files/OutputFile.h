@@ -44,6 +44,9 @@ inline void writeOutput(const std::string& path, std::span<const std::uint8_t> b
 /// Writes all of a text to a descriptor. Returns errno, or 0 for success.
 int writeAll(int descriptor, std::string_view text);
 
+/// Makes a directory unless it is there. Returns errno, or 0 for success.
+int makeDirectory(const std::string& path);
+
 /// Opens a file with these flags, without waiting for the reader of a pipe, and writes a text
 /// there. Returns errno, or 0 for success.
 int writeInto(const std::string& path, int flags, std::string_view text);
