@@ -145,9 +145,9 @@ int compareMany(const CompareOptions& options) {
         files::writeOutput(options.report, report);
     }
     if (options.report != "-") {
-        const std::string summary = fmt::format(
-            "{} dump{}: {} equal, {} different, {} not compared", inputs.size(),
-            inputs.size() == 1 ? "" : "s", equal, different, inputs.size() - rows.size());
+        const std::string summary = fmt::format("{}: {} equal, {} different, {} not compared",
+                                                text::counted(inputs.size(), "dump"), equal,
+                                                different, inputs.size() - rows.size());
         text::Lines out(text::styleOfStdout());
         constexpr std::size_t leastName = 12;
         out.table({{"file", false, 0, leastName},

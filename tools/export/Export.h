@@ -23,10 +23,7 @@ struct Subject {
     const std::string& source;
 };
 
-std::vector<File> npyFiles(const Subject& subject);
-std::vector<File> npzFiles(const Subject& subject);
-std::vector<File> csvFiles(const Subject& subject);
-std::vector<File> pgmFiles(const Subject& subject);
+// Formats of the lens alone.
 std::vector<File> opencvFiles(const Subject& subject);
 std::vector<File> rosFiles(const Subject& subject);
 std::vector<File> jsonFiles(const Subject& subject);
@@ -40,22 +37,7 @@ struct Format {
 };
 
 /// Of every table, then of the lens.
-inline constexpr Format formats[] = {
-    {"npy", "NumPy arrays (rows, columns), rays (rows, columns, 3), lists and custom fields (n,)",
-     npyFiles, nullptr},
-    {"npz", "the same arrays in one file, module.npz", npzFiles, nullptr},
-    {"csv", "a line for each row of the image; rays as three files, _x, _y and _z", csvFiles, ""},
-    {"pgm",
-     "grey pictures of 16 bits, that of the PSF logarithmic; a comment says which values "
-     "they mean",
-     pgmFiles, "P5\n"},
-    {"opencv-yaml",
-     "the lens for cv::FileStorage: camera_matrix and distortion_coefficients k1 k2 "
-     "p1 p2 k3, lengths in pixels",
-     opencvFiles, "%YAML:1.0\n---\n"},
-    {"ros-yaml", "the lens as camera_info.yaml of ROS, model plumb_bob", rosFiles, ""},
-    {"json", "the lens as lens.json, with the names of calcut inspect --json", jsonFiles, nullptr},
-};
+extern const std::span<const Format> formats;
 
 /// The files of a module, with a comment about the first fault in those that have comments.
 std::vector<File> filesOf(const Format& format, const Subject& subject);

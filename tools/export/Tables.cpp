@@ -30,8 +30,8 @@ std::string npyText(const module::Table& table) {
     // Magic, version and the header's length, then data at a multiple of 64.
     constexpr std::size_t before = 10;
     constexpr std::size_t alignment = 64;
-    header.resize((before + header.size() + alignment) / alignment * alignment - before - 1, ' ');
-    header += '\n';
+    const std::size_t end = (before + header.size() + alignment) / alignment * alignment;
+    header = fmt::format("{:<{}}\n", header, end - before - 1);
     std::string text("\x93NUMPY\x01\x00", 8);
     text += static_cast<char>(header.size() & 0xFF);
     text += static_cast<char>(header.size() >> 8);
@@ -157,8 +157,6 @@ std::vector<File> channelFiles(const module::Diagnosis& module, const char* endi
     return files;
 }
 
-}  // namespace
-
 std::vector<File> npyFiles(const Subject& subject) {
     std::vector<File> files;
     for (const module::Table& table : allTablesOf(subject.module)) {
@@ -178,5 +176,26 @@ std::vector<File> csvFiles(const Subject& subject) {
 std::vector<File> pgmFiles(const Subject& subject) {
     return channelFiles(subject.module, ".pgm", pgmText, false);
 }
+
+constexpr Format all[] = {
+    {"npy", "NumPy arrays (rows, columns), rays (rows, columns, 3), lists and custom fields (n,)",
+     npyFiles, nullptr},
+    {"npz", "the same arrays in one file, module.npz", npzFiles, nullptr},
+    {"csv", "a line for each row of the image; rays as three files, _x, _y and _z", csvFiles, ""},
+    {"pgm",
+     "grey pictures of 16 bits, that of the PSF logarithmic; a comment says which values "
+     "they mean",
+     pgmFiles, "P5\n"},
+    {"opencv-yaml",
+     "the lens for cv::FileStorage: camera_matrix and distortion_coefficients k1 k2 "
+     "p1 p2 k3, lengths in pixels",
+     opencvFiles, "%YAML:1.0\n---\n"},
+    {"ros-yaml", "the lens as camera_info.yaml of ROS, model plumb_bob", rosFiles, ""},
+    {"json", "the lens as lens.json, with the names of calcut inspect --json", jsonFiles, nullptr},
+};
+
+}  // namespace
+
+const std::span<const Format> formats = all;
 
 }  // namespace calcut::exporting

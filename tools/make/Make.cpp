@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
+#include <limits>
 #include <random>
 
 #include <fmt/format.h>
@@ -31,19 +32,21 @@ struct Made {
     unsigned tableBits = 0;
 };
 
-Made pack(const writer::Calibration& calibration, unsigned tableBits) {
-    return {writer::packCalibration(calibration, {.valueBits = tableBits}), tableBits};
-}
-
-// With the widest tables that fit when no width is asked for.
-Made packForImage(const image::Layout& layout, const MakeOptions& options,
-                  const writer::Calibration& calibration) {
-    const std::size_t room = layout.maxPayload - (options.signature ? layout.signatureArea : 0);
+/// In the widest tables that fit into the layout's payload when no width is asked for.
+Made pack(const MakeOptions& options, const writer::Calibration& calibration) {
+    const image::Layout* layout = layoutOf(options).image;
+    constexpr std::size_t endless = std::numeric_limits<std::size_t>::max() / 8;
+    const std::size_t area = layout != nullptr && options.signature ? layout->signatureArea : 0;
+    const std::size_t room = layout == nullptr ? endless : layout->maxPayload - area;
     const std::uint64_t values = calibration.mask.size() * (1 + calibration.frequencies.size());
-    const std::uint64_t widest = std::min(defaultTableBits, 8 * room / values);
-    Made made = pack(calibration, options.tableBits.value_or(widest));
-    while (!options.tableBits && made.bytes.size() > room && made.tableBits > 1) {
-        made = pack(calibration, made.tableBits - 1);
+    Made made;
+    made.tableBits = static_cast<unsigned>(
+        options.tableBits.value_or(std::min(defaultTableBits, 8 * room / values)));
+    for (;; --made.tableBits) {
+        made.bytes = writer::packCalibration(calibration, {.valueBits = made.tableBits});
+        if (made.bytes.size() <= room || options.tableBits || made.tableBits <= 1) {
+            break;
+        }
     }
     if (made.bytes.size() > room) {
         const std::string tooLarge =
@@ -51,12 +54,12 @@ Made packForImage(const image::Layout& layout, const MakeOptions& options,
                 ? fmt::format(
                       "the calibration takes {} bytes, a {} payload has room for {}; "
                       "leave --table-bits out to have a width chosen",
-                      made.bytes.size(), layout.title, room)
+                      made.bytes.size(), layout->title, room)
                 : fmt::format(
                       "the calibration of a {}x{} sensor with {} frequencies does not fit the "
                       "{} bytes of a {} payload at any width",
                       calibration.columns, calibration.rows, calibration.frequencies.size(), room,
-                      layout.title);
+                      layout->title);
         throw text::Refused(options.output, tooLarge);
     }
     return made;
@@ -80,13 +83,11 @@ writer::Bytes makeKorveline(const writer::Bytes& calibration, const MakeOptions&
 Made makeFile(const MakeOptions& options, const writer::Calibration& calibration) {
     // At the numbers of their layouts.
     constexpr std::array makers = {makeV7, makeKorveline};
-    const image::Layout* layout = layoutOf(options).image;
-    if (layout == nullptr) {
-        return pack(calibration, options.tableBits.value_or(defaultTableBits));
+    Made made = pack(options, calibration);
+    if (const image::Layout* layout = layoutOf(options).image) {
+        made.bytes = makers.at(static_cast<std::size_t>(layout->number))(made.bytes, options);
     }
-    const Made made = packForImage(*layout, options, calibration);
-    return {makers.at(static_cast<std::size_t>(layout->number))(made.bytes, options),
-            made.tableBits};
+    return made;
 }
 
 std::string describe(const MakeOptions& options, const writer::Calibration& calibration,
@@ -94,17 +95,16 @@ std::string describe(const MakeOptions& options, const writer::Calibration& cali
     const image::Layout* layout = layoutOf(options).image;
     const bool narrowed = !options.tableBits && made.tableBits < defaultTableBits;
     const std::size_t frequencies = calibration.frequencies.size();
-    const std::size_t custom = calibration.custom.size();
     return fmt::format(
-        "{}: {}, {} bytes: {} x {} pixels, {} frequenc{}, tables of {}{}, {}straylight, {} custom "
-        "block{}{}, seed {}\n",
+        "{}: {}, {} bytes: {} x {} pixels, {} frequenc{}, tables of {}{}, {}straylight, {}{}, "
+        "seed {}\n",
         options.output == "-" ? "standard output" : text::escapePath(options.output),
         layout == nullptr ? "packed calibration" : layout->title + std::string(" dump"),
         made.bytes.size(), calibration.columns, calibration.rows, frequencies,
         frequencies == 1 ? "y" : "ies",
         made.tableBits == 0 ? "plain floats" : fmt::format("{} bits", made.tableBits),
-        narrowed ? " (the widest that fit)" : "", calibration.straylight ? "" : "no ", custom,
-        custom == 1 ? "" : "s",
+        narrowed ? " (the widest that fit)" : "", calibration.straylight ? "" : "no ",
+        text::counted(calibration.custom.size(), "custom block"),
         options.signature ? fmt::format(", signature of {} bytes", *options.signature) : "",
         options.content.seed);
 }

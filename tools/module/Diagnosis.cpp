@@ -209,6 +209,14 @@ const vantric::BlockSighting* Diagnosis::readBlock(std::uint32_t id) const {
     return found == blocks.end() ? nullptr : &*found;
 }
 
+files::ByteView Diagnosis::mask() const {
+    // There may be no memory for a mask.
+    if (!record || record->pixelMask == nullptr) {
+        return {};
+    }
+    return {record->pixelMask, std::size_t{record->imagerArea.columns} * record->imagerArea.rows};
+}
+
 std::uint64_t Diagnosis::trailingBytes() const {
     if (!endMarker) {
         return 0;

@@ -55,6 +55,8 @@ struct Diagnosis {
     /// The block with that id that was decoded into the record, or null.
     [[nodiscard]] const vantric::BlockSighting* readBlock(std::uint32_t id) const;
     [[nodiscard]] bool wasRead(std::uint32_t id) const { return readBlock(id) != nullptr; }
+    /// The mask of the record; empty where there is none.
+    [[nodiscard]] files::ByteView mask() const;
     /// Bytes behind the end marker, the signature area not counted.
     [[nodiscard]] std::uint64_t trailingBytes() const;
 };

@@ -9,6 +9,7 @@
 
 #include "calcut/cutter.h"
 #include "tools/module/Names.h"
+#include "tools/module/TableMeasures.h"
 #include "tools/text/Escape.h"
 
 namespace calcut::module {
@@ -64,10 +65,9 @@ std::uint64_t pixels(const Diagnosis& about) {
 }
 
 std::int64_t zerosUpTo(const Diagnosis& about, std::uint64_t end) {
-    const std::uint8_t* mask = about.record->pixelMask;
-    // There may be no memory for a mask.
-    return mask == nullptr ? 0
-                           : std::int64_t{std::count(mask, mask + std::min(pixels(about), end), 0)};
+    const files::ByteView mask = about.mask();
+    return static_cast<std::int64_t>(
+        countMasked(mask.first(std::min<std::uint64_t>(mask.size(), end))));
 }
 
 text::Json allPixels(const Diagnosis& about, unsigned /*frequency*/) {

@@ -1,5 +1,5 @@
-// What a decoded record holds, as one list: the JSON and the text of inspect, and compare go through
-// it, so that a field is added, named and left out in one place.
+// What a decoded record holds, as one list: the JSON and the text of inspect, and compare go
+// through it, so that a field is added, named and left out in one place.
 #pragma once
 
 #include <cstdint>

@@ -26,23 +26,13 @@ std::vector<ImageField> imageFieldsOf(const Diagnosis& about) {
         for (std::size_t i = bytes.size(); i-- > 0;) {
             number = number << 8 | bytes[i];
         }
-        fields.push_back({field, bytes, number, ""});
-        std::string& text = fields.back().text;
-        switch (format) {
-            case image::Format::decimal:
-                text = fmt::to_string(number);
-                continue;
-            case image::Format::hexadecimal:
-                text = fmt::format("0x{:0{}x}", number, 2 * field.size);
-                continue;
-            case image::Format::text:
-                text = quotedBytes(bytes);
-                break;
-            case image::Format::bytes:
-                text = fmt::format("{:02x}", fmt::join(bytes, " "));
-                break;
-        }
-        fields.back().number.reset();
+        const bool isText = format == image::Format::text, isBytes = format == image::Format::bytes;
+        fields.push_back({field, bytes, isText || isBytes ? std::nullopt : std::optional(number),
+                          isText    ? quotedBytes(bytes)
+                          : isBytes ? fmt::format("{:02x}", fmt::join(bytes, " "))
+                          : format == image::Format::decimal
+                              ? fmt::to_string(number)
+                              : fmt::format("0x{:0{}x}", number, 2 * field.size)});
     }
     return fields;
 }

@@ -31,8 +31,7 @@ std::vector<Table> tablesOf(const Diagnosis& about) {
     };
     const auto [columnOfSensor, rowOfSensor, columns, rows] = record.imagerArea;
     if (about.wasRead(RX_BLOCK_MASK)) {
-        const std::size_t pixels = std::size_t{columns} * rows;
-        tables.push_back({"mask", "mask", columns, rows, 1, {record.pixelMask, pixels}});
+        tables.push_back({"mask", "mask", columns, rows, 1, about.mask()});
     }
     if (about.wasRead(RX_BLOCK_PIXEL_VALUES)) {
         add("pixel_values", "pixel values", columns, rows, record.pixelValues);

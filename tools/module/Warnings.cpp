@@ -15,10 +15,6 @@ namespace calcut::module {
 
 namespace {
 
-std::span<const std::uint8_t> maskOf(const VantricCalibration& record) {
-    return {record.pixelMask, std::size_t{record.imagerArea.columns} * record.imagerArea.rows};
-}
-
 // docs/inspect-json.md lists the limits.
 constexpr double mostFocalRatio = 1.25;
 constexpr std::size_t mostRegionPixels = 64;
@@ -99,10 +95,10 @@ void lookAtLens(Diagnosis& dump) {
 
 void lookAtMask(Diagnosis& dump) {
     const vantric::BlockSighting* block = dump.readBlock(RX_BLOCK_MASK);
-    if (block == nullptr || dump.record->pixelMask == nullptr) {
+    const files::ByteView mask = dump.mask();
+    if (block == nullptr) {
         return;
     }
-    const std::span mask = maskOf(*dump.record);
     const std::size_t masked = countMasked(mask);
     if (2 * masked > mask.size()) {
         const bool all = masked == mask.size();
@@ -167,10 +163,10 @@ void lookAtEnd(Diagnosis& dump) {
 void lookAtTable(const Diagnosis& dump, std::uint32_t blockId, const float* values,
                  std::vector<Finding>& warnings) {
     const vantric::BlockSighting* block = dump.readBlock(blockId);
-    if (block == nullptr || values == nullptr || dump.record->pixelMask == nullptr) {
+    const files::ByteView mask = dump.mask();
+    if (block == nullptr || values == nullptr || mask.empty()) {
         return;
     }
-    const std::span mask = maskOf(*dump.record);
     const std::uint32_t columns = dump.record->imagerArea.columns;
     const TableMeasures measured = measure({values, mask.size()}, mask, columns);
     const auto warn = [&](const char* name, const char* what, const std::string& expected,

@@ -44,8 +44,7 @@ bool looksLikeLensFile(files::ByteView file) {
            values[VANTRIC_LENS_FX] >= 1.0F && values[VANTRIC_LENS_FY] >= 1.0F;
 }
 
-// ----------------------------------------------------------------------------------- other forms
-// --
+// --------------------------------------------------------------------------------- other forms --
 
 bool areHex(std::string_view text) {
     return std::ranges::all_of(text, [](unsigned char c) { return std::isxdigit(c) != 0; });
@@ -144,31 +143,35 @@ Finding wrongMagic(files::ByteView file, const Layout& layout) {
         }
     }
     const std::string seen = quotedBytes(file.first(std::min(size, file.size())));
+    const auto tell = [&wanted](const char* name, const char* what, const std::string& found,
+                                const std::string& advice, std::uint64_t offset = 0) {
+        return Finding{name, what, wanted, found, advice, offset};
+    };
     if (isBlank(file)) {
-        return {"blank", "the file is blank", wanted, fmt::format("{:#04x} in every byte", file[0]),
-                "the part is empty or was not connected: read it again"};
+        return tell("blank", "the file is blank", fmt::format("{:#04x} in every byte", file[0]),
+                    "the part is empty or was not connected: read it again");
     }
     if (const Layout own = classify(file); own != Layout::Unknown) {
-        return {"wrong-layout", "wrong magic", wanted, quoted(own),
-                "the file names its own layout: leave --layout out"};
+        return tell("wrong-layout", "wrong magic", quoted(own),
+                    "the file names its own layout: leave --layout out");
     }
     const std::string_view text(reinterpret_cast<const char*>(file.data()), file.size());
     for (const Form& form : forms) {
         if (form.isOf(text)) {
-            return {form.name, "the file is not the dump itself", wanted, form.what,
-                    fmt::format("turn it into the dump: {}", form.command)};
+            return tell(form.name, "the file is not the dump itself", form.what,
+                        fmt::format("turn it into the dump: {}", form.command));
         }
     }
     for (const auto& [group, name, what] :
-         {std::tuple{2, "swapped-pairs", "bytes are swapped in pairs"},
-          std::tuple{4, "swapped-words", "bytes are swapped in 32-bit words"}}) {
-        if (classify(swappedStart(file, static_cast<std::size_t>(group))) != Layout::Unknown) {
-            return {name, what, wanted, seen, fmt::format("read it with --swap {}", group)};
+         {std::tuple{2U, "swapped-pairs", "bytes are swapped in pairs"},
+          std::tuple{4U, "swapped-words", "bytes are swapped in 32-bit words"}}) {
+        if (classify(swappedStart(file, group)) != Layout::Unknown) {
+            return tell(name, what, seen, fmt::format("read it with --swap {}", group));
         }
     }
     if (looksLikeLensFile(file)) {
-        return {"lens-file", "a file that a cut has written, lensdata.dat", wanted,
-                "nine lens parameters", "give the dump that it was cut from"};
+        return tell("lens-file", "a file that a cut has written, lensdata.dat",
+                    "nine lens parameters", "give the dump that it was cut from");
     }
     const std::uint64_t damaged = damagedByte(file, layout);
     for (const Layout& known : knownLayouts()) {
@@ -177,33 +180,21 @@ Finding wrongMagic(files::ByteView file, const Layout& layout) {
             continue;
         }
         if (known.image == nullptr) {
-            return {"calibration-inside",
-                    "unknown magic",
-                    wanted,
-                    fmt::format("{}; but a packed calibration begins at byte {}", seen, offset),
-                    "the image's header is damaged or of another layout: read the part again",
-                    damaged};
+            return tell("calibration-inside", "unknown magic",
+                        fmt::format("{}; but a packed calibration begins at byte {}", seen, offset),
+                        "the image's header is damaged or of another layout: read the part again",
+                        damaged);
         }
-        return {"bytes-before-image",
-                "the image does not begin with the file",
-                quoted(known) + " at byte 0",
-                fmt::format("it at byte {}", offset),
-                fmt::format("read it with --skip {}", offset),
-                offset};
+        wanted = quoted(known) + " at byte 0";
+        return tell("bytes-before-image", "the image does not begin with the file",
+                    fmt::format("it at byte {}", offset),
+                    fmt::format("read it with --skip {}", offset), offset);
     }
-    return unknown
-               ? Finding{"unknown-magic",
-                         "unknown magic",
-                         wanted,
-                         seen,
-                         "name the --layout if you know it, else read the part again",
-                         damaged}
-               : Finding{"magic",
-                         "wrong magic",
-                         wanted,
-                         seen,
-                         "leave --layout out if this is another layout, else read the part again",
-                         damaged};
+    return unknown ? tell("unknown-magic", "unknown magic", seen,
+                          "name the --layout if you know it, else read the part again", damaged)
+                   : tell("magic", "wrong magic", seen,
+                          "leave --layout out if this is another layout, else read the part again",
+                          damaged);
 }
 
 }  // namespace calcut::module

@@ -96,8 +96,8 @@ std::string hexText(std::span<const std::uint8_t> bytes) {
     return fmt::format("{:02x}", fmt::join(bytes, ""));
 }
 
-std::string byteCount(std::uint64_t count) {
-    return fmt::format("{} byte{}", count, count == 1 ? "" : "s");
+std::string counted(std::uint64_t count, std::string_view what) {
+    return fmt::format("{} {}{}", count, what, count == 1 ? "" : "s");
 }
 
 }  // namespace calcut::text

@@ -27,7 +27,10 @@ std::string csvField(std::string_view text);
 /// Lower case hexadecimal, two digits a byte.
 std::string hexText(std::span<const std::uint8_t> bytes);
 
-/// "1 byte", "2 bytes"
-std::string byteCount(std::uint64_t count);
+/// "1 dump", "2 dumps"
+std::string counted(std::uint64_t count, std::string_view what);
+inline std::string byteCount(std::uint64_t count) {
+    return counted(count, "byte");
+}
 
 }  // namespace calcut::text
