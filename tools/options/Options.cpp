@@ -287,7 +287,7 @@ void addSubcommand(CLI::App& app, Request& request, const Help& help,
     const auto options = std::make_shared<Options>();
     addOptions(*command, *options);
     addTerminalOptions(*command, request.terminal);
-    command->callback([&request, &help, options, run] {
+    command->callback([&, options, run] {
         if constexpr (requires { usageFault(*options); }) {
             if (const auto fault = usageFault(*options)) {
                 throw CLI::ValidationError(help.name, *fault);
