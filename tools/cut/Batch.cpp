@@ -172,6 +172,7 @@ class Batch {
         // What is longer than the room that was reserved may find no memory, either.
         try {
             result.reason = text::reasonOf(error);
+            requireRoom();
             result.earlierCut =
                 !options_.verify && !result.folder.empty() && isCutOf(result.folder, result.source);
             result.reason += result.earlierCut ? earlierCutIn(result.folder) : "";
@@ -247,6 +248,7 @@ class Batch {
             while (end < results_.size() && finished_[end]) {
                 ++end;
             }
+            requireRoom();
             report(end);
             if (text::terminal().verbosity == text::Verbosity::Verbose) {
                 progress_.clear();

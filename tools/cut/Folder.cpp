@@ -283,6 +283,7 @@ void cutToFolder(const TakenDump& taken, std::span<const files::FileIdentity> re
     if (typeOf(result.folder) == fs::file_type::directory) {
         lock.emplace(result.folder);
     }
+    requireRoom();
     const text::Json note = noteOf(taken, result);
     const text::Json found = noteIn(result.folder);
     const bool sameDump = agree(found, note, {"schema", "bytes", "crc32", "layout"});

@@ -55,8 +55,8 @@ std::vector<StackFile> filesOf(const module::Diagnosis& found) {
     return files;
 }
 
-/// The library ends the process where its small allocations fail. With so much room, only large
-/// ones do, and those throw.
+}  // namespace
+
 void requireRoom() {
     constexpr std::size_t room = std::size_t{32} << 20;
     void* space = mmap(nullptr, room, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
@@ -65,8 +65,6 @@ void requireRoom() {
     }
     (void)munmap(space, room);
 }
-
-}  // namespace
 
 std::string crcText(std::uint32_t crc) {
     return fmt::format("{:#010x}", crc);

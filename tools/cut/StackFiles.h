@@ -77,6 +77,10 @@ struct TakenDump {
     std::vector<StackFile> files;  ///< views of the module
 };
 
+/// Throws bad_alloc where little memory is left. The calibration library and that of JSON end the
+/// process when a small allocation fails; with so much room, only large ones do, and those throw.
+void requireRoom();
+
 /// Loads a dump and looks at it, and stores what was found out in result. Throws Refused when it
 /// cannot be cut; result has the fault when there is one.
 TakenDump takeDump(const std::string& path, const CutOptions& options, CutResult& result);
