@@ -279,8 +279,9 @@ def test_a_run_that_is_ended(fleet_of_dumps, tmp_path, how):
     os.mkfifo(tmp_path / "progress")
     (tmp_path / "far.csv").write_text("row,path,column,value,median,score\n")
     script = f"""
-import os, sys
+import os, signal, sys
 from calcut import _files, fleet
+signal.signal(signal.SIGINT, signal.default_int_handler)  # a shell's background jobs ignore it
 class Told(_files.Progress):
     def __call__(self, done, total):
         open({str(tmp_path / 'progress')!r}, "w").write(str(done))
@@ -317,15 +318,18 @@ def test_pages(line, line_table, fleet_of_dumps, tmp_path):
     pytest.importorskip("xarray")
     odd = tmp_path / "$\\frac{$.eeprom"
     shutil.copy(next(iter(line[1])), odd)
-    table = line_table.copy()
+    # Some of each kind of measure: a page of distributions and a bit.
+    kept = [*fleet.LENS, "masked_pixels", "psf_max", "pixel_values_region", "frequency0_single", "frequency2_column_stripe"]
+    table = line_table[:60].copy()
     table.loc[3, "path"] = "a\udcff\u202eb$"
     table.loc[4, ["k1", "cx", "psf_max"]] = [np.inf, -np.inf, np.inf]
     table = pd.concat([table, fleet.summarise([odd, *fleet_of_dumps[:20]])])
+    table[[name for name in fleet.MEASURES if name not in kept]] = np.nan
     for name, start in (("a.pdf", b"%PDF"), ("b.png", b"\x89PNG"), ("c.svg", b"<?xml")):
         fleet.plot(table, tmp_path / name)
         assert (tmp_path / name).read_bytes().startswith(start)
-    pages = (tmp_path / "a.pdf").read_bytes().count(b"/Type /Page ")
-    assert pages > 10
+    # Counts, scores, and of distributions 2, of control charts 3, of populations 2, of the worst modules 2.
+    assert (tmp_path / "a.pdf").read_bytes().count(b"/Type /Page ") == 11
     before = (tmp_path / "c.svg").read_bytes()
     fleet.plot(table, tmp_path / "c.svg")
     assert (tmp_path / "c.svg").read_bytes() == before
