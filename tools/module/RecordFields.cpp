@@ -1,6 +1,7 @@
 #include "tools/module/RecordFields.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstring>
 #include <type_traits>
@@ -135,13 +136,26 @@ text::Json profile(const Diagnosis& about, unsigned /*frequency*/) {
 
 // ------------------------------------------------------------------------------------ the lists --
 
-constexpr std::uint32_t LENS = RX_BLOCK_LENS_PARAMETERS, LIGHT = RX_BLOCK_STRAYLIGHT,
-                        WIGGLING_A = RX_FREQUENCY_WIGGLING_A, WIGGLING_B = RX_FREQUENCY_WIGGLING_B;
+constexpr std::uint32_t LENS = RX_BLOCK_LENS_PARAMETERS, LIGHT = RX_BLOCK_STRAYLIGHT;
 
 template <std::size_t Index>
 constexpr Field lensField(const char* unit) {
     return {LENS, "lens", lensNames[Index], lensNames[Index], "", unit, lens<Index>};
 }
+
+template <auto Table>
+constexpr std::array<Field, 5> wiggling(std::uint32_t block, const char* group, const char* label) {
+    using Parts = VantricWigglingTable;
+    return {{{block, group, "header", label, "header ", "", header<Table>, Shown::bits},
+             {block, "", "", "", ", entries: ", "", entries<Table>},
+             {block, group, "first", "    first", "", "", part<Table, &Parts::first>},
+             {block, group, "second", "    second", "", "", part<Table, &Parts::second>},
+             {block, group, "third", "    third", "", "", part<Table, &Parts::third>}}};
+}
+constexpr auto ofA =
+    wiggling<&Frequency::wigglingA>(RX_FREQUENCY_WIGGLING_A, "wigglingA", "  wiggling A");
+constexpr auto ofB =
+    wiggling<&Frequency::wigglingB>(RX_FREQUENCY_WIGGLING_B, "wigglingB", "  wiggling B");
 
 // clang-format off
 constexpr Field ofTheRecord[] = {
@@ -169,24 +183,7 @@ constexpr Field ofAFrequency[] = {
      values<&Frequency::valuesA, &Frequency::countA>},
     {RX_FREQUENCY_VALUES_B, "", "valuesB", "  values B", "", "",
      values<&Frequency::valuesB, &Frequency::countB>},
-    {WIGGLING_A, "wigglingA", "header", "  wiggling A", "header ", "",
-     header<&Frequency::wigglingA>, Shown::bits},
-    {WIGGLING_A, "", "", "", ", entries: ", "", entries<&Frequency::wigglingA>},
-    {WIGGLING_A, "wigglingA", "first", "    first", "", "",
-     part<&Frequency::wigglingA, &VantricWigglingTable::first>},
-    {WIGGLING_A, "wigglingA", "second", "    second", "", "",
-     part<&Frequency::wigglingA, &VantricWigglingTable::second>},
-    {WIGGLING_A, "wigglingA", "third", "    third", "", "",
-     part<&Frequency::wigglingA, &VantricWigglingTable::third>},
-    {WIGGLING_B, "wigglingB", "header", "  wiggling B", "header ", "",
-     header<&Frequency::wigglingB>, Shown::bits},
-    {WIGGLING_B, "", "", "", ", entries: ", "", entries<&Frequency::wigglingB>},
-    {WIGGLING_B, "wigglingB", "first", "    first", "", "",
-     part<&Frequency::wigglingB, &VantricWigglingTable::first>},
-    {WIGGLING_B, "wigglingB", "second", "    second", "", "",
-     part<&Frequency::wigglingB, &VantricWigglingTable::second>},
-    {WIGGLING_B, "wigglingB", "third", "    third", "", "",
-     part<&Frequency::wigglingB, &VantricWigglingTable::third>},
+    ofA[0], ofA[1], ofA[2], ofA[3], ofA[4], ofB[0], ofB[1], ofB[2], ofB[3], ofB[4],
 };
 
 constexpr Field ofStraylight[] = {

@@ -134,13 +134,7 @@ std::vector<files::Input> inputsOf(const PlotOptions& options) {
     return files::gatherInputs(sources);
 }
 
-}  // namespace
-
-bool isPictureName(const std::string& name) {
-    const std::string kind = kindOf(name);
-    return kind == ".png" || kind == ".svg" || kind == ".pdf";
-}
-
+/// The picture of each input. Several inputs can be drawn into one file only where it has pages.
 std::vector<std::string> pictureNames(const PlotOptions& options) {
     std::vector<std::string> names;
     std::map<std::string, std::string> inputOf;
@@ -156,6 +150,13 @@ std::vector<std::string> pictureNames(const PlotOptions& options) {
         names.push_back(name);
     }
     return names;
+}
+
+}  // namespace
+
+bool isPictureName(const std::string& name) {
+    const std::string kind = kindOf(name);
+    return kind == ".png" || kind == ".svg" || kind == ".pdf";
 }
 
 int runPlot(const PlotOptions& given) {

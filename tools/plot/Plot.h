@@ -26,10 +26,6 @@ struct PlotOptions {
 /// Whether a picture can have this name.
 bool isPictureName(const std::string& name);
 
-/// The picture of each input. Throws Refused where several inputs would be drawn into one file
-/// that has no pages.
-std::vector<std::string> pictureNames(const PlotOptions& options);
-
 /// Draws the sheets: becomes the program calcut-plot. Returns only by throwing Refused.
 int runPlot(const PlotOptions& options);
 
