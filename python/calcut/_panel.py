@@ -150,18 +150,6 @@ def text_width(text: str, size: float = 11.5, bold: bool = False) -> float:
     return float(font.get_width_height()[0]) / 64
 
 
-def wrapped(text: str, most: float, size: float, bold: bool = False) -> List[str]:
-    """The text in lines no wider than most, broken at spaces."""
-    lines = [""]
-    for word in text.split():
-        longer = f"{lines[-1]} {word}".lstrip()
-        if text_width(longer, size, bold) <= most or not lines[-1]:
-            lines[-1] = longer
-        else:
-            lines.append(word)
-    return lines
-
-
 def widest(labels: Sequence[str]) -> float:
     return max(map(text_width, labels), default=0.0)
 

@@ -8,6 +8,7 @@ from __future__ import annotations
 
 import json
 import os
+import textwrap
 from functools import partial
 from typing import Any, Callable, Dict, List, Optional, Sequence, Tuple
 
@@ -18,7 +19,7 @@ import calcut
 from . import _calcut
 from ._maps import OFFSETS, centred, draw_map, draw_mask, draw_psf, draw_rays, draw_rest, draw_table
 from ._panel import (CURVE, DIVERGING, DPI, FAULT, HEIGHT, INK, MOST_RINGS, PIXELS, QUIET, SEQUENTIAL, STYLE, WIDTH, Array,
-                     Box, Cell, Figure, around, matplotlib, statistics, uncollected, wrapped)
+                     Box, Cell, Figure, around, matplotlib, statistics, uncollected)
 
 Panel = Callable[[Cell], None]
 
@@ -109,7 +110,7 @@ def _summary(cell: Cell, module: Any, tree: Dict[str, Any], name: str) -> None:
     found = [*module.faults, *module.warnings]
     for each in found[:6]:
         place = f"{each.what} at byte {each.offset}"
-        lines += [(line, "", FAULT) for line in wrapped(place, cell.width - 24, 13, True)]
+        lines += [(line, "", FAULT) for line in textwrap.wrap(place, 46)]
     lines += [(f"and {len(found) - 6} more (calcut inspect)", "", FAULT)] if len(found) > 6 else []
     lines += [(f"{module.columns} x {module.rows} pixels", "", INK)] if module.rows is not None else []
     lines += [(_texts(module), "", INK), ("", "", INK)]
