@@ -46,9 +46,8 @@ class Table:
         return pd.DataFrame({name: pd.Series(v, dtype=kind) for (name, kind), v in zip(names.items(), values)})
 
 
-def _collect(
-    table: Table, paths: List[str], client: Any, jobs: Optional[int], progress: Optional[Callable[[int, int], None]]
-) -> None:
+def _collect(table: Table, paths: List[str], client: Any, jobs: Optional[int],
+             progress: Optional[Callable[[int, int], None]]) -> None:  # fmt: skip
     for part in _workers.parts(partial(_measures.rows, golden=table.golden), paths, client, jobs):
         table.add(*part)
         if progress is not None:
@@ -273,9 +272,8 @@ def check_options(parser: argparse.ArgumentParser, options: argparse.Namespace, 
         parser.error(f"the golden unit: {error}")
 
 
-def read_all(
-    parser: argparse.ArgumentParser, options: argparse.Namespace, paths: List[str], targets: Any
-) -> Tuple[pd.DataFrame, bool]:
+def read_all(parser: argparse.ArgumentParser, options: argparse.Namespace, paths: List[str],
+             targets: Any) -> Tuple[pd.DataFrame, bool]:  # fmt: skip
     """The table, and whether it was interrupted. Earlier outputs go away first: none may pass for this run's."""
     client, table, progress = None, Table(options.golden), _files.Progress()
     if options.scheduler is not None:
