@@ -42,9 +42,8 @@ void spreadSingleBits(std::uint32_t word, std::uint32_t* values) {
     constexpr std::size_t lanes = sizeof(Words) / sizeof word;
 #pragma GCC unroll 8
     for (std::size_t i = 0; i < groupSize; i += lanes) {
-        const Words bits = firstBits << static_cast<std::uint32_t>(i);
-        const auto set = reinterpret_cast<Words>((word & bits) == bits);
-        const Words ones = set & 1;
+        const Words bit = word & (firstBits << static_cast<std::uint32_t>(i));
+        const Words ones = reinterpret_cast<Words>(bit != 0) & 1;
         std::memcpy(values + i, &ones, sizeof ones);
     }
 }

@@ -59,13 +59,17 @@ CALCUT_INLINE void unpackGroups(const std::uint8_t* words, std::size_t groups, u
     constexpr std::size_t half = registersOfGroup / 2;
     const Unpacking unpacking = unpackingOf<W>(bits, bigEndian);
     for (std::size_t first = 0; first < groups * groupSize; first += groupSize) {
+        Words single = {};
+        if constexpr (W == Width::oneBit) {
+            std::uint32_t word;
+            std::memcpy(&word, words, sizeof word);
+            single += bigEndian ? __builtin_bswap32(word) : word;
+        }
         unrolled<2>([&](auto h) {
             Words loaded[half];
             unrolled<half>([&](auto r) {
                 if constexpr (W == Width::oneBit) {
-                    std::uint32_t word;
-                    std::memcpy(&word, words, sizeof word);
-                    loaded[r] = Words{} + (bigEndian ? __builtin_bswap32(word) : word);
+                    loaded[r] = single;
                 } else {
                     const std::size_t window = (h * half + r) * windows;
                     loaded[r] = loadWindows(words + unpacking.windowAt[window],
@@ -92,7 +96,9 @@ template <class Use>
 CALCUT_INLINE void unpackGroups(const std::uint8_t* words, std::size_t groups, unsigned bits,
                                 bool bigEndian, const Use& use) {
     if (bits == 1) {
-        unpackGroups<Width::oneBit>(words, groups, bits, bigEndian, use);
+        // With constants, since not every compiler takes the choice out of the loop.
+        bigEndian ? unpackGroups<Width::oneBit>(words, groups, 1, true, use)
+                  : unpackGroups<Width::oneBit>(words, groups, 1, false, use);
     } else if (bits % 8 == 0) {
         unpackGroups<Width::wholeBytes>(words, groups, bits, bigEndian, use);
     } else {
