@@ -85,7 +85,11 @@ Made makeFile(const MakeOptions& options, const writer::Calibration& calibration
     constexpr std::array makers = {makeV7, makeKorveline};
     Made made = pack(options, calibration);
     if (const image::Layout* layout = layoutOf(options).image) {
-        made.bytes = makers.at(static_cast<std::size_t>(layout->number))(made.bytes, options);
+        const auto number = static_cast<std::size_t>(layout->number);
+        if (number >= makers.size()) {
+            throw text::Refused(options.output, "{} dumps are only read, not made", layout->title);
+        }
+        made.bytes = makers[number](made.bytes, options);
     }
     return made;
 }
