@@ -72,7 +72,7 @@ struct Comparison {
     std::vector<ValuePair> values;  ///< of the others, those that differ
     std::size_t others = 0;
 
-    Comparison(const module::Diagnosis& a, const module::Diagnosis& b, Tolerances tolerances);
+    Comparison(const module::Diagnosis& a, const module::Diagnosis& b, Tolerances within);
     Comparison(const Comparison&) = delete;
     Comparison& operator=(const Comparison&) = delete;
     ~Comparison() = default;

@@ -27,7 +27,7 @@ struct PlotOptions {
 bool isPictureName(const std::string& name);
 
 /// Draws the sheets: becomes the program calcut-plot. Returns only by throwing Refused.
-int runPlot(const PlotOptions& options);
+int runPlot(const PlotOptions& given);
 
 /// A picture of how B differs from A.
 struct Differences {
@@ -39,6 +39,6 @@ struct Differences {
 };
 
 /// Makes it, in the format that its output names. Throws Refused when it cannot.
-std::vector<std::uint8_t> drawDifferences(const Differences& differences);
+std::vector<std::uint8_t> drawDifferences(const Differences& of);
 
 }  // namespace calcut::plot
