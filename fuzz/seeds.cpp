@@ -71,6 +71,9 @@ std::vector<Bytes> modules() {
         seeds.push_back({static_cast<std::uint8_t>(mode)});
         seeds.back().insert(seeds.back().end(), image.begin(), image.end());
     }
+    // The version of a v7 image is no payload type, even where it is that of signed ones.
+    seeds.push_back(seeds[1]);
+    seeds.back()[7] = 37;
     return seeds;
 }
 

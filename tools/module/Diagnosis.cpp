@@ -73,7 +73,7 @@ void takePayload(Diagnosis& about) {
     }
     const image::Layout& layout = *about.layout.image;
     const std::uint64_t lengthField = layout.fields[layout.lengthField].offset;
-    if (image.blockId == image::signedBlockId) {
+    if (image.blockId == image::signedBlockId && layout.signatureArea != 0) {
         const std::uint64_t area = layout.signatureArea;
         if (about.payload.size() < area) {
             about.faults.push_back({"no-room-for-signature",
